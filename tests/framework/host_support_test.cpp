@@ -29,7 +29,7 @@ TEST(HostArray, InsertRemoveAndFindKeepElementOrder) {
 }
 
 TEST(HostArray, SortedPointerArrayReportsPositionAndPresence) {
-    int cells[4];
+    int cells[4] = {};
     TvoidPtrSortedArray s;
     unsigned pos;
     EXPECT_TRUE(s.insert(&cells[2], pos));

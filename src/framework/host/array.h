@@ -3,6 +3,7 @@
 // raw bytes; the typed arrays are thin forwarders over it, so every array of
 // the system shares one growth and copy path.
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>

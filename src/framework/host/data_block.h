@@ -1,0 +1,72 @@
+#pragma once
+// Data blocks: where a node's compute reads inputs and writes outputs. The
+// host's scalar block (TdgDataBlock) holds one element; the rendering block
+// of the shading engine holds a constant block and one element per sample.
+// Both hand out TdataHandle values, so a node's compute is one loop either way.
+#include <cstdarg>
+#include <cstdint>
+#include <string>
+
+#include "framework/host/math.h"
+
+class Tattribute;
+class TdependNode;
+class Tplug;
+
+// A handle on the value of one attribute. For a variable value the pointer
+// is the element of sample 0 and advances by the stride per sample; for a
+// constant the stride is 0.
+struct TdataHandle {
+    enum : uint8_t { kIsArray = 1u << 0, kIsVariable = 1u << 1 };
+
+    class TdataBlock* block = nullptr;
+    const Tattribute* attribute = nullptr;
+    void* value = nullptr;
+    uint8_t flags = 0;
+    unsigned stride = 0;
+
+    bool isNull() const { return value == nullptr; }
+    bool isVariable() const { return flags & kIsVariable; }
+    void* element(unsigned i) const { return static_cast<char*>(value) + size_t(stride) * i; }
+    template <typename T> T& as(unsigned i = 0) const { return *static_cast<T*>(element(i)); }
+    float& asFloat(unsigned i = 0) const { return as<float>(i); }
+    T3Float& asFloat3(unsigned i = 0) const { return as<T3Float>(i); }
+    T2Float& asFloat2(unsigned i = 0) const { return as<T2Float>(i); }
+    int32_t& asInt(unsigned i = 0) const { return as<int32_t>(i); }
+    int16_t& asShort(unsigned i = 0) const { return as<int16_t>(i); }
+    bool& asBool(unsigned i = 0) const { return as<bool>(i); }
+};
+
+// Text output of debug dumps.
+class TdebugOutput {
+public:
+    void print(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    const std::string& text() const { return fText; }
+    void clear() { fText.clear(); }
+
+private:
+    std::string fText;
+};
+
+class TdataBlock {
+public:
+    virtual ~TdataBlock();
+    virtual void debug(TdebugOutput& out, unsigned level) const;
+    // Current element, by attribute and by plug.
+    virtual TdataHandle outputValue(const Tattribute& a) = 0;
+    virtual TdataHandle outputValue(const Tplug& p) = 0;
+    virtual TdataHandle inputValue(const Tattribute& a) = 0;
+    virtual TdataHandle inputValue(const Tplug& p) = 0;
+    // A run of elements: what vectorComputePlug reads and writes.
+    virtual TdataHandle inputValue(const Tattribute& a, unsigned first, unsigned count) = 0;
+    virtual TdataHandle outputValue(const Tattribute& a, unsigned first, unsigned count) = 0;
+    virtual bool isClean(const Tattribute&) const { return true; }
+    virtual void setClean(const Tattribute&) {}
+    // The index of the current element: 0 for a scalar block.
+    virtual unsigned currentIndex() const { return 0; }
+    virtual unsigned elementCount() const { return 1; }
+    virtual size_t dataBlockMemorySize() const { return 0; }
+    // Logical indices of the existing elements of an array attribute.
+    virtual unsigned multiIndices(const Tattribute& a, unsigned* indices, unsigned capacity) const = 0;
+    virtual TdataHandle elementValue(const Tattribute& a, unsigned logicalIndex) = 0;
+};
