@@ -115,8 +115,17 @@ void TdependNodeVS::affects(TdependencyMatrix& m, std::initializer_list<const Ta
 // ---------------------------------------------------------------- nodes
 
 namespace {
-struct RootDescription final : TdependNodeVS {};
+// Every node has a message attribute: a connection end that carries no value.
+struct RootDescription final : TdependNodeVS {
+    TattributeMessage message{"message", "msg", TiffTag("MESG")};
+    RootDescription() {
+        message.setFlag(kAttrStorable, false);
+        message.setFlag(kAttrHidden, true);
+    }
+};
 }  // namespace
+
+const Tattribute& TdependNode::saMessage() { return static_cast<RootDescription&>(sVsData()).message; }
 
 Tmetaclass* TdependNode::sMetaclass() {
     static Tmetaclass* slot = nullptr;
@@ -150,6 +159,7 @@ const TiffTag& TdependNode::iffTag() const {
 }
 
 bool TdependNode::computePlug(const Tplug&, TdataBlock&) { return false; }
+bool TdependNode::vectorComputePlug(const Tplug&, TdataBlock&, unsigned, unsigned) { return false; }
 
 bool TdependNode::setDependentsDirty(TmsgDirty&) { return true; }
 

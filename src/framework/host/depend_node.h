@@ -131,6 +131,7 @@ public:
     // Compute entries. The scalar one passes the current element on to the
     // vector one; nodes put their arithmetic in vectorComputePlug.
     virtual bool computePlug(const Tplug& plug, TdataBlock& block);
+    static const Tattribute& saMessage();
     virtual bool setDependentsDirty(TmsgDirty& msg);
     virtual void setDirty(TmsgDirty&) {}
     virtual bool legalConnection(const Tplug& mine, const Tplug& other, bool asSource, bool& isLegal) const;
@@ -180,7 +181,13 @@ public:
     bool hasConnections(const Tattribute* a) const;
     void allIncoming(std::vector<std::pair<Tplug, Tplug>>& out) const;  // (source, destination)
 
+protected:
+    // The vector compute entry: elements first .. first + count - 1 of the
+    // block. Reached by the shading engine through TDNdispatchCompute.
+    virtual bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count);
+
 private:
+    friend class TDNdispatchCompute;
     friend class TdependGraph;
     friend class TdgDataBlock;
     friend class Tplug;
