@@ -1,0 +1,339 @@
+#include "framework/data_block_rendering.h"
+
+#include <atomic>
+#include <cstring>
+
+#include "framework/host/depend_node.h"
+
+namespace {
+std::atomic<TdataBlockRendering::ComputeValue> gComputeValue{nullptr};
+
+// The head of an array value in a block: how many elements there are room
+// for, their size and which logical indices exist. Elements follow at dOff.
+struct TmultiHeader {
+    uint32_t count;
+    uint32_t elementSize;
+    uint32_t bits[2];
+};
+constexpr unsigned kMaxMultiElements = 64;
+
+const Tattribute* topParent(const Tattribute* a) { return a->rootParent(); }
+}  // namespace
+
+void TdataBlockRendering::setComputeValueHook(ComputeValue hook) { gComputeValue.store(hook); }
+
+const char* TdataBlockRendering::kindName(uint32_t kind) {
+    switch (kind) {
+        case kConstDefaultValue: return "kConstDefaultValue";
+        case kVarDefaultValue: return "kVarDefaultValue";
+        case kConstPresent: return "kConstPresent";
+        case kVarPresent: return "kVarPresent";
+        case kConstUseParent: return "kConstUseParent";
+        case kVarUseParent: return "kVarUseParent";
+        case kConstUseChild: return "kConstUseChild";
+        case kVarUseChild: return "kVarUseChild";
+        case kVarPreferChild: return "kVarPreferChild";
+        case kConstUseParentAndChild: return "kConstUseParentAndChild";
+        case kVarUseParentAndChild: return "kVarUseParentAndChild";
+        case kVarPresentNoProp: return "kVarPresentNoProp";
+        case kConstantType: return "kConstantType";
+        case kVariableType: return "kVariableType";
+        case kNotConnectedType: return "kNotConnectedType";
+        case kConstPreferChild: return "kConstPreferChild";
+        case kVarPresentOtherDB: return "kVarPresentOtherDB";
+        case kVarUseParentOtherDB: return "kVarUseParentOtherDB";
+        default: return "*** INVALID VALUE ***";
+    }
+}
+
+TdataBlockRendering::~TdataBlockRendering() { tearDown(); }
+
+TdataBlockRendering::AttrInfo& TdataBlockRendering::info(const Tattribute& a) { return fOffsets[a.index()]; }
+
+void TdataBlockRendering::setUp(TdependNode* node, unsigned stride, unsigned char* first, unsigned count,
+                                unsigned char* constant, AttrInfo* offsets, MultiInfo* multi, const uint16_t* hiddenMulti,
+                                void* context) {
+    fStride = stride;
+    fFirst = first;
+    fLast = first + size_t(stride) * (count ? count - 1 : 0);
+    fCurrent = first;
+    fReserved = 0;
+    fNode = node;
+    fConstant = constant;
+    fOffsets = offsets;
+    fMulti = multi;
+    fHiddenMulti = hiddenMulti;
+    fContext = context;
+    fFlag = 0;
+    fKind = 2;
+    if (!hiddenMulti) return;
+    for (unsigned h = 0; h < hiddenMulti[0]; ++h) {
+        const Tattribute* a = node->attribute(hiddenMulti[1 + h]);
+        AttrInfo& e = fOffsets[a->index()];
+        if (!(e.kind & kVariableBit)) continue;
+        for (unsigned i = 0; i < count; ++i) {
+            unsigned char* element = fFirst + size_t(fStride) * i + e.offset;
+            if (e.kind & kOtherBlockBit) {
+                if (i == 0) std::memset(element, 0, sizeof(OtherBlockRef));
+            } else if (a->isArray() && fMulti && e.parentOrSegment >= 0) {
+                const MultiInfo& m = fMulti[e.parentOrSegment];
+                auto* header = reinterpret_cast<TmultiHeader*>(element);
+                header->count = m.numKids;
+                header->elementSize = a->size();
+                header->bits[0] = header->bits[1] = 0;
+                for (unsigned k = 0; k < m.numKids && k < kMaxMultiElements; ++k) {
+                    unsigned char* slot = element + m.dOff + size_t(k) * a->size();
+                    a->constructValue(slot);
+                    a->copyDefaultValue(slot);
+                }
+            } else {
+                a->constructValue(element);
+            }
+        }
+    }
+}
+
+void TdataBlockRendering::tearDown() {
+    if (!fHiddenMulti || !fNode) return;
+    unsigned count = elementCount();
+    for (unsigned h = 0; h < fHiddenMulti[0]; ++h) {
+        const Tattribute* a = fNode->attribute(fHiddenMulti[1 + h]);
+        const AttrInfo& e = fOffsets[a->index()];
+        if (!(e.kind & kVariableBit) || (e.kind & kOtherBlockBit) || !(a->flags() & kAttrNeedsConstruction)) continue;
+        for (unsigned i = 0; i < count; ++i) {
+            unsigned char* element = fFirst + size_t(fStride) * i + e.offset;
+            if (a->isArray() && fMulti && e.parentOrSegment >= 0) {
+                const MultiInfo& m = fMulti[e.parentOrSegment];
+                for (unsigned k = 0; k < m.numKids && k < kMaxMultiElements; ++k) a->destructValue(element + m.dOff + size_t(k) * a->size());
+            } else {
+                a->destructValue(element);
+            }
+        }
+    }
+    fHiddenMulti = nullptr;
+}
+
+TdataHandle TdataBlockRendering::locate(const Tattribute& a) {
+    AttrInfo& e = info(a);
+    TdataHandle h;
+    h.block = this;
+    h.attribute = &a;
+    if (e.kind & kOtherBlockBit) {
+        const Tattribute* top = topParent(&a);
+        const AttrInfo& entry = e.kind == kVarUseParentOtherDB ? info(*top) : e;
+        auto* ref = reinterpret_cast<OtherBlockRef*>(fFirst + entry.offset);
+        if (ref->block && ref->value) {
+            h.block = ref->block;
+            h.value = ref->value;
+            h.stride = ref->block->fStride;
+            h.flags = TdataHandle::kIsVariable;
+        }
+        return h;
+    }
+    if (e.kind & kVariableBit) {
+        h.value = fFirst + e.offset;
+        h.stride = fStride;
+        h.flags = TdataHandle::kIsVariable;
+    } else {
+        h.value = fConstant + e.offset;
+        h.stride = 0;
+    }
+    if (a.isArray()) h.flags |= TdataHandle::kIsArray;
+    return h;
+}
+
+TdataHandle TdataBlockRendering::outputValue(const Tattribute& a) {
+    TdataHandle h = locate(a);
+    // The current element only: a scalar view for computePlug.
+    if (h.isVariable()) h.value = static_cast<char*>(h.value) + size_t(h.stride) * currentIndex();
+    h.stride = 0;
+    return h;
+}
+TdataHandle TdataBlockRendering::outputValue(const Tplug& p) { return outputValue(*p.attribute()); }
+TdataHandle TdataBlockRendering::inputValue(const Tattribute& a) {
+    unsigned index = currentIndex();
+    TdataHandle h = inputValue(a, index, 1);
+    if (h.isVariable()) h.value = static_cast<char*>(h.value) + size_t(h.stride) * index;
+    h.stride = 0;
+    return h;
+}
+TdataHandle TdataBlockRendering::inputValue(const Tplug& p) { return inputValue(*p.attribute()); }
+TdataHandle TdataBlockRendering::outputValue(const Tattribute& a, unsigned, unsigned) { return locate(a); }
+
+void TdataBlockRendering::fillFromDefault(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count) {
+    if (e.kind & kVariableBit) {
+        for (unsigned i = first; i < first + count; ++i) {
+            unsigned char* element = fFirst + size_t(fStride) * i + e.offset;
+            a.copyDefaultValue(element);
+        }
+        return;
+    }
+    unsigned char* value = fConstant + e.offset;
+    a.constructValue(value);
+    a.copyDefaultValue(value);
+    e.kind = kConstPresent;
+}
+
+void TdataBlockRendering::fillFromChildren(const Tattribute& a, unsigned first, unsigned count) {
+    TdataHandle whole = locate(a);
+    for (unsigned c = 0; c < a.childCount(); ++c) {
+        const Tattribute& child = *a.child(c);
+        TdataHandle part = inputValue(child, first, count);
+        if (part.isNull()) continue;
+        if (!whole.isVariable()) {
+            child.copyValue(static_cast<char*>(whole.value) + child.offsetInParent(), part.element(0));
+            continue;
+        }
+        for (unsigned i = first; i < first + count; ++i)
+            child.copyValue(static_cast<char*>(whole.element(i)) + child.offsetInParent(), part.element(part.isVariable() ? i : 0));
+    }
+}
+
+void TdataBlockRendering::computeSegment(int segment, const Tattribute& a, unsigned first, unsigned count, void* context) {
+    ComputeValue hook = gComputeValue.load();
+    if (segment < 0 || !hook) return;
+    unsigned char* saved = fCurrent;
+    hook(context, segment, &a, first, count);
+    // The segment may have moved the current element; put it back when it
+    // still lies in the block.
+    if (saved >= fFirst && saved <= fLast) fCurrent = saved;
+}
+
+TdataHandle TdataBlockRendering::inputValue(const Tattribute& a, unsigned first, unsigned count) {
+    AttrInfo& e = info(a);
+    switch (e.kind) {
+        case kConstDefaultValue:
+        case kVarDefaultValue:
+            fillFromDefault(a, e, first, count);
+            break;
+        case kVarPresent:
+            computeSegment(e.parentOrSegment, a, first, count, fContext);
+            break;
+        case kVarUseParent:
+            if (a.parent()) computeSegment(info(*a.parent()).parentOrSegment, *a.parent(), first, count, fContext);
+            break;
+        case kVarUseParentAndChild:
+            if (a.parent()) computeSegment(info(*a.parent()).parentOrSegment, *a.parent(), first, count, fContext);
+            fillFromChildren(a, first, count);
+            break;
+        case kConstUseChild:
+            fillFromChildren(a, first, count);
+            e.kind = kConstPresent;
+            break;
+        case kVarUseChild:
+        case kConstPreferChild:
+            fillFromChildren(a, first, count);
+            break;
+        case kVarPreferChild:
+            computeSegment(e.parentOrSegment, a, first, count, fContext);
+            fillFromChildren(a, first, count);
+            break;
+        case kVarPresentOtherDB:
+        case kVarUseParentOtherDB: {
+            TdataHandle h = locate(a);
+            if (h.block && h.block != this) {
+                auto* other = static_cast<TdataBlockRendering*>(h.block);
+                const Tattribute& target = e.kind == kVarUseParentOtherDB ? *topParent(&a) : a;
+                if (other->fNode && target.index() < other->fNode->attributeCount())
+                    other->computeSegment(other->info(target).parentOrSegment, target, first, count, other->fContext);
+            }
+            return h;
+        }
+        default:
+            break;
+    }
+    return locate(a);
+}
+
+unsigned TdataBlockRendering::multiIndices(const Tattribute& a, unsigned* indices, unsigned capacity) const {
+    const AttrInfo& e = fOffsets[a.index()];
+    if (!a.isArray() || !fMulti || e.parentOrSegment < 0) return 0;
+    const unsigned char* base = (e.kind & kVariableBit) ? fCurrent + e.offset : fConstant + e.offset;
+    auto* header = reinterpret_cast<const TmultiHeader*>(base);
+    unsigned n = 0;
+    for (unsigned k = 0; k < header->count && k < kMaxMultiElements; ++k)
+        if ((header->bits[k >> 5] >> (k & 31)) & 1u) {
+            if (n < capacity) indices[n] = k;
+            ++n;
+        }
+    return n;
+}
+
+TdataHandle TdataBlockRendering::elementValue(const Tattribute& a, unsigned logicalIndex) {
+    TdataHandle h = locate(a);
+    const AttrInfo& e = info(a);
+    if (!a.isArray() || !fMulti || e.parentOrSegment < 0 || h.isNull()) return {};
+    const MultiInfo& m = fMulti[e.parentOrSegment];
+    if (logicalIndex >= m.numKids) return {};
+    h.value = static_cast<char*>(h.value) + m.dOff + size_t(logicalIndex) * a.size();
+    h.flags &= ~TdataHandle::kIsArray;
+    return h;
+}
+
+void TdataBlockRendering::debug(TdebugOutput& out, unsigned level) const {
+    out.print("DataBlockRendering for Node:%s", fNode ? fNode->name().asC() : "NULL");
+    TdataBlock::debug(out, level);
+    if (level == 0 || !fNode) return;
+    auto dumpValue = [&](const Tattribute& a, const unsigned char* value) {
+        if (isNumericType(a.valueType())) {
+            out.print(" : %g\n", a.numericValue(value));
+        } else if (a.valueType() == TvalueType::k3Float || a.valueType() == TvalueType::k2Float) {
+            const float* f = reinterpret_cast<const float*>(value);
+            if (a.valueType() == TvalueType::k3Float)
+                out.print(" : %g %g %g\n", f[0], f[1], f[2]);
+            else
+                out.print(" : %g %g\n", f[0], f[1]);
+        } else {
+            out.print("\n");
+        }
+    };
+    auto header = [&](const char* title, const char* rule) {
+        out.print("%s", title);
+        out.print("%s", rule);
+        out.print("Index : AttrName : Offset : Type [: Value]\n");
+    };
+    unsigned n = fNode->attributeCount();
+    header("Constant Block\n", "--------------\n");
+    for (unsigned i = 0; i < n; ++i) {
+        const Tattribute& a = *fNode->attribute(i);
+        const AttrInfo& e = fOffsets[i];
+        if (e.kind & kVariableBit) continue;
+        if (a.isArray()) {
+            out.print("%d : %s : %d\n", int(i), a.longName().asC(), int(e.offset));
+            continue;
+        }
+        out.print("%d : %s : %d : %s", int(i), a.longName().asC(), int(e.offset), valueTypeName(a.valueType()));
+        dumpValue(a, fConstant + e.offset);
+    }
+    header("\nVariable Block\n", "--------------\n");
+    for (unsigned k = 0; k < elementCount(); ++k) {
+        out.print("Vector Element %d\n", int(k));
+        for (unsigned i = 0; i < n; ++i) {
+            const Tattribute& a = *fNode->attribute(i);
+            const AttrInfo& e = fOffsets[i];
+            if (!(e.kind & kVariableBit) || (e.kind & kOtherBlockBit)) continue;
+            out.print("%d : %s : %d : %s", int(i), a.longName().asC(), int(e.offset), valueTypeName(a.valueType()));
+            dumpValue(a, fFirst + size_t(fStride) * k + e.offset);
+        }
+    }
+    out.print("AttrInfo structure for Node: %s\n", fNode->name().asC());
+    out.print("----------------------------\n");
+    for (unsigned i = 0; i < n; ++i) {
+        const Tattribute& a = *fNode->attribute(i);
+        const AttrInfo& e = fOffsets[i];
+        out.print("%s %s offset: %d Parent_Array_Index: %d", a.longName().asC(), kindName(e.kind), int(e.offset),
+                  int(e.parentOrSegment));
+        if (a.isArray()) out.print(" multiInfo[%d]", int(e.parentOrSegment));
+        out.print("\n");
+    }
+    if (!fMulti) return;
+    out.print("MultiInfo structure for Node: %s\n", fNode->name().asC());
+    for (unsigned i = 0; i < n; ++i) {
+        const Tattribute& a = *fNode->attribute(i);
+        const AttrInfo& e = fOffsets[i];
+        if (!a.isArray() || e.parentOrSegment < 0) continue;
+        const MultiInfo& m = fMulti[e.parentOrSegment];
+        out.print("thread: %u numKids: %u pOff: %u cOff: %u dOff: %u bOff: %u\n", m.threadCount, m.numKids, m.pOff, m.cOff,
+                  m.dOff, m.bOff);
+    }
+}

@@ -1,0 +1,112 @@
+#pragma once
+// TdataBlockRendering: what a node computes on while a shading program runs.
+// One per node per run, in the run frame: a constant block shared by all
+// samples and a variable block with one element per sample, so that a
+// node's vectorComputePlug is one loop over elements. Each attribute has an
+// AttrInfo entry that says where its value lives and how an input read fills
+// it (default, computed on demand by a cut segment, assembled from children,
+// or read from another node's block).
+#include <cstdint>
+
+#include "framework/host/data_block.h"
+
+class TdependNode;
+
+class TdataBlockRendering final : public TdataBlock {
+public:
+    enum Kind : uint32_t {
+        kConstDefaultValue = 0,
+        kVarDefaultValue = 1,
+        kConstPresent = 2,
+        kVarPresent = 3,
+        kConstUseParent = 4,
+        kVarUseParent = 5,
+        kConstUseChild = 8,
+        kVarUseChild = 9,
+        kVarPreferChild = 11,
+        kConstUseParentAndChild = 12,
+        kVarUseParentAndChild = 13,
+        kVarPresentNoProp = 17,
+        kConstantType = 20,
+        kVariableType = 21,
+        kNotConnectedType = 22,
+        // A constant kind with the variable bit set; made variable it becomes 11.
+        kConstPreferChild = 27,
+        kVarPresentOtherDB = 35,
+        kVarUseParentOtherDB = 36,
+    };
+    static constexpr uint32_t kVariableBit = 1u << 0;
+    static constexpr uint32_t kOtherBlockBit = 1u << 5;
+    static constexpr int16_t kNoSegment = -1;
+
+    struct AttrInfo {
+        uint32_t kind;
+        uint16_t offset;           // within the constant or the variable block
+        int16_t parentOrSegment;   // parent array index, or the segment that computes the value
+    };
+    struct MultiInfo {
+        uint32_t threadCount, numKids, pOff, cOff, dOff, bOff;
+    };
+    // What stands at an other-block attribute's offset.
+    struct OtherBlockRef {
+        void* value;  // element 0 of the value in the other block
+        TdataBlockRendering* block;
+    };
+
+    // Computes a cut segment's value on demand; the opus installs it.
+    using ComputeValue = void (*)(void* context, int segment, const Tattribute* a, unsigned first, unsigned count);
+    static void setComputeValueHook(ComputeValue hook);
+
+    static const char* kindName(uint32_t kind);
+    // The kind of a constant attribute once analysis makes it variable.
+    static uint32_t makeVariable(uint32_t kind) { return kind == kConstPreferChild ? kVarPreferChild : kind | kVariableBit; }
+
+    TdataBlockRendering() = default;
+    ~TdataBlockRendering() override;
+
+    // Set-up of one block for `count` samples. `hiddenMulti` is a count and
+    // then the indices of the attributes that need their values constructed.
+    void setUp(TdependNode* node, unsigned stride, unsigned char* first, unsigned count, unsigned char* constant,
+               AttrInfo* offsets, MultiInfo* multi, const uint16_t* hiddenMulti, void* context);
+    void tearDown();
+
+    void setCurrent(unsigned index) { fCurrent = fFirst + size_t(fStride) * index; }
+    unsigned currentIndex() const override { return fStride ? unsigned((fCurrent - fFirst) / fStride) : 0; }
+    unsigned elementCount() const override { return fStride ? unsigned((fLast - fFirst) / fStride) + 1 : 1; }
+    unsigned stride() const { return fStride; }
+    TdependNode* node() const { return fNode; }
+    void* context() const { return fContext; }
+    AttrInfo& info(const Tattribute& a);
+
+    void debug(TdebugOutput& out, unsigned level) const override;
+    TdataHandle outputValue(const Tattribute& a) override;
+    TdataHandle outputValue(const Tplug& p) override;
+    TdataHandle inputValue(const Tattribute& a) override;
+    TdataHandle inputValue(const Tplug& p) override;
+    TdataHandle inputValue(const Tattribute& a, unsigned first, unsigned count) override;
+    TdataHandle outputValue(const Tattribute& a, unsigned first, unsigned count) override;
+    size_t dataBlockMemorySize() const override { return size_t(fLast - fFirst) + fStride; }
+    unsigned multiIndices(const Tattribute& a, unsigned* indices, unsigned capacity) const override;
+    TdataHandle elementValue(const Tattribute& a, unsigned logicalIndex) override;
+
+private:
+    TdataHandle locate(const Tattribute& a);
+    void fillFromDefault(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count);
+    void fillFromChildren(const Tattribute& a, unsigned first, unsigned count);
+    void computeSegment(int segment, const Tattribute& a, unsigned first, unsigned count, void* context);
+
+    // Fields in the order the engine lays them out.
+    unsigned fStride = 0;
+    unsigned char* fFirst = nullptr;
+    unsigned char* fLast = nullptr;
+    unsigned char* fCurrent = nullptr;
+    uint32_t fReserved = 0;
+    TdependNode* fNode = nullptr;
+    uint8_t fFlag = 0;
+    uint8_t fKind = 2;
+    unsigned char* fConstant = nullptr;
+    AttrInfo* fOffsets = nullptr;
+    MultiInfo* fMulti = nullptr;
+    const uint16_t* fHiddenMulti = nullptr;
+    void* fContext = nullptr;
+};
