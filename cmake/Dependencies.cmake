@@ -18,3 +18,7 @@ pkg_check_modules(FFTW REQUIRED IMPORTED_TARGET fftw3f)
 add_library(shadenet::fftw ALIAS PkgConfig::FFTW)
 
 pkg_check_modules(OSMESA IMPORTED_TARGET osmesa)
+
+# A reference gradient noise for bench/noise.cpp; the benchmark builds without it.
+find_path(LIBNOISE_INCLUDE_DIR libnoise/noise.h)
+find_library(LIBNOISE_LIBRARY noise)

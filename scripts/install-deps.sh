@@ -8,7 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libopenimageio-dev openimageio-tools
   nlohmann-json3-dev libembree-dev libtbb-dev
-  libtinyobjloader-dev libcli11-dev libfftw3-dev
+  libtinyobjloader-dev libcli11-dev libfftw3-dev libnoise-dev
   libgl-dev libegl-dev libosmesa6-dev
 )
 

@@ -1,0 +1,110 @@
+// The generators: the 16-bit rule, the re-entrant 48-bit step and the
+// shared random list.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "textures/noise/noise.h"
+
+TEST(NoiseGenerators, SixteenBitRuleFromTheInitialSeed) {
+    EXPECT_EQ(Tnoise::initialSeedValue(), 2413);
+    int seed = Tnoise::initialSeedValue();
+    EXPECT_NEAR(Tnoise::nFrand(seed), 4426.0f / 65535.0f, 1e-9);
+    EXPECT_EQ(seed, 4426);  // the start of the old table
+    // Then (old table entry + 1) / 2, for the entries the old table prints.
+    const double halves[] = {(-0.440085 + 1) / 2, (-0.063462 + 1) / 2, (0.527153 + 1) / 2};
+    for (double h : halves) EXPECT_NEAR(Tnoise::nFrand(seed), h, 1e-6);
+
+    // Float and double forms step the seed alike; both divide by 65535.
+    const int starts[] = {0, 1, 2413, 65535, 123456789, -7};
+    for (int s : starts) {
+        int a = s, b = s;
+        for (int i = 0; i < 100; ++i) {
+            float f = Tnoise::nFrand(a);
+            double d = Tnoise::nDrand(b);
+            ASSERT_EQ(a, b);
+            ASSERT_GE(a, 0);
+            ASSERT_LE(a, 0xFFFF);
+            ASSERT_EQ(f, float(a) / 65535.0f);
+            ASSERT_EQ(d, double(a) / 65535.0);
+        }
+    }
+}
+
+TEST(NoiseGenerators, Erand48MatchesTheCLibrary) {
+    const unsigned short starts[][3] = {{0x330E, 1, 0}, {0, 0, 0}, {0xFFFF, 0xFFFF, 0xFFFF}, {0x1234, 0xABCD, 0x0042}};
+    for (const auto& start : starts) {
+        unsigned short ours[3] = {start[0], start[1], start[2]};
+        unsigned short libc[3] = {start[0], start[1], start[2]};
+        for (int i = 0; i < 2000; ++i) {
+            double a = Tnoise::erand48_r(ours);
+            double b = erand48(libc);
+            ASSERT_EQ(a, b) << "step " << i;
+            ASSERT_EQ(ours[0], libc[0]);
+            ASSERT_EQ(ours[1], libc[1]);
+            ASSERT_EQ(ours[2], libc[2]);
+        }
+    }
+    // nextRE is the same step on 32-bit words and ignores bits above 16.
+    uint32_t words[3] = {0x330E | 0xABC0000u, 5, 0x10000u};
+    unsigned short shorts[3] = {0x330E, 5, 0};
+    for (int i = 0; i < 100; ++i) {
+        Tnoise::nextRE(words);
+        Tnoise::erand48_r(shorts);
+        ASSERT_EQ(words[0], shorts[0]);
+        ASSERT_EQ(words[1], shorts[1]);
+        ASSERT_EQ(words[2], shorts[2]);
+    }
+}
+
+TEST(NoiseGenerators, RandomListWrapsAfterItsLength) {
+    const float* list = Tnoise::sRandomList();
+    for (int i = 0; i < Tnoise::kRandomListSize; ++i) {
+        ASSERT_GE(list[i], 0.0f);
+        ASSERT_LT(list[i], 1.0f);
+    }
+    Tnoise::initNoiseState();
+    EXPECT_EQ(Tnoise::rRand(), list[1]);  // the index moves before the read
+    EXPECT_EQ(Tnoise::rRand(), list[2]);
+    for (int i = 3; i < Tnoise::kRandomListSize; ++i) Tnoise::rRand();
+    EXPECT_EQ(Tnoise::rRand(), list[0]);  // wrapped
+    EXPECT_EQ(Tnoise::rRand(), list[1]);
+    Tnoise::initNoiseState();
+    EXPECT_EQ(Tnoise::rRand(), list[1]);
+}
+
+TEST(NoiseGenerators, RandomListHandsEachIndexOutOnceAcrossThreads) {
+    const float* list = Tnoise::sRandomList();
+    // Entries of the list are (almost surely) distinct; map value to index.
+    std::multiset<float> all(list, list + Tnoise::kRandomListSize);
+    Tnoise::initNoiseState();
+    constexpr int kThreads = 6, kEach = Tnoise::kRandomListSize / kThreads;  // fewer than one lap
+    std::vector<std::vector<float>> got(kThreads);
+    std::vector<std::thread> threads;
+    for (int n = 0; n < kThreads; ++n)
+        threads.emplace_back([&, n] {
+            for (int i = 0; i < kEach; ++i) got[n].push_back(Tnoise::rRand());
+        });
+    for (auto& th : threads) th.join();
+    // Together the threads read exactly entries 1 .. kThreads * kEach.
+    std::multiset<float> read, want(list + 1, list + 1 + kThreads * kEach);
+    for (auto& g : got) read.insert(g.begin(), g.end());
+    EXPECT_EQ(read, want);
+    EXPECT_EQ(Tnoise::rRand(), list[kThreads * kEach + 1]);
+}
+
+TEST(NoiseGenerators, InstancesAreCountedAndFillTheNoise3Pointer) {
+    int before = Tnoise::sInstanceCount();
+    {
+        Tnoise a, b;
+        EXPECT_EQ(Tnoise::sInstanceCount(), before + 2);
+        EXPECT_EQ(Tnoise::noise3(0.3f, 0.7f, 0.1f), Tnoise::computeNoise3(0.3f, 0.7f, 0.1f));
+        Tnoise::purge();  // does nothing: tables stay
+    }
+    EXPECT_EQ(Tnoise::sInstanceCount(), before);
+    EXPECT_EQ(Tnoise::noise3(0.3f, 0.7f, 0.1f), Tnoise::computeNoise3(0.3f, 0.7f, 0.1f));
+}
