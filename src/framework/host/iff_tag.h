@@ -23,6 +23,11 @@ public:
 
     friend constexpr bool operator==(TiffTag a, TiffTag b) { return a.fValue == b.fValue; }
 
+    // Group tag of a form whose chunks align to 4 bytes.
+    static const TiffTag kFOR4;
+
 private:
     uint32_t fValue = 0;
 };
+
+inline constexpr TiffTag TiffTag::kFOR4{"FOR4"};

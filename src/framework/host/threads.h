@@ -18,15 +18,37 @@ private:
     std::recursive_mutex fMutex;
 };
 
+// Scoped ownership of a mutex. Movable, so that a lock can be handed to a
+// function by value and released there; a moved-from lock owns nothing.
+// `TmtLock lock(mutex);` deduces the mutex type.
+template <class M>
 class TmtLock {
 public:
-    explicit TmtLock(TmtRecursiveMutex& m) : fMutex(m) { fMutex.mpAcquire(); }
-    ~TmtLock() { fMutex.mpRelease(); }
+    TmtLock() = default;
+    explicit TmtLock(M& m) : fMutex(&m) { m.lock(); }
+    TmtLock(TmtLock&& other) noexcept : fMutex(other.fMutex) { other.fMutex = nullptr; }
+    TmtLock& operator=(TmtLock&& other) noexcept {
+        if (this != &other) {
+            release();
+            fMutex = other.fMutex;
+            other.fMutex = nullptr;
+        }
+        return *this;
+    }
+    ~TmtLock() { release(); }
     TmtLock(const TmtLock&) = delete;
     TmtLock& operator=(const TmtLock&) = delete;
 
+    bool ownsLock() const { return fMutex != nullptr; }
+    void release() {
+        if (fMutex) {
+            fMutex->unlock();
+            fMutex = nullptr;
+        }
+    }
+
 private:
-    TmtRecursiveMutex& fMutex;
+    M* fMutex = nullptr;
 };
 
 class TmtCriticalSection {
@@ -38,6 +60,19 @@ public:
 
 private:
     std::mutex fMutex;
+};
+
+// A critical section that the owning thread may enter again.
+class TmtRecursiveCS {
+public:
+    void enter() { fMutex.lock(); }
+    void leave() { fMutex.unlock(); }
+    void lock() { fMutex.lock(); }
+    void unlock() { fMutex.unlock(); }
+    bool tryLock() { return fMutex.try_lock(); }
+
+private:
+    std::recursive_mutex fMutex;
 };
 
 class TmtRefCounter {

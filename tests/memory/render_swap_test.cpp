@@ -1,0 +1,290 @@
+// The swap file: round trips by position, the write limit at its boundary,
+// a dead object, reads past the end, warnings shown once, clean-up.
+#include "memory/render_swap.h"
+
+#include <gtest/gtest.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+#include <thread>
+#include <vector>
+
+#include "framework/host/command_engine.h"
+#include "framework/host/tmp_file_cache.h"
+#include "support/temp_dir.h"
+
+namespace {
+constexpr const char* kOpenKey = "s_TrenderSwapStrings.rSwapOpenErrorStr";
+constexpr const char* kLimitKey = "s_TrenderSwapStrings.rSwapLimitErrorStr";
+constexpr const char* kWriteKey = "s_TrenderSwapStrings.rSwapWriteErrorStr";
+constexpr unsigned kHeader = 12;  // FOR4, length, "Swap"
+
+std::vector<unsigned char> pattern(unsigned size, unsigned seed) {
+    std::vector<unsigned char> v(size);
+    for (unsigned i = 0; i < size; ++i) v[i] = (unsigned char)((i * 31 + seed * 7 + (i >> 8)) & 0xFF);
+    return v;
+}
+
+bool exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+}  // namespace
+
+TEST(RenderSwapFile, BlocksReadBackByPositionAfterTheHeader) {
+    TtestTempDir dir;
+    const std::string path = dir.file("render.swap");
+    TrenderSwap swap(path.c_str());
+    ASSERT_NE(swap.file(), nullptr);
+    EXPECT_EQ(swap.gotoEnd(), kHeader);
+
+    const unsigned sizes[] = {1, 7, 4096, 0, 100000, 3};
+    std::vector<unsigned> positions;
+    for (unsigned i = 0; i < std::size(sizes); ++i) {
+        positions.push_back(swap.gotoEnd());
+        auto block = pattern(sizes[i], i);
+        ASSERT_EQ(swap.append(block.data(), sizes[i]), 0) << i;
+    }
+    // Blocks lie end to end, without headers or padding.
+    for (unsigned i = 1; i < positions.size(); ++i) EXPECT_EQ(positions[i], positions[i - 1] + sizes[i - 1]);
+    EXPECT_EQ(swap.flushOutput(), 0);
+    // Read back in reverse order, interleaved with appends.
+    for (unsigned i = unsigned(std::size(sizes)); i-- > 0;) {
+        std::vector<unsigned char> back(sizes[i] + 1);
+        ASSERT_EQ(swap.read(back.data(), sizes[i], positions[i]), 0) << i;
+        back.resize(sizes[i]);
+        EXPECT_EQ(back, pattern(sizes[i], i)) << i;
+        unsigned char tail = 0xEE;
+        EXPECT_EQ(swap.append(&tail, 1), 0);
+    }
+    unsigned char header[kHeader];
+    ASSERT_EQ(swap.read(header, kHeader, 0), 0);
+    EXPECT_EQ(std::memcmp(header, "FOR4\0\0\0\0Swap", kHeader), 0);
+}
+
+TEST(RenderSwapFile, AppendGoesToTheEndWhateverTheWritePosition) {
+    TtestTempDir dir;
+    TrenderSwap swap(dir.file("s").c_str());
+    auto a = pattern(64, 1);
+    ASSERT_EQ(swap.append(a.data(), 64), 0);
+    ASSERT_EQ(swap.setWritePosition(kHeader), 0);
+    unsigned position = 0;
+    ASSERT_EQ(swap.getWritePosition(position), 0);
+    EXPECT_EQ(position, kHeader);
+    auto b = pattern(64, 2);
+    ASSERT_EQ(swap.append(b.data(), 64), 0);
+    std::vector<unsigned char> back(64);
+    ASSERT_EQ(swap.read(back.data(), 64, kHeader), 0);
+    EXPECT_EQ(back, a);  // not overwritten
+    EXPECT_EQ(swap.gotoEnd(), kHeader + 128);
+}
+
+TEST(RenderSwapLimit, BlockEndingExactlyAtTheLimitIsRefused) {
+    struct Case {
+        unsigned size;
+        int result;
+    };
+    const unsigned limit = kHeader + 100;
+    for (const Case c : {Case{98, 0}, Case{99, 0}, Case{100, -1}, Case{101, -1}, Case{4294967295u, -1}}) {
+        TtestTempDir dir;
+        TrenderSwap swap(dir.file("s").c_str());
+        swap.setWriteLimit(limit);
+        TcommandCapture capture;
+        std::vector<unsigned char> block(std::min(c.size, 200u));
+        EXPECT_EQ(swap.append(block.data(), c.size), c.result) << c.size;
+        EXPECT_EQ(swap.gotoEnd(), c.result == 0 ? kHeader + c.size : kHeader) << c.size;
+        EXPECT_EQ(capture.countKey(kLimitKey), c.result == 0 ? 0u : 1u) << c.size;
+    }
+}
+
+TEST(RenderSwapLimit, LimitWarningIsShownOnceAndLaterAppendsFailSilently) {
+    TtestTempDir dir;
+    const std::string path = dir.file("s");
+    TrenderSwap swap(path.c_str());
+    swap.setWriteLimit(kHeader + 10);
+    TcommandCapture capture;
+    unsigned char bytes[16] = {};
+    EXPECT_EQ(swap.append(bytes, 16), -1);
+    EXPECT_EQ(swap.append(bytes, 16), -1);
+    EXPECT_EQ(swap.append(bytes, 9), 0);  // what still fits is written
+    EXPECT_EQ(swap.append(bytes, 1), -1);
+    ASSERT_EQ(capture.messages().size(), 1u);
+    EXPECT_EQ(capture.messages()[0].key, kLimitKey);
+    EXPECT_EQ(capture.messages()[0].severity, TmessageSeverity::kWarning);
+    EXPECT_NE(capture.messages()[0].text.find(path), std::string::npos);
+}
+
+TEST(RenderSwapLimit, WritePositionAtTheLimitFailsAndLeavesTheStream) {
+    TtestTempDir dir;
+    TrenderSwap swap(dir.file("s").c_str());
+    unsigned char bytes[64] = {};
+    ASSERT_EQ(swap.append(bytes, 64), 0);
+    swap.setWriteLimit(50);
+    ASSERT_EQ(swap.setWritePosition(20), 0);
+    TcommandCapture capture;
+    for (unsigned position : {50u, 51u, 4294967295u}) {
+        EXPECT_EQ(swap.setWritePosition(position), -1) << position;
+        unsigned now = 0;
+        ASSERT_EQ(swap.getWritePosition(now), 0);
+        EXPECT_EQ(now, 20u) << position;
+    }
+    EXPECT_EQ(swap.setWritePosition(49), 0);
+    EXPECT_TRUE(capture.messages().empty());
+    // Reading is not bounded by the write limit.
+    EXPECT_EQ(swap.setReadPosition(60), 0);
+    unsigned char back[4];
+    EXPECT_EQ(swap.read(back, 4, 60), 0);
+}
+
+TEST(RenderSwapLimit, FreeSpaceRuleKeepsFivePercentAndClampsTo32Bits) {
+    struct Case {
+        uint64_t freeBytes;
+        unsigned limit;
+    };
+    const Case cases[] = {
+        {0, 0}, {19, 19}, {20, 19}, {39, 38}, {40, 38}, {100, 95}, {1000000, 950000},
+        {4294967295ull, 4294967295u - 214748364u},
+        {4294967296ull, 4294967295u - 214748364u},  // high half set: taken as 2^32 - 1
+        {1ull << 40, 4294967295u - 214748364u},
+    };
+    for (const Case& c : cases) EXPECT_EQ(TrenderSwap::sLimitFromFreeBytes(c.freeBytes), c.limit) << c.freeBytes;
+}
+
+TEST(RenderSwapLimit, DirectoryOfThePathBoundsTheFile) {
+    struct Case {
+        const char* path;
+        const char* directory;
+    };
+    const Case cases[] = {
+        {"", "."},           {"swap", "."},          {"a/b/swap", "a/b"},  {"/tmp/swap", "/tmp"},
+        {"/swap", "/"},      {"dir/", "dir"},        {"C:\\tmp\\swap", "."},  {"a\\b/c", "a\\b"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(TrenderSwap::sSwapDirectory(c.path), c.directory) << c.path;
+
+    // The limit made at construction is 95% of what the folder had free.
+    TtestTempDir dir;
+    struct statvfs before, after;
+    ASSERT_EQ(statvfs(dir.path().c_str(), &before), 0);
+    TrenderSwap swap(dir.file("s").c_str());
+    ASSERT_EQ(statvfs(dir.path().c_str(), &after), 0);
+    auto bounded = [](const struct statvfs& fs) {
+        const double bytes = double(fs.f_bavail) * double(fs.f_frsize);
+        return std::min(bytes, 4294967295.0) * 0.95;
+    };
+    const double low = std::min(bounded(before), bounded(after)) - 1.0 - 65536.0;
+    const double high = std::max(bounded(before), bounded(after)) + 1.0 + 65536.0;
+    EXPECT_GE(double(swap.writeLimit()), low);
+    EXPECT_LE(double(swap.writeLimit()), high);
+}
+
+TEST(RenderSwapDead, FailedOpenWarnsOnceAndEveryOperationFails) {
+    TtestTempDir dir;
+    const std::string path = dir.file("missing-folder/s");
+    TcommandCapture capture;
+    TrenderSwap swap(path.c_str());
+    EXPECT_EQ(swap.file(), nullptr);
+    ASSERT_EQ(capture.countKey(kOpenKey), 1u);
+    EXPECT_NE(capture.messages()[0].text.find(path), std::string::npos);
+    EXPECT_NE(capture.messages()[0].text.find(std::strerror(ENOENT)), std::string::npos);
+    // The folder does not exist, so the disk query failed and no limit was set.
+    EXPECT_EQ(swap.writeLimit(), TrenderSwap::kNoLimit);
+
+    unsigned char bytes[8] = {};
+    unsigned position = 77;
+    EXPECT_EQ(swap.setWritePosition(0), -1);
+    EXPECT_EQ(swap.getWritePosition(position), -1);
+    EXPECT_EQ(swap.getReadPosition(position), -1);
+    EXPECT_EQ(position, 77u);
+    EXPECT_EQ(swap.setReadPosition(0), -1);
+    EXPECT_EQ(swap.append(bytes, 8), -1);
+    EXPECT_EQ(swap.read(bytes, 8, 0), -1);
+    EXPECT_EQ(swap.flushOutput(), -1);
+    EXPECT_EQ(swap.gotoEnd(), 0u);
+    // Only the open failure reached the user.
+    EXPECT_EQ(capture.messages().size(), 1u);
+    EXPECT_FALSE(exists(path));
+}
+
+TEST(RenderSwapRead, ReadPastTheEndFailsOnTheShortRead) {
+    TtestTempDir dir;
+    TrenderSwap swap(dir.file("s").c_str());
+    auto block = pattern(32, 3);
+    ASSERT_EQ(swap.append(block.data(), 32), 0);
+    const unsigned end = swap.gotoEnd();
+    struct Case {
+        unsigned position, size;
+        int result;
+    };
+    const Case cases[] = {
+        {end - 32, 32, 0}, {end - 5, 5, 0}, {end - 5, 6, -1}, {end, 1, -1}, {end + 100, 10, -1}, {end + 100, 0, 0},
+    };
+    TcommandCapture capture;
+    for (const Case& c : cases) {
+        // The seek itself succeeds beyond the end.
+        EXPECT_EQ(swap.setReadPosition(c.position), 0) << c.position;
+        std::vector<unsigned char> back(c.size + 1);
+        EXPECT_EQ(swap.read(back.data(), c.size, c.position), c.result) << c.position << "+" << c.size;
+    }
+    EXPECT_TRUE(capture.messages().empty());  // read failures are not the user's business
+    // The file is still usable after a short read.
+    ASSERT_EQ(swap.append(block.data(), 32), 0);
+    std::vector<unsigned char> back(32);
+    ASSERT_EQ(swap.read(back.data(), 32, end), 0);
+    EXPECT_EQ(back, block);
+}
+
+TEST(RenderSwapLifetime, FileIsRemovedWithItsLastOwnerAndDeregistered) {
+    TtestTempDir dir;
+    const std::string path = dir.file("s");
+    auto registered = [&] {
+        auto files = registeredTmpFiles();
+        return std::find(files.begin(), files.end(), path) != files.end();
+    };
+    {
+        auto swap = std::make_unique<TrenderSwap>(path.c_str());
+        EXPECT_TRUE(exists(path));
+        EXPECT_TRUE(registered());
+        TrenderSwap copy(*swap);
+        EXPECT_EQ(copy.file(), swap->file());
+        unsigned char bytes[10] = {};
+        ASSERT_EQ(copy.append(bytes, 10), 0);
+        EXPECT_EQ(swap->gotoEnd(), kHeader + 10);
+        swap.reset();
+        EXPECT_TRUE(exists(path));  // the copy still uses it
+        EXPECT_EQ(copy.gotoEnd(), kHeader + 10);
+    }
+    EXPECT_FALSE(exists(path));
+    EXPECT_FALSE(registered());
+}
+
+TEST(RenderSwapLifetime, MakingASwapFileRemovesAnOldOne) {
+    TtestTempDir dir;
+    const std::string path = dir.file("s");
+    {
+        FILE* f = std::fopen(path.c_str(), "w");
+        ASSERT_NE(f, nullptr);
+        std::fputs("stale contents that are longer than a header", f);
+        std::fclose(f);
+    }
+    TrenderSwap swap(path.c_str());
+    EXPECT_EQ(swap.gotoEnd(), kHeader);
+}
+
+TEST(RenderSwapMutex, RecursiveLockIsHandedOverByValue) {
+    TtestTempDir dir;
+    TrenderSwap swap(dir.file("s").c_str());
+    auto outer = swap.beginMutex();
+    auto inner = swap.beginMutex();  // the same thread may nest
+    EXPECT_TRUE(inner.ownsLock());
+    swap.endMutex(std::move(inner));
+    EXPECT_FALSE(inner.ownsLock());
+    std::atomic<bool> taken{false};
+    std::thread other([&] {
+        auto lock = swap.beginMutex();
+        taken = true;
+    });
+    EXPECT_FALSE(taken.load());  // still held once by this thread
+    swap.endMutex(std::move(outer));
+    other.join();
+    EXPECT_TRUE(taken.load());
+}
