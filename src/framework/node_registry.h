@@ -5,6 +5,7 @@
 // declares itself (renderNodeInfo), so the table is the one place to look
 // them up and to list them.
 #include <cstdint>
+#include <iterator>
 #include <span>
 #include <string_view>
 
@@ -186,12 +187,17 @@ constexpr bool nodeClassIsMpSafe(std::string_view className) {
 // table does not compile.
 consteval TnodeClassInfo renderNodeInfo(const char* className, unsigned apiType, const char* apiTypeName,
                                         bool abstractClass = false, uint32_t registrationFlags = 0x20) {
-    const TnodeClassFacts* facts = findNodeClassFacts(className);
-    if (!facts) throw "node class missing from the class table";
+    // Looked up by index: pointer tests in constant expressions trip the
+    // sanitizer builds.
+    unsigned found = ~0u;
+    for (unsigned i = 0; i < std::size(node_registry_detail::kClassTable); ++i)
+        if (std::string_view(node_registry_detail::kClassTable[i].className) == className) found = i;
+    if (found == ~0u) throw "node class missing from the class table";
+    const TnodeClassFacts& facts = node_registry_detail::kClassTable[found];
     TnodeClassInfo info{className, apiType, apiTypeName};
-    info.typeName = facts->typeName;
-    info.iffTag = facts->iffTag;
-    info.classification = facts->classification;
+    info.typeName = facts.typeName;
+    info.iffTag = facts.iffTag;
+    info.classification = facts.classification;
     info.abstractClass = abstractClass;
     info.registrationFlags = registrationFlags;
     info.mpSafe = nodeClassIsMpSafe(className);
