@@ -3,7 +3,6 @@
 // the host Tarray with a pointer-sized element; the arrays never look inside
 // an element and never own one. One template serves the whole family.
 #include <algorithm>
-#include <cstddef>  // before array.h, which uses ptrdiff_t without it
 #include <utility>
 
 #include "framework/host/array.h"
