@@ -10,6 +10,7 @@
 // level from the top row of the image down.
 #include <atomic>
 #include <cstdint>
+#include <vector>
 
 #include "framework/host/math.h"
 #include "framework/host/pixel_map.h"
@@ -125,6 +126,10 @@ public:
     // A whole level as an image (rows from the top down). For BOT pyramids
     // each block is decoded; any failure gives false and the message.
     bool extractLevel(int level, TpixelMap& out);
+    // The block index of a BOT pyramid, checked: it starts where the data
+    // starts, never goes back, and ends within the file. False with the
+    // reason otherwise.
+    bool readBlockIndex(std::vector<uint32_t>& index, Tstring& why) const;
 
     // The cache flag word of a thread row and level.
     uint32_t& cacheFlagWord(int row, int level) { return fCacheFlags[row * kFlagWordsPerRow + level]; }

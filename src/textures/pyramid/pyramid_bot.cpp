@@ -212,6 +212,37 @@ bool Tpyramid::extractLevel(int level, TpixelMap& out) {
     return true;
 }
 
+bool Tpyramid::readBlockIndex(std::vector<uint32_t>& index, Tstring& why) const {
+    index.clear();
+    if (fBotDescriptor < 0) {
+        why = Tstring("not a block ordered file");
+        return false;
+    }
+    const size_t n = size_t(totalBlockCount()) + 1;
+    std::vector<uint8_t> bytes(4 * n);
+    if (!readAll(fBotDescriptor, bytes.data(), bytes.size(), botHeader::kSize)) {
+        why = Tstring(errorText(errno));
+        return false;
+    }
+    index.resize(n);
+    for (size_t i = 0; i < n; ++i) index[i] = get32(bytes.data() + 4 * i);
+    const uint64_t dataStart = uint64_t(botHeader::kSize) + 4ull * n;
+    if (index[0] != dataStart) {
+        why = Tstring("the first block does not start after the index");
+        return false;
+    }
+    for (size_t i = 0; i + 1 < n; ++i)
+        if (index[i + 1] <= index[i] || index[i + 1] - index[i] + 4 > 8192) {
+            why = Tstring("block " + std::to_string(i) + " has a bad size");
+            return false;
+        }
+    if (index[n - 1] > fFileBytes) {
+        why = Tstring("the file ends before its last block");
+        return false;
+    }
+    return true;
+}
+
 // ---- writing ----
 
 Tstring TpyramidNonSwatch::fsTempDirectory;
