@@ -53,8 +53,10 @@ std::vector<TfilterZoom::Tfilt> TfilterZoom::makeFilt(int source, int target) {
         } else {
             // Enlarging: the target pixel's span, widened by 2 source pixels.
             double lo = i * ratio, hi = (i + 1) * ratio;
-            first = int(std::ceil(lo - 2 - 0.5001));
-            last = int(std::floor(hi + 2 - 0.5 + 0.5001)) - 1;
+            // Source pixel j (centre j + 0.5) reaches the span when its
+            // support of 2 overlaps [lo, hi].
+            first = int(std::floor(lo - 2 - 0.5001)) + 1;
+            last = int(std::ceil(hi + 2 - 0.5001)) - 1;
             first = std::max(first, 0);
             last = std::min(last, source - 1);
             for (int j = first; j <= last; ++j) {
