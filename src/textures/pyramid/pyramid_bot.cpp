@@ -399,7 +399,9 @@ bool TpyramidNonSwatch::remapPyramidToBlocks(const Tstring* path, bool keepDirec
     fOwnsCacheFile = !path || !keepDirectory;
     fFileBytes = offset;
     for (int l = 0; l < kLevels; ++l) fLevels[l] = nullptr;
-    fsCacheBytesUsed += offset;
+    // Only temporary cache files count against the cache limit; a file the
+    // user asked for is theirs.
+    if (fOwnsCacheFile) fsCacheBytesUsed += offset;
     return true;
 }
 
