@@ -99,7 +99,10 @@ void TfilePixelMapCache::loadHdrPixelMap(const float* pixels, int width, int hei
 
 bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Tstring& error, ThdrMapping mapping,
                                          float exposure) {
-    auto in = OIIO::ImageInput::open(path.str());
+    // Texture alpha is straight: keep it as the file has it.
+    OIIO::ImageSpec config;
+    config.attribute("oiio:UnassociatedAlpha", 1);
+    auto in = OIIO::ImageInput::open(path.str(), &config);
     if (!in) {
         error = Tstring(OIIO::geterror().empty() ? "cannot open " + path.str() : OIIO::geterror());
         return false;
@@ -140,6 +143,7 @@ bool TfilePixelMapCache::saveIMFPixelMap(const Tstring& path, const TpixelMap& m
         return false;
     }
     OIIO::ImageSpec spec(map.width(), map.height(), map.channels(), OIIO::TypeDesc::UINT8);
+    spec.attribute("oiio:UnassociatedAlpha", 1);
     if (!out->open(path.str(), spec) || !out->write_image(OIIO::TypeDesc::UINT8, map.pixels()) || !out->close()) {
         error = Tstring(out->geterror());
         return false;
