@@ -1,0 +1,152 @@
+#include "textures/pyramid/file_pixel_map_cache.h"
+
+#include <OpenImageIO/imageio.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+TfilePixelMapCache& TfilePixelMapCache::theCache() {
+    static TfilePixelMapCache cache;
+    return cache;
+}
+
+Tstring TfilePixelMapCache::frameName(const Tstring& fileName, int frame) {
+    if (frame < 0) return fileName;
+    return Tstring(fileName.str() + "." + std::to_string(frame));
+}
+
+std::shared_ptr<const TpixelMap> TfilePixelMapCache::pixelMap(const Tstring& fileName, int frame, Tstring* error) {
+    const Tstring name = frameName(fileName, frame);
+    ThdrMapping mapping;
+    float exposure;
+    {
+        std::lock_guard lock(fMutex);
+        auto it = fMaps.find(name.str());
+        if (it != fMaps.end()) return it->second;
+        mapping = fMapping;
+        exposure = fExposure;
+    }
+    // Read outside the lock: reading a large image must not hold up others.
+    auto map = std::make_shared<TpixelMap>();
+    Tstring why;
+    if (!loadIMFPixelMap(name, *map, why, mapping, exposure)) {
+        if (error) *error = why;
+        return nullptr;
+    }
+    std::lock_guard lock(fMutex);
+    auto [it, inserted] = fMaps.emplace(name.str(), std::move(map));
+    return it->second;
+}
+
+void TfilePixelMapCache::clear() {
+    std::lock_guard lock(fMutex);
+    fMaps.clear();
+}
+
+unsigned TfilePixelMapCache::size() const {
+    std::lock_guard lock(fMutex);
+    return unsigned(fMaps.size());
+}
+
+void TfilePixelMapCache::setHdrMapping(ThdrMapping mapping, float exposure) {
+    std::lock_guard lock(fMutex);
+    fMapping = mapping;
+    fExposure = exposure;
+    fMaps.clear();
+}
+
+namespace {
+// 1, 3 or 4 channels: grey stays grey, grey with alpha becomes colour with alpha.
+int storedChannels(int fileChannels) {
+    if (fileChannels <= 1) return 1;
+    if (fileChannels == 2) return 4;
+    if (fileChannels == 3) return 3;
+    return 4;
+}
+// Source channel of stored channel c.
+int sourceChannel(int fileChannels, int c) {
+    if (fileChannels == 2) return c == 3 ? 1 : 0;
+    return c;
+}
+}  // namespace
+
+void TfilePixelMapCache::loadHdrPixelMap(const float* pixels, int width, int height, int channels,
+                                         ThdrMapping mapping, float exposure, TpixelMap& map) {
+    const int stored = storedChannels(channels);
+    map.setSize(width, height, stored);
+    const float scale = std::exp2(exposure);
+    const size_t n = size_t(width) * height;
+    float peak = 1;
+    if (mapping == ThdrMapping::kLinear)
+        for (size_t i = 0; i < n; ++i)
+            for (int c = 0; c < std::min(channels, 3); ++c)
+                if (channels != 2 || c == 0) peak = std::max(peak, pixels[i * channels + size_t(c)] * scale);
+    for (size_t i = 0; i < n; ++i)
+        for (int c = 0; c < stored; ++c) {
+            int sc = sourceChannel(channels, c);
+            float v = pixels[i * channels + size_t(sc)];
+            bool isAlpha = (stored == 4 && c == 3);
+            float y;
+            if (!std::isfinite(v)) v = v > 0 ? 1e30f : 0;
+            if (isAlpha) y = v;
+            else if (mapping == ThdrMapping::kClamp) y = v * scale;
+            else if (mapping == ThdrMapping::kLinear) y = v * scale / peak;
+            else y = 1 - std::exp(-std::max(v, 0.0f) * scale);
+            map.pixels()[i * stored + size_t(c)] = uint8_t(std::lround(std::clamp(y, 0.0f, 1.0f) * 255));
+        }
+}
+
+bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Tstring& error, ThdrMapping mapping,
+                                         float exposure) {
+    // Texture alpha is straight: keep it as the file has it.
+    OIIO::ImageSpec config;
+    config.attribute("oiio:UnassociatedAlpha", 1);
+    auto in = OIIO::ImageInput::open(path.str(), &config);
+    if (!in) {
+        error = Tstring(OIIO::geterror().empty() ? "cannot open " + path.str() : OIIO::geterror());
+        return false;
+    }
+    const OIIO::ImageSpec& spec = in->spec();
+    const int w = spec.width, h = spec.height, ch = spec.nchannels;
+    if (w < 1 || h < 1 || ch < 1) {
+        error = Tstring("image has no pixels");
+        return false;
+    }
+    const auto base = OIIO::TypeDesc::BASETYPE(spec.format.basetype);
+    const bool hdr = base == OIIO::TypeDesc::FLOAT || base == OIIO::TypeDesc::HALF || base == OIIO::TypeDesc::DOUBLE;
+    const int stored = storedChannels(ch);
+    if (hdr) {
+        std::vector<float> pixels(size_t(w) * h * ch);
+        if (!in->read_image(0, 0, 0, ch, OIIO::TypeDesc::FLOAT, pixels.data())) {
+            error = Tstring(in->geterror());
+            return false;
+        }
+        loadHdrPixelMap(pixels.data(), w, h, ch, mapping, exposure, map);
+        return true;
+    }
+    std::vector<uint8_t> pixels(size_t(w) * h * ch);
+    if (!in->read_image(0, 0, 0, ch, OIIO::TypeDesc::UINT8, pixels.data())) {
+        error = Tstring(in->geterror());
+        return false;
+    }
+    map.setSize(w, h, stored);
+    for (size_t i = 0; i < size_t(w) * h; ++i)
+        for (int c = 0; c < stored; ++c) map.pixels()[i * stored + size_t(c)] = pixels[i * ch + size_t(sourceChannel(ch, c))];
+    return true;
+}
+
+bool TfilePixelMapCache::saveIMFPixelMap(const Tstring& path, const TpixelMap& map, Tstring& error) {
+    auto out = OIIO::ImageOutput::create(path.str());
+    if (!out) {
+        error = Tstring(OIIO::geterror().empty() ? "no writer for " + path.str() : OIIO::geterror());
+        return false;
+    }
+    OIIO::ImageSpec spec(map.width(), map.height(), map.channels(), OIIO::TypeDesc::UINT8);
+    spec.attribute("oiio:UnassociatedAlpha", 1);
+    if (!out->open(path.str(), spec) || !out->write_image(OIIO::TypeDesc::UINT8, map.pixels()) || !out->close()) {
+        error = Tstring(out->geterror());
+        return false;
+    }
+    return true;
+}

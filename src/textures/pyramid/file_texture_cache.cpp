@@ -1,0 +1,265 @@
+#include "textures/pyramid/file_texture_cache.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <vector>
+
+#include "textures/pyramid/pyramid.h"
+
+namespace {
+
+// Lowest set bit of a byte, for walking the flag words 8 bits at a time.
+struct TlowestBit {
+    int8_t bit[256];
+    TlowestBit() {
+        bit[0] = -1;
+        for (int i = 1; i < 256; ++i) {
+            int b = 0;
+            while (!((i >> b) & 1)) ++b;
+            bit[i] = int8_t(b);
+        }
+    }
+};
+const TlowestBit kLowestBit;
+
+// Every live cache, so that a dying pyramid can be dropped from all of them,
+// and the thread rows in use.
+struct Tregistry {
+    std::mutex mutex;
+    std::vector<TfileTextureCache*> caches;
+    bool rowTaken[TfileTextureCache::kThreadRows] = {};
+};
+Tregistry& registry() {
+    static Tregistry* r = new Tregistry;  // outlives thread-local caches at exit
+    return *r;
+}
+
+}  // namespace
+
+TfileTextureCache::TfileTextureCache() {
+    {
+        Tregistry& r = registry();
+        std::lock_guard lock(r.mutex);
+        for (int i = 0; i < kThreadRows; ++i)
+            if (!r.rowTaken[i]) {
+                r.rowTaken[i] = true;
+                fRow = i;
+                break;
+            }
+        r.caches.push_back(this);
+    }
+    allocateSlots();
+}
+
+TfileTextureCache::~TfileTextureCache() {
+    {
+        Tregistry& r = registry();
+        std::lock_guard lock(r.mutex);
+        if (fRow >= 0) r.rowTaken[fRow] = false;
+        r.caches.erase(std::remove(r.caches.begin(), r.caches.end(), this), r.caches.end());
+    }
+    // Leave no bits of this row behind in pyramids that live on.
+    for (int s = 0; s < std::min(fUsed, kBaseCapacity); ++s)
+        if (fSlots[s].pyramid && fRow >= 0) fSlots[s].pyramid->cacheFlagWord(fRow, fSlots[s].level) &= ~(1u << s);
+    releaseSlots();
+}
+
+TfileTextureCache& TfileTextureCache::threadCache() {
+    thread_local TfileTextureCache cache;
+    return cache;
+}
+
+void TfileTextureCache::allocateSlots() {
+    fSlots = new Tslot[size_t(fCapacity)];
+    fStore = new uint8_t[size_t(fCapacity) * kSlotBytes];
+    std::memset(fStore, 0, size_t(fCapacity) * kSlotBytes);
+    for (int i = 0; i < fCapacity; ++i) fSlots[i] = {-1, -1, -1, -1, nullptr};
+    int victims = fCapacity - kBaseCapacity;
+    fVictims = victims > 0 ? new Tvictim[size_t(victims)] : nullptr;
+    for (int i = 0; i < victims; ++i) fVictims[i] = {-1, -1, nullptr};
+    fHead = fTail = -1;
+    fUsed = 0;
+}
+
+void TfileTextureCache::releaseSlots() {
+    delete[] fSlots;
+    delete[] fStore;
+    delete[] fVictims;
+    fSlots = nullptr;
+    fStore = nullptr;
+    fVictims = nullptr;
+    fHead = fTail = -1;
+    fUsed = 0;
+}
+
+void TfileTextureCache::setCapacity(int log2) {
+    log2 = std::clamp(log2, kBaseCapacityLog2, 16);
+    for (int s = 0; s < std::min(fUsed, kBaseCapacity); ++s)
+        if (fSlots[s].pyramid && fRow >= 0) fSlots[s].pyramid->cacheFlagWord(fRow, fSlots[s].level) &= ~(1u << s);
+    releaseSlots();
+    fCapacityLog2 = log2;
+    fCapacity = 1 << log2;
+    allocateSlots();
+}
+
+void TfileTextureCache::freeThreadLocalCache() { setCapacity(kBaseCapacityLog2); }
+
+void TfileTextureCache::unlink(int s) {
+    Tslot& slot = fSlots[s];
+    if (slot.prev >= 0) fSlots[slot.prev].next = slot.next;
+    else fHead = slot.next;
+    if (slot.next >= 0) fSlots[slot.next].prev = slot.prev;
+    else fTail = slot.prev;
+    slot.prev = slot.next = -1;
+}
+
+void TfileTextureCache::pushFront(int s) {
+    fSlots[s].prev = -1;
+    fSlots[s].next = fHead;
+    if (fHead >= 0) fSlots[fHead].prev = s;
+    fHead = s;
+    if (fTail < 0) fTail = s;
+}
+
+void TfileTextureCache::moveToFront(int s) {
+    if (fHead == s) return;
+    unlink(s);
+    pushFront(s);
+}
+
+int TfileTextureCache::victimIndex(const Tpyramid* pyramid, int level, int block) const {
+    uint64_t key = uint64_t(reinterpret_cast<uintptr_t>(pyramid) >> 4) * 0x9E3779B97F4A7C15ull;
+    key ^= uint64_t(uint32_t(block)) * 0xC2B2AE3D27D4EB4Full + uint64_t(level) * 0x165667B19E3779F9ull;
+    key ^= key >> 29;
+    return int(key % uint64_t(fCapacity - kBaseCapacity));
+}
+
+int TfileTextureCache::findInSlots(Tpyramid& pyramid, int level, int block) {
+    if (fRow >= 0) {
+        uint32_t bits = pyramid.cacheFlagWord(fRow, level);
+        for (int base = 0; bits; base += 8, bits >>= 8) {
+            uint32_t byte = bits & 0xFF;
+            while (byte) {
+                int s = base + kLowestBit.bit[byte];
+                if (fSlots[s].block == block) return s;
+                byte &= byte - 1;
+            }
+        }
+        return -1;
+    }
+    for (int s = 0; s < std::min(fUsed, kBaseCapacity); ++s)
+        if (fSlots[s].pyramid == &pyramid && fSlots[s].level == level && fSlots[s].block == block) return s;
+    return -1;
+}
+
+const uint8_t* TfileTextureCache::findBlock(Tpyramid& pyramid, int level, int block) {
+    if (fHead >= 0) {
+        const Tslot& mru = fSlots[fHead];
+        if (mru.block == block && mru.level == level && mru.pyramid == &pyramid) {
+            ++fStats.hits;
+            return slotData(fHead);
+        }
+    }
+    int s = findInSlots(pyramid, level, block);
+    if (s >= 0) {
+        ++fStats.hits;
+        moveToFront(s);
+        return slotData(s);
+    }
+    return miss(pyramid, level, block);
+}
+
+const uint8_t* TfileTextureCache::miss(Tpyramid& pyramid, int level, int block) {
+    ++fStats.misses;
+    int s;
+    const int ring = std::min(fCapacity, kBaseCapacity);
+    bool evicted = false;
+    Tslot old{};
+    if (fUsed < ring) {
+        s = fUsed++;
+        pushFront(s);
+    } else {
+        s = fTail;
+        old = fSlots[s];
+        evicted = old.pyramid != nullptr;
+        if (fRow >= 0 && evicted) old.pyramid->cacheFlagWord(fRow, old.level) &= ~(1u << s);
+        moveToFront(s);
+    }
+    Tslot& slot = fSlots[s];
+    slot.block = block;
+    slot.level = level;
+    slot.pyramid = &pyramid;
+    if (fRow >= 0) pyramid.cacheFlagWord(fRow, level) |= 1u << s;
+
+    if (fVictims) {
+        // A second chance: a block thrown out earlier may wait in the victim
+        // table; the block thrown out now takes its place there.
+        int v = victimIndex(&pyramid, level, block);
+        Tvictim& hit = fVictims[v];
+        uint8_t* victimData = fStore + size_t(kBaseCapacity + v) * kSlotBytes;
+        if (hit.pyramid == &pyramid && hit.level == level && hit.block == block) {
+            ++fStats.victimHits;
+            if (evicted) {
+                std::swap_ranges(victimData, victimData + kSlotBytes, slotData(s));
+                hit = {old.block, old.level, old.pyramid};
+                // The swapped-out block belongs at its own place in the table.
+                int home = victimIndex(old.pyramid, old.level, old.block);
+                if (home != v) {
+                    std::memcpy(fStore + size_t(kBaseCapacity + home) * kSlotBytes, victimData, kSlotBytes);
+                    fVictims[home] = hit;
+                    hit = {-1, -1, nullptr};
+                }
+            } else {
+                std::memcpy(slotData(s), victimData, kSlotBytes);
+                hit = {-1, -1, nullptr};
+            }
+            return slotData(s);
+        }
+        if (evicted) {
+            int home = victimIndex(old.pyramid, old.level, old.block);
+            std::memcpy(fStore + size_t(kBaseCapacity + home) * kSlotBytes, slotData(s), kSlotBytes);
+            fVictims[home] = {old.block, old.level, old.pyramid};
+        }
+    }
+
+    int bw, bh;
+    pyramid.blockSize(level, block, bw, bh);
+    ++fStats.loads;
+    pyramid.loadBlock(*this, slotData(s), block, level, bw, bh, pyramid.channels());
+    return slotData(s);
+}
+
+bool TfileTextureCache::holdsPyramid(const Tpyramid* pyramid) const {
+    for (int s = 0; s < std::min(fUsed, kBaseCapacity); ++s)
+        if (fSlots[s].pyramid == pyramid) return true;
+    for (int v = 0; v < fCapacity - kBaseCapacity; ++v)
+        if (fVictims[v].pyramid == pyramid) return true;
+    return false;
+}
+
+void TfileTextureCache::forgetPyramid(const Tpyramid* pyramid) {
+    for (int s = 0; s < std::min(fUsed, kBaseCapacity); ++s)
+        if (fSlots[s].pyramid == pyramid) {
+            // The pyramid's flag words go with it; the slot is simply unnamed.
+            fSlots[s].pyramid = nullptr;
+            fSlots[s].block = fSlots[s].level = -1;
+            // Least recently used first, so it is the next to be reused.
+            if (fTail != s) {
+                unlink(s);
+                fSlots[s].prev = fTail;
+                fSlots[s].next = -1;
+                if (fTail >= 0) fSlots[fTail].next = s;
+                fTail = s;
+                if (fHead < 0) fHead = s;
+            }
+        }
+    for (int v = 0; v < fCapacity - kBaseCapacity; ++v)
+        if (fVictims[v].pyramid == pyramid) fVictims[v] = {-1, -1, nullptr};
+}
+
+void TfileTextureCache::sForgetPyramidEverywhere(const Tpyramid* pyramid) {
+    Tregistry& r = registry();
+    std::lock_guard lock(r.mutex);
+    for (TfileTextureCache* cache : r.caches) cache->forgetPyramid(pyramid);
+}

@@ -1,0 +1,269 @@
+// The per-thread block cache, the inventory and the image reader.
+#include <gtest/gtest.h>
+
+#include <OpenImageIO/imageio.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "framework/host/command_engine.h"
+#include "pyramid_test_support.h"
+#include "support/alloc_counter.h"
+#include "support/temp_dir.h"
+#include "textures/pyramid/file_pixel_map_cache.h"
+#include "textures/pyramid/file_texture_cache.h"
+#include "textures/pyramid/pyramid.h"
+#include "textures/pyramid/pyramid_inventory.h"
+
+namespace {
+std::unique_ptr<Tpyramid> botPyramid(const TtestTempDir& dir, const TpixelMap& map, const char* name,
+                                     std::vector<TpixelMap>* levels = nullptr) {
+    TpyramidNonSwatch p("id", "src.png", map.width(), map.height(), map.channels(), 1, true);
+    EXPECT_TRUE(p.buildPyramidFromPixelMap(map));
+    if (levels) {
+        levels->resize(size_t(p.getMaxLevel()) + 1);
+        for (int l = 0; l <= p.getMaxLevel(); ++l) p.extractLevel(l, (*levels)[size_t(l)]);
+    }
+    Tstring out(dir.file(name));
+    EXPECT_TRUE(p.remapPyramidToBlocks(&out, true));
+    return std::unique_ptr<Tpyramid>(Tpyramid::openBOT(out, false, Tstring(name)));
+}
+
+// Set bits of a pyramid's flag words in one thread row.
+int flagBits(Tpyramid& p, int row) {
+    int n = 0;
+    for (int l = 0; l <= p.getMaxLevel(); ++l) n += __builtin_popcount(p.cacheFlagWord(row, l));
+    return n;
+}
+}  // namespace
+
+TEST(BlockCache, LeastRecentlyUsedBlockGoesFirstAndFlagWordsTrackTheSlots) {
+    TtestTempDir dir;
+    auto p = botPyramid(dir, noiseImage(256, 256, 3, 1), "a.bot");  // top: 64 blocks
+    ASSERT_TRUE(p);
+    TfileTextureCache cache;
+    const int top = p->getMaxLevel();
+    for (int b = 0; b < 32; ++b) cache.findBlock(*p, top, b);
+    EXPECT_EQ(cache.stats().loads, 32u);
+    EXPECT_EQ(flagBits(*p, cache.row()), 32);
+    cache.findBlock(*p, top, 0);  // 0 becomes the most recent; 1 is now the oldest
+    EXPECT_EQ(cache.stats().loads, 32u);
+    cache.findBlock(*p, top, 40);  // evicts block 1
+    EXPECT_EQ(cache.stats().loads, 33u);
+    cache.findBlock(*p, top, 0);
+    EXPECT_EQ(cache.stats().loads, 33u) << "block 0 survived";
+    cache.findBlock(*p, top, 1);
+    EXPECT_EQ(cache.stats().loads, 34u) << "block 1 was the victim";
+    EXPECT_EQ(flagBits(*p, cache.row()), 32);
+    EXPECT_TRUE(cache.holdsPyramid(p.get()));
+    cache.forgetPyramid(p.get());
+    EXPECT_FALSE(cache.holdsPyramid(p.get()));
+}
+
+TEST(BlockCache, VictimTableGivesEvictedBlocksASecondChance) {
+    TtestTempDir dir;
+    std::vector<TpixelMap> levels;
+    auto p = botPyramid(dir, photoLikeImage(512, 512, 4, 2), "v.bot", &levels);  // top: 256 blocks
+    ASSERT_TRUE(p);
+    TfileTextureCache cache;
+    cache.setCapacity(8);  // 32 slots and 224 victim entries
+    const int top = p->getMaxLevel();
+    // A cycle of 40 blocks thrashes 32 slots; the victim table catches it.
+    for (int round = 0; round < 5; ++round)
+        for (int b = 0; b < 40; ++b) cache.findBlock(*p, top, b);
+    EXPECT_GT(cache.stats().victimHits, 0u);
+    EXPECT_LT(cache.stats().loads, 5u * 40u);
+    // What comes back from the victim table is the right block.
+    const TpixelMap& m = levels[size_t(top)];
+    for (int y = 0; y < 512; y += 7)
+        for (int x = 0; x < 512; x += 11) {
+            const uint8_t* t = p->texel(cache, top, x, y);
+            for (int c = 0; c < 4; ++c) ASSERT_EQ(t[c], m.getPixel(x, 511 - y, c)) << x << "," << y;
+        }
+    cache.freeThreadLocalCache();
+    EXPECT_EQ(cache.capacity(), 32);
+}
+
+TEST(BlockCache, ReadingBlocksAllocatesNothing) {
+    TtestTempDir dir;
+    auto p = botPyramid(dir, photoLikeImage(300, 300, 3, 3), "n.bot");
+    ASSERT_TRUE(p);
+    TfileTextureCache cache;
+    TfileTextureWrapper w;
+    w.cache = &cache;
+    T3Float colour;
+    float alpha;
+    p->getMapColor(w, 0.1f, 0.1f, colour, false, alpha, 0.01f);  // anything lazily made is made now
+    TallocationCounter counter;
+    for (int i = 0; i < 3000; ++i) {
+        float u = float((i * 37) % 1000) / 1000, v = float((i * 91) % 1000) / 1000;
+        p->getMapColor(w, u, v, colour, false, alpha, 0.0001f + float(i % 50) / 400);
+    }
+    EXPECT_GT(cache.stats().loads, 32u) << "the loop must miss and load";
+    EXPECT_EQ(counter.allocations(), 0u);
+}
+
+TEST(PyramidInventory, FindsByIdentifierAndFreesWhatIsNotNeeded) {
+    TpyramidInventory::freeAllPyramids();
+    auto* a = new TpyramidNonSwatch("a", "a.png", 8, 8, 3, 1, false);
+    auto* b = new TpyramidNonSwatch("b", "b.png", 8, 8, 3, 1, false);
+    auto* s = new TpyramidSwatch("a", "a.png", 8, 8, 3, 1, false);
+    TpyramidInventory::TfindResult r;
+    TpyramidInventory::registerPyramid(a, r);
+    TpyramidInventory::registerPyramid(b, r);
+    TpyramidInventory::registerPyramid(s, r);
+    EXPECT_EQ(TpyramidInventory::findPyramid("a", false).pyramid, a);
+    EXPECT_EQ(TpyramidInventory::findPyramid("a", true).pyramid, s);
+    EXPECT_FALSE(TpyramidInventory::findPyramid("b", true).found());
+    a->setNeeded();
+    TpyramidInventory::freeUnusedPyramids();  // b goes; a stays with its mark cleared
+    EXPECT_EQ(TpyramidInventory::count(false), 1u);
+    EXPECT_FALSE(a->needed());
+    EXPECT_FALSE(TpyramidInventory::findPyramid("b", false).found());
+    delete a;  // unregisters itself
+    EXPECT_EQ(TpyramidInventory::count(false), 0u);
+    TpyramidInventory::freeAllPyramids();
+    EXPECT_EQ(TpyramidInventory::count(true), 0u);
+    EXPECT_EQ(Tpyramid::getUniqueIdentifier("tex", false, true, 0.25f), Tstring("tex__%2500%__"));
+    EXPECT_EQ(Tpyramid::getUniqueIdentifier("tex", false, false, 0.25f), Tstring("tex"));
+}
+
+TEST(PixelMapCache, ReadsEveryFormatAndMapsHighDynamicRange) {
+    TtestTempDir dir;
+    auto map = photoLikeImage(40, 30, 3, 4);
+    struct Tcase {
+        const char* name;
+        bool exact;
+    } cases[] = {{"i.png", true}, {"i.tif", true}, {"i.jpg", false}};
+    for (const Tcase& c : cases) {
+        Tstring why;
+        ASSERT_TRUE(TfilePixelMapCache::saveIMFPixelMap(Tstring(dir.file(c.name)), map, why)) << why.asC();
+        TpixelMap back;
+        ASSERT_TRUE(TfilePixelMapCache::loadIMFPixelMap(Tstring(dir.file(c.name)), back, why)) << c.name;
+        ASSERT_EQ(back.width(), 40);
+        ASSERT_EQ(back.channels(), 3);
+        double err = 0;
+        for (size_t i = 0; i < map.byteCount(); ++i) err = std::max(err, std::fabs(double(back.pixels()[i]) - map.pixels()[i]));
+        if (c.exact) EXPECT_EQ(err, 0) << c.name;
+        else EXPECT_LT(err, 64) << c.name;
+    }
+    // Floating-point files: 0.25 at +1 stop is 0.5 -> 128 when clamped.
+    for (const char* name : {"f.exr", "f.hdr"}) {
+        std::vector<float> px{0.25f, 0.5f, 4.0f, 0.0f, 0.125f, 1.0f};
+        auto out = OIIO::ImageOutput::create(dir.file(name));
+        ASSERT_TRUE(out);
+        OIIO::ImageSpec spec(2, 1, 3, OIIO::TypeDesc::FLOAT);
+        ASSERT_TRUE(out->open(dir.file(name), spec));
+        ASSERT_TRUE(out->write_image(OIIO::TypeDesc::FLOAT, px.data()));
+        out->close();
+        TpixelMap m;
+        Tstring why;
+        ASSERT_TRUE(TfilePixelMapCache::loadIMFPixelMap(Tstring(dir.file(name)), m, why, ThdrMapping::kClamp, 1.0f));
+        EXPECT_NEAR(m.getPixel(0, 0, 0), 128, 1) << name;
+        EXPECT_EQ(m.getPixel(0, 0, 2), 255) << name;
+        EXPECT_EQ(m.getPixel(1, 0, 0), 0) << name;
+        // Linear: the brightest value (4 * 2 = 8) becomes 255.
+        ASSERT_TRUE(TfilePixelMapCache::loadIMFPixelMap(Tstring(dir.file(name)), m, why, ThdrMapping::kLinear, 1.0f));
+        EXPECT_EQ(m.getPixel(0, 0, 2), 255);
+        EXPECT_NEAR(m.getPixel(1, 0, 2), 255.0 * 2 / 8, 1) << name;
+        // Exponential: 1 - exp(-0.5) at 0.25 and one stop.
+        ASSERT_TRUE(TfilePixelMapCache::loadIMFPixelMap(Tstring(dir.file(name)), m, why, ThdrMapping::kExponential, 1.0f));
+        EXPECT_NEAR(m.getPixel(0, 0, 0), 255 * (1 - std::exp(-0.5)), 1) << name;
+    }
+    // The shared cache reads once and keys frames apart.
+    auto& cache = TfilePixelMapCache::theCache();
+    cache.clear();
+    Tstring why;
+    auto first = cache.pixelMap(Tstring(dir.file("i.png")), -1, &why);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(cache.pixelMap(Tstring(dir.file("i.png"))), first);
+    EXPECT_FALSE(cache.pixelMap(Tstring(dir.file("i.png")), 7, &why));
+    EXPECT_EQ(TfilePixelMapCache::frameName("seq.png", 7), Tstring("seq.png.7"));
+    EXPECT_EQ(cache.size(), 1u);
+}
+
+namespace {
+struct TrunResult {
+    int status;
+    std::string out;
+};
+TrunResult run(const std::string& args) {
+    std::string command = std::string(SHADENET_CLI) + " " + args + " 2>&1";
+    TrunResult r{-1, {}};
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (!pipe) return r;
+    char buffer[4096];
+    size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
+    int status = ::pclose(pipe);
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return r;
+}
+}  // namespace
+
+TEST(BotCommand, ConvertInfoAndExtractRoundTripAFile) {
+    TtestTempDir dir;
+    auto map = photoLikeImage(200, 120, 4, 6);
+    Tstring why;
+    ASSERT_TRUE(TfilePixelMapCache::saveIMFPixelMap(Tstring(dir.file("in.png")), map, why));
+    auto convert = run("bot convert " + dir.file("in.png") + " -o " + dir.file("out.bot"));
+    ASSERT_EQ(convert.status, 0) << convert.out;
+    auto info = run("bot info " + dir.file("out.bot"));
+    ASSERT_EQ(info.status, 0) << info.out;
+    EXPECT_NE(info.out.find("size:            200 x 120"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("maximum level:   8"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("blocks:          " + std::to_string(Tpyramid::fsNumBlocks[8] + 7 * 4)), std::string::npos)
+        << info.out;
+    EXPECT_NE(info.out.find("compression:"), std::string::npos);
+    auto top = run("bot extract " + dir.file("out.bot") + " -o " + dir.file("top.png"));
+    ASSERT_EQ(top.status, 0) << top.out;
+    TpixelMap back;
+    ASSERT_TRUE(TfilePixelMapCache::loadIMFPixelMap(Tstring(dir.file("top.png")), back, why));
+    ASSERT_EQ(back.byteCount(), map.byteCount());
+    EXPECT_TRUE(std::equal(back.pixels(), back.pixels() + back.byteCount(), map.pixels()));
+    auto level3 = run("bot extract " + dir.file("out.bot") + " --level 3 -o " + dir.file("l3.png"));
+    ASSERT_EQ(level3.status, 0) << level3.out;
+    ASSERT_TRUE(TfilePixelMapCache::loadIMFPixelMap(Tstring(dir.file("l3.png")), back, why));
+    EXPECT_EQ(back.width(), 8);
+    EXPECT_NE(run("bot extract " + dir.file("out.bot") + " --level 9 -o " + dir.file("x.png")).status, 0);
+}
+
+TEST(BotCommand, DamagedFilesGiveTheCorruptionMessageAndAFailingStatus) {
+    TtestTempDir dir;
+    Tstring why;
+    ASSERT_TRUE(TfilePixelMapCache::saveIMFPixelMap(Tstring(dir.file("in.png")), photoLikeImage(64, 64, 3, 1), why));
+    ASSERT_EQ(run("bot convert " + dir.file("in.png") + " -o " + dir.file("ok.bot")).status, 0);
+    std::ifstream in(dir.file("ok.bot"), std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(in)), {});
+    struct Tcase {
+        const char* name;
+        std::string content;
+        const char* message;
+    } cases[] = {
+        {"cut-index.bot", bytes.substr(0, 30), "Error: Corrupted data found in block ordered texture file"},
+        {"cut-data.bot", bytes.substr(0, bytes.size() - 10), "Error: Corrupted data found in block ordered texture file"},
+        {"not.bot", "hello, world, this is text", "is not a block ordered texture file"},
+    };
+    for (const Tcase& c : cases) {
+        std::ofstream(dir.file(c.name), std::ios::binary) << c.content;
+        auto r = run("bot info " + dir.file(c.name));
+        EXPECT_EQ(r.status, 1) << c.name << r.out;
+        EXPECT_NE(r.out.find(c.message), std::string::npos) << c.name << ": " << r.out;
+    }
+    // Damage inside a block shows when the block is decoded: the last
+    // block's tree becomes 320 internal nodes, more than a tree may have.
+    std::string damaged = bytes;
+    const size_t lastEntry = 14 + 4 * (Tpyramid::fsNumBlocks[6] + 4 - 1);
+    const uint32_t last = uint32_t(uint8_t(bytes[lastEntry])) | uint32_t(uint8_t(bytes[lastEntry + 1])) << 8 |
+                          uint32_t(uint8_t(bytes[lastEntry + 2])) << 16;
+    ASSERT_LT(last + 40, bytes.size());
+    for (size_t i = last; i < last + 40; ++i) damaged[i] = char(0xFF);
+    std::ofstream(dir.file("bad.bot"), std::ios::binary) << damaged;
+    auto r = run("bot extract " + dir.file("bad.bot") + " -o " + dir.file("bad.png"));
+    EXPECT_EQ(r.status, 1) << r.out;
+    EXPECT_NE(r.out.find("Error: Decode error in block ordered texture file"), std::string::npos) << r.out;
+    EXPECT_NE(run("bot convert " + dir.file("missing.png") + " -o " + dir.file("m.bot")).status, 0);
+}

@@ -1,0 +1,152 @@
+// shadenet bot: convert images to block-ordered texture files, describe
+// them, and take their levels back out as images.
+#include <cinttypes>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "framework/host/command_engine.h"
+#include "textures/pyramid/file_pixel_map_cache.h"
+#include "textures/pyramid/pyramid.h"
+#include "tools/subcommand.h"
+
+namespace {
+
+struct TbotOptions {
+    std::string input, output, hdrMapping = "linear";
+    float exposure = 0;
+    bool keepSize = false;
+    int level = -1;
+};
+
+void corrupted(const std::string& path, const Tstring& why) {
+    std::fprintf(stderr, "Error: Corrupted data found in block ordered texture file %s: %s\n", path.c_str(), why.asC());
+}
+
+std::unique_ptr<Tpyramid> openOrComplain(const std::string& path) {
+    std::unique_ptr<Tpyramid> p(Tpyramid::openBOT(Tstring(path), false, Tstring(path)));
+    if (p) return p;
+    if (Tpyramid::IsItABOTFile(Tstring(path), nullptr, nullptr))
+        corrupted(path, Tstring("the header or the block index is damaged or cut short"));
+    else
+        std::fprintf(stderr, "Error: %s is not a block ordered texture file\n", path.c_str());
+    return p;
+}
+
+int runConvert(const TbotOptions& o) {
+    ThdrMapping mapping = o.hdrMapping == "clamp"         ? ThdrMapping::kClamp
+                          : o.hdrMapping == "exponential" ? ThdrMapping::kExponential
+                                                          : ThdrMapping::kLinear;
+    TpixelMap map;
+    Tstring why;
+    if (!TfilePixelMapCache::loadIMFPixelMap(Tstring(o.input), map, why, mapping, o.exposure)) {
+        std::fprintf(stderr, "Error: cannot read image %s: %s\n", o.input.c_str(), why.asC());
+        return kExitFailure;
+    }
+    if (map.width() > Tpyramid::kMaxSide || map.height() > Tpyramid::kMaxSide) {
+        std::fprintf(stderr, "Error: %s is %dx%d; a texture side may be at most %d pixels\n", o.input.c_str(),
+                     map.width(), map.height(), Tpyramid::kMaxSide);
+        return kExitFailure;
+    }
+    TpyramidNonSwatch pyramid(Tstring(o.input), Tstring(o.input), map.width(), map.height(), map.channels(), 1,
+                              o.keepSize);
+    if (!pyramid.buildPyramidFromPixelMap(map)) {
+        std::fprintf(stderr, "Error: cannot build the pyramid of %s\n", o.input.c_str());
+        return kExitFailure;
+    }
+    const Tstring out(o.output);
+    if (!pyramid.remapPyramidToBlocks(&out, true)) return kExitFailure;  // the reason is printed already
+    std::printf("%s: %dx%d, %d channels -> %s (%d levels, %d blocks, %" PRIu64 " bytes)\n", o.input.c_str(),
+                map.width(), map.height(), map.channels(), o.output.c_str(), pyramid.getMaxLevel() + 1,
+                pyramid.totalBlockCount(), pyramid.fileBytes());
+    return kExitOk;
+}
+
+int runInfo(const TbotOptions& o) {
+    std::unique_ptr<Tpyramid> p = openOrComplain(o.input);
+    if (!p) return kExitFailure;
+    botHeader h;
+    Tpyramid::IsItABOTFile(Tstring(o.input), nullptr, &h);
+    std::vector<uint32_t> index;
+    Tstring why;
+    if (!p->readBlockIndex(index, why)) {
+        corrupted(o.input, why);
+        return kExitFailure;
+    }
+    std::printf("file:            %s\n", o.input.c_str());
+    std::printf("magic:           0x%04x\n", h.magic);
+    std::printf("size:            %d x %d\n", p->width(), p->height());
+    std::printf("channels:        %d\n", p->channels());
+    std::printf("maximum level:   %d\n", p->getMaxLevel());
+    std::printf("flag rows:       %d\n", h.flagRows);
+    uint64_t raw = 0;
+    for (int level = 0; level <= p->getMaxLevel(); ++level) {
+        const int first = int(Tpyramid::fsNumBlocks[level]), count = p->levelBlockCount(level);
+        const uint64_t bytes = uint64_t(index[size_t(first + count)]) - index[size_t(first)];
+        const uint64_t levelRaw = uint64_t(p->levelWidth(level)) * p->levelHeight(level) * p->channels();
+        raw += levelRaw;
+        std::printf("level %2d:        %5d x %-5d %6d blocks %10" PRIu64 " bytes (%.2f:1)\n", level,
+                    p->levelWidth(level), p->levelHeight(level), count, bytes,
+                    bytes ? double(levelRaw) / double(bytes) : 0.0);
+    }
+    // Every block is decoded, so that damage inside the data shows here.
+    TpixelMap scratch;
+    for (int level = 0; level <= p->getMaxLevel(); ++level)
+        if (!p->extractLevel(level, scratch)) return kExitFailure;
+    const uint64_t fileBytes = p->fileBytes();
+    std::printf("blocks:          %d\n", p->totalBlockCount());
+    std::printf("index bytes:     %zu\n", 4 * index.size());
+    std::printf("data bytes:      %" PRIu64 "\n", uint64_t(index.back()) - index.front());
+    std::printf("file bytes:      %" PRIu64 "\n", fileBytes);
+    std::printf("pixel bytes:     %" PRIu64 "\n", raw);
+    std::printf("compression:     %.2f:1\n", fileBytes ? double(raw) / double(fileBytes) : 0.0);
+    return kExitOk;
+}
+
+int runExtract(const TbotOptions& o) {
+    std::unique_ptr<Tpyramid> p = openOrComplain(o.input);
+    if (!p) return kExitFailure;
+    const int level = o.level < 0 ? p->getMaxLevel() : o.level;
+    if (level > p->getMaxLevel()) {
+        std::fprintf(stderr, "Error: %s has levels 0 to %d; there is no level %d\n", o.input.c_str(), p->getMaxLevel(),
+                     level);
+        return kExitUsage;
+    }
+    TpixelMap map;
+    if (!p->extractLevel(level, map)) return kExitFailure;
+    Tstring why;
+    if (!TfilePixelMapCache::saveIMFPixelMap(Tstring(o.output), map, why)) {
+        std::fprintf(stderr, "Error: cannot write %s: %s\n", o.output.c_str(), why.asC());
+        return kExitFailure;
+    }
+    std::printf("level %d of %s: %dx%d -> %s\n", level, o.input.c_str(), map.width(), map.height(), o.output.c_str());
+    return kExitOk;
+}
+
+const TsubcommandRegistrar kBot{{"bot", "Block-ordered texture files: convert, info, extract",
+                                 [](CLI::App& app) -> std::function<int()> {
+    auto options = std::make_shared<TbotOptions>();
+    app.require_subcommand(1);
+    CLI::App* convert = app.add_subcommand("convert", "Convert an image into a BOT file");
+    convert->add_option("image", options->input, "Image file (PNG, JPEG, TIFF, EXR, HDR ...)")->required();
+    convert->add_option("-o,--output", options->output, "BOT file to write")->required();
+    convert->add_flag("--keep-size", options->keepSize, "Never stretch long thin images to a square");
+    convert->add_option("--hdr-mapping", options->hdrMapping, "Floating-point images: clamp, linear or exponential")
+        ->check(CLI::IsMember({"clamp", "linear", "exponential"}));
+    convert->add_option("--exposure", options->exposure, "Exposure in stops for floating-point images");
+    CLI::App* info = app.add_subcommand("info", "Describe a BOT file and check every block");
+    info->add_option("file", options->input, "BOT file")->required();
+    CLI::App* extract = app.add_subcommand("extract", "Write one level of a BOT file as an image");
+    extract->add_option("file", options->input, "BOT file")->required();
+    extract->add_option("--level", options->level, "Level (0 is 1x1; default the top level)")->check(CLI::NonNegativeNumber);
+    extract->add_option("-o,--output", options->output, "Image file to write")->required();
+    return [options, convert, info, extract]() {
+        if (convert->parsed()) return runConvert(*options);
+        if (info->parsed()) return runInfo(*options);
+        if (extract->parsed()) return runExtract(*options);
+        return kExitUsage;
+    };
+}}};
+
+}  // namespace
