@@ -163,7 +163,9 @@ Tstring TimageName::relativeFileName(const Tstring& pattern, int frame, bool ani
                                      const Tstring& scene, const Tstring& extension, const Tstring& camera,
                                      const Tstring& layer, const Tstring& pass, const Tstring& field,
                                      const Tstring& version, bool keepNumberToken) {
-    std::string name = pattern.str();
+    // Shorthands ("#", "@@@") come first, so a pattern need not be fixed
+    // before it names a file.
+    std::string name = fixNumberPattern(pattern).str();
     replaceFormat(name, "s", "<Scene>", scene.view());
 
     std::string layerValue = layer.str();

@@ -17,7 +17,9 @@ public:
     // more digits than a 64-bit count holds, many times over.
     static constexpr unsigned kMaxFramePadding = 64;
 
-    // The file name of one image. `frame` is signed: frames before zero are
+    // The file name of one image. Shorthands are expanded first, then the
+    // scene, layer, camera, extension and version tokens, then the frame
+    // tokens. `frame` is signed: frames before zero are
     // written with a leading "-". With `keepNumberToken` the frame tokens are
     // left in the result for a later pass.
     static Tstring relativeFileName(const Tstring& pattern, int frame, bool animated, const Tstring& frameOverride,
