@@ -206,8 +206,19 @@ Tstring TimageName::matchesEndingPattern(const Tstring& name) {
 }
 
 Tstring TimageName::fixPattern(const Tstring& pattern, bool needFrame, bool needCamera, bool needLayer) {
-    const Tstring expanded = fixNumberPattern(pattern);
-    std::string r = expanded.str();
+    Tstring fixed = fixPatternQuietly(pattern, needFrame, needCamera, needLayer);
+    // Expanding shorthands changes nothing a user would notice; only added
+    // tokens are worth telling.
+    if (!(fixed == fixNumberPattern(pattern))) warnFixedPattern(pattern, fixed);
+    return fixed;
+}
+
+void TimageName::warnFixedPattern(const Tstring& pattern, const Tstring& fixed) {
+    theCommandEngine().displayWarning(kFixedPattern, {pattern, fixed});
+}
+
+Tstring TimageName::fixPatternQuietly(const Tstring& pattern, bool needFrame, bool needCamera, bool needLayer) {
+    std::string r = fixNumberPattern(pattern).str();
     const TnamingRegexps& re = regexps();
     if (needCamera && !fullMatch(r, re.hasCameraToken) && r.find("<Camera>") == std::string::npos) r.insert(0, "%/c");
     // Inserted after the camera so that a layer folder holds camera folders.
@@ -216,11 +227,7 @@ Tstring TimageName::fixPattern(const Tstring& pattern, bool needFrame, bool need
         const Tstring ending = matchesEndingPattern(Tstring(r));
         r.insert(r.size() - ending.length(), "%_4n");
     }
-    Tstring fixed(std::move(r));
-    // Expanding shorthands changes nothing a user would notice; only added
-    // tokens are worth telling.
-    if (!(fixed == expanded)) theCommandEngine().displayWarning(kFixedPattern, {pattern, fixed});
-    return fixed;
+    return Tstring(std::move(r));
 }
 
 void TimageName::addBeforeExtension(Tstring& name, const Tstring& addition) {

@@ -33,7 +33,12 @@ public:
 
     // Adds what the pattern lacks: a camera folder, a layer folder, a frame
     // token. Shorthands ("#", "@@@") are expanded first.
+    // When it adds tokens it warns the user, with the pattern before and after.
     static Tstring fixPattern(const Tstring& pattern, bool needFrame, bool needCamera, bool needLayer);
+    // The same without the warning, for callers that rebuild patterns often
+    // and tell the user only when the result changes.
+    static Tstring fixPatternQuietly(const Tstring& pattern, bool needFrame, bool needCamera, bool needLayer);
+    static void warnFixedPattern(const Tstring& pattern, const Tstring& fixed);
 
     // "#" and runs of "@" become frame tokens.
     static Tstring fixNumberPattern(const Tstring& pattern);

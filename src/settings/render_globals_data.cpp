@@ -102,7 +102,12 @@ bool TcommonRenderGlobalsData::needLayer() const { return fSeveralLayers || fSev
 void TcommonRenderGlobalsData::refreshNaming() {
     updateNamePattern();
     fNeedsFrameNumber = fNamingScheme != kName && fNamingScheme != kNameExt && !isMultiframeFormat();
-    fFixedNamePattern = TimageName::fixPattern(fNamePattern, fNeedsFrameNumber, needCamera(), needLayer());
+    // Setters run one after another while settings are copied in; the user
+    // hears about a repair once, when its result changes.
+    Tstring fixed = TimageName::fixPatternQuietly(fNamePattern, fNeedsFrameNumber, needCamera(), needLayer());
+    if (!(fixed == fFixedNamePattern) && !(fixed == TimageName::fixNumberPattern(fNamePattern)))
+        TimageName::warnFixedPattern(fNamePattern, fixed);
+    fFixedNamePattern = std::move(fixed);
 }
 
 void TcommonRenderGlobalsData::setImageName(const Tstring& prefix) {
@@ -250,7 +255,7 @@ void TcommonRenderGlobalsData::getAllImageNames(TpathType pathType, TanimTime ti
     const bool wantLayer = needLayer() || passList.length() > 1;
     const Tstring pattern = (wantCamera == needCamera() && wantLayer == needLayer())
                                 ? fFixedNamePattern
-                                : TimageName::fixPattern(fNamePattern, fNeedsFrameNumber, wantCamera, wantLayer);
+                                : TimageName::fixPatternQuietly(fNamePattern, fNeedsFrameNumber, wantCamera, wantLayer);
 
     for (const Tstring& pass : passList)
         for (const Tstring& camera : fRenderableCameras)
