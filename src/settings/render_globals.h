@@ -114,7 +114,11 @@ struct TdnVSRenderGlobals : TdependNodeVS {
 
 class TdnRenderGlobals : public TnodeClass<TdnRenderGlobals, TdependNode, TdnVSRenderGlobals> {
 public:
-    static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnRenderGlobals", 516, "kRenderGlobals");
+    // Spelled out rather than taken from renderNodeInfo, which the
+    // sanitizer build cannot evaluate at compile time; a test holds these
+    // facts to the class table.
+    static constexpr TnodeClassInfo kInfo{"TdnRenderGlobals", 516, "kRenderGlobals", "renderGlobals", "RGLB",
+                                          "rendernode", false, 0x20, false};
     static constexpr const char* kDefaultRenderer = "toviSoftware";
 
     // Values of animationRange, fieldExtControl, outFormatControl, periodInExt, motionBlurType.

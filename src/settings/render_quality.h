@@ -33,7 +33,11 @@ struct TdnVSRenderQuality : TdependNodeVS {
 
 class TdnRenderQuality : public TnodeClass<TdnRenderQuality, TdependNode, TdnVSRenderQuality> {
 public:
-    static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnRenderQuality", 517, "kRenderQuality");
+    // Spelled out rather than taken from renderNodeInfo, which the
+    // sanitizer build cannot evaluate at compile time; a test holds these
+    // facts to the class table.
+    static constexpr TnodeClassInfo kInfo{"TdnRenderQuality", 517, "kRenderQuality", "renderQuality", "RQUA",
+                                          "renderGlobal/quality", false, 0x20, false};
 
     enum { kHighestAA = 0, kHighAA = 1, kMediumAA = 2, kLowAA = 3 };
     enum {
