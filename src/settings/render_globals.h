@@ -128,6 +128,8 @@ public:
     enum { kNothingInExt = 0, kPeriodInExt = 1, kUnderscoreInExt = 2 };
     enum { kUseMotionBlur2D = 0, kUseMotionBlur3D = 1 };
 
+    ~TdnRenderGlobals() override { releaseStringValues(*this); }
+
     SN_ATTRIBUTE(ImageFormat, imageFormat)
     SN_ATTRIBUTE(ImageFilePrefix, imageFilePrefix)
     SN_ATTRIBUTE(Animation, animation)
