@@ -128,9 +128,9 @@ TEST(ImageNameExpansion, EmptyLayerLeavesNoTrace) {
 
 TEST(ImageNameExpansion, PassAndFieldJoinLayerAndCamera) {
     runCases({
-        {"%l/%c", with([](Tinputs& i) { i.layer = "fg"; i.pass = "spec"; }), "fg_spec/persp"},
-        {"%l/%c", with([](Tinputs& i) { i.pass = "spec"; }), "spec/persp"},
-        {"%_l%s", with([](Tinputs& i) { i.pass = "spec"; }), "_specshot"},
+        {"%l/%c", with([](Tinputs& i) { i.layer = "fg"; i.pass = "specular"; }), "fg_specular/persp"},
+        {"%l/%c", with([](Tinputs& i) { i.pass = "specular"; }), "specular/persp"},
+        {"%_l%s", with([](Tinputs& i) { i.pass = "specular"; }), "_specularshot"},
         {"%l/%c", with([](Tinputs& i) { i.field = "odd"; }), "/persp_odd"},
         {"%/c%s", with([](Tinputs& i) { i.camera = ""; i.field = "even"; }), "even/shot"},
     });

@@ -67,7 +67,7 @@ TEST(NameCommand, ExpandsPatterns) {
         {plus({"name", "img_@@@.%e"}), "img_007.iff\n"},
         {plus({"name", "%/c%s%_2n"}), "persp/shot_07\n"},
         {plus({"name", "%s.%4n.%e", "--keep-number"}), "shot.%4n.iff\n"},
-        {plus({"name", "%/l%s%_l.%e", "--layer", "fg", "--pass", "spec"}), "fg_spec/shot_fg_spec.iff\n"},
+        {plus({"name", "%/l%s%_l.%e", "--layer", "fg", "--pass", "specular"}), "fg_specular/shot_fg_specular.iff\n"},
         {plus({"name", "<Camera>/%s", "--field", "odd"}), "persp_odd/shot\n"},
         {{"name", "%s.%4n", "--scene", "shot", "--frame", "-7", "--animated"}, "shot.-007\n"},
         {{"name", "%s.%4n", "--scene", "a:b|c", "--frame", "7"}, "a_b_c.\n"},  // not animated: no number

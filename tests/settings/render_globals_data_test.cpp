@@ -194,8 +194,8 @@ TEST_F(RenderGlobalsNaming, LayerNames) {
     EXPECT_EQ(d.getImageName(kPathRelative, TanimTime(1), "c", "", nullptr, "s").str(), "/s.iff");
     EXPECT_EQ(d.getImageName(kPathRelative, TanimTime(1), "c", "", &master, "s").str(), "masterLayer/s.iff");
     EXPECT_EQ(d.getImageName(kPathRelative, TanimTime(1), "c", "", &fg, "s").str(), "ns_fg/s.iff");
-    d.setPassName("spec");
-    EXPECT_EQ(d.getImageName(kPathRelative, TanimTime(1), "c", "", &fg, "s").str(), "ns_fg_spec/s.iff");
+    d.setPassName("specular");
+    EXPECT_EQ(d.getImageName(kPathRelative, TanimTime(1), "c", "", &fg, "s").str(), "ns_fg_specular/s.iff");
     d.setVersionLabel("v3");
     d.setImageName("%s_<Version>");
     EXPECT_EQ(d.getImageName(kPathRelative, TanimTime(1), "c", "", &fg, "s").str(), "s_v3.iff");
