@@ -1,0 +1,128 @@
+// The name subcommand, run as a user runs it.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/temp_dir.h"
+
+namespace {
+
+struct Trun {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+// Runs the program with `args`, without a shell, so patterns need no quoting.
+Trun runCli(const std::vector<std::string>& args) {
+    TtestTempDir dir;
+    const std::string outFile = dir.file("out"), errFile = dir.file("err");
+    Trun run;
+    const pid_t pid = fork();
+    if (pid == 0) {
+        if (!freopen(outFile.c_str(), "w", stdout) || !freopen(errFile.c_str(), "w", stderr)) _exit(127);
+        std::vector<char*> argv;
+        std::string program = SHADENET_CLI;
+        argv.push_back(program.data());
+        std::vector<std::string> copy = args;
+        for (std::string& a : copy) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        execv(program.c_str(), argv.data());
+        _exit(127);
+    }
+    int raw = 0;
+    if (pid > 0 && waitpid(pid, &raw, 0) == pid && WIFEXITED(raw)) run.status = WEXITSTATUS(raw);
+    auto slurp = [](const std::string& path) {
+        std::ifstream in(path);
+        std::stringstream s;
+        s << in.rdbuf();
+        return s.str();
+    };
+    run.out = slurp(outFile);
+    run.err = slurp(errFile);
+    return run;
+}
+
+}  // namespace
+
+TEST(NameCommand, ExpandsPatterns) {
+    struct Tcase {
+        std::vector<std::string> args;
+        const char* out;
+    };
+    const std::vector<std::string> shot{"--scene", "shot", "--camera", "persp", "--frame", "7", "--ext", "iff",
+                                        "--animated"};
+    auto plus = [&](std::vector<std::string> head) {
+        head.insert(head.end(), shot.begin(), shot.end());
+        return head;
+    };
+    const Tcase cases[] = {
+        {plus({"name", "%s.%4n.%e"}), "shot.0007.iff\n"},
+        {plus({"name", "img_@@@.%e"}), "img_007.iff\n"},
+        {plus({"name", "%/c%s%_2n"}), "persp/shot_07\n"},
+        {plus({"name", "%s.%4n.%e", "--keep-number"}), "shot.%4n.iff\n"},
+        {plus({"name", "%/l%s%_l.%e", "--layer", "fg", "--pass", "specular"}), "fg_specular/shot_fg_specular.iff\n"},
+        {plus({"name", "<Camera>/%s", "--field", "odd"}), "persp_odd/shot\n"},
+        {{"name", "%s.%4n", "--scene", "shot", "--frame", "-7", "--animated"}, "shot.-007\n"},
+        {{"name", "%s.%4n", "--scene", "a:b|c", "--frame", "7"}, "a_b_c.\n"},  // not animated: no number
+    };
+    for (const Tcase& c : cases) {
+        const Trun run = runCli(c.args);
+        EXPECT_EQ(run.status, 0) << c.args[1] << ": " << run.err;
+        EXPECT_EQ(run.out, c.out) << c.args[1];
+        EXPECT_EQ(run.err, "") << c.args[1];
+    }
+}
+
+TEST(NameCommand, RepairsPatterns) {
+    struct Tcase {
+        std::vector<std::string> args;
+        const char* out;
+    };
+    const Tcase cases[] = {
+        {{"name", "--fix", "%s%.e", "--need-frame"}, "%s%_4n%.e\n"},
+        {{"name", "--fix", "render", "--need-camera"}, "%/crender\n"},
+        {{"name", "--fix", "render", "--need-camera", "--need-layer"}, "%/l%/crender\n"},
+        {{"name", "--fix", "img.#.%e", "--need-frame"}, "img.%4n.%e\n"},
+        {{"name", "--fix", "%s"}, "%s\n"},
+    };
+    for (const Tcase& c : cases) {
+        const Trun run = runCli(c.args);
+        EXPECT_EQ(run.status, 0) << c.args[2] << ": " << run.err;
+        EXPECT_EQ(run.out, c.out) << c.args[2];
+    }
+    // The warning about the repair is shown on request, on stderr only.
+    const Trun verbose = runCli({"name", "--fix", "render", "--need-camera", "--verbose"});
+    EXPECT_EQ(verbose.out, "%/crender\n");
+    EXPECT_NE(verbose.err.find("%/crender"), std::string::npos) << verbose.err;
+}
+
+TEST(NameCommand, BadRequestsExitWithStatusTwo) {
+    struct Tcase {
+        std::vector<std::string> args;
+        const char* mentions;  // in the message on stderr
+    };
+    const Tcase cases[] = {
+        {{"name"}, "pattern"},
+        {{"name", "%s", "--frame", "seven"}, "--frame"},
+        {{"name", "%s", "--bogus"}, "--bogus"},
+        {{"name", "--fix", "%s", "--scene", "shot"}, "--scene"},
+        {{"name", "--fix", "%s", "--animated"}, "--animated"},
+        {{"name", "%s", "--need-frame"}, "--need-frame"},
+        {{"name", ""}, "empty"},
+        {{"name", std::string(5000, 'x')}, "longer"},
+    };
+    for (const Tcase& c : cases) {
+        const Trun run = runCli(c.args);
+        const std::string what = c.args.size() > 1 ? c.args.back().substr(0, 20) : "no pattern";
+        EXPECT_EQ(run.status, 2) << what;
+        EXPECT_EQ(run.out, "") << what;
+        EXPECT_NE(run.err.find(c.mentions), std::string::npos) << what << ": " << run.err;
+    }
+}
