@@ -114,11 +114,7 @@ struct TdnVSRenderGlobals : TdependNodeVS {
 
 class TdnRenderGlobals : public TnodeClass<TdnRenderGlobals, TdependNode, TdnVSRenderGlobals> {
 public:
-    // Spelled out rather than taken from renderNodeInfo, which the
-    // sanitizer build cannot evaluate at compile time; a test holds these
-    // facts to the class table.
-    static constexpr TnodeClassInfo kInfo{"TdnRenderGlobals", 516, "kRenderGlobals", "renderGlobals", "RGLB",
-                                          "rendernode", false, 0x20, false};
+    static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnRenderGlobals", 516, "kRenderGlobals");
     static constexpr const char* kDefaultRenderer = "toviSoftware";
 
     // Values of animationRange, fieldExtControl, outFormatControl, periodInExt, motionBlurType.
@@ -128,7 +124,6 @@ public:
     enum { kNothingInExt = 0, kPeriodInExt = 1, kUnderscoreInExt = 2 };
     enum { kUseMotionBlur2D = 0, kUseMotionBlur3D = 1 };
 
-    ~TdnRenderGlobals() override { releaseStringValues(*this); }
 
     SN_ATTRIBUTE(ImageFormat, imageFormat)
     SN_ATTRIBUTE(ImageFilePrefix, imageFilePrefix)

@@ -33,11 +33,7 @@ struct TdnVSRenderQuality : TdependNodeVS {
 
 class TdnRenderQuality : public TnodeClass<TdnRenderQuality, TdependNode, TdnVSRenderQuality> {
 public:
-    // Spelled out rather than taken from renderNodeInfo, which the
-    // sanitizer build cannot evaluate at compile time; a test holds these
-    // facts to the class table.
-    static constexpr TnodeClassInfo kInfo{"TdnRenderQuality", 517, "kRenderQuality", "renderQuality", "RQUA",
-                                          "renderGlobal/quality", false, 0x20, false};
+    static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnRenderQuality", 517, "kRenderQuality");
 
     enum { kHighestAA = 0, kHighAA = 1, kMediumAA = 2, kLowAA = 3 };
     enum {

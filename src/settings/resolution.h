@@ -23,11 +23,7 @@ struct TdnVSResolution : TdependNodeVS {
 
 class TdnResolution : public TnodeClass<TdnResolution, TdependNode, TdnVSResolution> {
 public:
-    // Spelled out rather than taken from renderNodeInfo, which the
-    // sanitizer build cannot evaluate at compile time; a test holds these
-    // facts to the class table.
-    static constexpr TnodeClassInfo kInfo{"TdnResolution", 518, "kResolution", "resolution", "RLTN",
-                                          "renderGlobal/resolution", false, 0x20, false};
+    static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnResolution", 518, "kResolution");
 
     enum { kNoFields = 0, kOddFields = 1, kEvenFields = 2, kAllFields = 3, kAllFieldsSeparate = 4 };
     enum { kAtTop = 0, kAtBottom = 1 };

@@ -29,17 +29,3 @@ inline void addSettingFields(TattributeEnum& e, std::initializer_list<std::pair<
     short value = 0;
     for (auto [label, key] : entries) e.addField(key, label, value++);
 }
-
-// Frees the string values of a node's own attributes. The base node's
-// destructor no longer sees a derived class's attributes, so a class with
-// string attributes calls this from its own destructor; what it leaves
-// behind are empty strings, which hold no memory.
-inline void releaseStringValues(TdependNode& node) {
-    for (Tattribute* a : node.vsData().ownAttributes()) {
-        if (a->valueType() != TvalueType::kString) continue;
-        void* value = node.storage(a);
-        if (!value) continue;
-        a->destructValue(value);
-        a->constructValue(value);
-    }
-}

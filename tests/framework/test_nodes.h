@@ -83,9 +83,11 @@ public:
 // Derives from the adder: attributes of the base come first.
 struct TtestDerivedVS : TdependNodeVS {
     TattributeFloat extra{"extra", "ex", TiffTag("EXTR")};
+    TattributeTyped label{"label", "lb", TiffTag("LABL"), TattributeTyped::Kind::kString};
 };
 class TtestDerived : public TnodeClass<TtestDerived, TtestAdder, TtestDerivedVS> {
 public:
     static constexpr TnodeClassInfo kInfo{"TtestDerived", 9003, "kTestDerived", "testDerived", "TDER"};
     SN_ATTRIBUTE(Extra, extra)
+    SN_ATTRIBUTE(Label, label)
 };

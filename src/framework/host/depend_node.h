@@ -193,6 +193,9 @@ private:
     friend class Tplug;
     using Key = std::pair<uint16_t, int>;  // attribute index, logical index
     struct Slot {
+        // The attribute whose values these are: the destructor runs after
+        // the derived class is gone and can no longer look it up.
+        const Tattribute* attribute = nullptr;
         std::vector<unsigned char> single;
         std::map<unsigned, std::vector<unsigned char>> elements;
         bool constructed = false;
