@@ -467,7 +467,8 @@ void TSEanalysis::layOut(TSEnodeDescription* d) {
         }
         if (const TSEconnectionRecord* c = direct[i]) {
             variable = align(variable, 8);
-            place(a, TdataBlockRendering::kVarPresentOtherDB, variable, TdataBlockRendering::kNoSegment, place);
+            place(a, TdataBlockRendering::kVarPresentOtherDB, variable, c->source->cut ? c->source->segment : TdataBlockRendering::kNoSegment,
+                  place);
             variable += std::max(size, kReferenceSlot);
             const Tattribute* source = c->source->node->attribute(unsigned(c->sourceAttr));
             plan.links.push_back({i, unsigned(c->source->block), source->index()});
@@ -549,7 +550,8 @@ void TSEanalysis::emitCopies(TSEnodeDescription* d, std::vector<TSEinstruction>&
         if (plan.info[root->index()].kind == TdataBlockRendering::kVarPresentOtherDB || a->childCount() || root == a) continue;
         unsigned offset = align(unsigned(plan.constants.size()), 8);
         plan.constants.resize(offset + align(a->size(), 8), 0);
-        readPlug(Tplug(node, a), plan.constants.data() + offset);
+        // Nothing drives it: its stored value, without pulling its siblings' sources.
+        a->copyValue(plan.constants.data() + offset, node->storage(a));
         TSEcopy copy{};
         copy.sourceSide = kSideConstant;
         copy.sourceBlock = uint16_t(d->block);
