@@ -232,10 +232,11 @@ TdataHandle TdataBlockRendering::inputValue(const Tattribute& a, unsigned first,
         case kVarUseParentOtherDB: {
             TdataHandle h = locate(a);
             if (h.block && h.block != this) {
+                // The entry names the segment that computes the value in the
+                // other block; this node's attribute indices mean nothing there.
                 auto* other = static_cast<TdataBlockRendering*>(h.block);
-                const Tattribute& target = e.kind == kVarUseParentOtherDB ? *topParent(&a) : a;
-                if (other->fNode && target.index() < other->fNode->attributeCount())
-                    other->computeSegment(other->info(target).parentOrSegment, target, first, count, other->fContext);
+                const AttrInfo& entry = e.kind == kVarUseParentOtherDB ? info(*topParent(&a)) : e;
+                if (entry.parentOrSegment >= 0) other->computeSegment(entry.parentOrSegment, a, first, count, other->fContext);
             }
             return h;
         }

@@ -80,7 +80,7 @@ TDNshadingEngineVS::TDNshadingEngineVS()
     miContourWidth.setNativeDefaultData(1.0);
 }
 
-TDNshadingEngine::TDNshadingEngine() = default;
+TDNshadingEngine::TDNshadingEngine() { setSamplerRequests(); }
 
 TDNshadingEngine::~TDNshadingEngine() {
     resetShadingEngine();
@@ -111,6 +111,7 @@ void TDNshadingEngine::resetShadingEngine() {
         releaseOpus(o);
     }
     for (OptionState& s : fOptions) s.requested = s.needs = TbitField64();
+    setSamplerRequests();
     cleanUpNetwork();
     for (auto* plugs : {&fLightPlugs, &fShadowPlugs, &fOwnPlugs}) {
         while (!plugs->empty()) {

@@ -8,7 +8,11 @@
 #include "framework/host/attribute_groups.h"
 #include "framework/host/threads.h"
 #include "shading/dispatch_compute.h"
+#include "shading/network_analysis.h"
 #include "shading/shading_types.h"
+
+class TgeoManagerBase;
+class TrenderThreadBase;
 
 // One block of light-data children ("defaultShadows" and its three siblings).
 struct TlightDataAttributes {
@@ -128,6 +132,30 @@ public:
     const OptionState& option(unsigned option) const { return fOptions[option]; }
     bool needs(TSEoption option, unsigned item) const { return fOptions[option].needs.test(item); }
 
+    // Network analysis: compiles the network behind the group for `option`
+    // into a program held in the shading catalog, once; later calls find it.
+    // `result` receives the requested items the network provides.
+    bool analyse(TSEoption option, TbitField64* result, TframeSampleData* data, const TgeoManagerBase* geoManager,
+                 TrenderThreadBase* thread);
+    using Analyser = bool (TDNshadingEngine::*)(TSEoption, TbitField64*, TbitField64*, TframeSampleData*,
+                                                const TgeoManagerBase*, TrenderThreadBase*);
+    static const Analyser fsAnalysers[kTSEoptionCount];
+    bool surfaceShadingInit(TSEoption, TbitField64* requested, TbitField64* result, TframeSampleData*, const TgeoManagerBase*,
+                            TrenderThreadBase*);
+    bool volumeShadingInit(TSEoption, TbitField64* requested, TbitField64* result, TframeSampleData*, const TgeoManagerBase*,
+                           TrenderThreadBase*);
+    bool dispShadingInit(TSEoption, TbitField64* requested, TbitField64* result, TframeSampleData*, const TgeoManagerBase*,
+                         TrenderThreadBase*);
+    // The items each option asks of the network, from the request constants.
+    static TbitField64 requestedForOption(TSEoption option);
+    void setSamplerRequests();
+    unsigned* fieldOffsetTable(TSEoption o) const { return fOptions[o].fieldOffsets; }
+    unsigned sampleSize(TSEoption o) const { return fOptions[o].sampleSize; }
+    // Set by analysis: the network's transparency does not vary per sample;
+    // its displacement is zero.
+    bool transparencyConstant() const { return fTransparencyConstant; }
+    bool displacementZero() const { return fDisplacementZero; }
+
     // The nodes of the network this group holds a reference on.
     void addToNodeTable(TdependNode* node, TframeSampleData* data);
     const std::vector<TdependNode*>& nodeTable() const { return fNodeTable; }
@@ -155,6 +183,7 @@ public:
     static void setDeleteOpusHook(DeleteOpusHook hook);
 
 private:
+    bool shadingInit(TSEsampleType type, TSEoption option, TbitField64* requested, TbitField64* result, TframeSampleData* data);
     void cleanUpNetwork();
     static bool lookUp(const std::vector<TdependNode*>& nodes, const std::vector<TbitFieldFixedN>& rows,
                        unsigned objectIndex, const TdependNode* light);
@@ -165,6 +194,8 @@ private:
     bool fResetPending = false;
     bool fHasUseBackground = false;
     bool fHasHideSourceLambert = false;
+    bool fTransparencyConstant = false;
+    bool fDisplacementZero = false;
     std::vector<TdependNode*> fNodeTable;
     std::vector<Tplug*> fLightPlugs, fShadowPlugs, fOwnPlugs;
     std::vector<TdependNode*> fLights, fShadowLights;

@@ -1,0 +1,825 @@
+// Network analysis: from a shading group and an option to a compiled
+// program. A depth-first walk classifies every input of every reached node
+// (constant for the batch or variable per sample, and where its value comes
+// from); loops and lazily read inputs are cut into segments computed on
+// demand; the rest becomes one straight-line program in dependency order.
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "framework/host/depend_node.h"
+#include "framework/shading_node.h"
+#include "shading/render_bases.h"
+#include "shading/sample.h"
+#include "shading/shading_catalog.h"
+#include "shading/shading_engine.h"
+#include "shading/shading_opus.h"
+
+namespace {
+
+constexpr uint32_t kEmittingGuard = 0xDEAD;
+constexpr uint16_t kNoBlock = 0xFFFF;
+// An input that reads another block's value keeps a (value, block) pair in its slot.
+constexpr unsigned kReferenceSlot = sizeof(TdataBlockRendering::OtherBlockRef);
+// Array values in a block: a header, then up to 64 elements.
+constexpr unsigned kMultiHeaderSize = 16;
+constexpr unsigned kMaxMultiElements = 64;
+
+// Search order per (port, sample type); 7 ends a list.
+constexpr uint8_t kSearchTable[7][5][4] = {
+    {{3, 1, 2, 7}, {4, 1, 2, 7}, {6, 1, 7, 7}, {5, 1, 7, 7}, {7, 7, 7, 7}},
+    {{0, 1, 7, 7}, {0, 1, 7, 7}, {0, 1, 7, 7}, {0, 1, 7, 7}, {0, 1, 7, 7}},
+    {{0, 1, 7, 7}, {0, 1, 7, 7}, {7, 7, 7, 7}, {7, 7, 7, 7}, {0, 1, 7, 7}},
+    {{0, 1, 2, 7}, {7, 7, 7, 7}, {7, 7, 7, 7}, {7, 7, 7, 7}, {0, 1, 7, 7}},
+    {{7, 7, 7, 7}, {0, 1, 2, 7}, {7, 7, 7, 7}, {7, 7, 7, 7}, {0, 1, 7, 7}},
+    {{0, 1, 7, 7}, {0, 1, 7, 7}, {7, 7, 7, 7}, {0, 1, 7, 7}, {7, 7, 7, 7}},
+    {{7, 7, 7, 7}, {7, 7, 7, 7}, {0, 1, 7, 7}, {7, 7, 7, 7}, {7, 7, 7, 7}},
+};
+
+// Request constants per option: items 0 to 31, then 32 to 63.
+constexpr uint32_t kRequests[kTSEoptionCount][2] = {
+    {0x001C0000, 0x00008000}, {0x191C0000, 0x00008000}, {0, 0x00400000}, {0x00080000, 0},
+    {0x68000000, 0},          {0x19080000, 0},          {0, 0x00400000}, {0, 0x00800000},
+    {0x191C0000, 0x00008000}, {0x19080000, 0},          {0x000C0000, 0x00800000}, {0x00040000, 0x00800000},
+};
+
+unsigned align(unsigned n, unsigned to) { return (n + to - 1) / to * to; }
+unsigned slotAlignment(unsigned size) { return size >= 8 ? 8 : size >= 4 ? 4 : size >= 2 ? 2 : 1; }
+
+bool isGroup(const TdependNode* node) { return node && node->typeof()->istype(TDNshadingEngine::sMetaclass()); }
+
+// Reads the value of a plug as the host graph sees it now.
+void readPlug(const Tplug& plug, void* into) {
+    TdataHandle handle;
+    handle.attribute = plug.attribute();
+    handle.value = into;
+    TmsgPlugValue(plug, handle, TdgContext::normal()).send();
+}
+
+bool allZero(const unsigned char* bytes, unsigned size) {
+    for (unsigned i = 0; i < size; ++i)
+        if (bytes[i]) return false;
+    return true;
+}
+
+// What the walk collects and emission turns into a program.
+class TSEanalysis {
+public:
+    TSEanalysis(TDNshadingEngine& group, TSEoption option, TSEsampleType type, TbitField64 requested, TbitField64& needs)
+        : fGroup(group), fOption(option), fType(type), fRequested(requested), fNeeds(needs),
+          fRoot(&group, nullptr, nullptr) {
+        fRoot.root = &fRoot;
+        fRoot.attributeCount = kSampleItemCount;
+        fRoot.memoryType.assign(kSampleItemCount, kMemoryVariable);
+        fRoot.wanted.assign(kSampleItemCount, 0);
+        fRoot.lazy.assign(kSampleItemCount, 0);
+    }
+
+    bool satisfySampler(TbitField64& result);
+    void cutLoops();
+    void segment();
+    TshadingOpus* distribute(TstackArena& arena, TbitField64 result, unsigned*& fieldOffsets, unsigned& sampleSize);
+    bool foundConstantTransparency() const { return fConstantTransparency; }
+
+private:
+    struct RootConstant {
+        unsigned item;
+        unsigned offset;  // in the root constant area
+    };
+
+    TSEnodeDescription* describe(TdependNode* node);
+    TSEnodeDescription* traverseNode(TSEportId port, const Tplug& plug);
+    TSEmemoryType processInput(TSEnodeDescription* d, const Tattribute* a, TSEportId port);
+    bool connect(TSEnodeDescription* d, const Tattribute* dest, const Tplug& source, TSEportId port, bool lazy);
+    TSEimplicitType findSource(const Tstring& name, TSEportId port, TSEnodeDescription* d, unsigned index,
+                               const Tattribute* attr);
+    TSEimplicitType offerFrom(const Tplug& plug, TSEportId port, TSEnodeDescription* d, unsigned index, const Tattribute* attr);
+    void finishOutput(TSEnodeDescription* d, const Tattribute* output);
+    void setMemory(TSEnodeDescription* d, const Tattribute* a, TSEmemoryType m);
+
+    // Emission.
+    struct Slot {
+        uint32_t kind;
+        unsigned offset;
+        int segment;
+    };
+    void layOut(TSEnodeDescription* d);
+    void emitNode(TSEnodeDescription* d, std::vector<TSEinstruction>& stream);
+    void emitCopies(TSEnodeDescription* d, std::vector<TSEinstruction>& stream);
+    unsigned addCopy(const TSEcopy& c);
+    unsigned newSegment();
+    TSEinstruction instruction(uint32_t op, uint32_t w0 = 0, uint32_t w1 = 0, uint32_t w2 = 0, uint32_t w3 = 0) {
+        TSEinstruction in{};
+        in.opcode = op;
+        in.word[0] = w0;
+        in.word[1] = w1;
+        in.word[2] = w2;
+        in.word[3] = w3;
+        return in;
+    }
+
+    TDNshadingEngine& fGroup;
+    TSEoption fOption;
+    TSEsampleType fType;
+    TbitField64 fRequested, fGiven;
+    TbitField64& fNeeds;
+    TSEnodeDescription fRoot;
+    std::vector<std::unique_ptr<TSEnodeDescription>> fDescriptions;
+    TSEnodeDescription* fList = nullptr;  // last completed first
+    bool fConstantTransparency = false;
+    bool fHasLoops = false;
+
+    // Emission state.
+    std::vector<TSEnodeDescription*> fBlocks;
+    struct BlockPlan {
+        std::vector<TdataBlockRendering::AttrInfo> info;
+        std::vector<TdataBlockRendering::MultiInfo> multi;
+        std::vector<uint16_t> hidden;
+        std::vector<unsigned char> constants;
+        unsigned elementSize = 0;
+        // Inputs that read another block's output directly: (attribute, source block, source attribute).
+        std::vector<std::array<unsigned, 3>> links;
+        // Constant pieces of variable inputs: (attribute, constant offset).
+        std::vector<std::pair<unsigned, unsigned>> constantParts;
+    };
+    std::vector<BlockPlan> fPlans;
+    std::vector<std::vector<TSEinstruction>> fSegments;
+    std::vector<TSEcopy> fCopies;
+    std::vector<TSEcomputeTarget> fTargets;
+    std::vector<TdependNodeMutexPtr> fMutexes;
+    std::vector<TdependNode*> fMutexNodes;
+    std::vector<unsigned char> fRootConstants;
+    std::vector<RootConstant> fRootConstantItems;
+    unsigned* fFields = nullptr;
+};
+
+TSEnodeDescription* TSEanalysis::describe(TdependNode* node) {
+    for (auto& d : fDescriptions)
+        if (d->node == node) return d.get();
+    return nullptr;
+}
+
+void TSEanalysis::setMemory(TSEnodeDescription* d, const Tattribute* a, TSEmemoryType m) {
+    d->memoryType[a->index()] = m;
+    for (unsigned c = 0; c < a->childCount(); ++c) setMemory(d, a->child(c), m);
+}
+
+bool TSEanalysis::satisfySampler(TbitField64& result) {
+    result.clearAll();
+    bool found = false;
+    for (unsigned index = 0; index < kSampleItemCount; ++index) {
+        TSEimplicitType r = kImplicitNotFound;
+        if (fRequested.test(index)) {
+            r = findSource(Tstring(Tsample::fDataItem[index]), kPortImplicit, &fRoot, index, nullptr);
+            if (r == kImplicitConstant || r == kImplicitVariable) {
+                result.set(index);
+                found = true;
+            }
+        }
+        if ((fType == kSampleSurface || fType == kSampleVolume) && index == kItemOutTransparency)
+            fConstantTransparency = r != kImplicitVariable;
+    }
+    return found;
+}
+
+TSEimplicitType TSEanalysis::offerFrom(const Tplug& plug, TSEportId port, TSEnodeDescription* d, unsigned index,
+                                       const Tattribute* attr) {
+    if (d == &fRoot) {
+        TSEnodeDescription* source = traverseNode(port, plug);
+        const Tattribute* output = plug.attribute();
+        if (source->memoryType[output->rootParent()->index()] == kMemoryVariable) {
+            fRoot.connections.push_back({kConnShaderOutput, source, int(output->index()), index, kMemoryVariable, false});
+            ++source->uses;
+            return kImplicitVariable;
+        }
+        // A constant: read once now.
+        unsigned size = Tsample::sStorageSize(index);
+        if (output->size() != size) return kImplicitNotFound;
+        unsigned offset = align(unsigned(fRootConstants.size()), 8);
+        fRootConstants.resize(offset + align(size, 8), 0);
+        readPlug(plug, fRootConstants.data() + offset);
+        if (allZero(fRootConstants.data() + offset, size)) {
+            fRootConstants.resize(offset);
+            return kImplicitZero;
+        }
+        fRoot.connections.push_back({kConnConstantValue, nullptr, int(output->index()), index, kMemoryConstant, false});
+        fRootConstantItems.push_back({index, offset});
+        return kImplicitConstant;
+    }
+    return connect(d, attr, plug, port, d->lazy[attr->index()]) ? kImplicitVariable : kImplicitConstant;
+}
+
+TSEimplicitType TSEanalysis::findSource(const Tstring& name, TSEportId port, TSEnodeDescription* d, unsigned index,
+                                        const Tattribute* attr) {
+    TDNshadingEngine& g = fGroup;
+    for (uint8_t step : kSearchTable[port][fType]) {
+        if (step == kPortEnd) break;
+        if (step == kPortImplicit) {
+            if (d == &fRoot) continue;
+            int item = Tsample::sItemIndex(name.asC());
+            if (item < 0 || fRequested.test(unsigned(item))) continue;
+            if (attr->size() != Tsample::sStorageSize(unsigned(item))) continue;
+            d->connections.push_back({kConnSampleItem, nullptr, item, index, kMemoryVariable, false});
+            fNeeds.set(unsigned(item));
+            return kImplicitVariable;
+        }
+        if (step == kPortLightData) continue;  // light lists come with the lights
+        if (step == kPortUnsolicited) {
+            TuInt32Array indices;
+            g.getExistingMultiAttributeIndices(Tplug(&g, &TDNshadingEngine::saUnsolicited(), true), indices);
+            for (unsigned e = 0; e < indices.length(); ++e) {
+                const Tplug* offered = g.sourceOf(Tplug(&g, &TDNshadingEngine::saUnsolicited(), int(indices[e])));
+                if (!offered || offered->node() == d->node || isGroup(offered->node())) continue;
+                TdependNode* node = offered->node();
+                for (unsigned i = 0; i < node->attributeCount(); ++i) {
+                    const Tattribute* a = node->attribute(i);
+                    if (a->parent() || !a->isReadable() || a->matchName() != name) continue;
+                    if (attr && a->size() != attr->size()) continue;
+                    return offerFrom(Tplug(node, a), TSEportId(kPortUnsolicited), d, index, attr);
+                }
+            }
+            continue;
+        }
+        // A shader slot of the group.
+        const Tattribute* slot = step == kPortSurfaceShader   ? &TDNshadingEngine::saSurfaceShader()
+                                 : step == kPortVolumeShader  ? &TDNshadingEngine::saVolumeShader()
+                                 : step == kPortDisplacementShader ? &TDNshadingEngine::saDisplacementShader()
+                                                                   : &TDNshadingEngine::saImageShader();
+        const Tplug* shader = g.sourceOf(Tplug(&g, slot));
+        if (!shader) continue;
+        TdependNode* node = shader->node();
+        for (unsigned i = 0; i < node->attributeCount(); ++i) {
+            const Tattribute* a = node->attribute(i);
+            if (a->parent() || !a->isReadable() || a->matchName() != name) continue;
+            return offerFrom(Tplug(node, a), TSEportId(step), d, index, attr);
+        }
+    }
+    return kImplicitNotFound;
+}
+
+TSEnodeDescription* TSEanalysis::traverseNode(TSEportId port, const Tplug& plug) {
+    TdependNode* node = plug.node();
+    const Tattribute* output = plug.attribute()->rootParent();
+    TSEnodeDescription* d = describe(node);
+    if (!d) {
+        fDescriptions.push_back(std::make_unique<TSEnodeDescription>(&fGroup, &fRoot, node));
+        d = fDescriptions.back().get();
+        d->inProgress = true;
+        if (TshadingNode* shading = TshadingNode::fromNode(node)) shading->analyse(&fGroup, d, nullptr, fNeeds);
+        for (unsigned i = 0; i < d->attributeCount; ++i) {
+            const Tattribute* a = node->attribute(i);
+            if (a->parent() || a->isComputed() || !a->isWritable()) continue;
+            processInput(d, a, port);
+        }
+        d->inProgress = false;
+        finishOutput(d, output);
+    } else if (d->inProgress) {
+        // The walk came back to a node it is still inside: a loop. The node is
+        // computed on demand, and its output counts as varying.
+        d->cut = true;
+        d->loop = true;
+        fHasLoops = true;
+        d->wanted[output->index()] = 1;
+        setMemory(d, output, kMemoryVariable);
+    } else {
+        finishOutput(d, output);
+    }
+    return d;
+}
+
+void TSEanalysis::finishOutput(TSEnodeDescription* d, const Tattribute* output) {
+    d->wanted[output->index()] = 1;
+    if (d->memoryType[output->index()] != kMemoryVariable) {
+        TbitFieldFixedN affectors(d->attributeCount);
+        d->matrix->allAffectors(output->index(), affectors);
+        if (TshadingNode* shading = TshadingNode::fromNode(d->node))
+            shading->modifyAffects(output, affectors, &fGroup, nullptr);
+        bool variable = false;
+        for (unsigned i = 0; i < d->attributeCount && !variable; ++i)
+            if (affectors.test(i) && d->memoryType[d->node->attribute(i)->rootParent()->index()] == kMemoryVariable) variable = true;
+        setMemory(d, output, variable ? kMemoryVariable : kMemoryConstant);
+    }
+    if (d->memoryType[output->index()] == kMemoryVariable && !d->emitted) {
+        d->emitted = true;
+        d->next = fList;
+        fList = d;
+    }
+}
+
+bool TSEanalysis::connect(TSEnodeDescription* d, const Tattribute* dest, const Tplug& source, TSEportId port, bool lazy) {
+    TSEnodeDescription* s = traverseNode(port, source);
+    bool variable = s->memoryType[source.attribute()->rootParent()->index()] == kMemoryVariable;
+    d->connections.push_back({variable ? kConnNodeOutput : kConnConstantPlug, s, int(source.attribute()->index()), dest->index(),
+                              variable ? kMemoryVariable : kMemoryConstant, lazy});
+    if (variable) ++s->uses;
+    return variable;
+}
+
+TSEmemoryType TSEanalysis::processInput(TSEnodeDescription* d, const Tattribute* a, TSEportId port) {
+    TdependNode* node = d->node;
+    bool lazy = d->lazy[a->index()];
+    bool any = false, variable = false;
+    std::vector<const Tattribute*> tree{a};
+    for (unsigned i = 0; i < tree.size(); ++i)
+        for (unsigned c = 0; c < tree[i]->childCount(); ++c) tree.push_back(tree[i]->child(c));
+    if (a->isArray()) {
+        // Elements are read at analysis; their sources are walked so that the
+        // nodes behind them are known, and count as constant here.
+        TuInt32Array indices;
+        node->getExistingMultiAttributeIndices(Tplug(node, a, true), indices);
+        for (unsigned e = 0; e < indices.length(); ++e)
+            for (const Tattribute* x : tree)
+                if (const Tplug* source = node->sourceOf(Tplug(node, x, int(indices[e])))) {
+                    if (isGroup(source->node())) continue;
+                    traverseNode(port, *source);
+                    any = true;
+                }
+        setMemory(d, a, kMemoryConstant);
+        return kMemoryConstant;
+    }
+    for (const Tattribute* x : tree) {
+        const Tplug* source = node->sourceOf(Tplug(node, x));
+        if (!source || isGroup(source->node())) continue;
+        any = true;
+        if (connect(d, x, *source, port, lazy)) variable = true;
+    }
+    if (!any) variable = findSource(a->matchName(), port, d, a->index(), a) == kImplicitVariable;
+    setMemory(d, a, variable ? kMemoryVariable : kMemoryConstant);
+    return variable ? kMemoryVariable : kMemoryConstant;
+}
+
+void TSEanalysis::cutLoops() {
+    for (auto& d : fDescriptions) d->pending = d->uses;
+    auto pass = [](TSEnodeDescription* d) {
+        if (d->node && d->pending > 0) d->cut = true;
+        for (const TSEconnectionRecord& c : d->connections)
+            if (c.source && c.memory == kMemoryVariable && c.source->pending > 0) --c.source->pending;
+    };
+    pass(&fRoot);
+    for (TSEnodeDescription* d = fList; d; d = d->next) pass(d);
+    // A lazily read input's source runs only when asked.
+    for (TSEnodeDescription* d = fList; d; d = d->next)
+        for (const TSEconnectionRecord& c : d->connections)
+            if (c.lazy && c.source && c.memory == kMemoryVariable) c.source->cut = true;
+}
+
+void TSEanalysis::segment() {
+    // A shared node upstream of a cut node is cut as well, so that each
+    // segment owns only the nodes nobody else reads.
+    bool changed = true;
+    while (changed) {
+        changed = false;
+        for (TSEnodeDescription* d = fList; d; d = d->next) d->visited = false;
+        for (TSEnodeDescription* top = fList; top; top = top->next) {
+            if (!top->cut) continue;
+            std::vector<TSEnodeDescription*> work{top};
+            while (!work.empty()) {
+                TSEnodeDescription* d = work.back();
+                work.pop_back();
+                if (d->visited) continue;
+                d->visited = true;
+                for (const TSEconnectionRecord& c : d->connections) {
+                    if (!c.source || c.memory != kMemoryVariable || c.source->cut) continue;
+                    if (c.source->uses > 1) {
+                        c.source->cut = true;
+                        changed = true;
+                    } else {
+                        work.push_back(c.source);
+                    }
+                }
+            }
+        }
+    }
+}
+
+unsigned TSEanalysis::newSegment() {
+    fSegments.emplace_back();
+    return unsigned(fSegments.size() - 1);
+}
+
+unsigned TSEanalysis::addCopy(const TSEcopy& c) {
+    fCopies.push_back(c);
+    return unsigned(fCopies.size() - 1);
+}
+
+void TSEanalysis::layOut(TSEnodeDescription* d) {
+    BlockPlan& plan = fPlans[unsigned(d->block)];
+    TdependNode* node = d->node;
+    unsigned n = d->attributeCount;
+    plan.info.assign(n, {TdataBlockRendering::kConstPresent, 0, TdataBlockRendering::kNoSegment});
+    unsigned variable = 0;
+
+    // Inputs that can read their single source's block directly.
+    std::vector<const TSEconnectionRecord*> direct(n, nullptr);
+    std::vector<unsigned> connectionCount(n, 0);
+    for (const TSEconnectionRecord& c : d->connections) connectionCount[node->attribute(c.destAttr)->rootParent()->index()]++;
+    for (const TSEconnectionRecord& c : d->connections) {
+        const Tattribute* dest = node->attribute(c.destAttr);
+        if (c.kind != kConnNodeOutput || dest->parent() || dest->isArray() || connectionCount[dest->index()] != 1) continue;
+        const Tattribute* source = c.source->node->attribute(unsigned(c.sourceAttr));
+        if (source->parent() || source->isArray() || source->typeof() != dest->typeof()) continue;
+        direct[dest->index()] = &c;
+    }
+
+    auto place = [&](const Tattribute* a, uint32_t kind, unsigned offset, int segment, auto&& self) -> void {
+        plan.info[a->index()] = {kind, uint16_t(offset), int16_t(segment)};
+        for (unsigned c = 0; c < a->childCount(); ++c)
+            self(a->child(c), kind, offset + a->child(c)->offsetInParent(), segment, self);
+    };
+    for (unsigned i = 0; i < n; ++i) {
+        const Tattribute* a = node->attribute(i);
+        if (a->parent()) continue;
+        bool isVariable = d->memoryType[i] == kMemoryVariable;
+        unsigned size = a->size();
+        if (a->isArray() && !isVariable) {
+            TuInt32Array indices;
+            node->getExistingMultiAttributeIndices(Tplug(node, a, true), indices);
+            unsigned count = 0;
+            for (unsigned e = 0; e < indices.length(); ++e) count = std::max(count, std::min(indices[e] + 1, kMaxMultiElements));
+            unsigned offset = align(unsigned(plan.constants.size()), 8);
+            plan.constants.resize(offset + kMultiHeaderSize + count * size, 0);
+            uint32_t header[4] = {count, size, 0, 0};
+            for (unsigned e = 0; e < indices.length(); ++e) {
+                unsigned k = indices[e];
+                if (k >= count) continue;
+                header[2 + k / 32] |= 1u << (k % 32);
+                readPlug(Tplug(node, a, int(k)), plan.constants.data() + offset + kMultiHeaderSize + k * size);
+            }
+            std::memcpy(plan.constants.data() + offset, header, sizeof header);
+            plan.multi.push_back({0, count, 0, 0, kMultiHeaderSize, 8});
+            place(a, TdataBlockRendering::kConstPresent, offset, int(plan.multi.size() - 1), place);
+            continue;
+        }
+        if (!isVariable) {
+            unsigned offset = align(unsigned(plan.constants.size()), slotAlignment(size));
+            plan.constants.resize(offset + size, 0);
+            if (!(a->flags() & kAttrNeedsConstruction) && size) {
+                if (a->isComputed())
+                    a->copyDefaultValue(plan.constants.data() + offset);
+                else
+                    readPlug(Tplug(node, a), plan.constants.data() + offset);
+            }
+            place(a, TdataBlockRendering::kConstPresent, offset, TdataBlockRendering::kNoSegment, place);
+            continue;
+        }
+        if (const TSEconnectionRecord* c = direct[i]) {
+            variable = align(variable, 8);
+            place(a, TdataBlockRendering::kVarPresentOtherDB, variable, c->source->cut ? c->source->segment : TdataBlockRendering::kNoSegment,
+                  place);
+            variable += std::max(size, kReferenceSlot);
+            const Tattribute* source = c->source->node->attribute(unsigned(c->sourceAttr));
+            plan.links.push_back({i, unsigned(c->source->block), source->index()});
+            continue;
+        }
+        variable = align(variable, slotAlignment(size));
+        int segment = a->isComputed() && d->cut ? d->segment : TdataBlockRendering::kNoSegment;
+        place(a, TdataBlockRendering::kVarPresent, variable, segment, place);
+        if (a->flags() & kAttrNeedsConstruction) plan.hidden.push_back(uint16_t(i));
+        variable += size;
+    }
+    plan.elementSize = align(std::max(variable, 8u), 8);
+}
+
+void TSEanalysis::emitCopies(TSEnodeDescription* d, std::vector<TSEinstruction>& stream) {
+    BlockPlan& plan = fPlans[unsigned(d->block)];
+    TdependNode* node = d->node;
+    uint16_t block = uint16_t(d->block);
+    std::vector<uint8_t> covered(d->attributeCount, 0);
+    for (const TSEconnectionRecord& c : d->connections) {
+        const Tattribute* dest = node->attribute(c.destAttr);
+        const Tattribute* root = dest->rootParent();
+        auto& info = plan.info[dest->index()];
+        covered[dest->index()] = 1;
+        for (const Tattribute* p = dest->parent(); p; p = p->parent()) covered[p->index()] = 1;
+        std::vector<const Tattribute*> below{dest};
+        for (unsigned k = 0; k < below.size(); ++k)
+            for (unsigned ch = 0; ch < below[k]->childCount(); ++ch) {
+                below.push_back(below[k]->child(ch));
+                covered[below[k]->child(ch)->index()] = 1;
+            }
+        if (d->memoryType[root->index()] != kMemoryVariable || info.kind == TdataBlockRendering::kVarPresentOtherDB) continue;
+        TSEcopy copy{};
+        copy.destSide = kSideVariable;
+        copy.destBlock = block;
+        copy.destOffset = info.offset;
+        copy.size = dest->size();
+        copy.sourceSegment = -1;
+        if (c.kind == kConnSampleItem) {
+            copy.sourceSide = kSideSample;
+            copy.sourceBlock = kNoBlock;
+            copy.sourceOffset = unsigned(c.sourceAttr);
+        } else if (c.kind == kConnNodeOutput) {
+            const TSEnodeDescription* s = c.source;
+            const Tattribute* source = s->node->attribute(unsigned(c.sourceAttr));
+            if (source->size() != dest->size()) continue;
+            copy.sourceSide = kSideVariable;
+            copy.sourceBlock = uint16_t(s->block);
+            copy.sourceOffset = fPlans[unsigned(s->block)].info[source->index()].offset;
+            if (s->cut) copy.sourceSegment = s->segment;
+        } else {
+            // A constant piece of a varying input: read now, spread per sample.
+            unsigned offset = align(unsigned(plan.constants.size()), 8);
+            plan.constants.resize(offset + align(dest->size(), 8), 0);
+            readPlug(Tplug(node, dest), plan.constants.data() + offset);
+            copy.sourceSide = kSideConstant;
+            copy.sourceBlock = block;
+            copy.sourceOffset = offset;
+        }
+        copy.routine = selectCopyRoutine(copy.size, copy.sourceSide, copy.destSide);
+        if (!copy.routine) continue;
+        unsigned index = addCopy(copy);
+        if (c.lazy && copy.sourceSegment > 0) {
+            // Runs only for the samples the node asks for.
+            unsigned s = newSegment();
+            fSegments[s].push_back(instruction(kOpCopy, index));
+            info.parentOrSegment = int16_t(s);
+            for (const Tattribute* p = dest->parent(); p; p = p->parent())
+                plan.info[p->index()].kind = TdataBlockRendering::kVarUseChild;
+        } else {
+            stream.push_back(instruction(kOpCopy, index));
+        }
+    }
+    // Parts of varying compounds that nothing drives keep their stored value.
+    for (unsigned i = 0; i < d->attributeCount; ++i) {
+        const Tattribute* a = node->attribute(i);
+        const Tattribute* root = a->rootParent();
+        if (a->isComputed() || covered[i] || d->memoryType[root->index()] != kMemoryVariable) continue;
+        if (plan.info[root->index()].kind == TdataBlockRendering::kVarPresentOtherDB || a->childCount() || root == a) continue;
+        unsigned offset = align(unsigned(plan.constants.size()), 8);
+        plan.constants.resize(offset + align(a->size(), 8), 0);
+        // Nothing drives it: its stored value, without pulling its siblings' sources.
+        a->copyValue(plan.constants.data() + offset, node->storage(a));
+        TSEcopy copy{};
+        copy.sourceSide = kSideConstant;
+        copy.sourceBlock = uint16_t(d->block);
+        copy.sourceOffset = offset;
+        copy.destSide = kSideVariable;
+        copy.destBlock = uint16_t(d->block);
+        copy.destOffset = plan.info[i].offset;
+        copy.size = a->size();
+        copy.sourceSegment = -1;
+        copy.routine = selectCopyRoutine(copy.size, copy.sourceSide, copy.destSide);
+        if (copy.routine) stream.push_back(instruction(kOpCopy, addCopy(copy)));
+    }
+}
+
+void TSEanalysis::emitNode(TSEnodeDescription* d, std::vector<TSEinstruction>& stream) {
+    if (d->codeEmitted) return;
+    d->codeEmitted = true;
+    d->guard = kEmittingGuard;
+    for (const TSEconnectionRecord& c : d->connections)
+        if (c.source && c.memory == kMemoryVariable && !c.source->cut) emitNode(c.source, stream);
+    emitCopies(d, stream);
+    for (unsigned i = 0; i < d->attributeCount; ++i) {
+        const Tattribute* a = d->node->attribute(i);
+        if (a->parent() || !a->isComputed() || !d->wanted[i] || d->memoryType[i] != kMemoryVariable) continue;
+        TSEcomputeTarget target{Tplug(d->node, a), TshadingNode::fromNode(d->node), nullptr};
+        uint32_t op = kOpCompute;
+        if (!d->node->isMpSafe()) {
+            fMutexes.push_back(TdepNodeMutexMgr::instance().obtainNodeMutex(d->node));
+            fMutexNodes.push_back(d->node);
+            target.mutex = fMutexes.back().get();
+            op = kOpComputeLocked;
+        }
+        fTargets.push_back(target);
+        stream.push_back(instruction(op, uint32_t(d->block), uint32_t(fTargets.size() - 1)));
+    }
+    d->guard = 0;
+}
+
+template <typename T>
+T* copyToArena(TstackArena& arena, const T* data, size_t count) {
+    if (!count) return nullptr;
+    T* out = static_cast<T*>(arena.allocate(sizeof(T) * count));
+    for (size_t i = 0; i < count; ++i) new (&out[i]) T(data[i]);
+    return out;
+}
+
+TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, unsigned*& fieldOffsets, unsigned& sampleSize) {
+    // Sample layout: the found outputs, the items the network reads, and the object.
+    TbitField64 needed = (fRequested & result) | fNeeds;
+    needed.set(kItemObjectId);
+    fFields = static_cast<unsigned*>(arena.allocate(sizeof(unsigned) * Tsample::sFieldTableLength(0)));
+    sampleSize = Tsample::sBuildFieldOffsets(needed, fFields);
+    fieldOffsets = fFields;
+
+    // Blocks, first completed first, so that sources come before consumers.
+    for (TSEnodeDescription* d = fList; d; d = d->next) fBlocks.push_back(d);
+    std::reverse(fBlocks.begin(), fBlocks.end());
+    fPlans.resize(fBlocks.size());
+    for (unsigned b = 0; b < fBlocks.size(); ++b) fBlocks[b]->block = int(b);
+    newSegment();  // segment 0: the straight-line program
+    for (TSEnodeDescription* d : fBlocks)
+        if (d->cut) d->segment = int(newSegment());
+    for (TSEnodeDescription* d : fBlocks) layOut(d);
+
+    // Segment 0: set up every block, link direct reads, then the root's needs.
+    std::vector<TSEinstruction>& prologue = fSegments[0];
+    for (unsigned b = 0; b < fBlocks.size(); ++b) prologue.push_back(instruction(kOpSetUpBlock, b));
+    for (unsigned b = 0; b < fBlocks.size(); ++b)
+        for (auto& link : fPlans[b].links) prologue.push_back(instruction(kOpLinkBlock, b, link[0], link[1], link[2]));
+    for (TSEnodeDescription* d : fBlocks)
+        if (d->cut) {
+            std::vector<TSEinstruction> stream;
+            emitNode(d, stream);
+            auto& target = fSegments[unsigned(d->segment)];
+            target.insert(target.end(), stream.begin(), stream.end());
+        }
+    std::vector<TSEinstruction> main;
+    for (const TSEconnectionRecord& c : fRoot.connections)
+        if (c.source && !c.source->cut) emitNode(c.source, main);
+    unsigned rootConstantBase = 0;  // fixed below, once the block constants are placed
+    std::vector<unsigned> rootCopies;
+    for (const TSEconnectionRecord& c : fRoot.connections) {
+        TSEcopy copy{};
+        copy.destSide = kSideSample;
+        copy.destBlock = kNoBlock;
+        copy.destOffset = c.destAttr;
+        copy.size = Tsample::sStorageSize(c.destAttr);
+        copy.sourceSegment = -1;
+        if (c.kind == kConnShaderOutput) {
+            const Tattribute* source = c.source->node->attribute(unsigned(c.sourceAttr));
+            if (source->size() != copy.size) continue;
+            copy.sourceSide = kSideVariable;
+            copy.sourceBlock = uint16_t(c.source->block);
+            copy.sourceOffset = fPlans[unsigned(c.source->block)].info[source->index()].offset;
+            if (c.source->cut) copy.sourceSegment = c.source->segment;
+        } else {
+            copy.sourceSide = kSideConstant;
+            copy.sourceBlock = kNoBlock;
+            for (const RootConstant& rc : fRootConstantItems)
+                if (rc.item == c.destAttr) copy.sourceOffset = rc.offset;
+            rootCopies.push_back(unsigned(fCopies.size()));
+        }
+        copy.routine = selectCopyRoutine(copy.size, copy.sourceSide, copy.destSide);
+        if (copy.routine) main.push_back(instruction(kOpCopy, addCopy(copy)));
+    }
+    prologue.insert(prologue.end(), main.begin(), main.end());
+
+    // Constants: every block's area, then the root's.
+    std::vector<unsigned char> constants;
+    std::vector<TSEblockLayout> layouts(fBlocks.size());
+    unsigned variableBase = 0;
+    for (unsigned b = 0; b < fBlocks.size(); ++b) {
+        BlockPlan& plan = fPlans[b];
+        unsigned offset = align(unsigned(constants.size()), 16);
+        constants.resize(offset);
+        constants.insert(constants.end(), plan.constants.begin(), plan.constants.end());
+        TSEblockLayout& layout = layouts[b];
+        layout.node = fBlocks[b]->node;
+        layout.elementSize = plan.elementSize;
+        layout.variableBase = variableBase;
+        variableBase += plan.elementSize;
+        layout.constantOffset = offset;
+        layout.constantSize = unsigned(plan.constants.size());
+        layout.info = copyToArena(arena, plan.info.data(), plan.info.size());
+        layout.multi = copyToArena(arena, plan.multi.data(), plan.multi.size());
+        std::vector<uint16_t> hidden{uint16_t(plan.hidden.size())};
+        hidden.insert(hidden.end(), plan.hidden.begin(), plan.hidden.end());
+        layout.hidden = copyToArena(arena, hidden.data(), hidden.size());
+    }
+    rootConstantBase = align(unsigned(constants.size()), 16);
+    constants.resize(rootConstantBase);
+    constants.insert(constants.end(), fRootConstants.begin(), fRootConstants.end());
+    for (unsigned c : rootCopies) fCopies[c].sourceOffset += rootConstantBase;
+
+    // The instruction list and its segment table.
+    std::vector<TSEinstruction> all;
+    std::vector<unsigned> segments;
+    for (auto& s : fSegments) {
+        segments.push_back(unsigned(all.size()));
+        all.insert(all.end(), s.begin(), s.end());
+    }
+    segments.push_back(unsigned(all.size()));
+
+    TshadingOpus::Program program{};
+    program.instructions = copyToArena(arena, all.data(), all.size());
+    program.instructionCount = unsigned(all.size());
+    program.segments = copyToArena(arena, segments.data(), segments.size());
+    program.segmentCount = unsigned(fSegments.size());
+    program.blocks = copyToArena(arena, layouts.data(), layouts.size());
+    program.blockCount = unsigned(layouts.size());
+    program.copies = copyToArena(arena, fCopies.data(), fCopies.size());
+    program.copyCount = unsigned(fCopies.size());
+    program.targets = copyToArena(arena, fTargets.data(), fTargets.size());
+    program.targetCount = unsigned(fTargets.size());
+    program.mutexes = copyToArena(arena, fMutexes.data(), fMutexes.size());
+    program.mutexNodes = copyToArena(arena, fMutexNodes.data(), fMutexNodes.size());
+    program.mutexCount = unsigned(fMutexes.size());
+    program.constants = copyToArena(arena, constants.data(), constants.size());
+    program.constantSize = unsigned(constants.size());
+    program.variableSize = variableBase;
+    program.zeroVariables = fHasLoops;
+
+    auto* opus = new (arena.allocate(sizeof(TshadingOpus))) TshadingOpus(&fGroup, fOption, &arena);
+    opus->initialize(program, fNeeds, fRequested, fFields, &fGroup);
+    return opus;
+}
+
+}  // namespace
+
+TSEnodeDescription::TSEnodeDescription(TDNshadingEngine* engine_, TSEnodeDescription* root_, TdependNode* node_)
+    : engine(engine_), root(root_), node(node_) {
+    if (!node) return;
+    matrix = &node->dependencies();
+    attributeCount = node->attributeCount();
+    memoryType.assign(attributeCount, kMemoryUnknown);
+    wanted.assign(attributeCount, 0);
+    lazy.assign(attributeCount, 0);
+}
+
+void TSEnodeDescription::markLazyInput(const Tattribute& input) {
+    if (input.index() < lazy.size()) lazy[input.index()] = 1;
+}
+
+// ---------------------------------------------------------------- the group's side
+
+const TDNshadingEngine::Analyser TDNshadingEngine::fsAnalysers[kTSEoptionCount] = {
+    &TDNshadingEngine::surfaceShadingInit, &TDNshadingEngine::volumeShadingInit,  &TDNshadingEngine::dispShadingInit,
+    &TDNshadingEngine::surfaceShadingInit, &TDNshadingEngine::volumeShadingInit,  &TDNshadingEngine::volumeShadingInit,
+    &TDNshadingEngine::surfaceShadingInit, &TDNshadingEngine::surfaceShadingInit, &TDNshadingEngine::surfaceShadingInit,
+    &TDNshadingEngine::surfaceShadingInit, &TDNshadingEngine::surfaceShadingInit, &TDNshadingEngine::surfaceShadingInit,
+};
+
+TbitField64 TDNshadingEngine::requestedForOption(TSEoption option) {
+    return TbitField64((uint64_t(kRequests[option][1]) << 32) | kRequests[option][0]);
+}
+
+void TDNshadingEngine::setSamplerRequests() {
+    for (unsigned o = 0; o < kTSEoptionCount; ++o) fOptions[o].requested = requestedForOption(TSEoption(o));
+}
+
+bool TDNshadingEngine::analyse(TSEoption option, TbitField64* result, TframeSampleData* data, const TgeoManagerBase* geoManager,
+                               TrenderThreadBase* thread) {
+    if (option >= kTSEoptionCount) return false;
+    return (this->*fsAnalysers[option])(option, &fOptions[option].requested, result, data, geoManager, thread);
+}
+
+bool TDNshadingEngine::surfaceShadingInit(TSEoption option, TbitField64* requested, TbitField64* result, TframeSampleData* data,
+                                          const TgeoManagerBase*, TrenderThreadBase*) {
+    return shadingInit(kSampleSurface, option, requested, result, data);
+}
+bool TDNshadingEngine::volumeShadingInit(TSEoption option, TbitField64* requested, TbitField64* result, TframeSampleData* data,
+                                         const TgeoManagerBase*, TrenderThreadBase*) {
+    return shadingInit(kSampleVolume, option, requested, result, data);
+}
+bool TDNshadingEngine::dispShadingInit(TSEoption option, TbitField64* requested, TbitField64* result, TframeSampleData* data,
+                                       const TgeoManagerBase*, TrenderThreadBase*) {
+    return shadingInit(kSampleDisplacement, option, requested, result, data);
+}
+
+bool TDNshadingEngine::shadingInit(TSEsampleType type, TSEoption option, TbitField64* requested, TbitField64* result,
+                                   TframeSampleData*) {
+    TdependNodeMutexPtr mutex = TdepNodeMutexMgr::instance().obtainNodeMutex(this);
+    bool found = false;
+    {
+        TmtLock lock(*mutex);
+        OptionState& state = fOptions[option];
+        TshadingOpus** slot = nullptr;
+        TstackArena* arena = nullptr;
+        bool present = TshadingCatalog::getOpus(slot, arena, this, option);
+        if (present) {
+            if (state.opus == *slot) {
+                found = true;
+            } else if (!state.opus) {
+                state.opus = *slot;
+                state.fieldOffsets = (*slot)->fieldOffsetTable();
+                state.needs = (*slot)->needs();
+                state.sampleSize = (state.fieldOffsets[Tsample::sFieldTableLength(0) - 1] + 7) / 8 * 8;
+                found = true;
+            } else {
+                std::printf("analysis error 1 opt=%d\n", int(option));
+                found = true;
+            }
+        } else if (state.opus) {
+            found = true;
+        } else {
+            TbitField64 ignored;
+            TbitField64& out = result ? *result : ignored;
+            if (fDeepRaster) state.needs |= fDeepRaster->wantedItems();
+            if (type == kSampleDisplacement) fDisplacementZero = true;
+            TSEanalysis analysis(*this, option, type, *requested, state.needs);
+            found = analysis.satisfySampler(out);
+            if (type == kSampleSurface || type == kSampleVolume) fTransparencyConstant = analysis.foundConstantTransparency();
+            if (found) {
+                analysis.cutLoops();
+                analysis.segment();
+                unsigned* fields = nullptr;
+                unsigned size = 0;
+                TshadingOpus* opus = analysis.distribute(*arena, out, fields, size);
+                *slot = opus;
+                state.opus = opus;
+                state.fieldOffsets = fields;
+                state.sampleSize = size;
+            } else {
+                // Nothing to shade: give the catalog entry back.
+                TshadingCatalog::deleteOpus(this, option, true);
+            }
+        }
+    }
+    TdepNodeMutexMgr::instance().returnMutex(this, mutex);
+    return found;
+}

@@ -1,0 +1,270 @@
+#include "shading/shading_opus.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "framework/host/depend_node.h"
+#include "framework/shading_node.h"
+#include "shading/dispatch_compute.h"
+#include "shading/sample.h"
+#include "shading/shading_engine.h"
+
+// The state of one run: everything lives in the caller's stack frame.
+struct TSEframe {
+    const TshadingOpus* opus;
+    TdataBlockRendering* blocks;
+    unsigned char* constants;
+    unsigned char* variables;
+    uint64_t* segmentDone;  // per segment, the samples it has computed in this run
+    Tsample* const* samples;
+    const unsigned* fields;
+    unsigned count;
+    unsigned blocksMade;
+};
+
+namespace {
+struct Dispatcher : TDNdispatchCompute {
+    static bool run(TdependNode* node, const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
+        return dispatchCompute(node, plug, block, first, count);
+    }
+};
+
+constexpr uint16_t kNoBlock = 0xFFFF;
+constexpr size_t kFrameAlignment = 16;
+
+size_t align16(size_t n) { return (n + 15) & ~size_t(15); }
+
+uint64_t rangeMask(unsigned first, unsigned count) {
+    if (count == 0) return 0;
+    uint64_t bits = count >= 64 ? ~uint64_t(0) : (uint64_t(1) << count) - 1;
+    return bits << first;
+}
+
+// ---------------------------------------------------------------- copy routines
+
+template <unsigned N>
+struct Tvalue {
+    unsigned char bytes[N];
+};
+
+template <unsigned N, TSEside S, TSEside D>
+void copyFixed(const TSErun& r, unsigned first, unsigned last) {
+    if constexpr (S == kSideConstant) {
+        // One load, many stores.
+        Tvalue<N> v;
+        std::memcpy(&v, r.source, N);
+        for (unsigned i = first; i <= last; ++i) {
+            unsigned char* d = D == kSideSample ? reinterpret_cast<unsigned char*>(r.samples[i]) + r.destField
+                                                : r.dest + size_t(r.destStride) * i;
+            std::memcpy(d, &v, N);
+        }
+    } else {
+        for (unsigned i = first; i <= last; ++i) {
+            const unsigned char* s = S == kSideSample ? reinterpret_cast<const unsigned char*>(r.samples[i]) + r.sourceField
+                                                      : r.source + size_t(r.sourceStride) * i;
+            unsigned char* d = D == kSideSample ? reinterpret_cast<unsigned char*>(r.samples[i]) + r.destField
+                                                : r.dest + size_t(r.destStride) * i;
+            std::memcpy(d, s, N);
+        }
+    }
+}
+
+// Value classes by size: 1-byte, 16-bit, 32-bit, pairs, triples, light data, matrices.
+constexpr unsigned kClassSizes[] = {1, 2, 4, 8, 12, 16, sizeof(void*) == 8 ? 48u : 40u, 64};
+constexpr unsigned kClassCount = sizeof(kClassSizes) / sizeof(kClassSizes[0]);
+
+template <unsigned N>
+constexpr TSEcopyRoutine kRoutines[3][3] = {
+    {copyFixed<N, kSideConstant, kSideConstant>, copyFixed<N, kSideConstant, kSideVariable>, copyFixed<N, kSideConstant, kSideSample>},
+    {copyFixed<N, kSideVariable, kSideConstant>, copyFixed<N, kSideVariable, kSideVariable>, copyFixed<N, kSideVariable, kSideSample>},
+    {copyFixed<N, kSideSample, kSideConstant>, copyFixed<N, kSideSample, kSideVariable>, copyFixed<N, kSideSample, kSideSample>},
+};
+
+const TSEcopyRoutine (*routineTable(unsigned size))[3] {
+    switch (size) {
+        case 1: return kRoutines<1>;
+        case 2: return kRoutines<2>;
+        case 4: return kRoutines<4>;
+        case 8: return kRoutines<8>;
+        case 12: return kRoutines<12>;
+        case 16: return kRoutines<16>;
+        case kClassSizes[6]: return kRoutines<kClassSizes[6]>;
+        case 64: return kRoutines<64>;
+        default: return nullptr;
+    }
+}
+
+struct ComputeValueInstaller {
+    ComputeValueInstaller() { TdataBlockRendering::setComputeValueHook(&TshadingOpus::computeValue); }
+};
+const ComputeValueInstaller sInstaller;
+}  // namespace
+
+TSEcopyRoutine selectCopyRoutine(unsigned size, TSEside source, TSEside dest) {
+    static_assert(kClassCount == 8);
+    auto table = routineTable(size);
+    return table ? table[source][dest] : nullptr;
+}
+
+TshadingOpus::TshadingOpus(TdependNode* node, unsigned option, TstackArena* arena) : fNode(node), fOption(option), fArena(arena) {
+    // Another subsystem's test may have replaced the hook; the engine's is the one that counts while programs exist.
+    TdataBlockRendering::setComputeValueHook(&TshadingOpus::computeValue);
+}
+
+TshadingOpus::~TshadingOpus() {
+    for (unsigned m = fProgram.mutexCount; m-- > 0;) {
+        TdepNodeMutexMgr::instance().returnMutex(fProgram.mutexNodes[m], fProgram.mutexes[m]);
+        fProgram.mutexes[m].~TdependNodeMutexPtr();
+    }
+    for (unsigned t = fProgram.targetCount; t-- > 0;) fProgram.targets[t].~TSEcomputeTarget();
+}
+
+void TshadingOpus::initialize(const Program& program, TbitField64 needs, TbitField64 requested, unsigned* fieldOffsets,
+                              TDNshadingEngine* engine) {
+    fProgram = program;
+    fNeeds = needs;
+    fRequested = requested;
+    fFieldOffsets = fieldOffsets;
+    fEngine = engine;
+}
+
+bool TshadingOpus::releaseOpus() {
+    if (fEngine && static_cast<TdependNode*>(fEngine) == fNode) fEngine->releaseOpus(fOption);
+    return true;
+}
+
+size_t TshadingOpus::frameSize(unsigned count) const {
+    return align16(sizeof(TdataBlockRendering) * fProgram.blockCount) + align16(fProgram.constantSize) +
+           align16(size_t(fProgram.variableSize) * count) + align16(sizeof(uint64_t) * fProgram.segmentCount);
+}
+
+void TshadingOpus::shade(unsigned count, Tsample** samples) const {
+    if (!samples || count == 0) return;
+    count = std::min(count, kBatchSize);
+    for (unsigned i = 0; i < count; ++i) samples[i]->confirmSet(fNeeds);
+
+    // The frame: blocks, constants, variables, segment marks.
+    size_t size = frameSize(count);
+    auto* raw = static_cast<unsigned char*>(__builtin_alloca(size + kFrameAlignment));
+    auto* memory = reinterpret_cast<unsigned char*>((reinterpret_cast<uintptr_t>(raw) + kFrameAlignment - 1) & ~uintptr_t(kFrameAlignment - 1));
+    TSEframe frame;
+    frame.opus = this;
+    frame.blocks = reinterpret_cast<TdataBlockRendering*>(memory);
+    memory += align16(sizeof(TdataBlockRendering) * fProgram.blockCount);
+    frame.constants = memory;
+    memory += align16(fProgram.constantSize);
+    frame.variables = memory;
+    memory += align16(size_t(fProgram.variableSize) * count);
+    frame.segmentDone = reinterpret_cast<uint64_t*>(memory);
+    frame.samples = samples;
+    frame.fields = samples[0]->fieldOffsets();
+    frame.count = count;
+    frame.blocksMade = 0;
+
+    if (fProgram.constantSize) std::memcpy(frame.constants, fProgram.constants, fProgram.constantSize);
+    if (fProgram.zeroVariables) std::memset(frame.variables, 0, size_t(fProgram.variableSize) * count);
+    std::memset(frame.segmentDone, 0, sizeof(uint64_t) * fProgram.segmentCount);
+    frame.segmentDone[0] = rangeMask(0, count);
+
+    run(frame, fProgram.segments[0], fProgram.segments[1], 0, count);
+
+    for (unsigned b = frame.blocksMade; b-- > 0;) frame.blocks[b].~TdataBlockRendering();
+}
+
+void TshadingOpus::computeValue(void* context, int segment, const Tattribute*, unsigned first, unsigned count) {
+    auto* frame = static_cast<TSEframe*>(context);
+    if (!frame || segment <= 0) return;
+    frame->opus->runSegment(*frame, segment, first, count);
+}
+
+void TshadingOpus::runSegment(TSEframe& frame, int segment, unsigned first, unsigned count) const {
+    if (segment <= 0 || unsigned(segment) >= fProgram.segmentCount || first >= frame.count) return;
+    count = std::min(count, frame.count - first);
+    uint64_t todo = rangeMask(first, count) & ~frame.segmentDone[segment];
+    // Marked before running: a loop that reads this segment again sees it done.
+    frame.segmentDone[segment] |= todo;
+    while (todo) {
+        unsigned start = unsigned(__builtin_ctzll(todo));
+        uint64_t shifted = ~(todo >> start);
+        unsigned length = shifted ? unsigned(__builtin_ctzll(shifted)) : 64 - start;
+        run(frame, fProgram.segments[segment], fProgram.segments[segment + 1], start, length);
+        todo &= ~rangeMask(start, length);
+    }
+}
+
+void TshadingOpus::copy(TSEframe& frame, const TSEcopy& c, unsigned first, unsigned count) const {
+    if (c.sourceSegment > 0) runSegment(frame, c.sourceSegment, first, count);
+    TSErun run{};
+    run.samples = frame.samples;
+    auto side = [&](TSEside s, uint16_t block, uint32_t offset, const unsigned char*& pointer, unsigned& stride, unsigned& field) {
+        if (s == kSideSample) {
+            field = frame.fields[offset];
+            return;
+        }
+        if (s == kSideConstant) {
+            pointer = frame.constants + (block == kNoBlock ? 0 : fProgram.blocks[block].constantOffset) + offset;
+            stride = 0;
+            return;
+        }
+        const TSEblockLayout& layout = fProgram.blocks[block];
+        pointer = frame.variables + size_t(layout.variableBase) * frame.count + offset;
+        stride = layout.elementSize;
+    };
+    const unsigned char* dest = nullptr;
+    side(c.sourceSide, c.sourceBlock, c.sourceOffset, run.source, run.sourceStride, run.sourceField);
+    side(c.destSide, c.destBlock, c.destOffset, dest, run.destStride, run.destField);
+    run.dest = const_cast<unsigned char*>(dest);
+    if ((c.sourceSide == kSideSample && run.sourceField == 0) || (c.destSide == kSideSample && run.destField == 0)) return;
+    c.routine(run, first, first + count - 1);
+}
+
+void TshadingOpus::run(TSEframe& frame, unsigned begin, unsigned end, unsigned first, unsigned count) const {
+    for (unsigned k = begin; k < end; ++k) {
+        const TSEinstruction& in = fProgram.instructions[k];
+        switch (in.opcode) {
+            case kOpCompute:
+            case kOpComputeLocked: {
+                TdataBlockRendering& block = frame.blocks[in.word[0]];
+                const TSEcomputeTarget& target = fProgram.targets[in.word[1]];
+                if (target.shadingNode) {
+                    Tplug plug = target.plug;
+                    target.shadingNode->ensureOnDemand(plug, block);
+                }
+                if (in.opcode == kOpComputeLocked && target.mutex) {
+                    TmtLock lock(*target.mutex);
+                    Dispatcher::run(target.plug.node(), target.plug, block, first, count);
+                } else {
+                    Dispatcher::run(target.plug.node(), target.plug, block, first, count);
+                }
+                break;
+            }
+            case kOpSetUpBlock: {
+                unsigned b = in.word[0];
+                const TSEblockLayout& layout = fProgram.blocks[b];
+                auto* block = new (&frame.blocks[b]) TdataBlockRendering;
+                block->setUp(layout.node, layout.elementSize, frame.variables + size_t(layout.variableBase) * frame.count,
+                             frame.count, frame.constants + layout.constantOffset, layout.info, layout.multi, layout.hidden,
+                             &frame);
+                frame.blocksMade = std::max(frame.blocksMade, b + 1);
+                break;
+            }
+            case kOpCopy:
+                copy(frame, fProgram.copies[in.word[0]], first, count);
+                break;
+            case kOpLinkBlock: {
+                const TSEblockLayout& dest = fProgram.blocks[in.word[0]];
+                const TSEblockLayout& source = fProgram.blocks[in.word[2]];
+                const auto& destInfo = dest.info[in.word[1]];
+                const auto& sourceInfo = source.info[in.word[3]];
+                auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(
+                    frame.variables + size_t(dest.variableBase) * frame.count + destInfo.offset);
+                ref->value = frame.variables + size_t(source.variableBase) * frame.count + sourceInfo.offset;
+                ref->block = &frame.blocks[in.word[2]];
+                break;
+            }
+            default:
+                break;
+        }
+    }
+}

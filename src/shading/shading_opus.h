@@ -1,0 +1,158 @@
+#pragma once
+// TshadingOpus: the compiled program of one (shading group, option) pair. A
+// flat array of nine-word instructions, cut into segments (segment 0 is the
+// straight-line program; the others are computed on demand), with the
+// layouts of the nodes' data blocks and the constants read at analysis.
+// Shared read-only by every render thread; a run keeps all of its state in a
+// frame carved from the calling thread's stack, so shading allocates nothing.
+#include <cstdint>
+
+#include "framework/data_block_rendering.h"
+#include "framework/host/allocator.h"
+#include "framework/host/bit_field.h"
+#include "framework/host/plug.h"
+#include "framework/host/threads.h"
+#include "shading/shading_types.h"
+
+class TDNshadingEngine;
+class TdependNode;
+class TshadingNode;
+class Tsample;
+struct TSEframe;
+
+enum TSEopcode : uint32_t {
+    kOpCompute = 0,        // node safe for many threads
+    kOpComputeLocked = 1,  // under the node's mutex
+    kOpSetUpBlock = 2,
+    kOpCopy = 3,
+    kOpCopyFromStack = 4,
+    kOpPushProvider = 5,
+    kOpPopProvider = 6,
+    kOpInitStack = 7,
+    kOpLinkBlock = 10,  // store in a block the reference to another block's value
+};
+
+// Nine 32-bit words. Pointers do not fit a word on this build, so operands
+// that are objects are indices into the opus's tables.
+struct TSEinstruction {
+    uint32_t opcode;
+    uint32_t word[8];
+};
+static_assert(sizeof(TSEinstruction) == 36);
+
+// One side of a copy: a data block's constant or variable area, or a field
+// of the samples.
+enum TSEside : uint8_t { kSideConstant = 0, kSideVariable = 1, kSideSample = 2 };
+
+// Where one side of a copy reads or writes, resolved for a run.
+struct TSErun {
+    const unsigned char* source;  // block: element of sample 0; sample: unused
+    unsigned char* dest;
+    unsigned sourceStride;  // 0 for a constant
+    unsigned destStride;
+    unsigned sourceField;  // byte offset in each sample record
+    unsigned destField;
+    Tsample* const* samples;
+};
+using TSEcopyRoutine = void (*)(const TSErun& run, unsigned first, unsigned last);
+
+// The typed copy routine for a value of `size` bytes between the two sides;
+// one specialised loop per (value class, source side, destination side).
+TSEcopyRoutine selectCopyRoutine(unsigned size, TSEside source, TSEside dest);
+
+struct TSEcopy {
+    TSEcopyRoutine routine;
+    TSEside sourceSide, destSide;
+    uint16_t sourceBlock, destBlock;  // unused for a sample side
+    uint32_t sourceOffset, destOffset;  // in the block's area, or the sample item index
+    uint32_t size;
+    int32_t sourceSegment;  // computed on demand before the copy, or -1
+};
+
+// The layout of one node's block.
+struct TSEblockLayout {
+    TdependNode* node;
+    unsigned elementSize;     // bytes per sample in the variable area, multiple of 8
+    unsigned variableBase;    // per-sample byte offset of this block in the frame's variable area
+    unsigned constantOffset;  // of this block's constant area in the opus constants
+    unsigned constantSize;
+    TdataBlockRendering::AttrInfo* info;  // one entry per attribute
+    TdataBlockRendering::MultiInfo* multi;
+    uint16_t* hidden;  // count, then the attributes whose values need construction
+};
+
+// What the compute instructions name.
+struct TSEcomputeTarget {
+    Tplug plug;
+    TshadingNode* shadingNode;  // null for a node without the mixin
+    TmtRecursiveMutex* mutex;   // for kOpComputeLocked
+};
+
+class TshadingOpus {
+public:
+    TshadingOpus(TdependNode* node, unsigned option, TstackArena* arena);
+    virtual ~TshadingOpus();
+    TshadingOpus(const TshadingOpus&) = delete;
+    TshadingOpus& operator=(const TshadingOpus&) = delete;
+
+    // Takes over the program built by analysis; every pointer lies in the arena.
+    struct Program {
+        TSEinstruction* instructions;
+        unsigned instructionCount;
+        unsigned* segments;  // segmentCount + 1 entries: start of each segment, then the end
+        unsigned segmentCount;
+        TSEblockLayout* blocks;
+        unsigned blockCount;
+        TSEcopy* copies;
+        unsigned copyCount;
+        TSEcomputeTarget* targets;
+        unsigned targetCount;
+        TdependNodeMutexPtr* mutexes;  // held for the life of the opus
+        TdependNode** mutexNodes;       // whose mutex each is
+        unsigned mutexCount;
+        unsigned char* constants;  // every block's constant area, then the root's
+        unsigned constantSize;
+        unsigned variableSize;  // bytes per sample over all blocks
+        bool zeroVariables;     // a loop may read a value before it is computed
+    };
+    void initialize(const Program& program, TbitField64 needs, TbitField64 requested, unsigned* fieldOffsets,
+                    TDNshadingEngine* engine);
+
+    // Shades `count` (1 to 64) samples of one batch.
+    void shade(unsigned count, Tsample** samples) const;
+
+    // Runs segment `segment` for samples first .. first + count - 1 of the run
+    // whose frame is `context`, skipping samples it has already computed.
+    static void computeValue(void* context, int segment, const Tattribute* a, unsigned first, unsigned count);
+
+    bool releaseOpus();
+
+    TdependNode* node() const { return fNode; }
+    TDNshadingEngine* engine() const { return fEngine; }
+    unsigned shadingOption() const { return fOption; }
+    TbitField64 needs() const { return fNeeds; }
+    TbitField64 requested() const { return fRequested; }
+    unsigned* fieldOffsetTable() const { return fFieldOffsets; }
+    const Program& program() const { return fProgram; }
+    // Bytes of stack a run of `count` samples takes.
+    size_t frameSize(unsigned count) const;
+    // No user sample data yet: the field table ends at the items.
+    unsigned sizeOffset() const { return 0; }
+    unsigned userSampleSize() const { return 0; }
+
+    static void resetShadeVectorHistogram() {}
+    static void printShadeVectorHistogram() {}
+
+private:
+    void run(TSEframe& frame, unsigned begin, unsigned end, unsigned first, unsigned count) const;
+    void runSegment(TSEframe& frame, int segment, unsigned first, unsigned count) const;
+    void copy(TSEframe& frame, const TSEcopy& c, unsigned first, unsigned count) const;
+
+    TDNshadingEngine* fEngine = nullptr;
+    TdependNode* fNode;
+    unsigned fOption;
+    TstackArena* fArena;
+    Program fProgram{};
+    TbitField64 fNeeds, fRequested;
+    unsigned* fFieldOffsets = nullptr;
+};

@@ -1,0 +1,52 @@
+#pragma once
+// A graph with one shading group, and batches of samples laid out for the
+// program of one of its options.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "framework/host/depend_graph.h"
+#include "shading/engine_test_nodes.h"
+#include "shading/sample.h"
+#include "shading/shading_catalog.h"
+#include "shading/shading_engine.h"
+#include "shading/shading_opus.h"
+
+struct TengineNetwork {
+    TdependGraph graph;
+    TDNshadingEngine* group = static_cast<TDNshadingEngine*>(graph.createNode("shadingEngine"));
+
+    template <class T>
+    T* make(const char* type) {
+        return static_cast<T*>(graph.createNode(type));
+    }
+    void connect(TdependNode* from, const Tattribute& out, TdependNode* to, const Tattribute& in) {
+        ASSERT_EQ(graph.connect(Tplug(from, &out), Tplug(to, &in)), TconnectStatus::kOk) << out.longName().asC() << " -> " << in.longName().asC();
+    }
+    void toSurfaceShader(TdependNode* material, const Tattribute& out) { connect(material, out, group, TDNshadingEngine::saSurfaceShader()); }
+
+    TshadingOpus* analyse(TSEoption option = kSurfaceColorTransparency, TbitField64* result = nullptr) {
+        TbitField64 ignored;
+        if (!group->analyse(option, result ? result : &ignored, nullptr, nullptr, nullptr)) return nullptr;
+        return group->option(option).opus;
+    }
+    ~TengineNetwork() {
+        for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
+    }
+};
+
+struct TengineBatch {
+    std::vector<std::vector<uint64_t>> memory;
+    std::vector<Tsample*> samples;
+    TengineBatch(TDNshadingEngine* group, TSEoption option, unsigned count) {
+        unsigned size = group->sampleSize(option);
+        unsigned* fields = group->fieldOffsetTable(option);
+        for (unsigned i = 0; i < count; ++i) {
+            memory.emplace_back((size + 7) / 8, 0);
+            samples.push_back(Tsample::sCreate(memory.back().data(), size, fields));
+        }
+    }
+    Tsample** data() { return samples.data(); }
+    unsigned size() const { return unsigned(samples.size()); }
+};

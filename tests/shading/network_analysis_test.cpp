@@ -1,0 +1,198 @@
+// Network analysis: the program and sample layout a small network compiles to.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "shading/engine_fixture.h"
+
+namespace {
+unsigned countOps(const TshadingOpus& opus, uint32_t op, unsigned segment = 0) {
+    const auto& p = opus.program();
+    unsigned n = 0;
+    for (unsigned k = p.segments[segment]; k < p.segments[segment + 1]; ++k) n += p.instructions[k].opcode == op;
+    return n;
+}
+// Index of the compute instruction of `node` in segment 0, or -1.
+int computeAt(const TshadingOpus& opus, const TdependNode* node) {
+    const auto& p = opus.program();
+    for (unsigned k = p.segments[0]; k < p.segments[1]; ++k) {
+        const TSEinstruction& in = p.instructions[k];
+        if ((in.opcode == kOpCompute || in.opcode == kOpComputeLocked) && p.targets[in.word[1]].plug.node() == node) return int(k);
+    }
+    return -1;
+}
+int blockOf(const TshadingOpus& opus, const TdependNode* node) {
+    const auto& p = opus.program();
+    for (unsigned b = 0; b < p.blockCount; ++b)
+        if (p.blocks[b].node == node) return int(b);
+    return -1;
+}
+}  // namespace
+
+TEST(NetworkAnalysis, RequestConstantsPerOption) {
+    struct {
+        TSEoption option;
+        uint64_t bits;
+    } cases[] = {{kSurfaceColorTransparency, 0x00008000001C0000ull}, {kVolumeColorTransparency, 0x00008000191C0000ull},
+                 {kDisplacementOption, 0x0040000000000000ull},       {kSurfaceShadows, 0x0000000000080000ull},
+                 {kSingleLight, 0x0080000000040000ull}};
+    for (auto& c : cases) EXPECT_EQ(TDNshadingEngine::requestedForOption(c.option).bits(), c.bits) << c.option;
+    // Option 0 asks for outColor, outTransparency, outGlowColor and outMatteOpacity by name.
+    TbitField64 r = TDNshadingEngine::requestedForOption(kSurfaceColorTransparency);
+    for (const char* item : {"outColor", "outTransparency", "outGlowColor", "outMatteOpacity"})
+        EXPECT_TRUE(r.test(unsigned(Tsample::sItemIndex(item)))) << item;
+}
+
+TEST(NetworkAnalysis, UnconnectedGroupGivesNoProgram) {
+    TengineNetwork net;
+    TbitField64 result(0xFFull);
+    EXPECT_FALSE(net.group->analyse(kSurfaceColorTransparency, &result, nullptr, nullptr, nullptr));
+    EXPECT_TRUE(result.isEmpty());
+    EXPECT_EQ(net.group->option(kSurfaceColorTransparency).opus, nullptr);
+    EXPECT_EQ(TshadingCatalog::find(net.group, kSurfaceColorTransparency), nullptr);
+}
+
+TEST(NetworkAnalysis, ChainFromSampleItemToOutColor) {
+    TengineNetwork net;
+    auto* uv = net.make<TengineTestUv>("engineTestUv");
+    auto* surface = net.make<TengineTestSurface>("engineTestSurface");
+    net.connect(uv, TengineTestUv::saOutColor(), surface, TengineTestSurface::saColor());
+    net.toSurfaceShader(surface, TengineTestSurface::saOutColor());
+    TbitField64 result;
+    TshadingOpus* opus = net.analyse(kSurfaceColorTransparency, &result);
+    ASSERT_NE(opus, nullptr);
+    // Found: outColor only; transparency is the constant 0 and counts as not found.
+    EXPECT_EQ(result.bits(), 1ull << kItemOutColor);
+    EXPECT_TRUE(net.group->transparencyConstant());
+    // The network reads uvCoord from the sample.
+    EXPECT_TRUE(opus->needs().test(kItemUvCoord));
+    EXPECT_TRUE(net.group->needs(kSurfaceColorTransparency, kItemUvCoord));
+
+    const auto& p = opus->program();
+    EXPECT_EQ(p.blockCount, 2u);
+    EXPECT_EQ(p.segmentCount, 1u);
+    EXPECT_EQ(countOps(*opus, kOpSetUpBlock), 2u);
+    // Producer before consumer, and the colour goes across blocks without a copy.
+    int uvAt = computeAt(*opus, uv), surfaceAt = computeAt(*opus, surface);
+    ASSERT_GE(uvAt, 0);
+    ASSERT_GE(surfaceAt, 0);
+    EXPECT_LT(uvAt, surfaceAt);
+    EXPECT_EQ(countOps(*opus, kOpLinkBlock), 1u);
+    int surfaceBlock = blockOf(*opus, surface);
+    EXPECT_EQ(p.blocks[surfaceBlock].info[TengineTestSurface::saColor().index()].kind, TdataBlockRendering::kVarPresentOtherDB);
+    // Two copies: uvCoord from the sample into the texture, outColor to the sample.
+    ASSERT_EQ(countOps(*opus, kOpCopy), 2u);
+    bool fromSample = false, toSample = false;
+    for (unsigned c = 0; c < p.copyCount; ++c) {
+        fromSample |= p.copies[c].sourceSide == kSideSample && p.copies[c].sourceOffset == kItemUvCoord;
+        toSample |= p.copies[c].destSide == kSideSample && p.copies[c].destOffset == kItemOutColor;
+    }
+    EXPECT_TRUE(fromSample);
+    EXPECT_TRUE(toSample);
+
+    // The sample layout holds exactly what is read and written, and the object.
+    const unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
+    for (unsigned i = 0; i < kSampleItemCount; ++i) {
+        bool present = i == kItemUvCoord || i == kItemOutColor || i == kItemObjectId;
+        EXPECT_EQ(fields[i] != 0, present) << Tsample::fDataItem[i];
+    }
+    EXPECT_EQ(net.group->sampleSize(kSurfaceColorTransparency) % 8, 0u);
+    EXPECT_GE(net.group->sampleSize(kSurfaceColorTransparency), fields[kSampleItemCount]);
+}
+
+TEST(NetworkAnalysis, ConstantInputsAreReadAtAnalysisOnly) {
+    TengineNetwork net;
+    auto* uv = net.make<TengineTestUv>("engineTestUv");
+    auto* surface = net.make<TengineTestSurface>("engineTestSurface");
+    T3Float tint(2, 3, 4);
+    uv->setAttributeValue(&TengineTestUv::saTint(), &tint);
+    net.connect(uv, TengineTestUv::saOutColor(), surface, TengineTestSurface::saColor());
+    net.toSurfaceShader(surface, TengineTestSurface::saOutColor());
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    const auto& p = opus->program();
+    const TSEblockLayout& block = p.blocks[blockOf(*opus, uv)];
+    const auto& info = block.info[TengineTestUv::saTint().index()];
+    EXPECT_EQ(info.kind, TdataBlockRendering::kConstPresent);
+    T3Float stored;
+    std::memcpy(&stored, p.constants + block.constantOffset + info.offset, sizeof stored);
+    EXPECT_EQ(stored.x, 2.0f);
+    EXPECT_EQ(stored.z, 4.0f);
+    // An edit after analysis does not reach the program.
+    T3Float other(9, 9, 9);
+    uv->setAttributeValue(&TengineTestUv::saTint(), &other);
+    std::memcpy(&stored, p.constants + block.constantOffset + info.offset, sizeof stored);
+    EXPECT_EQ(stored.y, 3.0f);
+}
+
+TEST(NetworkAnalysis, ConstantSubnetworkIsFoldedIntoTheSample) {
+    TengineNetwork net;
+    auto* scale = net.make<TengineTestScale>("engineTestScale");
+    auto* surface = net.make<TengineTestSurface>("engineTestSurface");
+    float v = 0.25f;
+    scale->setAttributeValue(&TengineTestScale::saValue(), &v);
+    net.connect(scale, TengineTestScale::saOutValue(), surface, TengineTestSurface::saTransparencyG());
+    T3Float color(0.1f, 0.2f, 0.3f);
+    surface->setAttributeValue(&TengineTestSurface::saColor(), &color);
+    net.toSurfaceShader(surface, TengineTestSurface::saOutColor());
+    TbitField64 result;
+    TshadingOpus* opus = net.analyse(kSurfaceColorTransparency, &result);
+    ASSERT_NE(opus, nullptr);
+    // Nothing varies: no blocks, no computes, two constants copied out.
+    EXPECT_TRUE(result.test(kItemOutColor));
+    EXPECT_TRUE(result.test(kItemOutTransparency));
+    EXPECT_EQ(opus->program().blockCount, 0u);
+    EXPECT_EQ(countOps(*opus, kOpCompute), 0u);
+    EXPECT_EQ(countOps(*opus, kOpCopy), 2u);
+    TengineBatch batch(net.group, kSurfaceColorTransparency, 3);
+    opus->shade(batch.size(), batch.data());
+    for (Tsample* s : batch.samples) {
+        EXPECT_EQ(s->outColor()->y, 0.2f);
+        EXPECT_EQ(s->outTransparency()->y, 0.5f);  // 0.25 * 2 through the host graph
+        EXPECT_EQ(s->outTransparency()->x, 0.0f);
+    }
+}
+
+TEST(NetworkAnalysis, FeedbackLoopIsCutAndTerminates) {
+    TengineNetwork net;
+    auto* a = net.make<TengineTestScale>("engineTestScale");
+    auto* b = net.make<TengineTestScale>("engineTestScale");
+    auto* uv = net.make<TengineTestUv>("engineTestUv");
+    auto* surface = net.make<TengineTestSurface>("engineTestSurface");
+    net.connect(uv, TengineTestUv::saOutAlpha(), a, TengineTestScale::saOffset());
+    net.connect(b, TengineTestScale::saOutValue(), a, TengineTestScale::saValue());
+    net.connect(a, TengineTestScale::saOutValue(), b, TengineTestScale::saValue());
+    net.connect(a, TengineTestScale::saOutValue(), surface, TengineTestSurface::saColorR());
+    net.toSurfaceShader(surface, TengineTestSurface::saOutColor());
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    EXPECT_GE(opus->program().segmentCount, 2u);  // the loop lives in a segment of its own
+    EXPECT_TRUE(opus->program().zeroVariables);
+    TengineBatch batch(net.group, kSurfaceColorTransparency, 5);
+    for (unsigned i = 0; i < batch.size(); ++i) batch.samples[i]->setUvCoord(float(i), 1.0f);
+    opus->shade(batch.size(), batch.data());
+    // One trip round the loop per sample, from zero: b = 0, a = 0 * 2 + (u + 1).
+    for (unsigned i = 0; i < batch.size(); ++i) EXPECT_EQ(batch.samples[i]->outColor()->x, float(i) + 1.0f) << i;
+    EXPECT_EQ(a->counters.samples, 5);
+    EXPECT_EQ(b->counters.samples, 5);
+}
+
+TEST(NetworkAnalysis, SecondAnalysisFindsTheProgramAndCountsAUse) {
+    TengineNetwork net;
+    auto* surface = net.make<TengineTestSurface>("engineTestSurface");
+    auto* uv = net.make<TengineTestUv>("engineTestUv");
+    net.connect(uv, TengineTestUv::saOutColor(), surface, TengineTestSurface::saColor());
+    net.toSurfaceShader(surface, TengineTestSurface::saOutColor());
+    TshadingOpus* first = net.analyse();
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(TshadingCatalog::uses(net.group, kSurfaceColorTransparency), 1u);
+    EXPECT_EQ(net.analyse(), first);
+    EXPECT_EQ(TshadingCatalog::uses(net.group, kSurfaceColorTransparency), 2u);
+    EXPECT_EQ(TshadingCatalog::find(net.group, kSurfaceColorTransparency), first);
+    // Releasing both uses removes the entry and clears the group's slot.
+    TshadingCatalog::deleteOpus(net.group, kSurfaceColorTransparency, false);
+    EXPECT_EQ(net.group->option(kSurfaceColorTransparency).opus, first);
+    TshadingCatalog::deleteOpus(net.group, kSurfaceColorTransparency, false);
+    EXPECT_EQ(TshadingCatalog::find(net.group, kSurfaceColorTransparency), nullptr);
+    EXPECT_EQ(net.group->option(kSurfaceColorTransparency).opus, nullptr);
+}

@@ -1,0 +1,235 @@
+// Running a compiled program over batches: engine results against the host
+// graph's scalar pull, computes per batch, lazy runs, frames without heap.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <thread>
+
+#include "shading/engine_fixture.h"
+#include "support/alloc_counter.h"
+
+namespace {
+// uv -> scale(value = u + v, factor 3, offset 0.5) -> surface.colorR
+// uv.outColor.G -> surface.colorG; surface.colorB keeps its stored value.
+struct ChainNetwork : TengineNetwork {
+    TengineTestUv* uv = make<TengineTestUv>("engineTestUv");
+    TengineTestScale* scale = make<TengineTestScale>("engineTestScale");
+    TengineTestSurface* surface = make<TengineTestSurface>("engineTestSurface");
+    ChainNetwork() {
+        float factor = 3, offset = 0.5f;
+        scale->setAttributeValue(&TengineTestScale::saFactor(), &factor);
+        scale->setAttributeValue(&TengineTestScale::saOffset(), &offset);
+        T3Float tint(0.5f, 2.0f, 1.0f), color(0, 0, 0.75f);
+        uv->setAttributeValue(&TengineTestUv::saTint(), &tint);
+        surface->setAttributeValue(&TengineTestSurface::saColor(), &color);
+        connect(uv, TengineTestUv::saOutAlpha(), scale, TengineTestScale::saValue());
+        connect(scale, TengineTestScale::saOutValue(), surface, TengineTestSurface::saColorR());
+        connect(uv, TengineTestUv::saOutColorG(), surface, TengineTestSurface::saColorG());
+        toSurfaceShader(surface, TengineTestSurface::saOutColor());
+    }
+    // The same value through the host graph, one sample at a time.
+    T3Float scalar(float u, float v) {
+        T2Float coord{u, v};
+        uv->setAttributeValue(&TengineTestUv::saUvCoord(), &coord);
+        T3Float out;
+        surface->getAttributeValue(&TengineTestSurface::saOutColor(), &out);
+        return out;
+    }
+};
+
+T2Float coordOf(unsigned i) { return T2Float{float(i) * 0.037f - 0.6f, 1.0f / float(i + 3)}; }
+
+void fill(TengineBatch& batch) {
+    for (unsigned i = 0; i < batch.size(); ++i) batch.samples[i]->setUvCoord(coordOf(i));
+}
+
+bool sameBits(const T3Float& a, const T3Float& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+}  // namespace
+
+TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBit) {
+    ChainNetwork net;
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    for (unsigned count : {1u, 7u, 63u, 64u}) {
+        TengineBatch batch(net.group, kSurfaceColorTransparency, count);
+        fill(batch);
+        opus->shade(batch.size(), batch.data());
+        for (unsigned i = 0; i < count; ++i) {
+            T2Float c = coordOf(i);
+            T3Float expected = net.scalar(c.x, c.y);
+            const T3Float& got = *batch.samples[i]->outColor();
+            EXPECT_TRUE(sameBits(got, expected)) << "count " << count << " sample " << i << ": " << got.x << " " << got.y << " "
+                                                 << got.z << " vs " << expected.x << " " << expected.y << " " << expected.z;
+        }
+    }
+}
+
+TEST(ShadingOpus, BatchEqualsAHandWrittenLoop) {
+    ChainNetwork net;
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+    fill(batch);
+    opus->shade(batch.size(), batch.data());
+    for (unsigned i = 0; i < kBatchSize; ++i) {
+        T2Float c = coordOf(i);
+        float r = (c.x + c.y) * 3.0f + 0.5f;
+        float g = c.y * 2.0f;
+        EXPECT_FLOAT_EQ(batch.samples[i]->outColor()->x, r) << i;
+        EXPECT_FLOAT_EQ(batch.samples[i]->outColor()->y, g) << i;
+        EXPECT_FLOAT_EQ(batch.samples[i]->outColor()->z, 0.75f) << i;
+    }
+}
+
+TEST(ShadingOpus, EachNodeComputesOncePerBatch) {
+    // uv feeds two scales; both feed the surface: uv still runs once.
+    TengineNetwork net;
+    auto* uv = net.make<TengineTestUv>("engineTestUv");
+    auto* a = net.make<TengineTestScale>("engineTestScale");
+    auto* b = net.make<TengineTestScale>("engineTestScale");
+    auto* surface = net.make<TengineTestSurface>("engineTestSurface");
+    net.connect(uv, TengineTestUv::saOutAlpha(), a, TengineTestScale::saValue());
+    net.connect(uv, TengineTestUv::saOutAlpha(), b, TengineTestScale::saOffset());
+    net.connect(a, TengineTestScale::saOutValue(), surface, TengineTestSurface::saColorR());
+    net.connect(b, TengineTestScale::saOutValue(), surface, TengineTestSurface::saColorB());
+    net.toSurfaceShader(surface, TengineTestSurface::saOutColor());
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+    fill(batch);
+    // The surface's constant transparency was pulled once through the host at analysis.
+    const int surfaceBefore = surface->counters.computes;
+    EXPECT_EQ(uv->counters.computes, 0);
+    for (int round = 1; round <= 3; ++round) {
+        opus->shade(batch.size(), batch.data());
+        EXPECT_EQ(uv->counters.computes, round);
+        EXPECT_EQ(uv->counters.samples, round * 64);
+        EXPECT_EQ(a->counters.computes, round);
+        EXPECT_EQ(surface->counters.computes, surfaceBefore + round);
+    }
+    for (unsigned i = 0; i < kBatchSize; ++i) {
+        T2Float c = coordOf(i);
+        EXPECT_FLOAT_EQ(batch.samples[i]->outColor()->x, (c.x + c.y) * 2.0f) << i;
+        EXPECT_FLOAT_EQ(batch.samples[i]->outColor()->z, c.x + c.y) << i;  // b: 0 * 2 + alpha
+    }
+}
+
+namespace {
+// weight = u + v from the samples; color1 and color2 from two textures.
+struct MixNetwork : TengineNetwork {
+    TengineTestUv* weight = make<TengineTestUv>("engineTestUv");
+    TengineTestUv* first = make<TengineTestUv>("engineTestUv");
+    TengineTestUv* second = make<TengineTestUv>("engineTestUv");
+    TengineTestMix* mix = make<TengineTestMix>("engineTestMix");
+    explicit MixNetwork(bool lazy) {
+        mix->lazy = lazy;
+        T3Float red(1, 0, 0);
+        second->setAttributeValue(&TengineTestUv::saTint(), &red);
+        connect(weight, TengineTestUv::saOutAlpha(), mix, TengineTestMix::saWeight());
+        connect(first, TengineTestUv::saOutColor(), mix, TengineTestMix::saColor1());
+        connect(second, TengineTestUv::saOutColor(), mix, TengineTestMix::saColor2());
+        toSurfaceShader(mix, TengineTestMix::saOutColor());
+    }
+};
+// Runs of 5 samples alternate between the inputs: 7 runs choose color1
+// (6 of 5 samples and the last of 4) and 6 runs choose color2.
+T2Float alternating(unsigned i) { return T2Float{(i / 5) % 2 == 0 ? 0.75f : 0.125f, 0.125f}; }
+int choosingFirst() {
+    int n = 0;
+    for (unsigned i = 0; i < kBatchSize; ++i) n += alternating(i).x + alternating(i).y >= 0.5f;
+    return n;
+}
+}  // namespace
+
+TEST(ShadingOpus, LazyInputsComputeOnlyForTheirRuns) {
+    struct {
+        bool lazy;
+        int firstSamples, secondSamples;
+    } cases[] = {{true, choosingFirst(), 64 - choosingFirst()}, {false, 64, 64}};
+    for (auto& c : cases) {
+        MixNetwork net(c.lazy);
+        TshadingOpus* opus = net.analyse();
+        ASSERT_NE(opus, nullptr);
+        EXPECT_EQ(opus->program().segmentCount > 1, c.lazy);
+        TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+        for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(alternating(i));
+        opus->shade(batch.size(), batch.data());
+        EXPECT_EQ(net.first->counters.samples, c.firstSamples) << c.lazy;
+        EXPECT_EQ(net.second->counters.samples, c.secondSamples) << c.lazy;
+        if (c.lazy) {
+            EXPECT_EQ(net.first->counters.computes, 7);
+        }
+        for (unsigned i = 0; i < kBatchSize; ++i) {
+            T2Float p = alternating(i);
+            bool one = p.x + p.y >= 0.5f;
+            const T3Float& out = *batch.samples[i]->outColor();
+            EXPECT_FLOAT_EQ(out.x, p.x) << i;
+            EXPECT_FLOAT_EQ(out.y, one ? p.y : 0.0f) << i;
+            EXPECT_FLOAT_EQ(out.z, one ? p.x * p.y : 0.0f) << i;
+        }
+    }
+}
+
+TEST(ShadingOpus, ACutNodeReadByTwoConsumersComputesEachSampleOnce) {
+    // Two mixes read the same texture lazily; the texture's segment keeps
+    // track of what it has done in this run.
+    TengineNetwork net;
+    auto* weight = net.make<TengineTestUv>("engineTestUv");
+    auto* shared = net.make<TengineTestUv>("engineTestUv");
+    auto* mixA = net.make<TengineTestMix>("engineTestMix");
+    auto* mixB = net.make<TengineTestMix>("engineTestMix");
+    auto* surface = net.make<TengineTestSurface>("engineTestSurface");
+    for (TengineTestMix* m : {mixA, mixB}) {
+        net.connect(weight, TengineTestUv::saOutAlpha(), m, TengineTestMix::saWeight());
+        net.connect(shared, TengineTestUv::saOutColor(), m, TengineTestMix::saColor1());
+    }
+    net.connect(mixA, TengineTestMix::saOutColor(), surface, TengineTestSurface::saColor());
+    net.connect(mixB, TengineTestMix::saOutColor(), surface, TengineTestSurface::saTransparency());
+    net.toSurfaceShader(surface, TengineTestSurface::saOutColor());
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+    for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(alternating(i));
+    opus->shade(batch.size(), batch.data());
+    EXPECT_EQ(shared->counters.samples, choosingFirst());
+    ASSERT_TRUE(batch.samples[0]->hasItem(kItemOutTransparency));
+    for (unsigned i = 0; i < kBatchSize; ++i) EXPECT_EQ(batch.samples[i]->outColor()->x, batch.samples[i]->outTransparency()->x) << i;
+}
+
+TEST(ShadingOpus, ShadeTouchesNoHeap) {
+    MixNetwork net(true);
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+    for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(alternating(i));
+    opus->shade(batch.size(), batch.data());  // first run: on-demand steps
+    TallocationCounter counter;
+    for (int round = 0; round < 4; ++round) opus->shade(batch.size(), batch.data());
+    EXPECT_EQ(counter.allocations(), 0u);
+}
+
+TEST(ShadingOpus, ThreadsShareOneProgram) {
+    ChainNetwork net;
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    TengineBatch reference(net.group, kSurfaceColorTransparency, kBatchSize);
+    fill(reference);
+    opus->shade(reference.size(), reference.data());
+    constexpr unsigned kThreads = 4, kRounds = 200;
+    std::vector<unsigned> mismatches(kThreads, 0);
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < kThreads; ++t)
+        threads.emplace_back([&, t] {
+            TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+            for (unsigned r = 0; r < kRounds; ++r) {
+                fill(batch);
+                opus->shade(batch.size(), batch.data());
+                for (unsigned i = 0; i < kBatchSize; ++i)
+                    mismatches[t] += !sameBits(*batch.samples[i]->outColor(), *reference.samples[i]->outColor());
+            }
+        });
+    for (auto& th : threads) th.join();
+    for (unsigned t = 0; t < kThreads; ++t) EXPECT_EQ(mismatches[t], 0u) << t;
+    // Two outputs of the texture are read: two computes per batch.
+    EXPECT_EQ(net.uv->counters.computes, int(2 * (1 + kThreads * kRounds)));
+}
