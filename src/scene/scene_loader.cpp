@@ -1,6 +1,7 @@
 #include "scene/scene_loader.h"
 
 #include <algorithm>
+#include <cctype>
 #include <fstream>
 #include <map>
 #include <optional>
@@ -433,6 +434,26 @@ void Builder::connect(Value pair) {
     ++connections;
 }
 
+// The parser reports the last character it read. When it stopped after a
+// whole token it did not expect, the token's first character is the better
+// place to point at.
+size_t tokenStart(std::string_view text, size_t last) {
+    if (last >= text.size()) return last;
+    if (text[last] == '"') {
+        for (size_t i = last; i-- > 0;) {
+            if (text[i] != '"') continue;
+            size_t slashes = 0;
+            while (i > slashes && text[i - 1 - slashes] == '\\') ++slashes;
+            if (slashes % 2 == 0) return i;
+        }
+        return last;
+    }
+    auto inToken = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '+' || c == '-' || c == '.'; };
+    if (!inToken(text[last])) return last;
+    while (last > 0 && inToken(text[last - 1])) --last;
+    return last;
+}
+
 std::string parseMessage(const std::string& what) {
     // "[json.exception.parse_error.101] parse error at line 1, column 2: <reason>": keep the reason.
     size_t column = what.find("column ");
@@ -467,8 +488,12 @@ bool TsceneLoader::loadText(std::string_view text, const std::string& fileName, 
     try {
         doc = TsceneJson::parse(text.begin(), text.end());
     } catch (const TsceneJson::parse_error& e) {
-        TtextPosition at = textPositionOf(text, e.byte > 0 ? e.byte - 1 : 0);
-        fErrors.push_back({fileName, at.line, at.column, "malformed JSON: " + parseMessage(e.what())});
+        const std::string message = parseMessage(e.what());
+        size_t offset = e.byte > 0 ? e.byte - 1 : 0;
+        if (message.find("unexpected") != std::string::npos && message.find("last read") == std::string::npos)
+            offset = tokenStart(text, offset);
+        TtextPosition at = textPositionOf(text, offset);
+        fErrors.push_back({fileName, at.line, at.column, "malformed JSON: " + message});
         return false;
     }
     TjsonPositions positions;

@@ -248,11 +248,7 @@ bool decodeLeafValue(const Tattribute& a, const TsceneJson& json, void* value, s
             } else if (json.is_number_integer()) {
                 long long n = 0;
                 if (!integerOf(json, -32768, 32767, n, why)) return false;
-                v = short(n);
-                if (!e.fields().empty() && !e.fieldFor(v)) {
-                    why = "has no field with value " + std::to_string(n) + " (fields: " + fieldList() + ")";
-                    return false;
-                }
+                v = short(n);  // taken as is: a value between fields is still a value
             } else {
                 why = "takes a field name or number, not " + describeJsonType(json);
                 return false;
