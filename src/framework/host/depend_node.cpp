@@ -210,6 +210,7 @@ TdependNode::Slot& TdependNode::slotFor(const Tattribute* root) {
 
 unsigned char* TdependNode::rootStorage(const Tattribute* root, int index, bool create) {
     Slot& slot = slotFor(root);
+    slot.root = root;
     std::vector<unsigned char>* bytes = nullptr;
     if (root->isArray()) {
         if (index < 0) return nullptr;
@@ -234,9 +235,9 @@ unsigned char* TdependNode::rootStorage(const Tattribute* root, int index, bool 
 }
 
 void TdependNode::destroyValues() {
-    for (unsigned i = 0; i < fSlots.size() && i < attributeCount(); ++i) {
-        const Tattribute* a = attribute(i);
-        if (!a || a->parent() || !(a->flags() & kAttrNeedsConstruction)) continue;
+    for (unsigned i = 0; i < fSlots.size(); ++i) {
+        const Tattribute* a = fSlots[i].root;
+        if (!a || !(a->flags() & kAttrNeedsConstruction)) continue;
         if (fSlots[i].constructed) a->destructValue(fSlots[i].single.data());
         for (auto& [index, bytes] : fSlots[i].elements) a->destructValue(bytes.data());
     }

@@ -193,6 +193,9 @@ private:
     friend class Tplug;
     using Key = std::pair<uint16_t, int>;  // attribute index, logical index
     struct Slot {
+        // Kept so that the values can be destroyed from ~TdependNode, where
+        // the class's attribute table can no longer be reached.
+        const Tattribute* root = nullptr;
         std::vector<unsigned char> single;
         std::map<unsigned, std::vector<unsigned char>> elements;
         bool constructed = false;
