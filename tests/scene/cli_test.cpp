@@ -1,0 +1,162 @@
+// The shadenet program itself: nodes listings against the classes they
+// describe, and check on good and bad files.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "framework/host/depend_graph.h"
+#include "scene/value_codec.h"
+#include "shading/shading_engine.h"
+#include "support/temp_dir.h"
+
+namespace {
+struct ProgramRun {
+    int status = -1;
+    std::string out, err;
+};
+
+std::string slurp(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+ProgramRun run(const std::string& arguments) {
+    TtestTempDir dir;
+    const std::string out = dir.file("out.txt"), err = dir.file("err.txt");
+    const std::string command = std::string("'") + SHADENET_CLI + "' " + arguments + " >'" + out + "' 2>'" + err + "'";
+    int raw = std::system(command.c_str());
+    ProgramRun r;
+    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    r.out = slurp(out);
+    r.err = slurp(err);
+    return r;
+}
+
+std::vector<std::vector<std::string>> rowsOf(const std::string& text) {
+    std::vector<std::vector<std::string>> rows;
+    std::stringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        std::stringstream words(line);
+        std::vector<std::string> row;
+        for (std::string w; words >> w;) row.push_back(w);
+        if (!row.empty()) rows.push_back(row);
+    }
+    return rows;
+}
+
+// The library's own node types: the ones the program knows too.
+const char* const kLibraryTypes[] = {"objectSet", "shadingEngine", "transform"};
+}  // namespace
+
+TEST(CommandLineNodes, ListsEveryTypeWithItsTagAndFacts) {
+    ProgramRun r = run("nodes");
+    ASSERT_EQ(r.status, 0) << r.err;
+    auto rows = rowsOf(r.out);
+    for (const char* name : kLibraryTypes) {
+        TdependNodeMetaClass* type = TdependGraph::findNodeType(name);
+        ASSERT_NE(type, nullptr);
+        bool found = false;
+        for (auto& row : rows)
+            if (row[0] == name) {
+                found = true;
+                ASSERT_GE(row.size(), 5u);
+                EXPECT_EQ(row[1], type->fIffTag().asString());
+                EXPECT_EQ(row[3], type->fApiTypeName);
+                EXPECT_EQ(row.back(), type->fMpSafe() ? "yes" : "no");
+            }
+        EXPECT_TRUE(found) << name;
+    }
+
+    ProgramRun json = run("nodes --json");
+    ASSERT_EQ(json.status, 0) << json.err;
+    TsceneJson list = TsceneJson::parse(json.out);
+    ASSERT_TRUE(list.is_array());
+    for (const char* name : kLibraryTypes) {
+        TdependNodeMetaClass* type = TdependGraph::findNodeType(name);
+        auto it = std::find_if(list.begin(), list.end(), [&](const TsceneJson& e) { return e["type"] == name; });
+        ASSERT_NE(it, list.end()) << name;
+        EXPECT_EQ((*it)["tag"], type->fIffTag().asString());
+        EXPECT_EQ((*it)["apiTypeNumber"], type->fApiType);
+        EXPECT_EQ((*it)["mpSafe"], type->fMpSafe());
+    }
+}
+
+TEST(CommandLineNodes, ShadingEngineShowsDefaultShadowsWithChildrenAndTags) {
+    ProgramRun r = run("nodes shadingEngine");
+    ASSERT_EQ(r.status, 0) << r.err;
+    auto rows = rowsOf(r.out);
+    const Tattribute& shadows = TDNshadingEngine::saDefaultShadows();
+    ASSERT_EQ(shadows.childCount(), 8u);
+    auto rowFor = [&](const Tattribute& a) -> const std::vector<std::string>* {
+        for (auto& row : rows)
+            if (row[0] == a.longName().str()) return &row;
+        return nullptr;
+    };
+    const auto* root = rowFor(shadows);
+    ASSERT_NE(root, nullptr);
+    EXPECT_EQ((*root)[2], "SDSL");
+    for (unsigned i = 0; i < shadows.childCount(); ++i) {
+        const Tattribute& c = *shadows.child(i);
+        const auto* row = rowFor(c);
+        ASSERT_NE(row, nullptr) << c.longName().str();
+        EXPECT_EQ((*row)[1], c.shortName().str());
+        EXPECT_EQ((*row)[2], c.tag().asString());
+        EXPECT_EQ((*row)[3], valueTypeName(c.valueType()));
+        EXPECT_EQ(row->back(), "defaultShadows");
+    }
+
+    // The JSON form lists the class's whole attribute table in order.
+    ProgramRun json = run("nodes shadingEngine --json");
+    ASSERT_EQ(json.status, 0) << json.err;
+    TsceneJson doc = TsceneJson::parse(json.out);
+    EXPECT_EQ(doc["tag"], "SHAD");
+    const TattributeList& table = TDNshadingEngine::sVsData().attributes();
+    ASSERT_EQ(doc["attributes"].size(), table.length());
+    for (unsigned i = 0; i < table.length(); ++i) {
+        const TsceneJson& e = doc["attributes"][i];
+        EXPECT_EQ(e["long"], table[i]->longName().str());
+        EXPECT_EQ(e["tag"], table[i]->tag().asString());
+        EXPECT_EQ(e["flagWord"], table[i]->flags());
+        EXPECT_EQ(e["parent"], table[i]->parent() ? TsceneJson(table[i]->parent()->longName().str()) : TsceneJson());
+    }
+    auto width = std::find_if(doc["attributes"].begin(), doc["attributes"].end(),
+                              [](const TsceneJson& e) { return e["long"] == "miContourWidth"; });
+    ASSERT_NE(width, doc["attributes"].end());
+    EXPECT_EQ((*width)["default"], 1.0);
+}
+
+TEST(CommandLineNodes, UnknownTypeIsAUsageError) {
+    for (const char* arguments : {"nodes noSuchType", "nodes noSuchType --json"}) {
+        ProgramRun r = run(arguments);
+        EXPECT_EQ(r.status, 2) << arguments;
+        EXPECT_NE(r.err.find("unknown node type 'noSuchType'"), std::string::npos) << r.err;
+        EXPECT_TRUE(r.out.empty());
+    }
+}
+
+TEST(CommandLineCheck, GoodFilesPassAndBadOnesNameTheirPlace) {
+    const std::string example = std::string(SHADENET_SOURCE_DIR) + "/examples/basic.json";
+    ProgramRun good = run("check '" + example + "'");
+    EXPECT_EQ(good.status, 0) << good.err;
+    EXPECT_NE(good.out.find("ok, 6 nodes, 1 connections"), std::string::npos) << good.out;
+
+    TtestTempDir dir;
+    const std::string bad = dir.file("bad.json");
+    std::ofstream(bad) << "{\n  \"nodes\": [\n    {\"type\": \"transform\", \"name\": \"t\"},\n"
+                          "    {\"type\": \"lamp\", \"name\": \"l\"}\n  ],\n"
+                          "  \"connections\": [[\"t.visibility\", \"t.nothing\"]]\n}\n";
+    ProgramRun r = run("check '" + bad + "'");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find(bad + ":4:14: unknown node type 'lamp'"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find(bad + ":6:36: bad plug 't.nothing'"), std::string::npos) << r.err;
+
+    ProgramRun missing = run("check '" + dir.file("missing.json") + "'");
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_NE(missing.err.find("cannot open the file"), std::string::npos);
+    // One bad file among good ones fails the whole run.
+    EXPECT_EQ(run("check '" + example + "' '" + bad + "'").status, 1);
+}

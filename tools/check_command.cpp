@@ -1,0 +1,36 @@
+// shadenet check FILE...: loads each scene file into a graph of its own and
+// reports every problem as "file:line:column: message".
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "framework/host/depend_graph.h"
+#include "scene/scene_loader.h"
+#include "tools/subcommand.h"
+
+namespace {
+int check(const std::vector<std::string>& files) {
+    int status = kExitOk;
+    for (const std::string& file : files) {
+        TdependGraph graph;
+        TsceneLoader loader;
+        if (loader.load(file, graph)) {
+            std::cout << file << ": ok, " << loader.nodes().size() << " nodes, " << loader.connectionCount()
+                      << " connections\n";
+            continue;
+        }
+        for (const TsceneError& e : loader.errors()) std::cerr << e.text() << "\n";
+        if (loader.errors().size() >= TsceneLoader::kMaxErrors) std::cerr << file << ": too many problems; stopped\n";
+        status = kExitFailure;
+    }
+    return status;
+}
+
+const TsubcommandRegistrar kRegistrar{{"check", "Load scene files and report their problems",
+                                       [](CLI::App& app) -> std::function<int()> {
+                                           auto files = std::make_shared<std::vector<std::string>>();
+                                           app.add_option("files", *files, "Scene files")->required();
+                                           return [files] { return check(*files); };
+                                       }}};
+}  // namespace
