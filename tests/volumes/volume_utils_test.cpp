@@ -65,16 +65,16 @@ Tspec particle(float enter, float exit, T3Float extinction, T3Float color, float
 // Samples laid out with just the items the integrators read.
 class Tray {
 public:
-    explicit Tray(const std::vector<Tspec>& specs) : fTable(Tsample::sFieldTableLength(0)) {
+    explicit Tray(const std::vector<Tspec>& layout) : fTable(Tsample::sFieldTableLength(0)) {
         TbitField64 needed;
         for (unsigned i : {kItemBlobbySurfaceFactor, kItemParticleEntryParam, kItemParticleExitParam,
                            kItemParticleWeight, kItemObjectType, kItemOutColor, kItemOutTransparency,
                            kItemOutGlowColor, kItemOutMatteOpacity})
             needed.set(i);
         fSize = Tsample::sBuildFieldOffsets(needed, fTable.data());
-        fStorage.assign(specs.size() * fSize / 8 + 1, 0);
-        for (size_t i = 0; i < specs.size(); ++i) {
-            const Tspec& p = specs[i];
+        fStorage.assign(layout.size() * fSize / 8 + 1, 0);
+        for (size_t i = 0; i < layout.size(); ++i) {
+            const Tspec& p = layout[i];
             Tsample* s = Tsample::sCreate(reinterpret_cast<char*>(fStorage.data()) + i * fSize, fSize, fTable.data());
             s->setBlobbySurfaceFactor(p.surface ? p.factor : (p.factor > 0 ? 0 : p.factor));
             s->setParticleEntryParam(p.enter);
@@ -115,13 +115,13 @@ void expectNear(const T3Float& a, const T3Float& b, float tolerance, const char*
 
 // Reference: march the ray with a fine step. Volume media are averaged over
 // the part of each step they cover; surface points split the step exactly.
-Tout march(const std::vector<Tspec>& specs, double step) {
+Tout march(const std::vector<Tspec>& layout, double step) {
     double color[3] = {0, 0, 0}, glow[3] = {0, 0, 0}, tr[3] = {1, 1, 1};
     struct Tmedium { double enter, exit, sigma[3], color[3], glow[3], weight; bool particle; };
     std::vector<Tmedium> media;
     std::vector<const Tspec*> points;
     double far = 0;
-    for (const Tspec& s : specs) {
+    for (const Tspec& s : layout) {
         if (s.surface) {
             points.push_back(&s);
             far = std::max(far, double(s.enter));
@@ -262,28 +262,28 @@ TEST(VolumeIntegrate, OverlappingIntervalsAndSurfacesAgreeWithAFineRayMarch) {
     std::mt19937 random(7);
     std::uniform_real_distribution<float> unit(0.05f, 0.95f), place(0.0f, 6.0f), len(0.2f, 3.0f);
     for (int round = 0; round < 8; ++round) {
-        std::vector<Tspec> specs;
+        std::vector<Tspec> layout;
         const int volumes = 2 + round % 4;
         for (int i = 0; i < volumes; ++i) {
             const float enter = place(random);
             T3Float t(unit(random), unit(random), unit(random)), k(unit(random), unit(random), unit(random));
-            specs.push_back(interval(enter, enter + len(random), t, k, k * 0.25f));
+            layout.push_back(interval(enter, enter + len(random), t, k, k * 0.25f));
         }
         if (round % 2) {
             const float enter = place(random);
-            specs.push_back(particle(enter, enter + len(random), T3Float(unit(random), unit(random), unit(random)),
+            layout.push_back(particle(enter, enter + len(random), T3Float(unit(random), unit(random), unit(random)),
                                      T3Float(unit(random), unit(random), unit(random)), 0.5f + unit(random)));
         }
         for (int i = 0; i < 1 + round % 3; ++i) {
             const float factor = i == 1 ? 0.5f : 1.0f;  // one half-strength point in some rays
-            specs.push_back(surface(place(random), T3Float(unit(random), unit(random), unit(random)),
+            layout.push_back(surface(place(random), T3Float(unit(random), unit(random), unit(random)),
                                     T3Float(unit(random), unit(random), unit(random)), T3Float(0.1f, 0.1f, 0.1f),
                                     factor));
         }
-        std::shuffle(specs.begin(), specs.end(), random);
-        Tray ray(specs);
+        std::shuffle(layout.begin(), layout.end(), random);
+        Tray ray(layout);
         const Tout o = eas(ray);
-        const Tout reference = march(specs, 2e-5);
+        const Tout reference = march(layout, 2e-5);
         expectNear(o.color, reference.color, 1e-4f, "colour");
         expectNear(o.transparency, reference.transparency, 1e-4f, "transparency");
         expectNear(o.glow, reference.glow, 1e-4f, "glow");
@@ -449,17 +449,17 @@ TEST(VolumeIntegrate, ThreeOperationsAgreeWhereTheyOverlap) {
     std::mt19937 random(11);
     std::uniform_real_distribution<float> unit(0.05f, 0.95f), place(0.0f, 4.0f);
     for (int round = 0; round < 20; ++round) {
-        std::vector<Tspec> specs;
+        std::vector<Tspec> layout;
         for (int i = 0; i < 6; ++i) {
             const float a = place(random);
             const T3Float t(unit(random), unit(random), unit(random)), k(unit(random), unit(random), unit(random));
             if (i % 3 == 2)
-                specs.push_back(surface(a, t, k, k, 0.25f + 2.5f * unit(random)));
+                layout.push_back(surface(a, t, k, k, 0.25f + 2.5f * unit(random)));
             else
-                specs.push_back(i % 3 ? particle(a, a + unit(random), t, k, unit(random), k)
+                layout.push_back(i % 3 ? particle(a, a + unit(random), t, k, unit(random), k)
                                       : interval(a, a + unit(random), t, k, k));
         }
-        Tray ray(specs);
+        Tray ray(layout);
         const Tout full = eas(ray);
         Tout rt;
         TvolumeUtils().integrateRT(ray.samples(), 0, ray.last(), rt.color, rt.transparency, rt.glow);
@@ -470,8 +470,8 @@ TEST(VolumeIntegrate, ThreeOperationsAgreeWhereTheyOverlap) {
         EXPECT_EQ(rt.transparency, full.transparency);
         expectNear(shadow, full.transparency, 1e-6f, "shadow");
         // Order of the samples in the array does not matter.
-        std::reverse(specs.begin(), specs.end());
-        Tray reversed(specs);
+        std::reverse(layout.begin(), layout.end());
+        Tray reversed(layout);
         const Tout back = eas(reversed);
         expectNear(back.color, full.color, 1e-5f, "colour reversed");
         expectNear(back.transparency, full.transparency, 1e-6f, "transparency reversed");
@@ -497,13 +497,13 @@ TEST(VolumeIntegrate, LongRaysWithNanPositionsStayInBounds) {
     // NaN only at surface points every factor is at most 1, whatever the order.
     std::mt19937 random(3);
     std::uniform_real_distribution<float> place(0.0f, 100.0f);
-    std::vector<Tspec> specs;
+    std::vector<Tspec> layout;
     for (int i = 0; i < 400; ++i) {
         const float a = i % 16 == 0 ? std::numeric_limits<float>::quiet_NaN() : place(random);
-        specs.push_back(i % 2 ? interval(a, a + 0.5f, T3Float(0.99f, 0.99f, 0.99f), kOne)
+        layout.push_back(i % 2 ? interval(a, a + 0.5f, T3Float(0.99f, 0.99f, 0.99f), kOne)
                               : surface(a, T3Float(0.999f, 0.999f, 0.999f), T3Float(0.001f, 0.001f, 0.001f)));
     }
-    Tray ray(specs);
+    Tray ray(layout);
     T3Float shadow;
     TvolumeUtils().integrateShadow(ray.samples(), 0, ray.last(), shadow);
     for (int c = 0; c < 3; ++c) {
@@ -512,21 +512,21 @@ TEST(VolumeIntegrate, LongRaysWithNanPositionsStayInBounds) {
     }
 
     // Without NaNs a long ray is independent of the input order.
-    for (Tspec& s : specs)
+    for (Tspec& s : layout)
         if (std::isnan(s.enter)) s.enter = s.exit = 50;
-    Tray ordered(specs);
-    std::shuffle(specs.begin(), specs.end(), random);
-    Tray shuffled(specs);
+    Tray ordered(layout);
+    std::shuffle(layout.begin(), layout.end(), random);
+    Tray shuffled(layout);
     expectNear(eas(ordered).color, eas(shuffled).color, 1e-4f, "long ray colour");
     expectNear(eas(ordered).transparency, eas(shuffled).transparency, 1e-6f, "long ray transparency");
 }
 
 TEST(VolumeIntegrate, IntegratorsUseNoHeap) {
-    std::vector<Tspec> specs;
+    std::vector<Tspec> layout;
     for (int i = 0; i < 32; ++i)
-        specs.push_back(i % 2 ? interval(float(i), float(i) + 1.5f, T3Float(0.9f, 0.9f, 0.9f), kOne)
+        layout.push_back(i % 2 ? interval(float(i), float(i) + 1.5f, T3Float(0.9f, 0.9f, 0.9f), kOne)
                               : surface(float(i), T3Float(0.95f, 0.95f, 0.95f), T3Float(0.01f, 0.01f, 0.01f)));
-    Tray ray(specs);
+    Tray ray(layout);
     Tout o;
     TvolumeUtils utils;
     TallocationCounter counter;

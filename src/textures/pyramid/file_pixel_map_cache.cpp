@@ -107,13 +107,13 @@ bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Ts
         error = Tstring(OIIO::geterror().empty() ? "cannot open " + path.str() : OIIO::geterror());
         return false;
     }
-    const OIIO::ImageSpec& spec = in->spec();
-    const int w = spec.width, h = spec.height, ch = spec.nchannels;
+    const OIIO::ImageSpec& imageSpec = in->spec();
+    const int w = imageSpec.width, h = imageSpec.height, ch = imageSpec.nchannels;
     if (w < 1 || h < 1 || ch < 1) {
         error = Tstring("image has no pixels");
         return false;
     }
-    const auto base = OIIO::TypeDesc::BASETYPE(spec.format.basetype);
+    const auto base = OIIO::TypeDesc::BASETYPE(imageSpec.format.basetype);
     const bool hdr = base == OIIO::TypeDesc::FLOAT || base == OIIO::TypeDesc::HALF || base == OIIO::TypeDesc::DOUBLE;
     const int stored = storedChannels(ch);
     if (hdr) {
@@ -142,9 +142,9 @@ bool TfilePixelMapCache::saveIMFPixelMap(const Tstring& path, const TpixelMap& m
         error = Tstring(OIIO::geterror().empty() ? "no writer for " + path.str() : OIIO::geterror());
         return false;
     }
-    OIIO::ImageSpec spec(map.width(), map.height(), map.channels(), OIIO::TypeDesc::UINT8);
-    spec.attribute("oiio:UnassociatedAlpha", 1);
-    if (!out->open(path.str(), spec) || !out->write_image(OIIO::TypeDesc::UINT8, map.pixels()) || !out->close()) {
+    OIIO::ImageSpec imageSpec(map.width(), map.height(), map.channels(), OIIO::TypeDesc::UINT8);
+    imageSpec.attribute("oiio:UnassociatedAlpha", 1);
+    if (!out->open(path.str(), imageSpec) || !out->write_image(OIIO::TypeDesc::UINT8, map.pixels()) || !out->close()) {
         error = Tstring(out->geterror());
         return false;
     }

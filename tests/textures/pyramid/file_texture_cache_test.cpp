@@ -155,8 +155,8 @@ TEST(PixelMapCache, ReadsEveryFormatAndMapsHighDynamicRange) {
         std::vector<float> px{0.25f, 0.5f, 4.0f, 0.0f, 0.125f, 1.0f};
         auto out = OIIO::ImageOutput::create(dir.file(name));
         ASSERT_TRUE(out);
-        OIIO::ImageSpec spec(2, 1, 3, OIIO::TypeDesc::FLOAT);
-        ASSERT_TRUE(out->open(dir.file(name), spec));
+        OIIO::ImageSpec imageSpec(2, 1, 3, OIIO::TypeDesc::FLOAT);
+        ASSERT_TRUE(out->open(dir.file(name), imageSpec));
         ASSERT_TRUE(out->write_image(OIIO::TypeDesc::FLOAT, px.data()));
         out->close();
         TpixelMap m;
