@@ -16,8 +16,9 @@ int check(const std::vector<std::string>& files) {
         TdependGraph graph;
         TsceneLoader loader;
         if (loader.load(file, graph)) {
-            std::cout << file << ": ok, " << loader.nodes().size() << " nodes, " << loader.connectionCount()
-                      << " connections\n";
+            auto counted = [](size_t n, const char* what) { return std::to_string(n) + " " + what + (n == 1 ? "" : "s"); };
+            std::cout << file << ": ok, " << counted(loader.nodes().size(), "node") << ", "
+                      << counted(loader.connectionCount(), "connection") << "\n";
             continue;
         }
         for (const TsceneError& e : loader.errors()) std::cerr << e.text() << "\n";

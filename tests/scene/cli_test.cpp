@@ -142,7 +142,7 @@ TEST(CommandLineCheck, GoodFilesPassAndBadOnesNameTheirPlace) {
     const std::string example = std::string(SHADENET_SOURCE_DIR) + "/examples/basic.json";
     ProgramRun good = run("check '" + example + "'");
     EXPECT_EQ(good.status, 0) << good.err;
-    EXPECT_NE(good.out.find("ok, 6 nodes, 1 connections"), std::string::npos) << good.out;
+    EXPECT_NE(good.out.find("ok, 6 nodes, 1 connection\n"), std::string::npos) << good.out;
 
     TtestTempDir dir;
     const std::string bad = dir.file("bad.json");
