@@ -123,7 +123,7 @@ void Tattribute::layoutChildren() {
     for (Tattribute* c : fChildren) needsConstruction |= (c->fFlags & kAttrNeedsConstruction) != 0;
     setFlag(kAttrNeedsConstruction, needsConstruction);
     for (Tattribute* c : fChildren)
-        if (c->fOffsetInParent + c->fSize <= fSize) std::memcpy(fDefault.data() + c->fOffsetInParent, c->defaultData(), c->fSize);
+        if (c->fSize && c->fOffsetInParent + c->fSize <= fSize) std::memcpy(fDefault.data() + c->fOffsetInParent, c->defaultData(), c->fSize);
     if (fParent) fParent->layoutChildren();
 }
 

@@ -1,0 +1,276 @@
+// Nodes that choose: blend and condition compute each input only for the
+// samples that need it; switches pick by the sample's object; the vector
+// product's zero-length guard; sums over multis; remap curves.
+#include <cmath>
+
+#include "framework/host/command_engine.h"
+#include "utilities/arithmetic.h"
+#include "utilities/blend_colors.h"
+#include "utilities/condition.h"
+#include "utilities/remap.h"
+#include "utilities/switches.h"
+#include "utilities/utility_fixture.h"
+
+namespace {
+// Runs of 5 samples whose point.x cycles through 0, 1 and 0.3.
+std::vector<TprobeSample> cyclingSamples() {
+    auto in = rampSamples(64);
+    const float weights[3] = {0.0f, 1.0f, 0.3f};
+    for (unsigned i = 0; i < in.size(); ++i) in[i].point.x = weights[(i / 5) % 3];
+    return in;
+}
+}  // namespace
+
+TEST(LazyInputs, BlendReadsEachColourOnlyWhereItsWeightIsNotZero) {
+    TutilityNetwork net;
+    TdependNode* blend = net.make("blendColors");
+    TutilityTestSource *weight = net.source(), *first = net.source(), *second = net.source();
+    net.connect(weight, TutilityTestSource::saOutAX(), blend, TdnBlendColors::saBlender());
+    net.connect(first, TutilityTestSource::saOutB(), blend, TdnBlendColors::saColor1());
+    net.connect(second, TutilityTestSource::saOutA(), blend, TdnBlendColors::saColor2());
+    net.toColor(blend, TdnBlendColors::saOutput());
+    auto in = cyclingSamples();
+    auto out = net.shade(in);
+    int needFirst = 0, needSecond = 0;
+    for (auto& s : in) {
+        needFirst += s.point.x != 0.0f;
+        needSecond += s.point.x != 1.0f;
+    }
+    EXPECT_EQ(first->samples, needFirst);
+    EXPECT_EQ(second->samples, needSecond);
+    EXPECT_LT(needFirst, 64);
+    EXPECT_LT(needSecond, 64);
+    ASSERT_EQ(out.size(), in.size());
+    for (unsigned i = 0; i < in.size(); ++i) {
+        float b = in[i].point.x;
+        T3Float want = in[i].normal * b + in[i].point * (1 - b);
+        for (int c = 0; c < 3; ++c) EXPECT_FLOAT_EQ(out[i].color[c], want[c]) << i;
+    }
+    auto scalar = net.pull(in);
+    for (unsigned i = 0; i < in.size(); ++i) EXPECT_TRUE(sameBits(out[i].color, scalar[i].color)) << i;
+}
+
+TEST(LazyInputs, ConditionReadsEachColourOnlyForItsRuns) {
+    TutilityNetwork net;
+    TdependNode* cond = net.make("condition");
+    TutilityTestSource *terms = net.source(), *yes = net.source(), *no = net.source();
+    net.connect(terms, TutilityTestSource::saOutAX(), cond, TdnCondition::saFirstTerm());
+    net.set(cond, TdnCondition::saSecondTerm(), 0.3f);
+    net.set(cond, TdnCondition::saOperation(), short(TdnCondition::kGreaterEqual));
+    net.connect(yes, TutilityTestSource::saOutB(), cond, TdnCondition::saColorIfTrue());
+    net.connect(no, TutilityTestSource::saOutA(), cond, TdnCondition::saColorIfFalse());
+    net.toColor(cond, TdnCondition::saOutColor());
+    auto in = cyclingSamples();
+    auto out = net.shade(in);
+    int trueCount = 0;
+    for (auto& s : in) trueCount += s.point.x >= 0.3f;
+    EXPECT_EQ(yes->samples, trueCount);
+    EXPECT_EQ(no->samples, 64 - trueCount);
+    for (unsigned i = 0; i < in.size(); ++i)
+        EXPECT_TRUE(sameBits(out[i].color, in[i].point.x >= 0.3f ? in[i].normal : in[i].point)) << i;
+    auto scalar = net.pull(in);
+    for (unsigned i = 0; i < in.size(); ++i) EXPECT_TRUE(sameBits(out[i].color, scalar[i].color)) << i;
+}
+
+TEST(Condition, ComparisonsAndTheEqualityTolerance) {
+    struct {
+        short op;
+        float a, b;
+        bool result;
+    } cases[] = {
+        {TdnCondition::kEqual, 1.0f, 1.000001f, true},         {TdnCondition::kEqual, 1.0f, 1.0001f, false},
+        {TdnCondition::kNotEqual, 1.0f, 1.000001f, false},     {TdnCondition::kNotEqual, 2.0f, 1.0f, true},
+        {TdnCondition::kGreaterEqual, 1.0f, 1.000001f, false}, {TdnCondition::kGreaterEqual, 1.000001f, 1.0f, true},
+        {TdnCondition::kGreaterThan, 1.0f, 1.0f, false},       {TdnCondition::kLessThan, 1.0f, 1.000001f, true},
+        {TdnCondition::kLessEqual, 1.0f, 1.0f, true},          {TdnCondition::kLessEqual, 1.5f, 1.0f, false},
+    };
+    for (auto& c : cases) {
+        EXPECT_EQ(TdnCondition::sTest(c.op, c.a, c.b), c.result) << c.op << " " << c.a << " " << c.b;
+        // The same through the graph, with the default colours (0 true, 1 false).
+        TdependGraph graph;
+        TdependNode* node = graph.createNode("condition");
+        node->setAttributeValue(&TdnCondition::saOperation(), &c.op);
+        node->setAttributeValue(&TdnCondition::saFirstTerm(), &c.a);
+        node->setAttributeValue(&TdnCondition::saSecondTerm(), &c.b);
+        T3Float out;
+        ASSERT_TRUE(node->getAttributeValue(&TdnCondition::saOutColor(), &out));
+        EXPECT_EQ(out, c.result ? T3Float(0, 0, 0) : T3Float(1, 1, 1));
+    }
+}
+
+TEST(VectorProduct, ProductsNormalisationAndZeroLength) {
+    TfltMatrix m = TfltMatrix::scaling(2, 3, 4);
+    m.m[3][0] = 10;
+    m.m[3][1] = 20;
+    m.m[3][2] = 30;
+    struct {
+        short op;
+        bool normalize;
+        std::function<T3Float(const T3Float&, const T3Float&)> f;
+    } cases[] = {
+        {TdnVectorProduct::kNoOperation, true, [](const T3Float& a, const T3Float&) { return a; }},
+        {TdnVectorProduct::kDotProduct, false, [](const T3Float& a, const T3Float& b) { float d = dot(a, b); return T3Float(d, d, d); }},
+        {TdnVectorProduct::kCrossProduct, false, [](const T3Float& a, const T3Float& b) { return cross(a, b); }},
+        {TdnVectorProduct::kCrossProduct, true, [](const T3Float& a, const T3Float& b) { return normalize(cross(a, b)); }},
+        {TdnVectorProduct::kVectorMatrix, false, [](const T3Float& a, const T3Float&) { return T3Float(2 * a.x, 3 * a.y, 4 * a.z); }},
+        {TdnVectorProduct::kPointMatrix, false,
+         [](const T3Float& a, const T3Float&) { return T3Float(2 * a.x + 10, 3 * a.y + 20, 4 * a.z + 30); }},
+    };
+    for (auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.op << " " << c.normalize);
+        TutilityNetwork net;
+        TdependNode* node = net.make("vectorProduct");
+        TutilityTestSource* source = net.source();
+        net.connect(source, TutilityTestSource::saOutA(), node, TdnVectorProduct::saInput1());
+        net.connect(source, TutilityTestSource::saOutB(), node, TdnVectorProduct::saInput2());
+        net.set(node, TdnVectorProduct::saOperation(), c.op);
+        net.set(node, TdnVectorProduct::saNormalizeOutput(), c.normalize);
+        net.set(node, TdnVectorProduct::saMatrix(), m);
+        net.toColor(node, TdnVectorProduct::saOutput());
+        auto in = rampSamples(64);
+        auto out = shadeBothWays(net, in);
+        for (unsigned i = 0; i < in.size(); ++i) {
+            T3Float want = c.f(in[i].point, in[i].normal);
+            for (int k = 0; k < 3; ++k) EXPECT_NEAR(out[i].color[k], want[k], 1e-4f) << i;
+        }
+    }
+    // Parallel inputs, cross product, normalised: (0, 0, 1) and one warning
+    // naming the node.
+    TdependGraph graph;
+    TdependNode* node = graph.createNode("vectorProduct");
+    short op = TdnVectorProduct::kCrossProduct;
+    bool on = true;
+    T3Float a(1, 2, 3), b(2, 4, 6);
+    node->setAttributeValue(&TdnVectorProduct::saOperation(), &op);
+    node->setAttributeValue(&TdnVectorProduct::saNormalizeOutput(), &on);
+    node->setAttributeValue(&TdnVectorProduct::saInput1(), &a);
+    node->setAttributeValue(&TdnVectorProduct::saInput2(), &b);
+    TcommandCapture capture;
+    T3Float out;
+    ASSERT_TRUE(node->getAttributeValue(&TdnVectorProduct::saOutput(), &out));
+    EXPECT_EQ(out, T3Float(0, 0, 1));
+    ASSERT_EQ(capture.count(TmessageSeverity::kWarning), 1u);
+    EXPECT_EQ(capture.messages()[0].text, node->name().str() + ": found a zero-length output vector. Result is unpredictable.");
+}
+
+TEST(PlusMinusAverage, FoldsTheElementsInIndexOrder) {
+    const float ones[] = {5, 2, 0.5f};  // at indices 0, 3, 7
+    const unsigned at[] = {0, 3, 7};
+    struct {
+        short op;
+        float expected;
+    } cases[] = {{TdnPlusMinusAverage::kNoOperation, 5},
+                 {TdnPlusMinusAverage::kSum, 7.5f},
+                 {TdnPlusMinusAverage::kSubtract, 2.5f},
+                 {TdnPlusMinusAverage::kAverage, 2.5f}};
+    for (auto& c : cases) {
+        SCOPED_TRACE(c.op);
+        TutilityNetwork net;
+        TdependNode* node = net.make("plusMinusAverage");
+        net.set(node, TdnPlusMinusAverage::saOperation(), c.op);
+        for (unsigned e = 0; e < 3; ++e) {
+            ASSERT_TRUE(node->setAttributeValue(&TdnPlusMinusAverage::saInput1D(), &ones[e], at[e]));
+            T3Float v(ones[e], 2 * ones[e], -ones[e]);
+            ASSERT_TRUE(node->setAttributeValue(&TdnPlusMinusAverage::saInput3D(), &v, at[e]));
+            T2Float w{ones[e], 10 * ones[e]};
+            ASSERT_TRUE(node->setAttributeValue(&TdnPlusMinusAverage::saInput2D(), &w, at[e]));
+        }
+        net.toColor(node, TdnPlusMinusAverage::saOutput3D());
+        net.toTransparency(node, TdnPlusMinusAverage::saOutput1D());
+        net.connect(node, TdnPlusMinusAverage::saOutput2Dy(), net.probe, TutilityTestProbe::saTransparencyG());
+        auto out = shadeBothWays(net, rampSamples(4));
+        ASSERT_EQ(out.size(), 4u);
+        EXPECT_FLOAT_EQ(out[3].color.x, c.expected);
+        EXPECT_FLOAT_EQ(out[3].color.y, 2 * c.expected);
+        EXPECT_FLOAT_EQ(out[3].color.z, -c.expected);
+        EXPECT_FLOAT_EQ(out[3].transparency.x, c.expected);
+        EXPECT_FLOAT_EQ(out[3].transparency.y, 10 * c.expected);
+    }
+}
+
+TEST(RemapCurves, InterpolationsThroughTheirKeys) {
+    TcurveKeys keys;
+    keys.count = 3;
+    keys.keys[0] = {0.5f, T3Float(1, 1, 1), TcurveKey::kLinear};  // out of order on purpose
+    keys.keys[1] = {0.0f, T3Float(0, 0, 0), TcurveKey::kLinear};
+    keys.keys[2] = {1.0f, T3Float(0, 0, 0), TcurveKey::kLinear};
+    keys.sort();
+    EXPECT_FLOAT_EQ(keys.evaluate(0.25f, 0), 0.5f);
+    EXPECT_FLOAT_EQ(keys.evaluate(0.75f, 0), 0.5f);
+    EXPECT_FLOAT_EQ(keys.evaluate(-1, 0), 0.0f);
+    keys.keys[0].interp = TcurveKey::kNone;
+    EXPECT_FLOAT_EQ(keys.evaluate(0.4f, 0), 0.0f);
+    keys.keys[0].interp = TcurveKey::kSmooth;
+    EXPECT_FLOAT_EQ(keys.evaluate(0.125f, 0), 0.25f * 0.25f * (3 - 0.5f));
+    for (short interp : {TcurveKey::kSpline, TcurveKey::kSmooth, TcurveKey::kLinear}) {
+        for (auto& k : keys.keys) k.interp = interp;
+        for (unsigned k = 0; k < keys.count; ++k) EXPECT_FLOAT_EQ(keys.evaluate(keys.keys[k].position, 0), keys.keys[k].value.x);
+    }
+    TcurveKeys empty;
+    EXPECT_EQ(empty.evaluate(0.3f, 0), 0.3f);
+}
+
+TEST(RemapCurves, RemapValueThroughTheGraphAndTheEngine) {
+    TutilityNetwork net;
+    TdependNode* node = net.make("remapValue");
+    net.connect(net.source(), TutilityTestSource::saOutAX(), node, TdnRemapValue::saInputValue());
+    net.set(node, TdnRemapValue::saInputMin(), 0.0f);
+    net.set(node, TdnRemapValue::saInputMax(), 2.0f);
+    net.set(node, TdnRemapValue::saOutputMin(), 10.0f);
+    net.set(node, TdnRemapValue::saOutputMax(), 20.0f);
+    // value curve: (0, 0) linear to (1, 1); color curve: (0, black) linear to (1, (1, 0.5, 0)).
+    struct Key {
+        float p;
+        T3Float v;
+    } keys[] = {{0, T3Float(0, 0, 0)}, {1, T3Float(1, 0.5f, 0)}};
+    for (unsigned e = 0; e < 2; ++e) {
+        short linear = TcurveKey::kLinear;
+        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saValuePosition(), &keys[e].p, e));
+        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saValueFloatValue(), &keys[e].v.x, e));
+        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saValueInterp(), &linear, e));
+        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saColorPosition(), &keys[e].p, e));
+        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saColorColor(), &keys[e].v, e));
+        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saColorInterp(), &linear, e));
+    }
+    net.toColor(node, TdnRemapValue::saOutColor());
+    net.toTransparency(node, TdnRemapValue::saOutValue());
+    auto in = rampSamples(64);
+    auto out = shadeBothWays(net, in);
+    for (unsigned i = 0; i < in.size(); ++i) {
+        float t = in[i].point.x / 2;
+        EXPECT_NEAR(out[i].transparency.x, 10 + 10 * t, 1e-5f) << i;
+        EXPECT_NEAR(out[i].color.x, 10 + 10 * t, 1e-5f) << i;
+        EXPECT_NEAR(out[i].color.y, 10 + 5 * t, 1e-5f) << i;
+        EXPECT_NEAR(out[i].color.z, 10.0f, 1e-5f) << i;
+    }
+}
+
+TEST(ShadingSwitches, EachObjectGetsItsElementAndOthersTheDefault) {
+    TutilityNetwork net;
+    TdependNode* sw = net.make("tripleShadingSwitch");
+    TdependNode* shapeA = net.make("utilityTestSource");
+    TdependNode* shapeB = net.make("utilityTestSource");
+    TdependNode* stranger = net.make("utilityTestSource");
+    const T3Float valueA(0.1f, 0.2f, 0.3f), valueB(0.7f, 0.8f, 0.9f);
+    ASSERT_TRUE(sw->setAttributeValue(&TdnTripleSwitch::saInValue(), &valueA, 0));
+    ASSERT_TRUE(sw->setAttributeValue(&TdnTripleSwitch::saInValue(), &valueB, 2));
+    ASSERT_EQ(net.graph.connect(Tplug(shapeA, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 0)),
+              TconnectStatus::kOk);
+    ASSERT_EQ(net.graph.connect(Tplug(shapeB, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 2)),
+              TconnectStatus::kOk);
+    net.toColor(sw, TdnTripleSwitch::saOutput());
+    auto in = rampSamples(64);
+    TdependNode* objects[3] = {shapeA, shapeB, stranger};
+    for (unsigned i = 0; i < in.size(); ++i) in[i].object = objects[(i / 4) % 3];
+    auto out = shadeBothWays(net, in);
+    for (unsigned i = 0; i < in.size(); ++i) {
+        int e = static_cast<TdnBaseSwitch*>(sw)->elementFor(TdnTripleSwitch::saInput(), TdnTripleSwitch::saInShape(), in[i].object);
+        T3Float want = T3Float(0.8f, 0.8f, 0.8f);
+        if (e >= 0) sw->getAttributeValue(&TdnTripleSwitch::saInValue(), &want, unsigned(e));
+        EXPECT_EQ(out[i].color, want) << i;
+        EXPECT_EQ(e < 0, in[i].object == stranger) << i;
+    }
+    EXPECT_EQ(out[0].color, valueA);
+    EXPECT_EQ(out[4].color, valueB);
+    EXPECT_EQ(out[8].color, T3Float(0.8f, 0.8f, 0.8f));
+}

@@ -1,0 +1,99 @@
+#include "utilities/utility_fixture.h"
+
+#include "framework/host/depend_node.h"
+
+SN_REGISTER_NODE_CLASS(TutilityTestSource)
+SN_REGISTER_NODE_CLASS(TutilityTestProbe)
+
+bool TutilityTestSource::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
+    const Tattribute* a = plug.attribute()->rootParent();
+    const Tattribute* in = a == &attrOutA() ? &attrPointCamera() : a == &attrOutB() ? &attrNormalCamera() : nullptr;
+    if (!in) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    TdataHandle source = block.inputValue(*in, first, count);
+    TdataHandle out = block.outputValue(*a, first, count);
+    for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = source.asFloat3(i);
+    samples += int(count);
+    block.setClean(*a);
+    return true;
+}
+
+bool TutilityTestProbe::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
+    const Tattribute* a = plug.attribute()->rootParent();
+    const Tattribute* in = a == &attrOutColor() ? &attrColor() : a == &attrOutTransparency() ? &attrTransparency() : nullptr;
+    if (!in) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    TdataHandle source = block.inputValue(*in, first, count);
+    TdataHandle out = block.outputValue(*a, first, count);
+    for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = source.asFloat3(i);
+    block.setClean(*a);
+    return true;
+}
+
+std::vector<TprobeResult> TutilityNetwork::shade(const std::vector<TprobeSample>& in) {
+    std::vector<TprobeResult> results;
+    TbitField64 provided;
+    EXPECT_TRUE(group->analyse(kSurfaceColorTransparency, &provided, nullptr, nullptr, nullptr));
+    TshadingOpus* opus = group->option(kSurfaceColorTransparency).opus;
+    EXPECT_NE(opus, nullptr);
+    if (!opus) return results;
+    unsigned size = group->sampleSize(kSurfaceColorTransparency);
+    unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
+    std::vector<std::vector<uint64_t>> memory;
+    std::vector<Tsample*> samples;
+    for (const TprobeSample& s : in) {
+        memory.emplace_back((size + 7) / 8, 0);
+        Tsample* sample = Tsample::sCreate(memory.back().data(), size, fields);
+        if (sample->hasItem(kItemPointCamera)) sample->setPointCamera(s.point);
+        if (sample->hasItem(kItemNormalCamera)) sample->setNormalCamera(s.normal);
+        if (sample->hasItem(kItemObjectId)) sample->setObjectId(s.object);
+        samples.push_back(sample);
+    }
+    opus->shade(unsigned(samples.size()), samples.data());
+    for (Tsample* sample : samples) {
+        TprobeResult r;
+        r.color = *sample->outColor();
+        if (sample->hasItem(kItemOutTransparency)) r.transparency = *sample->outTransparency();
+        results.push_back(r);
+    }
+    return results;
+}
+
+std::vector<TprobeResult> TutilityNetwork::pull(const std::vector<TprobeSample>& in) {
+    std::vector<TprobeResult> results;
+    for (const TprobeSample& s : in) {
+        for (TutilityTestSource* source : sources) {
+            source->setAttributeValue(&TutilityTestSource::saPointCamera(), &s.point);
+            source->setAttributeValue(&TutilityTestSource::saNormalCamera(), &s.normal);
+        }
+        for (TdependNode* node : graph.nodes())
+            if (const Tattribute* id = node->attribute(Tstring("objectId")); id && id->valueType() == TvalueType::kAddr)
+                node->setAttributeValue(id, &s.object);
+        TprobeResult r;
+        probe->getAttributeValue(&TutilityTestProbe::saOutColor(), &r.color);
+        probe->getAttributeValue(&TutilityTestProbe::saOutTransparency(), &r.transparency);
+        results.push_back(r);
+    }
+    return results;
+}
+
+std::vector<TprobeSample> rampSamples(unsigned count) {
+    std::vector<TprobeSample> out(count);
+    for (unsigned i = 0; i < count; ++i) {
+        float t = float(i) / float(count > 1 ? count - 1 : 1);
+        out[i].point = T3Float(t, 1.0f - t, 0.25f + 0.5f * t * t);
+        out[i].normal = T3Float(0.5f - t, 2.0f * t, 0.75f);
+    }
+    return out;
+}
+
+std::vector<TprobeResult> shadeBothWays(TutilityNetwork& net, const std::vector<TprobeSample>& in) {
+    std::vector<TprobeResult> engine = net.shade(in);
+    std::vector<TprobeResult> scalar = net.pull(in);
+    EXPECT_EQ(engine.size(), scalar.size());
+    for (size_t i = 0; i < engine.size() && i < scalar.size(); ++i) {
+        EXPECT_TRUE(sameBits(engine[i].color, scalar[i].color))
+            << "sample " << i << ": " << engine[i].color.x << " " << engine[i].color.y << " " << engine[i].color.z << " vs "
+            << scalar[i].color.x << " " << scalar[i].color.y << " " << scalar[i].color.z;
+        EXPECT_TRUE(sameBits(engine[i].transparency, scalar[i].transparency)) << "sample " << i;
+    }
+    return engine;
+}

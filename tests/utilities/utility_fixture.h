@@ -1,0 +1,141 @@
+#pragma once
+// Networks of utility nodes between a sample-driven source and a probe
+// material, shaded two ways: by the engine over a batch and by the host
+// graph's scalar pull, one sample at a time.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <vector>
+
+#include "framework/host/attribute_groups.h"
+#include "framework/host/depend_graph.h"
+#include "framework/host/node_class.h"
+#include "framework/render_node.h"
+#include "shading/sample.h"
+#include "shading/shading_catalog.h"
+#include "shading/shading_engine.h"
+#include "shading/shading_opus.h"
+
+// outA = pointCamera and outB = normalCamera of the sample; counts the
+// samples it computes.
+struct TutilityTestSourceVS : TdependNodeVS {
+    TvectorAttribute pointCamera{"pointCamera", "p", TiffTag("UTPC")};
+    TvectorAttribute normalCamera{"normalCamera", "n", TiffTag("UTNC")};
+    TvectorAttribute outA{"outA", "oa", TiffTag("UTOA")};
+    TvectorAttribute outB{"outB", "ob", TiffTag("UTOB")};
+    TutilityTestSourceVS() {
+        outA.setFlag(kAttrWritable, false);
+        outB.setFlag(kAttrWritable, false);
+    }
+    bool setupDependencies(TdependencyMatrix& m) override {
+        if (!TdependNodeVS::setupDependencies(m)) return false;
+        affects(m, {&pointCamera.whole}, {&outA.whole});
+        affects(m, {&normalCamera.whole}, {&outB.whole});
+        return true;
+    }
+};
+class TutilityTestSource : public TnodeClass<TutilityTestSource, TrenderNode, TutilityTestSourceVS> {
+public:
+    static constexpr TnodeClassInfo kInfo{"TutilityTestSource", 9201, "kUtilityTestSource", "utilityTestSource", "UTSR",
+                                          "utility/test"};
+    SN_VECTOR_ATTRIBUTE(PointCamera, pointCamera)
+    SN_VECTOR_ATTRIBUTE(NormalCamera, normalCamera)
+    SN_VECTOR_ATTRIBUTE(OutA, outA)
+    SN_VECTOR_ATTRIBUTE(OutB, outB)
+    std::atomic<int> samples{0};
+
+protected:
+    bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
+};
+
+// A pass-through material: outColor = color, outTransparency = transparency.
+struct TutilityTestProbeVS : TdependNodeVS {
+    TcolorAttribute color{"color", "c", TiffTag("UTCO")};
+    TcolorAttribute transparency{"transparency", "it", TiffTag("UTTR")};
+    TcolorAttribute outColor{"outColor", "oc", TiffTag("UTOC")};
+    TcolorAttribute outTransparency{"outTransparency", "ot", TiffTag("UTOT")};
+    TutilityTestProbeVS() {
+        outColor.setFlag(kAttrWritable, false);
+        outTransparency.setFlag(kAttrWritable, false);
+    }
+    bool setupDependencies(TdependencyMatrix& m) override {
+        if (!TdependNodeVS::setupDependencies(m)) return false;
+        affects(m, {&color.whole}, {&outColor.whole});
+        affects(m, {&transparency.whole}, {&outTransparency.whole});
+        return true;
+    }
+};
+class TutilityTestProbe : public TnodeClass<TutilityTestProbe, TrenderNode, TutilityTestProbeVS> {
+public:
+    static constexpr TnodeClassInfo kInfo{"TutilityTestProbe", 9202, "kUtilityTestProbe", "utilityTestProbe", "UTPR",
+                                          "shader/surface"};
+    SN_COLOR_ATTRIBUTE(Color, color)
+    SN_COLOR_ATTRIBUTE(Transparency, transparency)
+    SN_COLOR_ATTRIBUTE(OutColor, outColor)
+    SN_COLOR_ATTRIBUTE(OutTransparency, outTransparency)
+
+protected:
+    bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
+};
+
+// What one sample feeds and gets back.
+struct TprobeSample {
+    T3Float point, normal;
+    void* object = nullptr;
+};
+struct TprobeResult {
+    T3Float color, transparency;
+};
+
+struct TutilityNetwork {
+    TdependGraph graph;
+    TDNshadingEngine* group = static_cast<TDNshadingEngine*>(graph.createNode("shadingEngine"));
+    TutilityTestProbe* probe = make<TutilityTestProbe>("utilityTestProbe");
+    std::vector<TutilityTestSource*> sources;
+
+    TutilityNetwork() { connect(probe, TutilityTestProbe::saOutColor(), group, TDNshadingEngine::saSurfaceShader()); }
+    ~TutilityNetwork() {
+        for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
+    }
+    template <class T = TdependNode>
+    T* make(const char* type) {
+        TdependNode* node = graph.createNode(type);
+        EXPECT_NE(node, nullptr) << type;
+        return static_cast<T*>(node);
+    }
+    TutilityTestSource* source() {
+        sources.push_back(make<TutilityTestSource>("utilityTestSource"));
+        return sources.back();
+    }
+    void connect(TdependNode* from, const Tattribute& out, TdependNode* to, const Tattribute& in) {
+        EXPECT_EQ(graph.connect(Tplug(from, &out), Tplug(to, &in)), TconnectStatus::kOk)
+            << out.longName().asC() << " -> " << in.longName().asC();
+    }
+    template <class V>
+    void set(TdependNode* node, const Tattribute& a, V value) {
+        EXPECT_TRUE(node->setAttributeValue(&a, &value)) << a.longName().asC();
+    }
+    // Connects a node's output into probe.color (a float into colorR).
+    void toColor(TdependNode* node, const Tattribute& out) {
+        connect(node, out, probe, out.size() == 4 ? static_cast<const Tattribute&>(TutilityTestProbe::saColorR()) : TutilityTestProbe::saColor());
+    }
+    void toTransparency(TdependNode* node, const Tattribute& out) {
+        connect(node, out, probe, out.size() == 4 ? static_cast<const Tattribute&>(TutilityTestProbe::saTransparencyR()) : TutilityTestProbe::saTransparency());
+    }
+
+    // The engine's results over one batch of the given samples.
+    std::vector<TprobeResult> shade(const std::vector<TprobeSample>& in);
+    // The host graph's results, one sample at a time.
+    std::vector<TprobeResult> pull(const std::vector<TprobeSample>& in);
+};
+
+inline bool sameBits(const T3Float& a, const T3Float& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+// Samples whose point and normal follow two smooth ramps.
+std::vector<TprobeSample> rampSamples(unsigned count);
+
+// Shades both ways and expects the two to agree bit for bit; returns the
+// engine's results.
+std::vector<TprobeResult> shadeBothWays(TutilityNetwork& net, const std::vector<TprobeSample>& in);
