@@ -1,0 +1,244 @@
+#include "textures/ramp.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "framework/render_utilities.h"
+#include "textures/noise/noise.h"
+
+SN_REGISTER_NODE_CLASS(TdnRamp)
+
+namespace {
+constexpr float kPi = 3.1415927f;
+constexpr float kHalfPi = 1.5707964f;
+constexpr float kTwoPi = 6.2831855f;
+}  // namespace
+
+TdnVSRamp::TdnVSRamp() {
+    const char* types[] = {"V Ramp", "U Ramp", "Diagonal Ramp", "Radial Ramp", "Circular Ramp", "Box Ramp", "UV Ramp", "Four Corner Ramp",
+                           "Tartan Ramp"};
+    const char* typeKeys[] = {"kVRamp", "kURamp", "kDiagRamp", "kRadialRamp", "kCircularRamp", "kBoxRamp", "kUVRamp", "kFourRamp", "kTartanRamp"};
+    for (short i = 0; i < 9; ++i) type.addField(typeKeys[i], types[i], i);
+    const char* interps[] = {"None", "Linear", "Exponential Up", "Exponential Down", "Smooth", "Bump", "Spike"};
+    const char* interpKeys[] = {"kNoInterp", "kLinearInterp", "kExpUpInterp", "kExpDnInterp", "kSmoothInterp", "kBumpInterp", "kSpikeInterp"};
+    for (short i = 0; i < 7; ++i) interpolation.addField(interpKeys[i], interps[i], i);
+    interpolation.setNativeDefaultData(1.0);
+    colorEntryList.setMulti(true);
+    position.setParent(&colorEntryList);
+    color.whole.setParent(&colorEntryList);
+    color.setDefault(1, 1, 1);
+    position.setSoftMin(0);
+    position.setSoftMax(1);
+    for (TattributeFloat* a : {&uWave, &vWave, &noise, &hueNoise, &satNoise, &valNoise}) {
+        a->setSoftMin(0);
+        a->setSoftMax(1);
+    }
+    for (TattributeFloat* a : {&noiseFreq, &hueNoiseFreq, &satNoiseFreq, &valNoiseFreq}) {
+        a->setNativeDefaultData(0.5);
+        a->setSoftMin(0);
+        a->setSoftMax(1);
+    }
+}
+
+bool TdnVSRamp::setupDependencies(TdependencyMatrix& m) {
+    if (!TdependNodeVS::setupDependencies(m)) return false;
+    TdnVSTx2D::affectsOutputs(m, {&type, &interpolation, &colorEntryList, &uWave, &vWave, &noise, &noiseFreq, &hueNoise, &satNoise,
+                                  &valNoise, &hueNoiseFreq, &satNoiseFreq, &valNoiseFreq});
+    return true;
+}
+
+void TdnRamp::computeOutputColor(short interp, float value, float low, float high, const T3Float& L, const T3Float& H, T3Float& out) {
+    if (low < 0.0f) {
+        out = H;
+        return;
+    }
+    if (high > 1.0f || high == low || interp == kNoInterp) {
+        out = L;
+        return;
+    }
+    float t = (value - low) / (high - low);
+    // Whether the pair rises, summed over the channels in this exact order.
+    float rise = (H.x - L.x) - L.y - L.z + H.y + H.z;
+    float s = t;
+    switch (interp) {
+        case kExpUpInterp: s = t * t; break;
+        case kExpDnInterp: s = 1.0f - (1.0f - t) * (1.0f - t); break;
+        case kSmoothInterp: s = (std::cos((t + 1.0f) * kPi) + 1.0f) * 0.5f; break;
+        case kBumpInterp: s = rise > 0.0f ? std::sin(t * kHalfPi) : std::sin((t - 1.0f) * kHalfPi) + 1.0f; break;
+        case kSpikeInterp: s = rise >= 0.0f ? std::sin((t - 1.0f) * kHalfPi) + 1.0f : std::sin(t * kHalfPi); break;
+        default: break;
+    }
+    out = L + (H - L) * s;
+}
+
+void TdnRamp::getRampColourAtValue(short interp, float value, const TrampKeys& keys, T3Float& out) {
+    if (keys.count == 0) {
+        out = T3Float();
+        return;
+    }
+    if (keys.count == 1) {
+        out = keys.colour[0];
+        return;
+    }
+    float low = -1.0f, high = 2.0f;
+    T3Float lowColour, highColour;
+    for (unsigned k = 0; k < keys.count; ++k) {
+        float p = std::min(keys.position[k], 1.0f);
+        if (p <= value && p > low) {
+            low = p;
+            lowColour = keys.colour[k];
+        }
+        if (p >= value && p < high) {
+            high = p;
+            highColour = keys.colour[k];
+        }
+    }
+    computeOutputColor(interp, value, low, high, lowColour, highColour, out);
+}
+
+void TdnRamp::readKeys(TdataBlock& block, TrampKeys& keys) {
+    const Tattribute& list = saColorEntryList();
+    unsigned indices[TrampKeys::kMaxKeys];
+    unsigned n = std::min(block.multiIndices(list, indices, TrampKeys::kMaxKeys), TrampKeys::kMaxKeys);
+    keys.count = 0;
+    for (unsigned k = 0; k < n; ++k) {
+        TdataHandle e = block.elementValue(list, indices[k]);
+        if (e.isNull()) continue;
+        const char* bytes = static_cast<const char*>(e.value);
+        keys.position[keys.count] = *reinterpret_cast<const float*>(bytes + saPosition().offsetInParent());
+        keys.colour[keys.count] = *reinterpret_cast<const T3Float*>(bytes + saColor().offsetInParent());
+        ++keys.count;
+    }
+}
+
+void TdnRamp::getRampColourAtValue(short interp, float value, TdataBlock& block, T3Float& out) {
+    TrampKeys keys;
+    readKeys(block, keys);
+    getRampColourAtValue(interp, value, keys, out);
+}
+
+void TdnRamp::addDefaultValuesIfEmpty() {
+    TuInt32Array indices;
+    getExistingMultiAttributeIndices(Tplug(this, &attrColorEntryList(), true), indices);
+    if (indices.length()) return;
+    setColourEntry(0, 0.0f, T3Float(1, 0, 0));
+    setColourEntry(1, 0.5f, T3Float(0, 1, 0));
+    setColourEntry(2, 1.0f, T3Float(0, 0, 1));
+}
+
+bool TdnRamp::getColourEntry(int index, float& position, T3Float& colour) {
+    if (index < 0 || !hasMultiElement(&attrColorEntryList(), unsigned(index))) return false;
+    getAttributeValue(&attrPosition(), &position, unsigned(index));
+    getAttributeValue(&attrColor(), &colour, unsigned(index));
+    return true;
+}
+
+void TdnRamp::setPositionOfKey(int index, float position) {
+    if (index >= 0) setAttributeValue(&attrPosition(), &position, unsigned(index));
+}
+
+void TdnRamp::setColourEntry(int index, float position, const T3Float& colour) {
+    if (index < 0) return;
+    setAttributeValue(&attrPosition(), &position, unsigned(index));
+    setAttributeValue(&attrColor(), &colour, unsigned(index));
+}
+
+float TdnRamp::sRampValue(short type, float u, float v) {
+    switch (type) {
+        case kURamp: return u;
+        case kDiagRamp: return (u + v) * 0.5f;
+        case kRadialRamp: {
+            float x = u - 0.5f, y = v - 0.5f;
+            if (std::fabs(x) <= 1e-5f && std::fabs(y) <= 1e-5f) return 0.0f;
+            return std::atan2(x, y) / kTwoPi + 0.5f;
+        }
+        case kCircularRamp: {
+            float x = (u - 0.5f) * 1.414f, y = (v - 0.5f) * 1.414f;
+            return std::sqrt(x * x + y * y);
+        }
+        case kBoxRamp: return 2.0f * std::max(std::fabs(u - 0.5f), std::fabs(v - 0.5f));
+        default: return v;
+    }
+}
+
+static float sWrapUnit(float x) { return (x < 0.0f || x > 1.0f) ? x - std::floor(x) : x; }
+
+bool TdnRamp::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
+    if (!isColorOutput(plug)) return TdnTx2D::vectorComputePlug(plug, block, first, count);
+    TrampKeys keys;
+    readKeys(block, keys);
+    TdataHandle uv = block.inputValue(attrUvCoord(), first, count);
+    TdataHandle fallback = block.inputValue(attrDefaultColor(), first, count);
+    TdataHandle type = block.inputValue(attrType(), first, count);
+    TdataHandle interp = block.inputValue(attrInterpolation(), first, count);
+    TdataHandle uWave = block.inputValue(attrUWave(), first, count);
+    TdataHandle vWave = block.inputValue(attrVWave(), first, count);
+    TdataHandle noise = block.inputValue(attrNoise(), first, count);
+    TdataHandle noiseFreq = block.inputValue(attrNoiseFreq(), first, count);
+    TdataHandle hueNoise = block.inputValue(attrHueNoise(), first, count);
+    TdataHandle satNoise = block.inputValue(attrSatNoise(), first, count);
+    TdataHandle valNoise = block.inputValue(attrValNoise(), first, count);
+    TdataHandle hueFreq = block.inputValue(attrHueNoiseFreq(), first, count);
+    TdataHandle satFreq = block.inputValue(attrSatNoiseFreq(), first, count);
+    TdataHandle valFreq = block.inputValue(attrValNoiseFreq(), first, count);
+    Ttx2dBatch<0> batch(first, count);
+    for (unsigned i = first; i < first + count; ++i) {
+        T2Float p = uv.asFloat2(i);
+        if (isOutsideUv(p)) {
+            batch.setOutside(i, fallback.asFloat3(i));
+            continue;
+        }
+        float u = p.x, v = p.y;
+        float n = noise.asFloat(i);
+        if (n >= 1e-5f) {
+            float f = noiseFreq.asFloat(i);
+            float g = Tnoise::noise2(u * f, v * f);
+            u += n * g;
+            v += n * g;
+        }
+        float uw = uWave.asFloat(i), vw = vWave.asFloat(i);
+        float waveU = u, waveV = v;
+        if (uw >= 1e-5f) waveV = v + std::sin(u * 2.0f * kPi) * uw;
+        if (vw >= 1e-5f) waveU = u - std::sin(v * 2.0f * kPi) * vw;
+        u = waveU;
+        v = waveV;
+        auto amount = [&](const TdataHandle& a, const TdataHandle& f) {
+            float x = a.asFloat(i);
+            return x >= 1e-5f ? x * Tnoise::noise2(u * f.asFloat(i), v * f.asFloat(i)) : 0.0f;
+        };
+        float hn = amount(hueNoise, hueFreq), sn = amount(satNoise, satFreq), vn = amount(valNoise, valFreq);
+        bool colourNoise = hueNoise.asFloat(i) >= 1e-5f || satNoise.asFloat(i) >= 1e-5f || valNoise.asFloat(i) >= 1e-5f;
+        u = sWrapUnit(u);
+        v = sWrapUnit(v);
+        short kind = interp.asShort(i);
+        T3Float c;
+        switch (short t = type.asShort(i)) {
+            case kUVRamp:
+            case kTartanRamp: {
+                T3Float atY, atX;
+                getRampColourAtValue(kind, 2.0f * std::fabs(v - 0.5f), keys, atY);
+                getRampColourAtValue(kind, 2.0f * std::fabs(u - 0.5f), keys, atX);
+                c = t == kUVRamp ? T3Float(atY.x * atX.x, atY.y * atX.y, atY.z * atX.z) : (atY + atX) * 0.5f;
+                break;
+            }
+            case kFourRamp: {
+                const float corner[4] = {(1 - u) * (1 - v), (1 - v) * u, (1 - u) * v, u * v};
+                for (unsigned k = 0; k < 4 && k < keys.count; ++k) c = c + keys.colour[k] * corner[k];
+                break;
+            }
+            default: getRampColourAtValue(kind, sRampValue(t, u, v), keys, c); break;
+        }
+        if (colourNoise) {
+            T3Float hsv = TrenderUtilities::RGBtoHSV(c);
+            hsv.x += hn * 360.0f;
+            if (hsv.x > 360.0f) hsv.x -= 360.0f;
+            if (hsv.x < 0.0f) hsv.x += 360.0f;
+            hsv.y = std::clamp(hsv.y + sn, 0.0f, 1.0f);
+            hsv.z = std::clamp(hsv.z + vn, 0.0f, 1.0f);
+            c = TrenderUtilities::HSVtoRGB(hsv);
+        }
+        batch.setOwn(i, c, luminance(c));
+    }
+    batch.finish(block, nullptr, attrOutColor(), attrOutAlpha(), true);
+    return true;
+}

@@ -1,0 +1,89 @@
+#include "textures/texture_2d.h"
+
+#include <algorithm>
+#include <cmath>
+
+SN_REGISTER_NODE_CLASS(TdnTx2D)
+
+TdnVSTx2D::TdnVSTx2D() {
+    filter.setNativeDefaultData(1.0);
+    colorGain.setDefault(1, 1, 1);
+    alphaGain.setNativeDefaultData(1.0);
+    defaultColor.setDefault(0.5f, 0.5f, 0.5f);
+    outColor.setFlag(kAttrWritable, false);
+    outAlpha.setFlag(kAttrWritable, false);
+}
+
+bool TdnVSTx2D::setupDependencies(TdependencyMatrix& m) {
+    if (!TdependNodeVS::setupDependencies(m)) return false;
+    affects(m,
+            {&uvCoord.whole, &uvFilterSize.whole, &filter, &filterOffset, &invert, &alphaIsLuminance, &colorGain.whole,
+             &colorOffset.whole, &alphaGain, &alphaOffset, &defaultColor.whole},
+            {&outColor.whole, &outAlpha});
+    return true;
+}
+
+void TdnVSTx2D::affectsOutputs(TdependencyMatrix& m, std::initializer_list<const Tattribute*> inputs) {
+    TdnVSTx2D& base = TdnTx2D::sVsData();
+    for (const Tattribute* in : inputs) base.affects(m, {in}, {&base.outColor.whole, &base.outAlpha});
+}
+
+Ttx2dEffects::Ttx2dEffects(TdataBlock& block, unsigned first, unsigned count)
+    : invert(block.inputValue(TdnTx2D::saInvert(), first, count)),
+      alphaIsLuminance(block.inputValue(TdnTx2D::saAlphaIsLuminance(), first, count)),
+      colorGain(block.inputValue(TdnTx2D::saColorGain(), first, count)),
+      colorOffset(block.inputValue(TdnTx2D::saColorOffset(), first, count)),
+      alphaGain(block.inputValue(TdnTx2D::saAlphaGain(), first, count)),
+      alphaOffset(block.inputValue(TdnTx2D::saAlphaOffset(), first, count)),
+      defaultColor(block.inputValue(TdnTx2D::saDefaultColor(), first, count)) {}
+
+void Ttx2dEffects::apply(unsigned i, T3Float& colour, float& alpha) const {
+    if (invert.asBool(i)) {
+        colour = T3Float(1.0f - colour.x, 1.0f - colour.y, 1.0f - colour.z);
+        alpha = 1.0f - alpha;
+    }
+    const T3Float& gain = colorGain.asFloat3(i);
+    const T3Float& offset = colorOffset.asFloat3(i);
+    colour = T3Float(colour.x * gain.x + offset.x, colour.y * gain.y + offset.y, colour.z * gain.z + offset.z);
+    alpha = alpha * alphaGain.asFloat(i) + alphaOffset.asFloat(i);
+}
+
+Tattribute* TdnTx2D::alternateAttr(const Tattribute* a) {
+    if (!a) return nullptr;
+    const Tstring& name = a->longName();
+    if (name == Tstring("color")) return &attrOutColor();
+    if (name == Tstring("alpha") || name == Tstring("transparency")) return &attrOutAlpha();
+    if (name == Tstring("uv")) return &attrUvCoord();
+    return nullptr;
+}
+
+bool TdnTx2D::isColorOutput(const Tplug& plug) {
+    const Tattribute* a = plug.attribute();
+    return a && (a->rootParent() == &saOutColor() || a == &saOutAlpha());
+}
+
+bool TdnTx2D::checkOutside(TdataBlock& block, const T2Float& uv) {
+    if (!isOutsideUv(uv)) return false;
+    setToDefaultColor(block);
+    return true;
+}
+
+void TdnTx2D::setToDefaultColor(TdataBlock& block) {
+    T3Float c = block.inputValue(saDefaultColor()).asFloat3();
+    block.outputValue(saOutColor()).asFloat3() = c;
+    block.outputValue(saOutAlpha()).asFloat() = luminance(c);
+}
+
+float TdnTx2D::filteredSize(const T2Float& size, float filter, float filterOffset) {
+    return std::fabs(std::max(size.x, size.y) * std::max(0.0f, filter) + filterOffset);
+}
+
+float TdnTx2D::filteredSize(TdataBlock& block) {
+    return filteredSize(block.inputValue(saUvFilterSize()).asFloat2(), block.inputValue(saFilter()).asFloat(),
+                        block.inputValue(saFilterOffset()).asFloat());
+}
+
+void TdnTx2D::colorEffects(TdataBlock& block, T3Float& colour, float& alpha) {
+    unsigned i = block.currentIndex();
+    Ttx2dEffects(block, i, 1).apply(i, colour, alpha);
+}

@@ -1,0 +1,193 @@
+#pragma once
+// TdnTx2D: the base of every texture read at a UV point. It declares the
+// attributes every 2D texture has and the shared steps of their compute:
+// recognising a sample outside the texture, the filter width, the default
+// colour and the colour effects. Ttx2dBatch carries the three-pass form of a
+// texture's vector compute: a first pass runs the pattern and records, per
+// sample, how much of each colour input it needs; the inputs are then
+// computed only for the runs of samples that need them; a last pass mixes.
+#include <cstdint>
+#include <memory>
+
+#include "framework/host/attribute_groups.h"
+#include "framework/host/node_class.h"
+#include "framework/node_registry.h"
+#include "framework/render_node.h"
+#include "shading/shading_types.h"
+#include "textures/texture_attributes.h"
+
+// The placement writes kOutsideUv to both coordinates of a sample that lies
+// outside the texture; a texture tests with kOutsideUvTest.
+constexpr float kOutsideUv = -10000000.0f;
+constexpr float kOutsideUvTest = -1e7f;
+// An input whose weight is below this is neither computed nor read.
+constexpr float kWeightEpsilon = 1e-5f;
+
+inline float luminance(const T3Float& c) { return 0.3f * c.x + 0.59f * c.y + 0.11f * c.z; }
+inline bool isOutsideUv(const T2Float& uv) { return uv.x <= kOutsideUvTest && uv.y <= kOutsideUvTest; }
+
+struct TdnVSTx2D : TdependNodeVS {
+    TpairAttribute uvCoord{"uvCoord", "uv", TiffTag("UVPT"), "uCoord", "u", TiffTag("UPNT"), "vCoord", "v", TiffTag("VPNT")};
+    TpairAttribute uvFilterSize{"uvFilterSize", "fs", TiffTag("FSZ2"), "uvFilterSizeX", "fsx", TiffTag("FSZX"),
+                                "uvFilterSizeY", "fsy", TiffTag("FSZY")};
+    TattributeFloat filter{"filter", "f", TiffTag("FLTR")};
+    TattributeFloat filterOffset{"filterOffset", "fo", TiffTag("FOFF")};
+    TattributeBoolean invert{"invert", "i", TiffTag("INVR")};
+    TattributeBoolean alphaIsLuminance{"alphaIsLuminance", "ail", TiffTag("ALUM")};
+    TnamedTripleAttribute colorGain{"colorGain", "cg", TiffTag("GAIN"), {"colorGainR", "cgr", TiffTag("GANR")},
+                                    {"colorGainG", "cgg", TiffTag("GANG")}, {"colorGainB", "cgb", TiffTag("GANB")}};
+    TcolorAttribute colorOffset{"colorOffset", "co", TiffTag("COS3")};
+    TattributeFloat alphaGain{"alphaGain", "ag", TiffTag("AGAI")};
+    TattributeFloat alphaOffset{"alphaOffset", "ao", TiffTag("AOFS")};
+    TcolorAttribute defaultColor{"defaultColor", "dc", TiffTag("DEF3")};
+    TnamedTripleAttribute outColor{"outColor", "oc", TiffTag("OUT3"), {"outColorR", "ocr", TiffTag("ORED")},
+                                   {"outColorG", "ocg", TiffTag("OGRE")}, {"outColorB", "ocb", TiffTag("OBLU")}};
+    TattributeFloat outAlpha{"outAlpha", "oa", TiffTag("OALP")};
+
+    TdnVSTx2D();
+    bool setupDependencies(TdependencyMatrix& m) override;
+    // For a texture's own description: its inputs affect outColor and outAlpha.
+    static void affectsOutputs(TdependencyMatrix& m, std::initializer_list<const Tattribute*> inputs);
+};
+
+// The handles of the colour effects, read by pointer and stride.
+struct Ttx2dEffects {
+    TdataHandle invert, alphaIsLuminance, colorGain, colorOffset, alphaGain, alphaOffset, defaultColor;
+    Ttx2dEffects(TdataBlock& block, unsigned first, unsigned count);
+    // Invert, then gain and offset; no clamp.
+    void apply(unsigned i, T3Float& colour, float& alpha) const;
+};
+
+// Per-sample scratch of one vector compute, for a texture with kInputs lazy
+// colour inputs. A batch stands on the caller's stack; a larger call (not
+// one the engine makes) takes the heap.
+template <unsigned kInputs>
+class Ttx2dBatch {
+public:
+    struct Record {
+        float weight[kInputs > 0 ? kInputs : 1];
+        T3Float own;  // the colour the pattern makes by itself
+        float alpha;
+        uint8_t need[kInputs > 0 ? kInputs : 1];
+        uint8_t done;  // outside: default colour, no input read
+    };
+
+    Ttx2dBatch(unsigned first, unsigned count) : fFirst(first), fCount(count) {
+        if (count > kBatchSize) {
+            fHeap.reset(new Record[count]);
+            fRecords = fHeap.get();
+        }
+        for (unsigned k = 0; k < count; ++k) fRecords[k] = Record{};
+    }
+    Ttx2dBatch(const Ttx2dBatch&) = delete;
+    Ttx2dBatch& operator=(const Ttx2dBatch&) = delete;
+
+    Record& at(unsigned i) { return fRecords[i - fFirst]; }
+    unsigned first() const { return fFirst; }
+    unsigned count() const { return fCount; }
+
+    // The pattern's result for sample i: its own colour and alpha.
+    void setOwn(unsigned i, const T3Float& colour, float alpha) {
+        Record& r = at(i);
+        r.own = colour;
+        r.alpha = alpha;
+    }
+    // Sample i needs input k with weight w (ignored below the threshold).
+    void setWeight(unsigned k, unsigned i, float w) {
+        Record& r = at(i);
+        r.weight[k] = w;
+        r.need[k] = w >= kWeightEpsilon;
+    }
+    // Sample i lies outside: the default colour with its luminance as alpha.
+    void setOutside(unsigned i, const T3Float& defaultColour) {
+        Record& r = at(i);
+        r.own = defaultColour;
+        r.alpha = luminance(defaultColour);
+        r.done = 1;
+    }
+
+    // The lazy pass and the mix. Each input is computed for the maximal runs
+    // of samples that need it, then the colour is the pattern's own colour
+    // plus the weighted inputs; alpha is the pattern's, or the colour's
+    // luminance when `alphaFromColour` or alphaIsLuminance says so; then the
+    // colour effects. `clampAtZero` holds each channel of the mix at 0 from
+    // below. Writes outColor and outAlpha.
+    void finish(TdataBlock& block, const Tattribute* const* inputs, const Tattribute& outColor, const Tattribute& outAlpha,
+                bool alphaFromColour = false, bool clampAtZero = false) {
+        TdataHandle in[kInputs > 0 ? kInputs : 1];
+        for (unsigned k = 0; k < kInputs; ++k) {
+            unsigned i = fFirst, end = fFirst + fCount;
+            while (i < end) {
+                if (!at(i).need[k] || at(i).done) {
+                    ++i;
+                    continue;
+                }
+                unsigned j = i + 1;
+                while (j < end && at(j).need[k] && !at(j).done) ++j;
+                in[k] = block.inputValue(*inputs[k], i, j - i);
+                i = j;
+            }
+        }
+        Ttx2dEffects effects(block, fFirst, fCount);
+        TdataHandle color = block.outputValue(outColor, fFirst, fCount);
+        TdataHandle alpha = block.outputValue(outAlpha, fFirst, fCount);
+        for (unsigned i = fFirst; i < fFirst + fCount; ++i) {
+            const Record& r = at(i);
+            T3Float c = r.own;
+            float a = r.alpha;
+            if (!r.done) {
+                for (unsigned k = 0; k < kInputs; ++k)
+                    if (r.need[k]) c = c + in[k].asFloat3(i) * r.weight[k];
+                if (clampAtZero) c = T3Float(c.x > 0.0f ? c.x : 0.0f, c.y > 0.0f ? c.y : 0.0f, c.z > 0.0f ? c.z : 0.0f);
+                if (alphaFromColour || effects.alphaIsLuminance.asBool(i)) a = luminance(c);
+            }
+            effects.apply(i, c, a);
+            color.asFloat3(i) = c;
+            alpha.asFloat(i) = a;
+        }
+        block.setClean(outColor);
+        block.setClean(outAlpha);
+    }
+
+private:
+    unsigned fFirst, fCount;
+    Record fLocal[kBatchSize];
+    Record* fRecords = fLocal;
+    std::unique_ptr<Record[]> fHeap;
+};
+
+class TdnTx2D : public TnodeClass<TdnTx2D, TrenderNode, TdnVSTx2D> {
+public:
+    static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnTx2D", 487, "kTexture2d", true);
+    SN_PAIR_ATTRIBUTE(UvCoord, uvCoord, U, V)
+    SN_PAIR_ATTRIBUTE(UvFilterSize, uvFilterSize, X, Y)
+    SN_ATTRIBUTE(Filter, filter)
+    SN_ATTRIBUTE(FilterOffset, filterOffset)
+    SN_ATTRIBUTE(Invert, invert)
+    SN_ATTRIBUTE(AlphaIsLuminance, alphaIsLuminance)
+    SN_COLOR_ATTRIBUTE(ColorGain, colorGain)
+    SN_COLOR_ATTRIBUTE(ColorOffset, colorOffset)
+    SN_ATTRIBUTE(AlphaGain, alphaGain)
+    SN_ATTRIBUTE(AlphaOffset, alphaOffset)
+    SN_COLOR_ATTRIBUTE(DefaultColor, defaultColor)
+    SN_COLOR_ATTRIBUTE(OutColor, outColor)
+    SN_ATTRIBUTE(OutAlpha, outAlpha)
+
+    // Maps the generic names "color", "alpha" and "uv" to this node's.
+    Tattribute* alternateAttr(const Tattribute* a) override;
+
+    // outColor, one of its children, or outAlpha.
+    static bool isColorOutput(const Tplug& plug);
+
+    // Scalar helpers on the block's current element.
+    // True, with the default colour written, when both coordinates are at or
+    // below -1e7.
+    static bool checkOutside(TdataBlock& block, const T2Float& uv);
+    // outColor = defaultColor, outAlpha = its luminance.
+    static void setToDefaultColor(TdataBlock& block);
+    // |max(filter size X, Y) * max(0, filter) + filterOffset|.
+    static float filteredSize(TdataBlock& block);
+    static float filteredSize(const T2Float& size, float filter, float filterOffset);
+    // Invert, gains and offsets (alphaIsLuminance is each texture's own step).
+    static void colorEffects(TdataBlock& block, T3Float& colour, float& alpha);
+};

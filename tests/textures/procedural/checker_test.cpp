@@ -1,0 +1,226 @@
+// The checker: its weights in closed form, filtering towards the mean, the
+// common colour steps of every 2D texture (outside, effects, alpha), and the
+// same numbers through the engine over a batch with lazily computed inputs.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "textures/checker.h"
+#include "textures/procedural/texture_test_nodes.h"
+
+namespace {
+struct CheckerNode {
+    TtextureNetwork net;
+    TdnChecker* checker = net.make<TdnChecker>("checker");
+    CheckerNode() {
+        T3Float c1(0.2f, 0.4f, 0.6f), c2(0.9f, 0.1f, 0.3f);
+        checker->setAttributeValue(&TdnChecker::saColor1(), &c1);
+        checker->setAttributeValue(&TdnChecker::saColor2(), &c2);
+    }
+    template <class T>
+    void set(const Tattribute& a, T value) {
+        checker->setAttributeValue(&a, &value);
+    }
+};
+const T3Float kColor1(0.2f, 0.4f, 0.6f), kColor2(0.9f, 0.1f, 0.3f);
+
+T3Float mix(float w1) { return kColor1 * w1 + kColor2 * (1.0f - w1); }
+
+void expectNear(const T3Float& got, const T3Float& want, const char* what) {
+    EXPECT_NEAR(got.x, want.x, 1e-6f) << what;
+    EXPECT_NEAR(got.y, want.y, 1e-6f) << what;
+    EXPECT_NEAR(got.z, want.z, 1e-6f) << what;
+}
+}  // namespace
+
+TEST(Checker, WeightsInClosedForm) {
+    struct {
+        T2Float uv, size;
+        float contrast, want;
+    } cases[] = {
+        {{0.25f, 0.25f}, {0, 0}, 1, 1},     {{0.75f, 0.25f}, {0, 0}, 1, 0},      {{0.75f, 0.75f}, {0, 0}, 1, 1},
+        {{0.25f, 0.75f}, {0, 0}, 1, 0},     {{1.25f, -0.75f}, {0, 0}, 1, 1},     {{0.25f, 0.25f}, {0, 0}, 0.5f, 0.75f},
+        // Near the edge u = 0.5: du = 0.02 against fu = 0.1 keeps a fifth of the contrast.
+        {{0.49f, 0.25f}, {0.05f, 0.05f}, 1, 0.6f},
+        // A filter above one cell: c = (0.5 / 1.2) * (2 - 1.2).
+        {{0.25f, 0.25f}, {0.6f, 0.6f}, 1, (1.0f + 0.5f / 1.2f * 0.8f) * 0.5f},
+        // fu reaches 2: the equal mix.
+        {{0.25f, 0.25f}, {1.0f, 0.0f}, 1, 0.5f},     {{0.1f, 0.9f}, {0.0f, 3.0f}, 1, 0.5f},
+    };
+    for (auto& c : cases)
+        EXPECT_NEAR(TdnChecker::sColor1Weight(c.uv, c.size, 1.0f, 0.0f, c.contrast), c.want, 1e-5f)
+            << c.uv.x << "," << c.uv.y << " size " << c.size.x << "," << c.size.y;
+}
+
+TEST(Checker, ContrastZeroAndWideFiltersGiveTheEqualMixEverywhere) {
+    for (float u = -1.0f; u < 2.0f; u += 0.0731f)
+        for (float v = -1.0f; v < 2.0f; v += 0.0577f) {
+            EXPECT_FLOAT_EQ(TdnChecker::sColor1Weight({u, v}, {0.01f, 0.02f}, 1, 0, 0), 0.5f) << u << "," << v;
+            EXPECT_FLOAT_EQ(TdnChecker::sColor1Weight({u, v}, {0, 0}, 1, 1.0f, 1), 0.5f) << "offset alone reaches 2";
+        }
+}
+
+TEST(Checker, HalfAPeriodAwaySwapsTheColours) {
+    // Shifting u by 0.5 crosses into the other colour's cell, filtered or not.
+    for (float size : {0.0f, 0.03f, 0.2f, 0.7f})
+        for (float u = 0.013f; u < 0.5f; u += 0.041f)
+            for (float v = 0.007f; v < 1.0f; v += 0.053f) {
+                float a = TdnChecker::sColor1Weight({u, v}, {size, size}, 1, 0, 1);
+                float b = TdnChecker::sColor1Weight({u + 0.5f, v}, {size, size}, 1, 0, 1);
+                EXPECT_NEAR(a + b, 1.0f, 1e-5f) << u << "," << v << " size " << size;
+                EXPECT_GE(a, 0.0f);
+                EXPECT_LE(a, 1.0f);
+            }
+}
+
+TEST(Checker, NegativeFilterCountsAsZeroAndKeepsTheOffset) {
+    // filter -3 is 0: only the offset 0.05 is left, so the edge blend is that of a filter size of 0.05.
+    float withOffset = TdnChecker::sColor1Weight({0.49f, 0.25f}, {0.4f, 0.4f}, -3.0f, 0.05f, 1);
+    EXPECT_NEAR(withOffset, 0.6f, 1e-5f);
+    EXPECT_FLOAT_EQ(TdnTx2D::filteredSize({0.4f, 0.2f}, -3.0f, 0.05f), 0.05f);
+    EXPECT_FLOAT_EQ(TdnTx2D::filteredSize({0.4f, 0.2f}, 2.0f, -1.0f), 0.2f);
+}
+
+TEST(Texture2d, ColourEffectsAndAlphaThroughThePullAndTheEngine) {
+    // At (0.25, 0.25) with no filter the checker shows color1 with alpha 1.
+    struct {
+        const char* name;
+        bool invert, alphaIsLuminance;
+        T3Float gain, offset;
+        float alphaGain, alphaOffset;
+        T3Float colour;
+        float alpha;
+    } cases[] = {
+        {"plain", false, false, {1, 1, 1}, {0, 0, 0}, 1, 0, kColor1, 1},
+        {"invert", true, false, {1, 1, 1}, {0, 0, 0}, 1, 0, {0.8f, 0.6f, 0.4f}, 0},
+        {"gain and offset", false, false, {2, 0.5f, 1}, {0.1f, 0, -0.1f}, 0.5f, 0.25f, {0.5f, 0.2f, 0.5f}, 0.75f},
+        {"invert before gain", true, false, {2, 0.5f, 1}, {0.1f, 0, -0.1f}, 0.5f, 0.25f, {1.7f, 0.3f, 0.3f}, 0.25f},
+        {"alpha is luminance", false, true, {1, 1, 1}, {0, 0, 0}, 1, 0, kColor1, 0.3f * 0.2f + 0.59f * 0.4f + 0.11f * 0.6f},
+        {"luminance then invert", true, true, {1, 1, 1}, {0, 0, 0}, 1, 0, {0.8f, 0.6f, 0.4f},
+         1.0f - (0.3f * 0.2f + 0.59f * 0.4f + 0.11f * 0.6f)},
+        {"no clamp", false, false, {-1, 3, 1}, {0, 0, 2}, -2, 0, {-0.2f, 1.2f, 2.6f}, -2},
+    };
+    for (auto& c : cases) {
+        CheckerNode n;
+        n.set(TdnTx2D::saInvert(), c.invert);
+        n.set(TdnTx2D::saAlphaIsLuminance(), c.alphaIsLuminance);
+        n.set(TdnTx2D::saColorGain(), c.gain);
+        n.set(TdnTx2D::saColorOffset(), c.offset);
+        n.set(TdnTx2D::saAlphaGain(), c.alphaGain);
+        n.set(TdnTx2D::saAlphaOffset(), c.alphaOffset);
+        TtexResult r = pullTexture(n.checker, {0.25f, 0.25f});
+        expectNear(r.colour, c.colour, c.name);
+        EXPECT_NEAR(r.alpha, c.alpha, 1e-6f) << c.name;
+
+        n.net.show(n.checker, TdnTx2D::saOutColor());
+        TshadingOpus* opus = n.net.analyse();
+        ASSERT_NE(opus, nullptr) << c.name;
+        std::vector<T2Float> uvs;
+        for (unsigned i = 0; i < kBatchSize; ++i) uvs.push_back(T2Float{0.01f + 0.007f * float(i), 0.49f - 0.007f * float(i)});
+        TtextureBatch batch(n.net.group, uvs);
+        batch.shade(opus);
+        for (unsigned i = 0; i < kBatchSize; ++i) expectNear(batch.colour(i), c.colour, c.name);
+    }
+}
+
+TEST(Texture2d, OutsideSamplesTakeTheDefaultColourThenTheEffects) {
+    struct {
+        T2Float uv;
+        bool outside;
+    } cases[] = {{{-1e7f, -1e7f}, true}, {{-2e7f, -1.5e7f}, true}, {{-1e7f, 0.25f}, false}, {{0.25f, -1e7f}, false}};
+    for (auto& c : cases) {
+        CheckerNode n;
+        T3Float fallback(0.1f, 0.7f, 0.4f);
+        n.set(TdnTx2D::saDefaultColor(), fallback);
+        n.set(TdnTx2D::saColorOffset(), T3Float(0.5f, 0, 0));
+        n.set(TdnTx2D::saAlphaOffset(), 0.125f);
+        TtexResult r = pullTexture(n.checker, c.uv);
+        if (c.outside) {
+            expectNear(r.colour, T3Float(0.6f, 0.7f, 0.4f), "outside");
+            EXPECT_NEAR(r.alpha, 0.3f * 0.1f + 0.59f * 0.7f + 0.11f * 0.4f + 0.125f, 1e-6f);
+        } else {
+            // A single coordinate at -1e7 is an ordinary (if far) point of the pattern.
+            float w1 = TdnChecker::sColor1Weight(c.uv, {0, 0}, 1, 0, 1);
+            expectNear(r.colour, mix(w1) + T3Float(0.5f, 0, 0), "inside");
+            EXPECT_NEAR(r.alpha, w1 + 0.125f, 1e-6f);
+        }
+    }
+}
+
+TEST(Checker, BatchEqualsTheScalarPull) {
+    CheckerNode n;
+    n.set(TdnChecker::saContrast(), 0.8f);
+    n.set(TdnTx2D::saFilterOffset(), 0.01f);
+    n.net.show(n.checker, TdnTx2D::saOutColor());
+    TshadingOpus* opus = n.net.analyse();
+    ASSERT_NE(opus, nullptr);
+    std::vector<T2Float> uvs = spreadUvs();
+    uvs[5] = T2Float{-1e7f, -1e7f};
+    T2Float size{0.03f, 0.05f};
+    TtextureBatch batch(n.net.group, uvs, size);
+    batch.shade(opus);
+    for (unsigned i = 0; i < uvs.size(); ++i) {
+        TtexResult r = pullTexture(n.checker, uvs[i], size);
+        expectNear(batch.colour(i), r.colour, "batch against pull");
+        if (i != 5) expectNear(r.colour, mix(TdnChecker::sColor1Weight(uvs[i], size, 1, 0.01f, 0.8f)), "pull against formula");
+    }
+}
+
+namespace {
+// Runs of consecutive samples for which `need` holds.
+template <class F>
+int runsOf(unsigned count, F need) {
+    int runs = 0;
+    for (unsigned i = 0; i < count; ++i)
+        if (need(i) && (i == 0 || !need(i - 1))) ++runs;
+    return runs;
+}
+}  // namespace
+
+TEST(Checker, InputsComputeOnlyWhereTheirWeightShowsAndInside) {
+    struct {
+        const char* name;
+        T2Float size;
+        float contrast;
+    } cases[] = {{"sharp", {0, 0}, 1}, {"filtered", {0.04f, 0.03f}, 1}, {"low contrast", {0, 0}, 0.4f}};
+    for (auto& c : cases) {
+        CheckerNode n;
+        auto* first = n.net.make<TtexTestSource>("texTestSource");
+        auto* second = n.net.make<TtexTestSource>("texTestSource");
+        n.net.connect(first, TtexTestSource::saOutColor(), n.checker, TdnChecker::saColor1());
+        n.net.connect(second, TtexTestSource::saOutColor(), n.checker, TdnChecker::saColor2());
+        n.set(TdnChecker::saContrast(), c.contrast);
+        n.net.show(n.checker, TdnTx2D::saOutColor());
+        TshadingOpus* opus = n.net.analyse();
+        ASSERT_NE(opus, nullptr);
+        std::vector<T2Float> uvs = spreadUvs();
+        for (unsigned i : {3u, 4u, 40u}) uvs[i] = T2Float{-1e7f, -1e7f};
+        TtextureBatch batch(n.net.group, uvs, c.size);
+        batch.shade(opus);
+        auto weight = [&](unsigned i) { return TdnChecker::sColor1Weight(uvs[i], c.size, 1, 0, c.contrast); };
+        auto inside = [&](unsigned i) { return !(uvs[i].x <= -1e7f && uvs[i].y <= -1e7f); };
+        auto needFirst = [&](unsigned i) { return inside(i) && weight(i) >= 1e-5f; };
+        auto needSecond = [&](unsigned i) { return inside(i) && 1.0f - weight(i) >= 1e-5f; };
+        int firstSamples = 0, secondSamples = 0;
+        for (unsigned i = 0; i < kBatchSize; ++i) {
+            firstSamples += needFirst(i);
+            secondSamples += needSecond(i);
+        }
+        EXPECT_EQ(first->samples, firstSamples) << c.name;
+        EXPECT_EQ(second->samples, secondSamples) << c.name;
+        EXPECT_EQ(first->computes, runsOf(kBatchSize, needFirst)) << c.name;
+        EXPECT_EQ(second->computes, runsOf(kBatchSize, needSecond)) << c.name;
+        EXPECT_LT(firstSamples + secondSamples, 2 * int(kBatchSize)) << c.name << ": the case must leave inputs unread";
+        for (unsigned i = 0; i < kBatchSize; ++i) {
+            if (!inside(i)) {
+                expectNear(batch.colour(i), T3Float(0.5f, 0.5f, 0.5f), "outside");
+                continue;
+            }
+            float w = weight(i);
+            T3Float want = T3Float();
+            if (w >= 1e-5f) want = want + TtexTestSource::sColourAt(uvs[i]) * w;
+            if (1.0f - w >= 1e-5f) want = want + TtexTestSource::sColourAt(uvs[i]) * (1.0f - w);
+            expectNear(batch.colour(i), want, c.name);
+        }
+    }
+}

@@ -1,0 +1,253 @@
+// The 2D placement: each step of the mapping on its own, the outside
+// convention, the filter scale, doTransform, and the placement feeding a
+// texture through the engine.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <numbers>
+
+#include "textures/checker.h"
+#include "textures/noise/noise.h"
+#include "textures/place_2d.h"
+#include "textures/procedural/texture_test_nodes.h"
+
+namespace {
+struct Mapped {
+    bool inside;
+    float u, v;
+};
+Mapped mapUV(const Tplace2dParams& p, float u, float v) {
+    Mapped m{};
+    m.inside = TdnPlace2dTx::sMapUV(p, u, v, m.u, m.v);
+    return m;
+}
+}  // namespace
+
+TEST(Place2d, EachStepOfTheMapping) {
+    const double half = std::numbers::pi / 2;
+    auto with = [](auto change) {
+        Tplace2dParams p;
+        change(p);
+        return p;
+    };
+    struct {
+        const char* name;
+        Tplace2dParams p;
+        T2Float in;
+        bool inside;
+        T2Float out;
+    } cases[] = {
+        {"identity", {}, {0.3f, 0.6f}, true, {0.3f, 0.6f}},
+        {"wrap keeps far points", {}, {2.3f, -1.6f}, true, {2.3f, -1.6f}},
+        {"translate", with([](auto& p) { p.translate = {0.25f, -0.5f}; }), {0.5f, 0.2f}, true, {0.25f, 0.7f}},
+        {"translate past the edge, wrap off", with([](auto& p) { p.translate = {0.25f, 0}; p.wrapU = false; }), {0.1f, 0.2f}, false, {}},
+        {"coverage 0.5 wrap off", with([](auto& p) { p.coverage = {0.5f, 1}; p.wrapU = false; }), {0.25f, 0.2f}, true, {0.5f, 0.2f}},
+        {"coverage 0.5 wrap off beyond", with([](auto& p) { p.coverage = {0.5f, 1}; p.wrapU = false; }), {0.75f, 0.2f}, false, {}},
+        {"coverage 0.5 wrap on, next period", with([](auto& p) { p.coverage = {0.5f, 0.5f}; }), {2.25f, -0.875f}, true, {0.5f, 0.25f}},
+        {"coverage 0.5 wrap on, translated", with([](auto& p) { p.coverage = {0.5f, 1}; p.translate = {0.75f, 0}; }), {0.125f, 0.3f},
+         true, {0.75f, 0.3f}},
+        {"coverage 2", with([](auto& p) { p.coverage = {2, 4}; }), {0.5f, 1.0f}, true, {0.25f, 0.249975f}},
+        {"repeat and offset", with([](auto& p) { p.repeat = {3, 0.5f}; p.offset = {0.1f, -0.2f}; }), {0.5f, 0.4f}, true, {1.6f, 0.0f}},
+        {"stagger on an odd row", with([](auto& p) { p.repeat = {2, 2}; p.stagger = true; }), {0.2f, 0.6f}, true, {0.9f, 1.2f}},
+        {"stagger on an even row", with([](auto& p) { p.repeat = {2, 2}; p.stagger = true; }), {0.2f, 0.4f}, true, {0.4f, 0.8f}},
+        {"mirror U on an odd tile", with([](auto& p) { p.repeat = {2, 2}; p.mirrorU = true; }), {0.7f, 0.7f}, true, {1.6f, 1.4f}},
+        {"mirror V on an odd tile", with([](auto& p) { p.repeat = {2, 2}; p.mirrorV = true; }), {0.7f, 0.7f}, true, {1.4f, 1.6f}},
+        {"mirror on an even tile", with([](auto& p) { p.repeat = {2, 2}; p.mirrorU = true; }), {0.2f, 0.2f}, true, {0.4f, 0.4f}},
+        {"rotate UV a quarter", with([&](auto& p) { p.rotateUV = half; }), {0.75f, 0.5f}, true, {0.5f, 0.75f}},
+        {"rotate frame a half", with([](auto& p) { p.rotateFrame = std::numbers::pi; }), {0.2f, 0.3f}, true, {0.8f, 0.7f}},
+        {"rotate frame then cut", with([](auto& p) { p.rotateFrame = std::numbers::pi; p.wrapU = false; }), {1.2f, 0.3f}, false, {}},
+    };
+    for (auto& c : cases) {
+        Mapped m = mapUV(c.p, c.in.x, c.in.y);
+        EXPECT_EQ(m.inside, c.inside) << c.name;
+        if (!c.inside) {
+            EXPECT_EQ(m.u, -10000000.0f) << c.name;
+            EXPECT_EQ(m.v, -10000000.0f) << c.name;
+            continue;
+        }
+        EXPECT_NEAR(m.u, c.out.x, 2e-6f) << c.name;
+        EXPECT_NEAR(m.v, c.out.y, 2e-6f) << c.name;
+    }
+}
+
+TEST(Place2d, OneBecomesTheFloatJustBelowIt) {
+    EXPECT_EQ(std::bit_cast<float>(TdnPlace2dTx::kAlmostOneBits), 0.9999f);
+    Tplace2dParams p;
+    p.wrapU = p.wrapV = false;
+    Mapped m = mapUV(p, 1.0f, 1.0f);
+    EXPECT_TRUE(m.inside) << "u = 1 with wrap off and coverage 1 stays inside";
+    EXPECT_EQ(m.u, 0.9999f);
+    EXPECT_EQ(m.v, 0.9999f);
+    EXPECT_FALSE(mapUV(p, 1.0001f, 0.5f).inside);
+    EXPECT_FALSE(mapUV(p, 0.5f, -0.0001f).inside);
+}
+
+TEST(Place2d, CoverageZeroAndOutsideInputsPassThrough) {
+    Tplace2dParams zero;
+    zero.coverage = {0, 1};
+    zero.repeat = {3, 3};
+    zero.offset = {0.2f, 0.2f};
+    for (T2Float in : {T2Float{0.3f, 0.4f}, T2Float{5, -2}, T2Float{-1e7f, -1e7f}}) {
+        Mapped m = mapUV(zero, in.x, in.y);
+        EXPECT_EQ(m.u, in.x);
+        EXPECT_EQ(m.v, in.y);
+    }
+    Tplace2dParams p;
+    p.repeat = {2, 2};
+    Mapped out = mapUV(p, -1e7f, -1e7f);
+    EXPECT_EQ(out.u, -1e7f) << "an outside sample stays outside";
+    EXPECT_EQ(out.v, -1e7f);
+    // One coordinate at -1e7 is not outside: it is mapped like any other.
+    p.repeat = {1, 2};
+    Mapped one = mapUV(p, -1e7f, 0.3f);
+    EXPECT_TRUE(one.inside);
+    EXPECT_FLOAT_EQ(one.u, -1e7f);
+    EXPECT_FLOAT_EQ(one.v, 0.6f);
+}
+
+TEST(Place2d, HalfCoverageWithWrapRepeatsEveryUnitWithGaps) {
+    Tplace2dParams p;
+    p.coverage = {0.5f, 1};
+    p.translate = {0.1f, 0};
+    for (float u = -2.0f; u < 2.0f; u += 0.0137f) {
+        Mapped a = mapUV(p, u, 0.5f), b = mapUV(p, u + 1.0f, 0.5f);
+        float x = u - std::floor(u);
+        // Inside where the translated frame [0.1, 0.6] covers the fraction of u.
+        bool expectInside = x >= 0.1f - 1e-5f && x <= 0.6f + 1e-5f;
+        if (std::fabs(x - 0.1f) < 1e-3f || std::fabs(x - 0.6f) < 1e-3f) continue;  // rounding at the frame's edges
+        EXPECT_EQ(a.inside, expectInside) << u;
+        EXPECT_EQ(a.inside, b.inside) << u;
+        if (a.inside) {
+            EXPECT_NEAR(a.u, (x - 0.1f) / 0.5f, 1e-4f) << u;
+            EXPECT_NEAR(a.u, b.u, 1e-4f) << u;
+        }
+    }
+}
+
+TEST(Place2d, NoiseMovesTheLookupByTheTwoNoiseValues) {
+    Tplace2dParams p;
+    p.noise = {0.2f, 0.1f};
+    p.wrapU = p.wrapV = false;
+    p.coverage = {4, 4};
+    p.translate = {-2, -2};
+    for (T2Float in : {T2Float{0.1f, 0.2f}, T2Float{0.7f, 0.35f}, T2Float{0.4f, 0.9f}}) {
+        Mapped m = mapUV(p, in.x, in.y);
+        float u = in.x + 0.2f * Tnoise::noise2(in.x, in.y);
+        float v = in.y + 0.1f * Tnoise::noise2(in.x + 0.5f, in.y + 0.5f);
+        EXPECT_NEAR(m.u, (u + 2) / 4, 1e-6f);
+        EXPECT_NEAR(m.v, (v + 2) / 4, 1e-6f);
+    }
+    p.noise = {1e-6f, -1e-6f};
+    Mapped still = mapUV(p, 0.3f, 0.3f);
+    EXPECT_FLOAT_EQ(still.u, (0.3f + 2) / 4) << "noise below 1e-5 is off";
+}
+
+TEST(Place2d, DoTransformIsOffOnlyForTheIdentity) {
+    EXPECT_FALSE(TdnPlace2dTx::computeDoTransform({}));
+    struct {
+        const char* name;
+        void (*change)(Tplace2dParams&);
+        bool expected;
+    } cases[] = {
+        {"coverage", [](Tplace2dParams& p) { p.coverage.x = 0.5f; }, true},
+        {"repeat", [](Tplace2dParams& p) { p.repeat.y = 2; }, true},
+        {"mirror", [](Tplace2dParams& p) { p.mirrorV = true; }, true},
+        {"stagger", [](Tplace2dParams& p) { p.stagger = true; }, true},
+        {"wrap off", [](Tplace2dParams& p) { p.wrapU = false; }, true},
+        {"rotate frame", [](Tplace2dParams& p) { p.rotateFrame = 1e-9; }, true},
+        {"rotate UV below 1e-10", [](Tplace2dParams& p) { p.rotateUV = 1e-11; }, false},
+        {"translate", [](Tplace2dParams& p) { p.translate.y = 2e-5f; }, true},
+        {"translate below 1e-5", [](Tplace2dParams& p) { p.translate.y = 5e-6f; }, false},
+        {"offset", [](Tplace2dParams& p) { p.offset.x = -1e-4f; }, true},
+        {"noise", [](Tplace2dParams& p) { p.noise.x = 0.1f; }, true},
+    };
+    for (auto& c : cases) {
+        Tplace2dParams p;
+        c.change(p);
+        EXPECT_EQ(TdnPlace2dTx::computeDoTransform(p), c.expected) << c.name;
+    }
+    TdependGraph graph;
+    auto* place = static_cast<TdnPlace2dTx*>(graph.createNode("place2dTexture"));
+    bool value = true;
+    place->getAttributeValue(&TdnPlace2dTx::saDoTransform(), &value);
+    EXPECT_FALSE(value);
+    T2Float repeat{2, 1};
+    place->setAttributeValue(&TdnPlace2dTx::saRepeatUV(), &repeat);
+    place->getAttributeValue(&TdnPlace2dTx::saDoTransform(), &value);
+    EXPECT_TRUE(value) << "an edit is seen through the graph";
+}
+
+TEST(Place2d, FilterScalesByRepeatOverCoverage) {
+    TdependGraph graph;
+    auto* place = static_cast<TdnPlace2dTx*>(graph.createNode("place2dTexture"));
+    T2Float coverage{0.5f, 0}, repeat{3, 2};
+    place->setAttributeValue(&TdnPlace2dTx::saCoverage(), &coverage);
+    place->setAttributeValue(&TdnPlace2dTx::saRepeatUV(), &repeat);
+    TdoubleArray u{0.1, 0.2}, v{0.3, 0.4}, ou, ov;
+    T2Float filter;
+    place->mapToTxUV(u, v, ou, ov, filter);
+    EXPECT_FLOAT_EQ(filter.x, 3.0f / 0.5f * 0.002604f);
+    EXPECT_FLOAT_EQ(filter.y, 2.0f * 1000000.0f * 0.002604f);
+    ASSERT_EQ(ou.length(), 2u);
+    EXPECT_EQ(ou[0], double(0.1f)) << "coverage 0 in v: no transform at all";
+    EXPECT_EQ(ov[1], double(0.4f));
+
+    T2Float size{0.01f, 0.02f}, out;
+    place->setAttributeValue(&TdnPlace2dTx::saUvFilterSize(), &size);
+    place->getAttributeValue(&TdnPlace2dTx::saOutUvFilterSize(), &out);
+    EXPECT_FLOAT_EQ(out.x, 0.01f * 6.0f);
+    EXPECT_FLOAT_EQ(out.y, 0.02f * 2.0f * 1000000.0f);
+}
+
+TEST(Place2d, FeedsATextureThroughTheEngine) {
+    TtextureNetwork net;
+    auto* place = net.make<TdnPlace2dTx>("place2dTexture");
+    auto* checker = net.make<TdnChecker>("checker");
+    auto* source = net.make<TtexTestSource>("texTestSource");
+    net.connect(place, TdnPlace2dTx::saOutUV(), checker, TdnTx2D::saUvCoord());
+    net.connect(place, TdnPlace2dTx::saOutUvFilterSize(), checker, TdnTx2D::saUvFilterSize());
+    net.connect(source, TtexTestSource::saOutColor(), checker, TdnChecker::saColor1());
+    Tplace2dParams p;
+    p.coverage = {0.5f, 0.8f};
+    p.wrapU = false;
+    p.repeat = {3, 2};
+    p.rotateUV = 0.3;
+    place->setAttributeValue(&TdnPlace2dTx::saCoverage(), &p.coverage);
+    place->setAttributeValue(&TdnPlace2dTx::saWrapU(), &p.wrapU);
+    place->setAttributeValue(&TdnPlace2dTx::saRepeatUV(), &p.repeat);
+    place->setAttributeValue(&TdnPlace2dTx::saRotateUV(), &p.rotateUV);
+    T3Float fallback(0.1f, 0.2f, 0.3f);
+    checker->setAttributeValue(&TdnTx2D::saDefaultColor(), &fallback);
+    net.show(checker, TdnTx2D::saOutColor());
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    std::vector<T2Float> uvs = spreadUvs();
+    TtextureBatch batch(net.group, uvs);
+    batch.shade(opus);
+    const int computedByBatch = source->samples;
+    int outside = 0, needFirst = 0;
+    for (unsigned i = 0; i < uvs.size(); ++i) {
+        Mapped m = mapUV(p, uvs[i].x, uvs[i].y);
+        T3Float want = fallback;
+        if (m.inside) {
+            float w1 = TdnChecker::sColor1Weight({m.u, m.v}, {}, 1, 0, 1);
+            needFirst += w1 >= 1e-5f;
+            want = TtexTestSource::sColourAt(uvs[i]) * w1;
+        } else {
+            ++outside;
+        }
+        EXPECT_NEAR(batch.colour(i).x, want.x, 1e-5f) << i;
+        EXPECT_NEAR(batch.colour(i).y, want.y, 1e-5f) << i;
+        EXPECT_NEAR(batch.colour(i).z, want.z, 1e-5f) << i;
+        // The host graph's scalar pull gives the same colour.
+        place->setAttributeValue(&TdnPlace2dTx::saUvCoord(), &uvs[i]);
+        source->setAttributeValue(&TtexTestSource::saUvCoord(), &uvs[i]);
+        T3Float pulled;
+        checker->getAttributeValue(&TdnTx2D::saOutColor(), &pulled);
+        EXPECT_NEAR(pulled.x, batch.colour(i).x, 1e-6f) << i;
+        EXPECT_NEAR(pulled.z, batch.colour(i).z, 1e-6f) << i;
+    }
+    EXPECT_GT(outside, 8) << "the case must put samples outside";
+    EXPECT_EQ(computedByBatch, needFirst) << "the input is not computed outside or where color2 shows";
+}

@@ -1,0 +1,258 @@
+// The ramp: its lookup between keys (none, one, ties, outside the keys), each
+// interpolation against its closed form, Bump against Spike, the values the
+// types make of a UV, and the same numbers through the graph and the engine.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+
+#include "framework/render_utilities.h"
+#include "textures/procedural/texture_test_nodes.h"
+#include "textures/ramp.h"
+
+namespace {
+TrampKeys keysOf(std::initializer_list<std::pair<float, T3Float>> list) {
+    TrampKeys keys;
+    for (auto& [p, c] : list) {
+        keys.position[keys.count] = p;
+        keys.colour[keys.count] = c;
+        ++keys.count;
+    }
+    return keys;
+}
+T3Float at(short interp, float value, const TrampKeys& keys) {
+    T3Float out(-7, -7, -7);
+    TdnRamp::getRampColourAtValue(interp, value, keys, out);
+    return out;
+}
+void expectNear(const T3Float& got, const T3Float& want, const std::string& what, float tolerance = 1e-6f) {
+    EXPECT_NEAR(got.x, want.x, tolerance) << what;
+    EXPECT_NEAR(got.y, want.y, tolerance) << what;
+    EXPECT_NEAR(got.z, want.z, tolerance) << what;
+}
+const T3Float kLow(0.1f, 0.2f, 0.3f), kHigh(0.9f, 0.6f, 0.5f);
+}  // namespace
+
+TEST(Ramp, NoKeyIsBlackAndOneKeyIsItsColourWhateverTheInterpolation) {
+    T3Float only(0.3f, 0.6f, 0.9f);
+    for (short interp = 0; interp <= 6; ++interp)
+        for (float value : {-0.5f, 0.0f, 0.4f, 1.0f, 1.7f}) {
+            expectNear(at(interp, value, keysOf({})), T3Float(), "empty");
+            expectNear(at(interp, value, keysOf({{0.4f, only}})), only, "one key");
+        }
+}
+
+TEST(Ramp, OutsideTheKeysTheNearestKeyShows) {
+    TrampKeys keys = keysOf({{0.7f, kHigh}, {0.2f, kLow}});  // list order is not position order
+    for (short interp = 0; interp <= 6; ++interp) {
+        expectNear(at(interp, 0.1f, keys), kLow, "below the first key");
+        expectNear(at(interp, 0.2f, keys), kLow, "on the first key");
+        expectNear(at(interp, 0.9f, keys), kHigh, "above the last key");
+    }
+    // A position above 1 counts as 1.
+    TrampKeys clamped = keysOf({{0.0f, kLow}, {3.0f, kHigh}});
+    expectNear(at(TdnRamp::kLinearInterp, 0.5f, clamped), (kLow + kHigh) * 0.5f, "position held to 1");
+}
+
+TEST(Ramp, TwoKeysAtOnePositionShowAStepWithoutDividingByZero) {
+    T3Float red(1, 0, 0), blue(0, 0, 1), black, white(1, 1, 1);
+    TrampKeys keys = keysOf({{0.0f, black}, {0.5f, red}, {0.5f, blue}, {1.0f, white}});
+    for (short interp = 0; interp <= 6; ++interp) {
+        T3Float exact = at(interp, 0.5f, keys);
+        expectNear(exact, red, "at the tie the first key of the pair is both lower and upper");
+        for (float value : {0.4999f, 0.5001f}) {
+            T3Float c = at(interp, value, keys);
+            EXPECT_TRUE(std::isfinite(c.x) && std::isfinite(c.y) && std::isfinite(c.z));
+        }
+    }
+    // With no interpolation each side shows its lower key: a step at 0.5.
+    expectNear(at(TdnRamp::kNoInterp, 0.49f, keys), black, "below the step");
+    expectNear(at(TdnRamp::kNoInterp, 0.51f, keys), red, "above the step");
+    // Only the tied pair: no division anywhere.
+    TrampKeys pair = keysOf({{0.5f, red}, {0.5f, blue}});
+    for (short interp = 0; interp <= 6; ++interp)
+        for (float value : {0.0f, 0.5f, 1.0f}) expectNear(at(interp, value, pair), red, "pair only");
+}
+
+TEST(Ramp, EachInterpolationFollowsItsCurve) {
+    struct {
+        short interp;
+        double (*s)(double);
+    } cases[] = {
+        {TdnRamp::kNoInterp, [](double) { return 0.0; }},
+        {TdnRamp::kLinearInterp, [](double t) { return t; }},
+        {TdnRamp::kExpUpInterp, [](double t) { return t * t; }},
+        {TdnRamp::kExpDnInterp, [](double t) { return t * (2 - t); }},
+        {TdnRamp::kSmoothInterp, [](double t) { return 0.5 - 0.5 * std::cos(t * std::numbers::pi); }},
+        // kHigh rises over kLow: Bump eases out, Spike eases in.
+        {TdnRamp::kBumpInterp, [](double t) { return std::sin(t * std::numbers::pi / 2); }},
+        {TdnRamp::kSpikeInterp, [](double t) { return 1 - std::cos(t * std::numbers::pi / 2); }},
+    };
+    TrampKeys keys = keysOf({{0.2f, kLow}, {0.7f, kHigh}});
+    for (auto& c : cases)
+        for (double t : {0.0, 0.1, 0.25, 0.5, 0.8, 0.97}) {
+            float s = float(c.s(t));
+            T3Float want = kLow + (kHigh - kLow) * s;
+            expectNear(at(c.interp, float(0.2 + 0.5 * t), keys), want, "interp " + std::to_string(c.interp) + " t " + std::to_string(t), 2e-6f);
+        }
+}
+
+TEST(Ramp, BumpAndSpikeAreMirrorImages) {
+    struct {
+        const char* name;
+        T3Float lower, upper;
+    } pairs[] = {{"rising", kLow, kHigh}, {"falling", kHigh, kLow}, {"rising in green only", {0.5f, 0.1f, 0.5f}, {0.5f, 0.9f, 0.5f}}};
+    for (auto& p : pairs) {
+        TrampKeys keys = keysOf({{0.0f, p.lower}, {1.0f, p.upper}});
+        bool rising = (p.upper.x + p.upper.y + p.upper.z) > (p.lower.x + p.lower.y + p.lower.z);
+        for (float t = 0.05f; t < 1.0f; t += 0.05f) {
+            T3Float bump = at(TdnRamp::kBumpInterp, t, keys), spike = at(TdnRamp::kSpikeInterp, t, keys);
+            T3Float mirrored = at(TdnRamp::kSpikeInterp, 1.0f - t, keys);
+            // bump(t) - L = (H - L) - (spike(1 - t) - L): the curves are point reflections of each other.
+            expectNear(bump - p.lower, (p.upper - p.lower) - (mirrored - p.lower), p.name, 2e-6f);
+            // Bump bulges towards the brighter key and Spike dips towards the darker, rising or falling.
+            T3Float line = at(TdnRamp::kLinearInterp, t, keys);
+            float lead = (bump.x + bump.y + bump.z) - (line.x + line.y + line.z);
+            float lag = (spike.x + spike.y + spike.z) - (line.x + line.y + line.z);
+            EXPECT_GT(lead, 0.0f) << p.name << " " << t;
+            EXPECT_LT(lag, 0.0f) << p.name << " " << t;
+            // Rising, Bump eases out: past half way in the first quarter.
+            if (rising && t <= 0.25f) {
+                EXPECT_GT(bump.y - p.lower.y, (p.upper.y - p.lower.y) * t) << p.name;
+            }
+        }
+    }
+    // A sum of exactly 0 takes the eased-in form in both.
+    T3Float lower(0, 0.5f, 0), upper(0.5f, 0, 0);
+    TrampKeys keys = keysOf({{0.0f, lower}, {1.0f, upper}});
+    for (float t = 0.1f; t < 1.0f; t += 0.2f) {
+        T3Float want = lower + (upper - lower) * (std::sin((t - 1.0f) * 1.5707964f) + 1.0f);
+        expectNear(at(TdnRamp::kBumpInterp, t, keys), want, "bump at sum 0");
+        expectNear(at(TdnRamp::kSpikeInterp, t, keys), want, "spike at sum 0");
+    }
+}
+
+TEST(Ramp, TypesMakeTheirValues) {
+    struct {
+        short type;
+        float u, v, want;
+    } cases[] = {
+        {TdnRamp::kVRamp, 0.2f, 0.7f, 0.7f},          {TdnRamp::kURamp, 0.2f, 0.7f, 0.2f},
+        {TdnRamp::kDiagRamp, 0.2f, 0.7f, 0.45f},      {TdnRamp::kRadialRamp, 0.5f, 1.0f, 0.5f},
+        {TdnRamp::kRadialRamp, 1.0f, 0.5f, 0.75f},    {TdnRamp::kRadialRamp, 0.0f, 0.5f, 0.25f},
+        {TdnRamp::kRadialRamp, 0.5f, 0.5f, 0.0f},     {TdnRamp::kCircularRamp, 0.5f, 0.5f, 0.0f},
+        {TdnRamp::kCircularRamp, 1.0f, 1.0f, 0.5f * 1.414f * std::sqrt(2.0f)},
+        {TdnRamp::kCircularRamp, 0.5f, 0.0f, 0.707f}, {TdnRamp::kBoxRamp, 0.6f, 0.1f, 0.8f},
+        {TdnRamp::kBoxRamp, 0.5f, 0.5f, 0.0f},
+    };
+    for (auto& c : cases) EXPECT_NEAR(TdnRamp::sRampValue(c.type, c.u, c.v), c.want, 1e-5f) << c.type << " at " << c.u << "," << c.v;
+}
+
+TEST(Ramp, HsvConversionRoundTrips) {
+    struct {
+        T3Float rgb, hsv;
+    } known[] = {{{1, 0, 0}, {0, 1, 1}}, {{0, 1, 0}, {120, 1, 1}}, {{0, 0, 0.5f}, {240, 1, 0.5f}}, {{0.5f, 0.5f, 0.5f}, {0, 0, 0.5f}},
+                 {{1, 1, 0}, {60, 1, 1}},  {{1, 0, 1}, {300, 1, 1}}};
+    for (auto& k : known) {
+        expectNear(TrenderUtilities::RGBtoHSV(k.rgb), k.hsv, "to hsv", 1e-5f);
+        expectNear(TrenderUtilities::HSVtoRGB(k.hsv), k.rgb, "to rgb", 1e-5f);
+    }
+    for (float r = 0; r <= 1.0f; r += 0.13f)
+        for (float g = 0; g <= 1.0f; g += 0.17f)
+            for (float b = 0; b <= 1.0f; b += 0.19f)
+                expectNear(TrenderUtilities::HSVtoRGB(TrenderUtilities::RGBtoHSV({r, g, b})), T3Float(r, g, b), "round trip", 1e-5f);
+}
+
+namespace {
+struct RampNode {
+    TtextureNetwork net;
+    TdnRamp* ramp = net.make<TdnRamp>("ramp");
+    void keys(std::initializer_list<std::pair<float, T3Float>> list) {
+        int i = 0;
+        for (auto& [p, c] : list) ramp->setColourEntry(i++, p, c);
+    }
+    template <class T>
+    void set(const Tattribute& a, T value) {
+        ramp->setAttributeValue(&a, &value);
+    }
+};
+}  // namespace
+
+TEST(Ramp, TheNodeReadsItsKeysThroughTheGraph) {
+    RampNode n;
+    n.keys({{0.0f, T3Float(0, 0, 0)}, {1.0f, T3Float(1, 1, 1)}});
+    for (float v : {0.0f, 0.3f, 0.75f, 1.25f}) {
+        TtexResult r = pullTexture(n.ramp, {0.4f, v});
+        float w = v > 1.0f ? v - 1.0f : v;
+        expectNear(r.colour, T3Float(w, w, w), "V ramp", 1e-6f);
+        EXPECT_NEAR(r.alpha, w, 1e-6f) << "alpha is the luminance";
+    }
+    n.set(TdnRamp::saType(), short(TdnRamp::kUVRamp));
+    n.keys({{0.0f, T3Float(1, 0.5f, 0.25f)}, {1.0f, T3Float(0, 1, 0.5f)}});
+    TrampKeys keys = keysOf({{0.0f, T3Float(1, 0.5f, 0.25f)}, {1.0f, T3Float(0, 1, 0.5f)}});
+    for (T2Float uv : {T2Float{0.1f, 0.8f}, T2Float{0.5f, 0.5f}, T2Float{0.95f, 0.3f}}) {
+        T3Float y = at(1, 2 * std::fabs(uv.y - 0.5f), keys), x = at(1, 2 * std::fabs(uv.x - 0.5f), keys);
+        expectNear(pullTexture(n.ramp, uv).colour, T3Float(y.x * x.x, y.y * x.y, y.z * x.z), "UV ramp");
+        n.set(TdnRamp::saType(), short(TdnRamp::kTartanRamp));
+        expectNear(pullTexture(n.ramp, uv).colour, (y + x) * 0.5f, "tartan ramp");
+        n.set(TdnRamp::saType(), short(TdnRamp::kUVRamp));
+    }
+    n.set(TdnRamp::saType(), short(TdnRamp::kFourRamp));
+    T3Float corner[4] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 1}};
+    n.keys({{0.1f, corner[0]}, {0.2f, corner[1]}, {0.3f, corner[2]}, {0.4f, corner[3]}});
+    expectNear(pullTexture(n.ramp, {0, 0}).colour, corner[0], "corner 0");
+    expectNear(pullTexture(n.ramp, {1, 0}).colour, corner[1], "corner 1");
+    expectNear(pullTexture(n.ramp, {0, 0.999999f}).colour, corner[2], "corner 2", 1e-5f);
+    expectNear(pullTexture(n.ramp, {0.5f, 0.5f}).colour, (corner[0] + corner[1] + corner[2] + corner[3]) * 0.25f, "centre");
+    n.ramp->removeMultiElement(&TdnRamp::saColorEntryList(), 3);
+    n.ramp->removeMultiElement(&TdnRamp::saColorEntryList(), 2);
+    expectNear(pullTexture(n.ramp, {0.5f, 0.5f}).colour, (corner[0] + corner[1]) * 0.25f, "the sum stops at the list's end");
+}
+
+TEST(Ramp, DefaultKeysOnlyForAnEmptyRamp) {
+    RampNode n;
+    n.ramp->addDefaultValuesIfEmpty();
+    float p;
+    T3Float c;
+    ASSERT_TRUE(n.ramp->getColourEntry(2, p, c));
+    EXPECT_EQ(p, 1.0f);
+    expectNear(c, T3Float(0, 0, 1), "third default key");
+    n.ramp->setPositionOfKey(2, 0.75f);
+    n.ramp->addDefaultValuesIfEmpty();
+    ASSERT_TRUE(n.ramp->getColourEntry(2, p, c));
+    EXPECT_EQ(p, 0.75f) << "a ramp with keys keeps them";
+    EXPECT_FALSE(n.ramp->getColourEntry(3, p, c));
+}
+
+TEST(Ramp, BatchEqualsTheScalarPullWithWavesAndNoise) {
+    struct {
+        short type, interp;
+        float uWave, vWave, noise, hueNoise, valNoise;
+    } cases[] = {
+        {TdnRamp::kVRamp, TdnRamp::kLinearInterp, 0, 0, 0, 0, 0},
+        {TdnRamp::kRadialRamp, TdnRamp::kSmoothInterp, 0.1f, 0.05f, 0, 0, 0},
+        {TdnRamp::kCircularRamp, TdnRamp::kBumpInterp, 0, 0, 0.3f, 0.2f, 0.1f},
+        {TdnRamp::kTartanRamp, TdnRamp::kSpikeInterp, 0.02f, 0, 0.1f, 0, 0.3f},
+    };
+    for (auto& c : cases) {
+        RampNode n;
+        n.keys({{0.1f, T3Float(0.9f, 0.1f, 0.1f)}, {0.5f, T3Float(0.1f, 0.8f, 0.2f)}, {0.9f, T3Float(0.2f, 0.3f, 0.95f)}});
+        n.set(TdnRamp::saType(), c.type);
+        n.set(TdnRamp::saInterpolation(), c.interp);
+        n.set(TdnRamp::saUWave(), c.uWave);
+        n.set(TdnRamp::saVWave(), c.vWave);
+        n.set(TdnRamp::saNoise(), c.noise);
+        n.set(TdnRamp::saHueNoise(), c.hueNoise);
+        n.set(TdnRamp::saValNoise(), c.valNoise);
+        n.net.show(n.ramp, TdnTx2D::saOutColor());
+        TshadingOpus* opus = n.net.analyse();
+        ASSERT_NE(opus, nullptr);
+        std::vector<T2Float> uvs = spreadUvs();
+        uvs[9] = T2Float{-1e7f, -1e7f};
+        TtextureBatch batch(n.net.group, uvs);
+        batch.shade(opus);
+        for (unsigned i = 0; i < uvs.size(); ++i)
+            expectNear(batch.colour(i), pullTexture(n.ramp, uvs[i]).colour, "type " + std::to_string(c.type) + " sample " + std::to_string(i));
+        expectNear(batch.colour(9), T3Float(0.5f, 0.5f, 0.5f), "outside");
+    }
+}

@@ -1,0 +1,125 @@
+#pragma once
+// Helpers of the texture tests: a pass-through surface that hands a colour to
+// the shading group, a colour source driven by the sample's UV that counts the
+// samples it computes, and a network that shades one texture over a batch.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <vector>
+
+#include "framework/host/attribute_groups.h"
+#include "framework/host/depend_graph.h"
+#include "framework/host/node_class.h"
+#include "framework/render_node.h"
+#include "shading/sample.h"
+#include "shading/shading_catalog.h"
+#include "shading/shading_engine.h"
+#include "shading/shading_opus.h"
+
+struct TtexTestSurfaceVS : TdependNodeVS {
+    TcolorAttribute color{"color", "c", TiffTag("XSCO")};
+    TcolorAttribute transparency{"transparency", "it", TiffTag("XSTR")};
+    TcolorAttribute outColor{"outColor", "oc", TiffTag("XSOC")};
+    TcolorAttribute outTransparency{"outTransparency", "ot", TiffTag("XSOT")};
+    TtexTestSurfaceVS() {
+        outColor.setFlag(kAttrWritable, false);
+        outTransparency.setFlag(kAttrWritable, false);
+    }
+    bool setupDependencies(TdependencyMatrix& m) override {
+        if (!TdependNodeVS::setupDependencies(m)) return false;
+        affects(m, {&color.whole}, {&outColor.whole});
+        affects(m, {&transparency.whole}, {&outTransparency.whole});
+        return true;
+    }
+};
+// outColor = color, outTransparency = transparency.
+class TtexTestSurface : public TnodeClass<TtexTestSurface, TrenderNode, TtexTestSurfaceVS> {
+public:
+    static constexpr TnodeClassInfo kInfo{"TtexTestSurface", 9201, "kTexTestSurface", "texTestSurface", "XSUR", "shader/surface"};
+    SN_COLOR_ATTRIBUTE(Color, color)
+    SN_COLOR_ATTRIBUTE(Transparency, transparency)
+    SN_COLOR_ATTRIBUTE(OutColor, outColor)
+    SN_COLOR_ATTRIBUTE(OutTransparency, outTransparency)
+
+protected:
+    bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
+};
+
+struct TtexTestSourceVS : TdependNodeVS {
+    TpairAttribute uvCoord{"uvCoord", "uv", TiffTag("XUVC"), "uCoord", "u", TiffTag("XUCO"), "vCoord", "v", TiffTag("XVCO")};
+    TcolorAttribute outColor{"outColor", "oc", TiffTag("XOCL")};
+    TtexTestSourceVS() { outColor.setFlag(kAttrWritable, false); }
+    bool setupDependencies(TdependencyMatrix& m) override {
+        if (!TdependNodeVS::setupDependencies(m)) return false;
+        affects(m, {&uvCoord.whole}, {&outColor.whole});
+        return true;
+    }
+};
+// outColor = (u, v, 0.25); counts its computes and the samples computed.
+class TtexTestSource : public TnodeClass<TtexTestSource, TrenderNode, TtexTestSourceVS> {
+public:
+    static constexpr TnodeClassInfo kInfo{"TtexTestSource", 9202, "kTexTestSource", "texTestSource", "XSRC", "utility/test"};
+    SN_PAIR_ATTRIBUTE(UvCoord, uvCoord, U, V)
+    SN_COLOR_ATTRIBUTE(OutColor, outColor)
+    std::atomic<int> computes{0}, samples{0};
+    static T3Float sColourAt(T2Float uv) { return T3Float(uv.x, uv.y, 0.25f); }
+
+protected:
+    bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
+};
+
+// One shading group whose surface shows `out` of a texture node.
+struct TtextureNetwork {
+    TdependGraph graph;
+    TDNshadingEngine* group = static_cast<TDNshadingEngine*>(graph.createNode("shadingEngine"));
+    TtexTestSurface* surface = static_cast<TtexTestSurface*>(graph.createNode("texTestSurface"));
+
+    TtextureNetwork() { connect(surface, TtexTestSurface::saOutColor(), group, TDNshadingEngine::saSurfaceShader()); }
+    ~TtextureNetwork() {
+        for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
+    }
+    template <class T>
+    T* make(const char* type) {
+        return static_cast<T*>(graph.createNode(type));
+    }
+    void connect(TdependNode* from, const Tattribute& out, TdependNode* to, const Tattribute& in) {
+        ASSERT_EQ(graph.connect(Tplug(from, &out), Tplug(to, &in)), TconnectStatus::kOk)
+            << out.longName().asC() << " -> " << in.longName().asC();
+    }
+    // The texture's colour output becomes the surface colour.
+    void show(TdependNode* texture, const Tattribute& out) { connect(texture, out, surface, TtexTestSurface::saColor()); }
+    TshadingOpus* analyse() {
+        TbitField64 result;
+        if (!group->analyse(kSurfaceColorTransparency, &result, nullptr, nullptr, nullptr)) return nullptr;
+        return group->option(kSurfaceColorTransparency).opus;
+    }
+};
+
+// Samples laid out for the surface program, with their UVs (and filter sizes).
+struct TtextureBatch {
+    std::vector<std::vector<uint64_t>> memory;
+    std::vector<Tsample*> samples;
+    TtextureBatch(TDNshadingEngine* group, const std::vector<T2Float>& uvs, T2Float filterSize = {}) {
+        unsigned size = group->sampleSize(kSurfaceColorTransparency);
+        unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
+        for (const T2Float& uv : uvs) {
+            memory.emplace_back((size + 7) / 8, 0);
+            Tsample* s = Tsample::sCreate(memory.back().data(), size, fields);
+            if (s->hasItem(kItemUvCoord)) s->setUvCoord(uv);
+            if (s->hasItem(kItemUvFilterSize)) s->setUvFilterSize(filterSize);
+            samples.push_back(s);
+        }
+    }
+    void shade(TshadingOpus* opus) { opus->shade(unsigned(samples.size()), samples.data()); }
+    const T3Float& colour(unsigned i) const { return *samples[i]->outColor(); }
+};
+
+// 64 UVs spread over a few repeats of the unit square.
+std::vector<T2Float> spreadUvs(unsigned count = kBatchSize);
+
+// The scalar pull of a 2D texture's outColor and outAlpha at one UV.
+struct TtexResult {
+    T3Float colour;
+    float alpha;
+};
+TtexResult pullTexture(TdependNode* texture, T2Float uv, T2Float filterSize = {});
