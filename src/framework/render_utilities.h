@@ -8,4 +8,5 @@ public:
     static T3Float RGBtoHSV(const T3Float& rgb);
     // The hue is taken modulo 360.
     static T3Float HSVtoRGB(const T3Float& hsv);
+    static float luminance(const T3Float& rgb) { return 0.3f * rgb.x + 0.59f * rgb.y + 0.11f * rgb.z; }
 };

@@ -1,6 +1,6 @@
 #include "utilities/color_conversion.h"
 
-#include "utilities/render_utilities.h"
+#include "framework/render_utilities.h"
 
 SN_REGISTER_NODE_CLASS(TdnHsvToRgb)
 SN_REGISTER_NODE_CLASS(TdnRgbToHsv)

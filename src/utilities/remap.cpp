@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "utilities/render_utilities.h"
+#include "framework/render_utilities.h"
 
 SN_REGISTER_NODE_CLASS(TdnRemapValue)
 SN_REGISTER_NODE_CLASS(TdnRemapColor)

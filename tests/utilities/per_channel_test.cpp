@@ -7,7 +7,7 @@
 #include "utilities/arithmetic.h"
 #include "utilities/color_conversion.h"
 #include "utilities/color_correct.h"
-#include "utilities/render_utilities.h"
+#include "framework/render_utilities.h"
 #include "utilities/utility_fixture.h"
 
 namespace {
