@@ -177,7 +177,7 @@ TEST(PlusMinusAverage, FoldsTheElementsInIndexOrder) {
         }
         net.toColor(node, TdnPlusMinusAverage::saOutput3D());
         net.toTransparency(node, TdnPlusMinusAverage::saOutput1D());
-        net.connect(node, TdnPlusMinusAverage::saOutput2Dy(), net.probe, TutilityTestProbe::saTransparencyG());
+        net.connect(node, TdnPlusMinusAverage::saOutput2Dy(), net.probe, TtestPassThroughSurface::saTransparencyG());
         auto out = shadeBothWays(net, rampSamples(4));
         ASSERT_EQ(out.size(), 4u);
         EXPECT_FLOAT_EQ(out[3].color.x, c.expected);

@@ -3,7 +3,6 @@
 #include "framework/host/depend_node.h"
 
 SN_REGISTER_NODE_CLASS(TutilityTestSource)
-SN_REGISTER_NODE_CLASS(TutilityTestProbe)
 
 bool TutilityTestSource::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     const Tattribute* a = plug.attribute()->rootParent();
@@ -13,17 +12,6 @@ bool TutilityTestSource::vectorComputePlug(const Tplug& plug, TdataBlock& block,
     TdataHandle out = block.outputValue(*a, first, count);
     for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = source.asFloat3(i);
     samples += int(count);
-    block.setClean(*a);
-    return true;
-}
-
-bool TutilityTestProbe::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    const Tattribute* a = plug.attribute()->rootParent();
-    const Tattribute* in = a == &attrOutColor() ? &attrColor() : a == &attrOutTransparency() ? &attrTransparency() : nullptr;
-    if (!in) return TrenderNode::vectorComputePlug(plug, block, first, count);
-    TdataHandle source = block.inputValue(*in, first, count);
-    TdataHandle out = block.outputValue(*a, first, count);
-    for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = source.asFloat3(i);
     block.setClean(*a);
     return true;
 }
@@ -68,8 +56,8 @@ std::vector<TprobeResult> TutilityNetwork::pull(const std::vector<TprobeSample>&
             if (const Tattribute* id = node->attribute(Tstring("objectId")); id && id->valueType() == TvalueType::kAddr)
                 node->setAttributeValue(id, &s.object);
         TprobeResult r;
-        probe->getAttributeValue(&TutilityTestProbe::saOutColor(), &r.color);
-        probe->getAttributeValue(&TutilityTestProbe::saOutTransparency(), &r.transparency);
+        probe->getAttributeValue(&TtestPassThroughSurface::saOutColor(), &r.color);
+        probe->getAttributeValue(&TtestPassThroughSurface::saOutTransparency(), &r.transparency);
         results.push_back(r);
     }
     return results;

@@ -17,6 +17,7 @@
 #include "shading/shading_catalog.h"
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
+#include "support/pass_through_surface.h"
 
 // outA = pointCamera and outB = normalCamera of the sample; counts the
 // samples it computes.
@@ -50,36 +51,6 @@ protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
 };
 
-// A pass-through material: outColor = color, outTransparency = transparency.
-struct TutilityTestProbeVS : TdependNodeVS {
-    TcolorAttribute color{"color", "c", TiffTag("UTCO")};
-    TcolorAttribute transparency{"transparency", "it", TiffTag("UTTR")};
-    TcolorAttribute outColor{"outColor", "oc", TiffTag("UTOC")};
-    TcolorAttribute outTransparency{"outTransparency", "ot", TiffTag("UTOT")};
-    TutilityTestProbeVS() {
-        outColor.setFlag(kAttrWritable, false);
-        outTransparency.setFlag(kAttrWritable, false);
-    }
-    bool setupDependencies(TdependencyMatrix& m) override {
-        if (!TdependNodeVS::setupDependencies(m)) return false;
-        affects(m, {&color.whole}, {&outColor.whole});
-        affects(m, {&transparency.whole}, {&outTransparency.whole});
-        return true;
-    }
-};
-class TutilityTestProbe : public TnodeClass<TutilityTestProbe, TrenderNode, TutilityTestProbeVS> {
-public:
-    static constexpr TnodeClassInfo kInfo{"TutilityTestProbe", 9202, "kUtilityTestProbe", "utilityTestProbe", "UTPR",
-                                          "shader/surface"};
-    SN_COLOR_ATTRIBUTE(Color, color)
-    SN_COLOR_ATTRIBUTE(Transparency, transparency)
-    SN_COLOR_ATTRIBUTE(OutColor, outColor)
-    SN_COLOR_ATTRIBUTE(OutTransparency, outTransparency)
-
-protected:
-    bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
-};
-
 // What one sample feeds and gets back.
 struct TprobeSample {
     T3Float point, normal;
@@ -92,10 +63,10 @@ struct TprobeResult {
 struct TutilityNetwork {
     TdependGraph graph;
     TDNshadingEngine* group = static_cast<TDNshadingEngine*>(graph.createNode("shadingEngine"));
-    TutilityTestProbe* probe = make<TutilityTestProbe>("utilityTestProbe");
+    TtestPassThroughSurface* probe = make<TtestPassThroughSurface>("testPassThroughSurface");
     std::vector<TutilityTestSource*> sources;
 
-    TutilityNetwork() { connect(probe, TutilityTestProbe::saOutColor(), group, TDNshadingEngine::saSurfaceShader()); }
+    TutilityNetwork() { connect(probe, TtestPassThroughSurface::saOutColor(), group, TDNshadingEngine::saSurfaceShader()); }
     ~TutilityNetwork() {
         for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
     }
@@ -119,10 +90,10 @@ struct TutilityNetwork {
     }
     // Connects a node's output into probe.color (a float into colorR).
     void toColor(TdependNode* node, const Tattribute& out) {
-        connect(node, out, probe, out.size() == 4 ? static_cast<const Tattribute&>(TutilityTestProbe::saColorR()) : TutilityTestProbe::saColor());
+        connect(node, out, probe, out.size() == 4 ? static_cast<const Tattribute&>(TtestPassThroughSurface::saColorR()) : TtestPassThroughSurface::saColor());
     }
     void toTransparency(TdependNode* node, const Tattribute& out) {
-        connect(node, out, probe, out.size() == 4 ? static_cast<const Tattribute&>(TutilityTestProbe::saTransparencyR()) : TutilityTestProbe::saTransparency());
+        connect(node, out, probe, out.size() == 4 ? static_cast<const Tattribute&>(TtestPassThroughSurface::saTransparencyR()) : TtestPassThroughSurface::saTransparency());
     }
 
     // The engine's results over one batch of the given samples.

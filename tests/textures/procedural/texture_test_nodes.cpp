@@ -2,19 +2,7 @@
 
 #include "textures/texture_2d.h"
 
-SN_REGISTER_NODE_CLASS(TtexTestSurface)
 SN_REGISTER_NODE_CLASS(TtexTestSource)
-
-bool TtexTestSurface::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    const Tattribute* a = plug.attribute()->rootParent();
-    const Tattribute* in = a == &attrOutColor() ? &attrColor() : a == &attrOutTransparency() ? &attrTransparency() : nullptr;
-    if (!in) return TrenderNode::vectorComputePlug(plug, block, first, count);
-    TdataHandle source = block.inputValue(*in, first, count);
-    TdataHandle out = block.outputValue(*a, first, count);
-    for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = source.asFloat3(i);
-    block.setClean(*a);
-    return true;
-}
 
 bool TtexTestSource::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (plug.attribute()->rootParent() != &attrOutColor()) return TrenderNode::vectorComputePlug(plug, block, first, count);

@@ -15,35 +15,7 @@
 #include "shading/shading_catalog.h"
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
-
-struct TtexTestSurfaceVS : TdependNodeVS {
-    TcolorAttribute color{"color", "c", TiffTag("XSCO")};
-    TcolorAttribute transparency{"transparency", "it", TiffTag("XSTR")};
-    TcolorAttribute outColor{"outColor", "oc", TiffTag("XSOC")};
-    TcolorAttribute outTransparency{"outTransparency", "ot", TiffTag("XSOT")};
-    TtexTestSurfaceVS() {
-        outColor.setFlag(kAttrWritable, false);
-        outTransparency.setFlag(kAttrWritable, false);
-    }
-    bool setupDependencies(TdependencyMatrix& m) override {
-        if (!TdependNodeVS::setupDependencies(m)) return false;
-        affects(m, {&color.whole}, {&outColor.whole});
-        affects(m, {&transparency.whole}, {&outTransparency.whole});
-        return true;
-    }
-};
-// outColor = color, outTransparency = transparency.
-class TtexTestSurface : public TnodeClass<TtexTestSurface, TrenderNode, TtexTestSurfaceVS> {
-public:
-    static constexpr TnodeClassInfo kInfo{"TtexTestSurface", 9201, "kTexTestSurface", "texTestSurface", "XSUR", "shader/surface"};
-    SN_COLOR_ATTRIBUTE(Color, color)
-    SN_COLOR_ATTRIBUTE(Transparency, transparency)
-    SN_COLOR_ATTRIBUTE(OutColor, outColor)
-    SN_COLOR_ATTRIBUTE(OutTransparency, outTransparency)
-
-protected:
-    bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
-};
+#include "support/pass_through_surface.h"
 
 struct TtexTestSourceVS : TdependNodeVS {
     TpairAttribute uvCoord{"uvCoord", "uv", TiffTag("XUVC"), "uCoord", "u", TiffTag("XUCO"), "vCoord", "v", TiffTag("XVCO")};
@@ -72,9 +44,9 @@ protected:
 struct TtextureNetwork {
     TdependGraph graph;
     TDNshadingEngine* group = static_cast<TDNshadingEngine*>(graph.createNode("shadingEngine"));
-    TtexTestSurface* surface = static_cast<TtexTestSurface*>(graph.createNode("texTestSurface"));
+    TtestPassThroughSurface* surface = static_cast<TtestPassThroughSurface*>(graph.createNode("testPassThroughSurface"));
 
-    TtextureNetwork() { connect(surface, TtexTestSurface::saOutColor(), group, TDNshadingEngine::saSurfaceShader()); }
+    TtextureNetwork() { connect(surface, TtestPassThroughSurface::saOutColor(), group, TDNshadingEngine::saSurfaceShader()); }
     ~TtextureNetwork() {
         for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
     }
@@ -87,7 +59,7 @@ struct TtextureNetwork {
             << out.longName().asC() << " -> " << in.longName().asC();
     }
     // The texture's colour output becomes the surface colour.
-    void show(TdependNode* texture, const Tattribute& out) { connect(texture, out, surface, TtexTestSurface::saColor()); }
+    void show(TdependNode* texture, const Tattribute& out) { connect(texture, out, surface, TtestPassThroughSurface::saColor()); }
     TshadingOpus* analyse() {
         TbitField64 result;
         if (!group->analyse(kSurfaceColorTransparency, &result, nullptr, nullptr, nullptr)) return nullptr;
