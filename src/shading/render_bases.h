@@ -1,8 +1,9 @@
 #pragma once
 // The abstract classes a renderer implements to drive the shading engine:
 // its render groups (one object as shaded), geometry managers, deep raster
-// and ray sampler. Their operations are given by role.
+// and (in ray_sampler.h) ray sampler. Their operations are given by role.
 #include "framework/host/bit_field.h"
+#include "shading/ray_sampler.h"
 #include "shading/shading_types.h"
 
 class Tsample;
@@ -37,7 +38,3 @@ public:
     virtual TbitField64 wantedItems() const { return TbitField64(); }
 };
 
-class TraySampler {
-public:
-    virtual ~TraySampler() = default;
-};
