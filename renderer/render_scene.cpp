@@ -1,0 +1,278 @@
+#include "renderer/render_scene.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+#include "framework/host/depend_graph.h"
+#include "scene/scene_camera.h"
+#include "scene/scene_paths.h"
+#include "scene/scene_shapes.h"
+#include "settings/render_quality.h"
+#include "settings/resolution.h"
+#include "shading/shading_engine.h"
+
+namespace {
+template <class T>
+T valueOf(TdependNode* node, const Tattribute& attribute, T fallback) {
+    T value = fallback;
+    if (!node || !node->getAttributeValue(&attribute, &value)) return fallback;
+    return value;
+}
+
+template <class Class>
+bool isA(const TdependNode* node) {
+    return node && node->typeof()->istype(Class::sMetaclass());
+}
+
+Tmatrix transposed(const Tmatrix& m) {
+    Tmatrix t;
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j) t.m[i][j] = m.m[j][i];
+    return t;
+}
+
+// A path is hidden when any transform on it has its visibility off.
+bool pathVisible(const TdagPath& path) {
+    for (TdagNode* node : path.nodes())
+        if (isA<Ttransform>(node) && !valueOf<bool>(node, Ttransform::saVisibility(), true)) return false;
+    return true;
+}
+
+// Embree filters. The context of every trace carries whether the ray is a
+// camera ray, so that objects hidden from the camera still reflect and
+// cast shadows.
+void rejectAll(const RTCFilterFunctionNArguments* args) {
+    for (unsigned i = 0; i < args->N; ++i) args->valid[i] = 0;
+}
+}  // namespace
+
+namespace {
+void rejectCameraRays(const RTCFilterFunctionNArguments* args) {
+    if (!reinterpret_cast<const TtraceContext*>(args->context)->cameraRay) return;
+    for (unsigned i = 0; i < args->N; ++i) args->valid[i] = 0;
+}
+}  // namespace
+
+TrenderScene::TrenderScene() = default;
+
+TrenderScene::~TrenderScene() {
+    if (fScene) rtcReleaseScene(fScene);
+    for (RTCScene s : fObjectScenes) rtcReleaseScene(s);
+    if (fDevice) rtcReleaseDevice(fDevice);
+}
+
+bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, const std::string& cameraName, std::string& error) {
+    std::vector<TdependNode*> nodes = graph.nodes();
+
+    // Settings, from the default nodes when present.
+    TdependNode* resolution = graph.findNode("defaultResolution");
+    if (!isA<TdnResolution>(resolution)) resolution = nullptr;
+    TdependNode* quality = graph.findNode("defaultRenderQuality");
+    if (!isA<TdnRenderQuality>(quality)) quality = nullptr;
+    if (resolution) {
+        fSettings.width = valueOf<int32_t>(resolution, TdnResolution::saWidth(), fSettings.width);
+        fSettings.height = valueOf<int32_t>(resolution, TdnResolution::saHeight(), fSettings.height);
+    }
+    if (quality) {
+        static constexpr int kSamplesForQuality[] = {16, 8, 4, 1};  // highest, high, medium, low
+        short aa = valueOf<short>(quality, TdnRenderQuality::saEdgeAntiAliasing(), TdnRenderQuality::kLowAA);
+        fSettings.samplesPerPixel = kSamplesForQuality[std::clamp<int>(aa, 0, 3)];
+        short filter = valueOf<short>(quality, TdnRenderQuality::saPixelFilterType(), 1);
+        fSettings.filter = filter >= 0 && filter <= 3 ? TpixelFilter(filter) : TpixelFilter::kTriangle;
+        fSettings.filterWidth = valueOf<float>(quality, TdnRenderQuality::sVsData().pixelFilterWidthX, 2.2f);
+        bool raytracing = valueOf<bool>(quality, TdnRenderQuality::saEnableRaytracing(), false);
+        short reflections = valueOf<short>(quality, TdnRenderQuality::sVsData().reflections, 1);
+        short refractions = valueOf<short>(quality, TdnRenderQuality::sVsData().refractions, 6);
+        fSettings.maxRayDepth = raytracing ? std::max<int>(0, std::max(reflections, refractions)) : 0;
+        float bias = valueOf<float>(quality, TdnRenderQuality::sVsData().rayTraceBias, 0.0f);
+        if (bias > 0) fSettings.rayBias = bias;
+    }
+    if (fSettings.width <= 0 || fSettings.height <= 0) {
+        error = "the resolution " + std::to_string(fSettings.width) + "x" + std::to_string(fSettings.height) + " is empty";
+        return false;
+    }
+
+    // The camera.
+    TcameraVS& cameraVs = Tcamera::sVsData();
+    TdagPath cameraPath;
+    for (TdependNode* node : nodes) {
+        if (!isA<Tcamera>(node)) continue;
+        auto* dag = static_cast<TdagNode*>(node);
+        std::vector<TdagPath> paths = dag->allPaths();
+        for (const TdagPath& p : paths) {
+            bool wanted = cameraName.empty() ? valueOf<bool>(node, cameraVs.renderable, true)
+                                             : (node->name().str() == cameraName || p.fullPathName() == cameraName);
+            if (wanted && p.isValid()) {
+                cameraPath = p;
+                break;
+            }
+        }
+        if (cameraPath.isValid()) break;
+    }
+    if (!cameraPath.isValid()) {
+        error = cameraName.empty() ? "the scene has no renderable camera" : "no camera named '" + cameraName + "'";
+        return false;
+    }
+    TdependNode* cam = cameraPath.node();
+    fCamera.name = cam->name().str();
+    fCamera.orthographic = valueOf<bool>(cam, cameraVs.orthographic, false);
+    float focal = valueOf<float>(cam, cameraVs.focalLength, 35);
+    float aperture = valueOf<float>(cam, cameraVs.horizontalFilmAperture, 36);
+    if (focal <= 0 || aperture <= 0) {
+        error = "camera '" + fCamera.name + "' needs a positive focal length and film aperture";
+        return false;
+    }
+    fCamera.tanHalfWidth = aperture / (2 * focal);
+    fCamera.orthographicWidth = valueOf<float>(cam, cameraVs.orthographicWidth, 10);
+    fCamera.nearClip = valueOf<float>(cam, cameraVs.nearClipPlane, 0.01f);
+    fCamera.farClip = valueOf<float>(cam, cameraVs.farClipPlane, 1.0e6f);
+    fCamera.background = valueOf<T3Float>(cam, cameraVs.backgroundColor.whole, T3Float());
+    fCamera.cameraToWorld = cameraPath.inclusiveMatrix();
+    fCamera.worldToCamera = fCamera.cameraToWorld.inverse();
+
+    // Group membership: a member path covers the shapes below it.
+    std::map<std::vector<TdagNode*>, TDNshadingEngine*> memberOf;
+    for (TdependNode* node : nodes) {
+        if (!isA<TDNshadingEngine>(node)) continue;
+        auto* group = static_cast<TDNshadingEngine*>(node);
+        for (const TdagPath& member : group->members()) memberOf.emplace(member.nodes(), group);
+    }
+    TdependNode* initial = graph.findNode(TDNshadingEngine::kInitialShadingGroup);
+    auto* fallbackGroup = isA<TDNshadingEngine>(initial) ? static_cast<TDNshadingEngine*>(initial) : nullptr;
+
+    fDevice = rtcNewDevice(nullptr);
+    if (!fDevice) {
+        error = "cannot start the ray tracing device";
+        return false;
+    }
+    fScene = rtcNewScene(fDevice);
+
+    std::map<TDNshadingEngine*, unsigned> membersSoFar;
+    for (TdependNode* node : nodes) {
+        if (!isA<TgeometryShape>(node)) continue;
+        auto* shape = static_cast<TgeometryShape*>(node);
+        for (const TdagPath& path : shape->allPaths()) {
+            if (!pathVisible(path)) continue;
+            auto object = std::make_unique<TrenderObject>();
+            object->path = path;
+            object->name = path.fullPathName();
+            std::vector<TdagNode*> prefix = path.nodes();
+            while (!prefix.empty() && !object->group) {
+                auto it = memberOf.find(prefix);
+                if (it != memberOf.end()) object->group = it->second;
+                prefix.pop_back();
+            }
+            if (!object->group) object->group = fallbackGroup;
+            if (object->group) {
+                object->fNumber = membersSoFar[object->group]++;
+                auto known = std::find(fGroups.begin(), fGroups.end(), object->group);
+                object->groupIndex = int(known - fGroups.begin());
+                if (known == fGroups.end()) fGroups.push_back(object->group);
+            }
+            object->instance = int32_t(path.instanceNumber());
+            object->castsShadows = valueOf<bool>(node, TgeometryShape::saCastsShadows(), true);
+            object->fReceiveShadows = valueOf<bool>(node, TgeometryShape::saReceiveShadows(), true);
+            object->primaryVisibility = valueOf<bool>(node, TgeometryShape::saPrimaryVisibility(), true);
+            object->objectToWorld = path.inclusiveMatrix();
+            object->worldToObject = object->objectToWorld.inverse();
+            object->objectToCamera = object->objectToWorld * fCamera.worldToCamera;
+            object->normalToCamera = transposed(object->objectToCamera.inverse());
+            object->objectToWorldF = convertMatrix<float>(object->objectToWorld);
+            object->worldToObjectF = convertMatrix<float>(object->worldToObject);
+
+            if (isA<TsphereShape>(node)) {
+                object->kind = TshapeKind::kSphere;
+                object->radius = valueOf<float>(node, TsphereShape::saRadius(), 1);
+            } else if (isA<TdiscShape>(node)) {
+                object->kind = TshapeKind::kDisc;
+                object->radius = valueOf<float>(node, TdiscShape::saRadius(), 1);
+            } else if (isA<TplaneShape>(node)) {
+                object->mesh = std::make_shared<TtriangleMesh>(TtriangleMesh::sPlane(
+                    valueOf<float>(node, TplaneShape::saWidth(), 1), valueOf<float>(node, TplaneShape::saHeight(), 1)));
+            } else if (isA<TboxShape>(node)) {
+                T3Float size = valueOf<T3Float>(node, TboxShape::saSize(), T3Float(1, 1, 1));
+                object->mesh = std::make_shared<TtriangleMesh>(TtriangleMesh::sBox(size));
+            } else if (isA<TmeshShape>(node)) {
+                Tstring stored;
+                node->getAttributeValue(&TmeshShape::saFileName(), &stored);
+                if (stored.str().empty()) {
+                    error = "mesh '" + node->name().str() + "' names no file";
+                    return false;
+                }
+                // An instanced mesh is read once.
+                for (const auto& other : fObjects)
+                    if (other->path.node() == node) object->mesh = other->mesh;
+                if (!object->mesh) {
+                    auto mesh = std::make_shared<TtriangleMesh>();
+                    std::string file = resolveScenePath(sceneFile, stored.str());
+                    if (!loadObjMesh(file, *mesh, error)) return false;
+                    if (!mesh->hasNormals() && valueOf<bool>(node, TmeshShape::saSmoothNormals(), false)) mesh->computeSmoothNormals();
+                    object->mesh = std::move(mesh);
+                }
+            } else {
+                continue;  // a shape this renderer does not draw
+            }
+            if (object->kind == TshapeKind::kTriangles && object->mesh->triangleCount() == 0) continue;
+            object->index = unsigned(fObjects.size());
+            if (!buildGeometry(*object, error)) return false;
+            fObjects.push_back(std::move(object));
+        }
+    }
+    rtcCommitScene(fScene);
+    return true;
+}
+
+bool TrenderScene::buildGeometry(TrenderObject& object, std::string& error) {
+    RTCScene scene = rtcNewScene(fDevice);
+    RTCGeometry geometry = nullptr;
+    if (object.kind == TshapeKind::kSphere || object.kind == TshapeKind::kDisc) {
+        bool sphere = object.kind == TshapeKind::kSphere;
+        geometry = rtcNewGeometry(fDevice, sphere ? RTC_GEOMETRY_TYPE_SPHERE_POINT : RTC_GEOMETRY_TYPE_ORIENTED_DISC_POINT);
+        auto* point = static_cast<float*>(
+            rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT4, 4 * sizeof(float), 1));
+        point[0] = point[1] = point[2] = 0;
+        point[3] = object.radius;
+        if (!sphere) {
+            auto* normal = static_cast<float*>(
+                rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_NORMAL, 0, RTC_FORMAT_FLOAT3, 3 * sizeof(float), 1));
+            normal[0] = 0, normal[1] = 1, normal[2] = 0;
+        }
+    } else {
+        const TtriangleMesh& mesh = *object.mesh;
+        geometry = rtcNewGeometry(fDevice, RTC_GEOMETRY_TYPE_TRIANGLE);
+        // Embree reads vertex buffers 16 bytes at a time: one spare float.
+        auto* vertices = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
+                                                                     3 * sizeof(float), mesh.positions.size() + 1));
+        for (size_t i = 0; i < mesh.positions.size(); ++i)
+            for (int c = 0; c < 3; ++c) vertices[3 * i + c] = mesh.positions[i][c];
+        auto* indices = static_cast<unsigned*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
+                                                                       3 * sizeof(unsigned), mesh.triangleCount()));
+        std::copy(mesh.indices.begin(), mesh.indices.end(), indices);
+    }
+    if (!geometry) {
+        error = "cannot make geometry for '" + object.name + "'";
+        rtcReleaseScene(scene);
+        return false;
+    }
+    if (!object.castsShadows) rtcSetGeometryOccludedFilterFunction(geometry, rejectAll);
+    if (!object.primaryVisibility) rtcSetGeometryIntersectFilterFunction(geometry, rejectCameraRays);
+    rtcCommitGeometry(geometry);
+    rtcAttachGeometry(scene, geometry);
+    rtcReleaseGeometry(geometry);
+    rtcCommitScene(scene);
+    fObjectScenes.push_back(scene);
+
+    RTCGeometry instance = rtcNewGeometry(fDevice, RTC_GEOMETRY_TYPE_INSTANCE);
+    rtcSetGeometryInstancedScene(instance, scene);
+    // Row-vector matrices laid out row by row are the column-major layout of
+    // the same transform for column vectors.
+    float xfm[16];
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j) xfm[4 * i + j] = float(object.objectToWorld.m[i][j]);
+    rtcSetGeometryTransform(instance, 0, RTC_FORMAT_FLOAT4X4_COLUMN_MAJOR, xfm);
+    rtcCommitGeometry(instance);
+    rtcAttachGeometryByID(fScene, instance, object.index);
+    rtcReleaseGeometry(instance);
+    return true;
+}

@@ -1,0 +1,104 @@
+#pragma once
+// What a render sees of a graph: the camera, every geometry instance with
+// its shading group and transforms, the settings, and the Embree scene that
+// traces them. Built once per render on the calling thread; read-only while
+// tiles render.
+#include <embree3/rtcore.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "framework/host/dag.h"
+#include "framework/host/math.h"
+#include "renderer/triangle_mesh.h"
+#include "shading/render_bases.h"
+
+class TDNshadingEngine;
+class TdependGraph;
+
+// The context of every trace: Embree's, and whether the ray comes from the
+// camera, so that objects hidden from the camera still reflect and shadow.
+struct TtraceContext {
+    RTCIntersectContext embree;
+    bool cameraRay;
+};
+
+enum class TshapeKind { kSphere, kDisc, kTriangles };
+
+// One geometry instance: a render group to the engine, and its own
+// geometry manager.
+class TrenderObject : public TrenderGroupBase, public TgeoManagerBase {
+public:
+    unsigned objectNumber() const override { return fNumber; }
+    const TgeoManagerBase* geometryManager() const override { return this; }
+    bool receiveShadows() const override { return fReceiveShadows; }
+
+    TdagPath path;
+    std::string name;                      // full path name, for messages
+    TDNshadingEngine* group = nullptr;     // null: no group, drawn in the default colour
+    unsigned fNumber = 0;                  // index of the path among the group's members
+    unsigned index = 0;                    // index among the render's objects (Embree instance id)
+    TshapeKind kind = TshapeKind::kTriangles;
+    float radius = 1;                      // sphere and disc
+    std::shared_ptr<const TtriangleMesh> mesh;
+    bool castsShadows = true, fReceiveShadows = true, primaryVisibility = true;
+    Tmatrix objectToWorld, worldToObject;
+    // Object to camera for points, and its inverse transpose for normals.
+    Tmatrix objectToCamera, normalToCamera;
+    TfltMatrix objectToWorldF, worldToObjectF;
+    int32_t instance = 0;  // which instance of its shape the path is
+    int groupIndex = -1;   // index of `group` in TrenderScene::groups()
+};
+
+struct TrenderCamera {
+    std::string name;
+    bool orthographic = false;
+    float tanHalfWidth = 36.0f / 70.0f;  // perspective: half the image-plane width at distance 1
+    float orthographicWidth = 10;
+    float nearClip = 0.01f, farClip = 1.0e6f;
+    T3Float background;
+    Tmatrix cameraToWorld, worldToCamera;
+};
+
+enum class TpixelFilter { kBox = 0, kTriangle = 1, kGaussian = 2, kBSpline = 3 };
+
+struct TrenderSettings {
+    int width = 640, height = 480;
+    int samplesPerPixel = 1;
+    TpixelFilter filter = TpixelFilter::kTriangle;
+    float filterWidth = 2.2f;  // pixels, whole support
+    int maxRayDepth = 6;
+    float rayBias = 1.0e-3f;
+};
+
+class TrenderScene {
+public:
+    TrenderScene();
+    ~TrenderScene();
+    TrenderScene(const TrenderScene&) = delete;
+    TrenderScene& operator=(const TrenderScene&) = delete;
+
+    // Gathers the graph. `sceneFile` anchors relative mesh paths ("" for the
+    // working folder); `cameraName` picks a camera by node name or path ("" for
+    // the first renderable one). False with `error` set on bad input.
+    bool build(TdependGraph& graph, const std::string& sceneFile, const std::string& cameraName, std::string& error);
+
+    const TrenderCamera& camera() const { return fCamera; }
+    const TrenderSettings& settings() const { return fSettings; }
+    TrenderSettings& settings() { return fSettings; }
+    const std::vector<std::unique_ptr<TrenderObject>>& objects() const { return fObjects; }
+    const std::vector<TDNshadingEngine*>& groups() const { return fGroups; }
+    RTCScene embreeScene() const { return fScene; }
+
+private:
+    bool buildGeometry(TrenderObject& object, std::string& error);
+
+    RTCDevice fDevice = nullptr;
+    RTCScene fScene = nullptr;
+    std::vector<RTCScene> fObjectScenes;
+    TrenderCamera fCamera;
+    TrenderSettings fSettings;
+    std::vector<std::unique_ptr<TrenderObject>> fObjects;
+    std::vector<TDNshadingEngine*> fGroups;
+};

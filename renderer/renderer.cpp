@@ -1,0 +1,412 @@
+#include "renderer/renderer.h"
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "framework/host/depend_graph.h"
+#include "renderer/level_thread.h"
+#include "renderer/pixel_filter.h"
+#include "renderer/ray_tracer.h"
+#include "renderer/render_scene.h"
+#include "renderer/tile_raster.h"
+#include "scene/scene_loader.h"
+#include "shading/sample.h"
+#include "shading/sample_manager.h"
+#include "shading/shading_engine.h"
+
+namespace {
+uint64_t nowNs() {
+    return uint64_t(std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch()).count());
+}
+
+uint64_t hashOf(uint64_t a, uint64_t b, uint64_t c) {
+    uint64_t h = 0x243F6A8885A308D3ull;
+    for (uint64_t v : {a, b, c}) {
+        h ^= v + 0x9E3779B97F4A7C15ull + (h << 6) + (h >> 2);
+        h *= 0xBF58476D1CE4E5B9ull;
+        h ^= h >> 31;
+    }
+    return h;
+}
+float unitFloat(uint64_t h) { return float(h >> 40) * (1.0f / 16777216.0f); }
+
+struct Ttile {
+    int x0, y0, x1, y1;
+};
+
+// Camera rays through raster positions; rows run from the top.
+class TcameraRays {
+public:
+    TcameraRays(const TrenderCamera& camera, int width, int height) : fCamera(camera), fWidth(width), fHeight(height) {
+        fHalfWidth = camera.orthographic ? camera.orthographicWidth / 2 : camera.tanHalfWidth;
+        fHalfHeight = fHalfWidth * float(height) / float(width);
+    }
+    // Camera-space ray through (x, y).
+    void cameraSpace(float x, float y, T3Float& origin, T3Float& direction) const {
+        float nx = (2 * x / float(fWidth) - 1) * fHalfWidth;
+        float ny = (1 - 2 * y / float(fHeight)) * fHalfHeight;
+        if (fCamera.orthographic) {
+            origin = {nx, ny, 0};
+            direction = {0, 0, -1};
+        } else {
+            origin = {0, 0, 0};
+            direction = normalize(T3Float(nx, ny, -1));
+        }
+    }
+    TworldRay world(float x, float y) const {
+        T3Float o, d;
+        cameraSpace(x, y, o, d);
+        TworldRay r;
+        r.origin = fCamera.cameraToWorld.transformPoint(o);
+        T3Float wd = fCamera.cameraToWorld.transformVector(d);
+        float scale = length(wd);
+        r.direction = wd * (1 / scale);
+        // Clip planes are camera-space distances along the ray.
+        r.tNear = fCamera.nearClip * scale;
+        r.tFar = fCamera.farClip * scale;
+        return r;
+    }
+    // The angle one pixel spans, for footprints of rays with no neighbours.
+    float pixelAngle() const { return fCamera.orthographic ? 0.0f : 2 * fHalfWidth / float(fWidth); }
+
+private:
+    const TrenderCamera& fCamera;
+    int fWidth, fHeight;
+    float fHalfWidth, fHalfHeight;
+};
+
+struct Tworker {
+    Tworker(const TrenderScene& scene, float pixelAngle, unsigned slotCapacity)
+        : tracer(scene, pixelAngle), thread(&constants, &tracer, unsigned(scene.groups().size())) {
+        constants.setDeepRaster(&raster);
+        raster.reserve(unsigned(scene.objects().size()), slotCapacity);
+        samples.resize(slotCapacity);
+    }
+    void endSampling() {
+        thread.endSampling();
+        tracer.endSampling();
+    }
+
+    TframeConstants constants;
+    TtileRaster raster;
+    TrendererRaySampler tracer;
+    TrenderLevelThread thread;
+    std::vector<Tsample*> samples;
+    uint64_t cameraRays = 0, cameraIntersectNs = 0, shadeNs = 0, tileNs = 0, shaded = 0;
+};
+
+// Below this a slot's transparency is taken as opaque.
+constexpr float kSeeThrough = 1.0f / 1024;
+
+float average(const T3Float& c) { return (c.x + c.y + c.z) / 3; }
+T3Float times(const T3Float& a, const T3Float& b) { return {a.x * b.x, a.y * b.y, a.z * b.z}; }
+
+class TtileRenderer {
+public:
+    TtileRenderer(const TrenderScene& scene, int spp, const TpixelFilterKernel& filter, TframeBuffer& image)
+        : fScene(scene),
+          fSpp(spp),
+          fFilter(filter),
+          fImage(image),
+          fRays(scene.camera(), image.width(), image.height()) {}
+
+    float pixelAngle() const { return fRays.pixelAngle(); }
+
+    void render(Tworker& w, const Ttile& tile) {
+        uint64_t tileStart = nowNs();
+        const int m = fFilter.margin();
+        const int W = fImage.width(), H = fImage.height();
+        const int ex0 = std::max(0, tile.x0 - m), ex1 = std::min(W, tile.x1 + m);
+        const int ey0 = std::max(0, tile.y0 - m), ey1 = std::min(H, tile.y1 + m);
+        const int ew = ex1 - ex0;
+        const unsigned count = unsigned(ew * (ey1 - ey0) * fSpp);
+        const auto& objects = fScene.objects();
+        const TrenderCamera& camera = fScene.camera();
+        TtileRaster& raster = w.raster;
+        raster.begin(count);
+        // Randomness follows the tile, not the thread that renders it.
+        w.tracer.seed(hashOf(uint64_t(tile.x0), uint64_t(tile.y0), 0x5EED));
+        w.tracer.setActiveLevel(0);
+
+        // Camera rays.
+        uint64_t start = nowNs();
+        for (int py = ey0; py < ey1; ++py)
+            for (int px = ex0; px < ex1; ++px)
+                for (int k = 0; k < fSpp; ++k) {
+                    unsigned index = unsigned(((py - ey0) * ew + (px - ex0)) * fSpp + k);
+                    TtileSlot& slot = raster.slot(index);
+                    samplePosition(px, py, k, slot.x, slot.y);
+                    TworldRay ray = fRays.world(slot.x, slot.y);
+                    slot.origin = ray.origin;
+                    slot.direction = ray.direction;
+                    RTCRayHit hit;
+                    if (intersectWorld(fScene.embreeScene(), ray, true, hit)) {
+                        slot.object = int32_t(hit.hit.instID[0]);
+                        slot.primitive = int32_t(hit.hit.primID);
+                        slot.tHit = hit.ray.tfar;
+                        slot.bu = hit.hit.u;
+                        slot.bv = hit.hit.v;
+                    } else {
+                        slot.object = -1;
+                    }
+                }
+        w.cameraRays += count;
+        w.cameraIntersectNs += nowNs() - start;
+
+        // Samples for the hits.
+        unsigned n = 0;
+        TsurfacePoint p;
+        for (unsigned i = 0; i < count; ++i) {
+            TtileSlot& slot = raster.slot(i);
+            slot.transparency = {0, 0, 0};
+            if (slot.object < 0) {
+                slot.color = camera.background;
+                slot.alpha = 0;
+                continue;
+            }
+            const TrenderObject& object = *objects[slot.object];
+            evaluateSurface(object, camera, unsigned(slot.primitive), slot.bu, slot.bv, slot.origin, slot.direction, slot.tHit, p);
+            T3Float ox, dx, oy, dy;
+            fRays.cameraSpace(slot.x + 1, slot.y, ox, dx);
+            fRays.cameraSpace(slot.x, slot.y + 1, oy, dy);
+            applyRayDifferentials(p, ox, dx, oy, dy);
+            unsigned pixelSlot = i / unsigned(fSpp) * unsigned(fSpp);
+            int px = ex0 + int(i / unsigned(fSpp)) % ew, py = ey0 + int(i / unsigned(fSpp)) / ew;
+            p.pixelCenter = {float(px) + 0.5f, float(H - py) - 0.5f};
+            p.rayDepth = 0;
+            p.refractiveIndex = 1;
+            p.illuminationIndex = illuminationIndex(raster, pixelSlot, i, p);
+            slot.pointCamera = p.pointCamera;
+            slot.alpha = 1;
+            Tsample* s = w.thread.allocate(object);
+            if (!s) {
+                slot.color = defaultSurfaceColour(p.normal, p.rayDirection);
+                continue;
+            }
+            fillSample(*s, p);
+            w.samples[n++] = s;
+            raster.expect(object.index, i);
+        }
+
+        // Shading: batches of 64 per group reach the raster as they fill.
+        uint64_t nestedBefore = w.tracer.counters.intersectNs;
+        start = nowNs();
+        if (n) {
+            TsampleManager& manager = *w.thread.sampleManager();
+            manager.dispatchSamples(n, w.samples.data());
+            manager.flushDispatchedSamples();
+            manager.releaseSamples(n, w.samples.data());
+        }
+        w.shaded += n;
+
+        // What shows through transparent hits.
+        TworldRay rays[TrendererRaySampler::kChunk];
+        TtraceResult results[TrendererRaySampler::kChunk];
+        unsigned owners[TrendererRaySampler::kChunk];
+        unsigned pending = 0;
+        auto flushBehind = [&] {
+            w.tracer.traceWorld(pending, rays, results);
+            for (unsigned k = 0; k < pending; ++k) {
+                TtileSlot& slot = raster.slot(owners[k]);
+                slot.color = slot.color + times(slot.transparency, results[k].radiance);
+                slot.alpha = 1 - average(times(slot.transparency, results[k].transmittance));
+            }
+            pending = 0;
+        };
+        for (unsigned i = 0; i < count; ++i) {
+            TtileSlot& slot = raster.slot(i);
+            if (slot.object < 0 || average(slot.transparency) <= kSeeThrough) continue;
+            TworldRay& r = rays[pending];
+            r.origin = slot.origin;
+            r.direction = slot.direction;
+            r.tNear = slot.tHit + fScene.settings().rayBias;
+            r.tFar = 1e30f;
+            r.depth = 0;
+            owners[pending++] = i;
+            if (pending == TrendererRaySampler::kChunk) flushBehind();
+        }
+        if (pending) flushBehind();
+        w.shadeNs += (nowNs() - start) - (w.tracer.counters.intersectNs - nestedBefore);
+
+        // Reconstruction: every pixel of the tile gathers the samples within
+        // the filter's reach, in a fixed order, so that a pixel's value does
+        // not depend on which thread rendered it.
+        for (int y = tile.y0; y < tile.y1; ++y)
+            for (int x = tile.x0; x < tile.x1; ++x) {
+                float sum[4] = {0, 0, 0, 0}, weights = 0;
+                for (int sy = std::max(ey0, y - m); sy <= std::min(ey1 - 1, y + m); ++sy)
+                    for (int sx = std::max(ex0, x - m); sx <= std::min(ex1 - 1, x + m); ++sx)
+                        for (int k = 0; k < fSpp; ++k) {
+                            const TtileSlot& slot = raster.slot(unsigned(((sy - ey0) * ew + (sx - ex0)) * fSpp + k));
+                            float wgt = fFilter.weight(slot.x - (float(x) + 0.5f), slot.y - (float(y) + 0.5f));
+                            if (wgt <= 0) continue;
+                            sum[0] += wgt * slot.color.x;
+                            sum[1] += wgt * slot.color.y;
+                            sum[2] += wgt * slot.color.z;
+                            sum[3] += wgt * slot.alpha;
+                            weights += wgt;
+                        }
+                float* out = fImage.pixel(x, y);
+                for (int c = 0; c < 4; ++c) out[c] = weights > 0 ? sum[c] / weights : 0.0f;
+            }
+        w.tileNs += nowNs() - tileStart;
+    }
+
+private:
+    // Stratified positions in the pixel; one sample sits at the centre.
+    void samplePosition(int px, int py, int k, float& x, float& y) const {
+        if (fSpp == 1) {
+            x = float(px) + 0.5f;
+            y = float(py) + 0.5f;
+            return;
+        }
+        int nx = int(std::ceil(std::sqrt(float(fSpp))));
+        int ny = (fSpp + nx - 1) / nx;
+        uint64_t h = hashOf(uint64_t(px), uint64_t(py), uint64_t(k));
+        float jx = unitFloat(h), jy = unitFloat(h * 0x9E3779B97F4A7C15ull + 1);
+        x = float(px) + (float(k % nx) + jx) / float(nx);
+        y = float(py) + (float(k / nx) + jy) / float(ny);
+    }
+
+    // Samples of one pixel that land on the same spot of one surface share
+    // their lighting: they take the index of the first of them.
+    int16_t illuminationIndex(const TtileRaster& raster, unsigned pixelSlot, unsigned i, const TsurfacePoint& p) const {
+        const TtileSlot& me = raster.slot(i);
+        float reach = std::max({p.filterSize.x, p.filterSize.y, p.filterSize.z});
+        for (unsigned j = pixelSlot; j < i; ++j) {
+            const TtileSlot& other = raster.slot(j);
+            if (other.object == me.object && other.primitive == me.primitive && other.alpha > 0 &&
+                length(other.pointCamera - p.pointCamera) <= reach)
+                return int16_t(j & 0x7FFF);
+        }
+        return int16_t(i & 0x7FFF);
+    }
+
+    const TrenderScene& fScene;
+    int fSpp;
+    const TpixelFilterKernel& fFilter;
+    TframeBuffer& fImage;
+    TcameraRays fRays;
+};
+}  // namespace
+
+bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const TrenderOptions& options, TframeBuffer& image,
+                       std::string& error) {
+    fStatistics = TrenderStatistics();
+    fWarnings.clear();
+    uint64_t wallStart = nowNs();
+
+    TrenderScene scene;
+    if (!scene.build(graph, sceneFile, options.camera, error)) return false;
+    TrenderSettings& settings = scene.settings();
+    if (options.width > 0) settings.width = options.width;
+    if (options.height > 0) settings.height = options.height;
+    if (options.samplesPerPixel > 0) settings.samplesPerPixel = options.samplesPerPixel;
+    if (options.maxRayDepth >= 0) settings.maxRayDepth = options.maxRayDepth;
+    // Past 64 the per-pixel illumination indices would not fit a tile.
+    settings.samplesPerPixel = std::clamp(settings.samplesPerPixel, 1, 64);
+
+    Ttile region{0, 0, settings.width, settings.height};
+    if (options.useRegion) {
+        region = {std::max(0, options.regionX0), std::max(0, options.regionY0), std::min(settings.width, options.regionX1),
+                  std::min(settings.height, options.regionY1)};
+        if (region.x0 >= region.x1 || region.y0 >= region.y1) {
+            error = "the region " + std::to_string(options.regionX0) + " " + std::to_string(options.regionY0) + " " +
+                    std::to_string(options.regionX1) + " " + std::to_string(options.regionY1) + " holds no pixel of the " +
+                    std::to_string(settings.width) + "x" + std::to_string(settings.height) + " image";
+            return false;
+        }
+    }
+    image.resize(settings.width, settings.height);
+
+    // Groups are initialised and analysed once, here, before any tile.
+    TframeConstants setupConstants;
+    TrenderThreadBase setup(&setupConstants);
+    for (TDNshadingEngine* group : scene.groups()) setup.initShadingGroup(group);
+    std::vector<std::pair<TDNshadingEngine*, TrenderObject*>> started;
+    for (const auto& object : scene.objects()) {
+        if (!object->group) continue;
+        bool seen = std::any_of(started.begin(), started.end(), [&](auto& s) { return s.first == object->group; });
+        if (seen) continue;
+        started.emplace_back(object->group, object.get());
+        setup.startSampling(object->group, kSurfaceColorTransparency, object.get(), object.get());
+        if (!object->group->option(kSurfaceColorTransparency).opus)
+            fWarnings.push_back("shading group '" + object->group->name().str() +
+                                "' cannot be shaded; its objects render in the default colour");
+    }
+
+    const int tileSize = std::max(4, options.tileSize);
+    std::vector<Ttile> tiles;
+    for (int y = region.y0; y < region.y1; y += tileSize)
+        for (int x = region.x0; x < region.x1; x += tileSize)
+            tiles.push_back({x, y, std::min(x + tileSize, region.x1), std::min(y + tileSize, region.y1)});
+
+    TpixelFilterKernel filter(settings.filter, settings.filterWidth);
+    TtileRenderer tileRenderer(scene, settings.samplesPerPixel, filter, image);
+    int side = tileSize + 2 * filter.margin();
+    unsigned slotCapacity = unsigned(side * side * settings.samplesPerPixel);
+
+    int threads = options.threads > 0 ? options.threads : int(std::max(1u, std::thread::hardware_concurrency()));
+    tbb::task_arena arena(threads);
+    std::vector<std::unique_ptr<Tworker>> workers(size_t(arena.max_concurrency()));
+    for (auto& w : workers) w = std::make_unique<Tworker>(scene, tileRenderer.pixelAngle(), slotCapacity);
+
+    std::mutex progressLock;
+    unsigned done = 0;
+    arena.execute([&] {
+        tbb::parallel_for(tbb::blocked_range<size_t>(0, tiles.size(), 1), [&](const tbb::blocked_range<size_t>& range) {
+            int slot = tbb::this_task_arena::current_thread_index();
+            Tworker& w = *workers[size_t(std::max(0, slot)) % workers.size()];
+            for (size_t t = range.begin(); t != range.end(); ++t) {
+                tileRenderer.render(w, tiles[t]);
+                if (options.progress) {
+                    std::lock_guard<std::mutex> lock(progressLock);
+                    options.progress(++done, unsigned(tiles.size()));
+                }
+            }
+        });
+    });
+
+    for (auto& w : workers) {
+        fStatistics.cameraRays += w->cameraRays;
+        fStatistics.secondaryRays += w->tracer.counters.secondaryRays;
+        fStatistics.shadowRays += w->tracer.counters.shadowRays;
+        fStatistics.shadedSamples += w->shaded + w->tracer.counters.shadedSamples;
+        fStatistics.intersectSeconds += double(w->cameraIntersectNs + w->tracer.counters.intersectNs) * 1e-9;
+        fStatistics.shadeSeconds += double(w->shadeNs) * 1e-9;
+        fStatistics.threadSeconds += double(w->tileNs) * 1e-9;
+        w->endSampling();
+    }
+    for (auto& [group, object] : started) setup.endSampling(group, kSurfaceColorTransparency, object);
+    workers.clear();
+    TrenderThreadBase::resetShadingGroups();
+    fStatistics.threads = unsigned(threads);
+    fStatistics.wallSeconds = double(nowNs() - wallStart) * 1e-9;
+    return true;
+}
+
+bool renderSceneFile(const std::string& path, const TrenderOptions& options, TframeBuffer& image, std::string& error,
+                     Trenderer* renderer) {
+    TdependGraph graph;
+    TsceneLoader loader;
+    if (!loader.load(path, graph)) {
+        error.clear();
+        for (const TsceneError& e : loader.errors()) error += (error.empty() ? "" : "\n") + e.text();
+        return false;
+    }
+    Trenderer local;
+    Trenderer& r = renderer ? *renderer : local;
+    if (!r.render(graph, path, options, image, error)) {
+        error = path + ": " + error;
+        return false;
+    }
+    return true;
+}

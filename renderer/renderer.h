@@ -1,0 +1,57 @@
+#pragma once
+// Trenderer: renders a graph's camera view into a frame buffer. Tiles render
+// in parallel; each worker thread drives the shading engine through its own
+// render thread, sample manager and deep raster.
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "renderer/frame_buffer.h"
+
+class TdependGraph;
+
+struct TrenderOptions {
+    int threads = 0;                 // 0: every core
+    int width = 0, height = 0;       // 0: from the resolution settings
+    int samplesPerPixel = 0;         // 0: from the quality settings
+    int maxRayDepth = -1;            // -1: from the quality settings
+    bool useRegion = false;          // render only [x0, x1) x [y0, y1), rows from the top
+    int regionX0 = 0, regionY0 = 0, regionX1 = 0, regionY1 = 0;
+    int tileSize = 16;
+    std::string camera;              // node name or path; "" for the first renderable
+    // Called as tiles finish, with the count done and the total, from one
+    // thread at a time.
+    std::function<void(unsigned done, unsigned total)> progress;
+};
+
+struct TrenderStatistics {
+    double wallSeconds = 0;
+    double intersectSeconds = 0;  // camera, secondary and shadow rays, summed over threads
+    double shadeSeconds = 0;      // inside the engine, summed over threads, less nested intersection
+    double threadSeconds = 0;     // tile time summed over threads
+    uint64_t cameraRays = 0, secondaryRays = 0, shadowRays = 0;
+    uint64_t shadedSamples = 0;
+    unsigned threads = 0;
+};
+
+class Trenderer {
+public:
+    // Renders `graph`. `sceneFile` anchors relative file names. False with
+    // `error` set when the scene cannot be rendered.
+    bool render(TdependGraph& graph, const std::string& sceneFile, const TrenderOptions& options, TframeBuffer& image,
+                std::string& error);
+    const TrenderStatistics& statistics() const { return fStatistics; }
+    // One line per problem that did not stop the render (a group that cannot
+    // shade, for instance), each given once.
+    const std::vector<std::string>& warnings() const { return fWarnings; }
+
+private:
+    TrenderStatistics fStatistics;
+    std::vector<std::string> fWarnings;
+};
+
+// Loads a scene file and renders it. Load problems come back in `error`, one
+// per line, each naming the file.
+bool renderSceneFile(const std::string& path, const TrenderOptions& options, TframeBuffer& image, std::string& error,
+                     Trenderer* renderer = nullptr);

@@ -1,0 +1,55 @@
+#pragma once
+// Scenes for renderer tests, written as scene-file text and rendered in
+// process.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "framework/host/depend_graph.h"
+#include "renderer/renderer.h"
+#include "scene/scene_loader.h"
+
+struct TrenderRun {
+    TframeBuffer image;
+    std::vector<std::string> warnings;
+    std::string error;
+    bool ok = false;
+};
+
+// Loads `text` (as the file `path`, for relative names) and renders it.
+inline TrenderRun renderText(const std::string& text, const TrenderOptions& options, const std::string& path = "scene.json") {
+    TrenderRun run;
+    TdependGraph graph;
+    TsceneLoader loader;
+    if (!loader.loadText(text, path, graph)) {
+        for (const TsceneError& e : loader.errors()) run.error += e.text() + "\n";
+        return run;
+    }
+    Trenderer renderer;
+    run.ok = renderer.render(graph, path, options, run.image, run.error);
+    run.warnings = renderer.warnings();
+    return run;
+}
+
+inline void writeFile(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+
+// A scene: a camera on +Z looking at the origin, then `nodes` (JSON object
+// texts, comma-separated) and `connections`.
+inline std::string sceneText(const std::string& nodes, const std::string& connections = "", const std::string& camera = "") {
+    std::string cam = camera.empty() ? R"({"type": "camera", "name": "cam", "parent": "camXf"})" : camera;
+    return R"({"nodes": [{"type": "transform", "name": "camXf", "attributes": {"translate": [0, 0, 5]}}, )" + cam +
+           (nodes.empty() ? "" : ", " + nodes) + R"(], "connections": [)" + connections + "]}";
+}
+
+// A shading group `name`SG with a test surface `name` in the given mode and
+// with the given members.
+inline std::string testGroup(const std::string& name, int mode, const std::string& members, const std::string& attributes = "") {
+    return R"({"type": "rendererTestSurface", "name": ")" + name + R"(", "attributes": {"mode": )" + std::to_string(mode) +
+           (attributes.empty() ? "" : ", " + attributes) + R"(}}, {"type": "shadingEngine", "name": ")" + name +
+           R"(SG", "members": [)" + members + "]}";
+}
+inline std::string testConnection(const std::string& name) {
+    return "[\"" + name + ".outColor\", \"" + name + "SG.surfaceShader\"]";
+}

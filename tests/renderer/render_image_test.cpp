@@ -1,0 +1,224 @@
+// Rendered images against closed forms: a sphere's shading, points and
+// normals per pixel, mesh UVs and normals, the background, transparency and
+// reconstruction.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "renderer/render_fixture.h"
+#include "renderer/renderer_test_surface.h"
+#include "support/temp_dir.h"
+
+namespace {
+constexpr float kTanHalfWidth = 36.0f / 70.0f;  // the default camera: 35 mm lens, 36 mm gate
+
+// The one-pixel box filter makes each pixel its centre sample.
+const char* kSharp = R"({"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1}})";
+
+TrenderOptions options(int w, int h, int threads = 1, int spp = 1) {
+    TrenderOptions o;
+    o.width = w, o.height = h, o.threads = threads, o.samplesPerPixel = spp;
+    return o;
+}
+
+// The camera-space direction through a pixel centre of the default camera.
+T3Float pixelDirection(int px, int py, int w, int h) {
+    float x = (2 * (float(px) + 0.5f) / float(w) - 1) * kTanHalfWidth;
+    float y = (1 - 2 * (float(py) + 0.5f) / float(h)) * kTanHalfWidth * float(h) / float(w);
+    return normalize(T3Float(x, y, -1));
+}
+
+// Distance along `d` from the origin to a sphere, or -1; `margin` is the
+// discriminant's distance from a grazing hit.
+float hitSphere(const T3Float& d, const T3Float& centre, float radius, float& margin) {
+    float b = dot(d, centre);
+    float disc = b * b - (dot(centre, centre) - radius * radius);
+    margin = std::fabs(disc);
+    return disc < 0 ? -1 : b - std::sqrt(disc);
+}
+
+T3Float rgb(const TframeBuffer& image, int x, int y) {
+    const float* p = image.pixel(x, y);
+    return {p[0], p[1], p[2]};
+}
+}  // namespace
+
+TEST(RenderImage, SphereShadingMatchesTheClosedFormAtEveryPixel) {
+    struct Case {
+        const char* name;
+        int mode;
+        T3Float light;
+        T3Float centre;  // world; the camera sits at z = 5
+        float radius;
+    };
+    const Case cases[] = {
+        {"N.L from the upper right", TrendererTestSurface::kLambert, normalize(T3Float(1, 1, 1)), {0, 0, 0}, 1.5f},
+        {"N.L grazing from the left", TrendererTestSurface::kLambert, normalize(T3Float(-1, 0, 0.2f)), {0.4f, -0.3f, 0}, 1.2f},
+        {"camera-space normal", TrendererTestSurface::kNormal, {0, 0, 1}, {-0.5f, 0.25f, -1}, 1.0f},
+        {"camera-space point", TrendererTestSurface::kPoint, {0, 0, 1}, {0.3f, 0.2f, 0.5f}, 0.8f},
+    };
+    const int w = 80, h = 60;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        char attrs[160], xf[160];
+        std::snprintf(attrs, sizeof attrs, R"("lightDirection": [%g, %g, %g])", c.light.x, c.light.y, c.light.z);
+        std::snprintf(xf, sizeof xf, R"({"type": "transform", "name": "ballXf", "attributes": {"translate": [%g, %g, %g]}})",
+                      c.centre.x, c.centre.y, c.centre.z);
+        std::string nodes = std::string(xf) + R"(, {"type": "sphere", "name": "ball", "parent": "ballXf", "attributes": {"radius": )" +
+                            std::to_string(c.radius) + "}}, " + testGroup("surf", c.mode, R"("|ballXf|ball")", attrs) + ", " +
+                            kSharp;
+        TrenderRun run = renderText(sceneText(nodes, testConnection("surf")), options(w, h));
+        ASSERT_TRUE(run.ok) << run.error;
+        ASSERT_TRUE(run.warnings.empty());
+        T3Float centre = c.centre - T3Float(0, 0, 5);
+        int hits = 0;
+        for (int py = 0; py < h; ++py)
+            for (int px = 0; px < w; ++px) {
+                T3Float d = pixelDirection(px, py, w, h);
+                float margin;
+                float t = hitSphere(d, centre, c.radius, margin);
+                if (margin < 0.02f) continue;  // the silhouette may fall either way
+                T3Float got = rgb(run.image, px, py);
+                if (t < 0) {
+                    EXPECT_EQ(run.image.pixel(px, py)[3], 0.0f) << px << "," << py;
+                    continue;
+                }
+                ++hits;
+                T3Float p = d * t, n = normalize(p - centre), want;
+                if (c.mode == TrendererTestSurface::kLambert) {
+                    float v = std::max(0.0f, dot(n, c.light));
+                    want = {v, v, v};
+                } else {
+                    want = c.mode == TrendererTestSurface::kNormal ? n : p;
+                }
+                EXPECT_NEAR(got.x, want.x, 2e-4f) << px << "," << py;
+                EXPECT_NEAR(got.y, want.y, 2e-4f) << px << "," << py;
+                EXPECT_NEAR(got.z, want.z, 2e-4f) << px << "," << py;
+                EXPECT_EQ(run.image.pixel(px, py)[3], 1.0f);
+            }
+        EXPECT_GT(hits, 200);
+    }
+}
+
+TEST(RenderImage, ARayThatHitsNothingGivesTheBackground) {
+    const char* camera = R"({"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"backgroundColor": [0.2, 0.3, 0.4]}})";
+    // Off to the side, out of view: the image is all background.
+    std::string nodes = R"({"type": "transform", "name": "far", "attributes": {"translate": [40, 0, 0]}}, {"type": "sphere", "name": "ball", "parent": "far"}, )" +
+                        testGroup("surf", TrendererTestSurface::kFlat, R"("|far|ball")");
+    for (int spp : {1, 4}) {
+        TrenderRun run = renderText(sceneText(nodes, testConnection("surf"), camera), options(24, 16, 1, spp));
+        ASSERT_TRUE(run.ok) << run.error;
+        for (int y = 0; y < 16; ++y)
+            for (int x = 0; x < 24; ++x) {
+                const float* p = run.image.pixel(x, y);
+                EXPECT_NEAR(p[0], 0.2f, 1e-6f);
+                EXPECT_NEAR(p[1], 0.3f, 1e-6f);
+                EXPECT_NEAR(p[2], 0.4f, 1e-6f);
+                EXPECT_EQ(p[3], 0.0f);
+            }
+    }
+}
+
+TEST(RenderImage, EveryPixelFilterReproducesAFlatColour) {
+    // A plane filling the view in one colour: any normalised filter gives
+    // that colour back, at the image's edges too.
+    for (const char* filter : {"kBoxPixelFilter", "kTrianglePixelFilter", "kGaussianPixelFilter", "kQuadraticBSplinePixelFilter"}) {
+        SCOPED_TRACE(filter);
+        std::string quality = std::string(R"({"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": ")") +
+                              filter + R"(", "pixelFilterWidthX": 3}})";
+        std::string nodes = R"({"type": "transform", "name": "wall", "attributes": {"rotate": [90, 0, 0]}}, {"type": "plane", "name": "card", "parent": "wall", "attributes": {"width": 100, "height": 100}}, )" +
+                            testGroup("surf", TrendererTestSurface::kFlat, R"("|wall|card")", R"("color": [0.25, 0.5, 0.75])") + ", " + quality;
+        TrenderRun run = renderText(sceneText(nodes, testConnection("surf")), options(20, 14, 2, 4));
+        ASSERT_TRUE(run.ok) << run.error;
+        for (int y = 0; y < 14; ++y)
+            for (int x = 0; x < 20; ++x) {
+                const float* p = run.image.pixel(x, y);
+                EXPECT_NEAR(p[0], 0.25f, 1e-5f);
+                EXPECT_NEAR(p[1], 0.5f, 1e-5f);
+                EXPECT_NEAR(p[2], 0.75f, 1e-5f);
+                EXPECT_NEAR(p[3], 1.0f, 1e-6f);
+            }
+    }
+}
+
+TEST(RenderImage, TransparentSurfacesShowWhatLiesBehind) {
+    // A half-transparent red card before a green wall, then before nothing.
+    const char* camera = R"({"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"backgroundColor": [0, 0, 1]}})";
+    std::string card = R"({"type": "transform", "name": "front", "attributes": {"rotate": [90, 0, 0], "translate": [0, 0, 1]}}, {"type": "plane", "name": "card", "parent": "front", "attributes": {"width": 100, "height": 100}}, )" +
+                       testGroup("glass", TrendererTestSurface::kFlat, R"("|front|card")", R"("color": [0.5, 0, 0], "transparency": [0.5, 0.5, 0.5])");
+    std::string wall = R"({"type": "transform", "name": "back", "attributes": {"rotate": [90, 0, 0], "translate": [0, 0, -2]}}, {"type": "plane", "name": "wallShape", "parent": "back", "attributes": {"width": 100, "height": 100}}, )" +
+                       testGroup("paint", TrendererTestSurface::kFlat, R"("|back|wallShape")", R"("color": [0, 0.8, 0])");
+    struct Case {
+        bool withWall;
+        T3Float colour;
+        float alpha;
+    };
+    for (const Case& c : {Case{true, {0.5f, 0.4f, 0}, 1.0f}, Case{false, {0.5f, 0, 0.5f}, 0.5f}}) {
+        std::string nodes = card + (c.withWall ? ", " + wall : "") + ", " + kSharp;
+        std::string links = testConnection("glass") + (c.withWall ? ", " + testConnection("paint") : "");
+        TrenderRun run = renderText(sceneText(nodes, links, camera), options(8, 6));
+        ASSERT_TRUE(run.ok) << run.error;
+        const float* p = run.image.pixel(4, 3);
+        EXPECT_NEAR(p[0], c.colour.x, 1e-5f);
+        EXPECT_NEAR(p[1], c.colour.y, 1e-5f);
+        EXPECT_NEAR(p[2], c.colour.z, 1e-5f);
+        EXPECT_NEAR(p[3], c.alpha, 1e-5f);
+    }
+}
+
+TEST(RenderImage, ObjMeshesWithAndWithoutNormalsAndUvs) {
+    TtestTempDir dir;
+    const std::string positions = "v -1 -1 0\nv 1 -1 0\nv 1 1 0\nv -1 1 0\n";
+    struct Case {
+        const char* name;
+        std::string obj;
+        int mode;
+        bool smooth;
+    };
+    const Case cases[] = {
+        {"uvs", positions + "vt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\nf 1/1 2/2 3/3\nf 1/1 3/3 4/4\n", TrendererTestSurface::kUv, false},
+        {"no uvs: barycentrics", positions + "f 1 2 3\nf 1 3 4\n", TrendererTestSurface::kUv, false},
+        {"normals", positions + "vn -0.6 0 0.8\nvn 0.6 0 0.8\nvn 0 0.6 0.8\nvn 0 -0.6 0.8\nf 1//1 2//2 3//3\nf 1//1 3//3 4//4\n",
+         TrendererTestSurface::kNormal, false},
+        {"no normals: facets", positions + "f 1 2 3\nf 1 3 4\n", TrendererTestSurface::kNormal, false},
+        {"no normals, smoothed", positions + "f 1 2 3\nf 1 3 4\n", TrendererTestSurface::kNormal, true},
+    };
+    const T3Float normals[4] = {{-0.6f, 0, 0.8f}, {0.6f, 0, 0.8f}, {0, 0.6f, 0.8f}, {0, -0.6f, 0.8f}};
+    const int w = 40, h = 40;
+    const float orthoWidth = 4;
+    const char* camera = R"({"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 4}})";
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        writeFile(dir.file("quad.obj"), c.obj);
+        std::string nodes = std::string(R"({"type": "mesh", "name": "quad", "attributes": {"fileName": "quad.obj", "smoothNormals": )") +
+                            (c.smooth ? "true" : "false") + "}}, " + testGroup("surf", c.mode, R"("quad")") + ", " + kSharp;
+        TrenderRun run = renderText(sceneText(nodes, testConnection("surf"), camera), options(w, h), dir.file("scene.json"));
+        ASSERT_TRUE(run.ok) << run.error;
+        for (int py = 0; py < h; ++py)
+            for (int px = 0; px < w; ++px) {
+                float x = (2 * (float(px) + 0.5f) / float(w) - 1) * orthoWidth / 2;
+                float y = (1 - 2 * (float(py) + 0.5f) / float(h)) * orthoWidth / 2;
+                if (std::fabs(x) > 0.99f || std::fabs(y) > 0.99f || std::fabs(x - y) < 0.02f) {
+                    if (std::fabs(x) > 1.01f || std::fabs(y) > 1.01f) {
+                        EXPECT_EQ(run.image.pixel(px, py)[3], 0.0f);
+                    }
+                    continue;
+                }
+                // The quad splits along its diagonal into (1 2 3) and (1 3 4).
+                bool first = x > y;
+                float bu = first ? (x - y) / 2 : (x + 1) / 2, bv = first ? (y + 1) / 2 : (y - x) / 2;
+                int i0 = 0, i1 = first ? 1 : 2, i2 = first ? 2 : 3;
+                T3Float want;
+                if (c.name == cases[0].name) want = {(x + 1) / 2, (y + 1) / 2, 0};
+                else if (c.name == cases[1].name) want = {bu, bv, 0};
+                else if (c.name == cases[2].name)
+                    want = normalize(normals[i0] * (1 - bu - bv) + normals[i1] * bu + normals[i2] * bv);
+                else want = {0, 0, 1};
+                T3Float got = rgb(run.image, px, py);
+                EXPECT_NEAR(got.x, want.x, 1e-4f) << px << "," << py;
+                EXPECT_NEAR(got.y, want.y, 1e-4f) << px << "," << py;
+                EXPECT_NEAR(got.z, want.z, 1e-4f) << px << "," << py;
+            }
+    }
+}

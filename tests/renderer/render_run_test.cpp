@@ -1,0 +1,173 @@
+// Renders as a whole: the same image whatever the thread count and however
+// often it is rendered, regions that agree with the full image, and every
+// class of bad input reported, not crashed on.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "renderer/render_fixture.h"
+#include "renderer/renderer_test_surface.h"
+#include "support/temp_dir.h"
+
+namespace {
+// Every kind of shape, instancing, a mesh, and a triangle filter wider than a
+// pixel so that tiles share samples along their borders.
+std::string busyScene(const std::string& dir) {
+    writeFile(dir + "/tri.obj", "v -1 0 0\nv 1 0 0\nv 0 1.5 0\nvt 0 0\nvt 1 0\nvt 0.5 1\nf 1/1 2/2 3/3\n");
+    std::string nodes =
+        R"({"type": "transform", "name": "a", "attributes": {"translate": [-1.2, 0.3, 0], "scale": [1, 0.6, 1]}},
+           {"type": "sphere", "name": "ball", "parent": ["a", "b"]},
+           {"type": "transform", "name": "b", "attributes": {"translate": [1.3, -0.4, -1]}},
+           {"type": "transform", "name": "floorXf", "attributes": {"translate": [0, -1.2, 0]}},
+           {"type": "plane", "name": "floor", "parent": "floorXf", "attributes": {"width": 8, "height": 8}},
+           {"type": "transform", "name": "crate", "attributes": {"translate": [0, 0, -1.5], "rotate": [20, 35, 0]}},
+           {"type": "box", "name": "crateShape", "parent": "crate", "attributes": {"size": [0.8, 0.8, 0.8]}},
+           {"type": "transform", "name": "discXf", "attributes": {"translate": [0.4, 1.1, 0.5], "rotate": [70, 0, 0]}},
+           {"type": "disc", "name": "coin", "parent": "discXf", "attributes": {"radius": 0.4}},
+           {"type": "mesh", "name": "tri", "attributes": {"fileName": "tri.obj"}},
+           {"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kTrianglePixelFilter", "pixelFilterWidthX": 2.5}}, )" +
+        testGroup("lit", TrendererTestSurface::kLambert, R"("|a|ball", "|b|ball", "|floorXf|floor", "|discXf|coin")",
+                  R"("lightDirection": [0.3, 0.8, 0.5], "color": [0.9, 0.7, 0.5])") +
+        ", " + testGroup("uv", TrendererTestSurface::kUv, R"("|crate|crateShape", "tri")");
+    return sceneText(nodes, testConnection("lit") + ", " + testConnection("uv"));
+}
+
+TrenderOptions options(int threads, int spp = 3) {
+    TrenderOptions o;
+    o.width = 61, o.height = 45, o.threads = threads, o.samplesPerPixel = spp, o.tileSize = 8;
+    return o;
+}
+
+bool sameBits(const TframeBuffer& a, const TframeBuffer& b) {
+    return a.width() == b.width() && a.height() == b.height() &&
+           std::memcmp(a.data().data(), b.data().data(), a.data().size() * sizeof(float)) == 0;
+}
+
+unsigned coveredPixels(const TframeBuffer& image) {
+    unsigned n = 0;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x) n += image.pixel(x, y)[3] > 0;
+    return n;
+}
+}  // namespace
+
+TEST(RenderRun, OneAndTwoThreadsGiveTheSameImage) {
+    TtestTempDir dir;
+    std::string text = busyScene(dir.path().string());
+    TrenderRun one = renderText(text, options(1), dir.file("scene.json"));
+    TrenderRun two = renderText(text, options(2), dir.file("scene.json"));
+    ASSERT_TRUE(one.ok) << one.error;
+    ASSERT_TRUE(two.ok) << two.error;
+    // The scene covers much of the frame, so equality is not of two empty images.
+    EXPECT_GT(coveredPixels(one.image), 61u * 45u / 2);
+    EXPECT_TRUE(sameBits(one.image, two.image));
+}
+
+TEST(RenderRun, ASecondRenderInTheSameProcessGivesTheSameImage) {
+    TtestTempDir dir;
+    std::string text = busyScene(dir.path().string());
+    TrenderRun first = renderText(text, options(2), dir.file("scene.json"));
+    TrenderRun second = renderText(text, options(2), dir.file("scene.json"));
+    ASSERT_TRUE(first.ok && second.ok) << first.error << second.error;
+    EXPECT_TRUE(sameBits(first.image, second.image));
+    // And a change shows: fewer samples per pixel give another image.
+    TrenderRun other = renderText(text, options(2, 1), dir.file("scene.json"));
+    ASSERT_TRUE(other.ok);
+    EXPECT_FALSE(sameBits(first.image, other.image));
+}
+
+TEST(RenderRun, ARegionMatchesTheFullImageInsideAndIsEmptyOutside) {
+    TtestTempDir dir;
+    std::string text = busyScene(dir.path().string());
+    TrenderRun full = renderText(text, options(2), dir.file("scene.json"));
+    TrenderOptions o = options(2);
+    o.useRegion = true;
+    o.regionX0 = 13, o.regionY0 = 7, o.regionX1 = 40, o.regionY1 = 30;
+    TrenderRun part = renderText(text, o, dir.file("scene.json"));
+    ASSERT_TRUE(full.ok && part.ok) << part.error;
+    unsigned inside = 0;
+    for (int y = 0; y < 45; ++y)
+        for (int x = 0; x < 61; ++x) {
+            bool in = x >= 13 && x < 40 && y >= 7 && y < 30;
+            const float* p = part.image.pixel(x, y);
+            const float* f = full.image.pixel(x, y);
+            for (int c = 0; c < 4; ++c) {
+                if (in)
+                    EXPECT_EQ(p[c], f[c]) << x << "," << y;
+                else
+                    EXPECT_EQ(p[c], 0.0f) << x << "," << y;
+            }
+            inside += in && f[3] > 0;
+        }
+    EXPECT_GT(inside, 100u);
+}
+
+TEST(RenderRun, BadInputIsReportedWithTheFileName) {
+    TtestTempDir dir;
+    std::string scene = dir.file("bad.json");
+    struct Case {
+        const char* name;
+        std::string text;
+        std::string expected;  // in the error
+    };
+    std::string cameraOnly = sceneText("");
+    const Case cases[] = {
+        {"malformed JSON", "{\"nodes\": [", "bad.json:"},
+        {"unknown type", sceneText(R"({"type": "teapot", "name": "t"})"), "unknown node type 'teapot'"},
+        {"missing mesh", sceneText(R"({"type": "mesh", "name": "m", "attributes": {"fileName": "meshes/gone.obj"}})"),
+         "meshes/gone.obj: mesh file not found"},
+        {"mesh without a file name", sceneText(R"({"type": "mesh", "name": "m"})"), "mesh 'm' names no file"},
+        {"broken mesh", sceneText(R"({"type": "mesh", "name": "m", "attributes": {"fileName": "broken.obj"}})"),
+         "broken.obj: a face refers to vertex"},
+        {"empty mesh", sceneText(R"({"type": "mesh", "name": "m", "attributes": {"fileName": "empty.obj"}})"),
+         "empty.obj: the mesh has no faces"},
+        {"no camera", R"({"nodes": [{"type": "sphere", "name": "s"}]})", "the scene has no renderable camera"},
+        {"flat lens", sceneText("", "", R"({"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"focalLength": 0}})"),
+         "needs a positive focal length"},
+    };
+    writeFile(dir.file("broken.obj"), "v 0 0 0\nv 1 0 0\nf 1 2 9\n");
+    writeFile(dir.file("empty.obj"), "v 0 0 0\n");
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        writeFile(scene, c.text);
+        TframeBuffer image;
+        std::string error;
+        TrenderOptions o;
+        o.width = 8, o.height = 8, o.threads = 1;
+        EXPECT_FALSE(renderSceneFile(scene, o, image, error));
+        EXPECT_NE(error.find(scene.substr(scene.find_last_of('/') + 1)), std::string::npos) << error;
+        EXPECT_NE(error.find(c.expected), std::string::npos) << error;
+    }
+    // A region outside the image is refused too.
+    writeFile(scene, sceneText(""));
+    TrenderOptions o;
+    o.width = 8, o.height = 8, o.useRegion = true, o.regionX0 = 20, o.regionY0 = 0, o.regionX1 = 30, o.regionY1 = 4;
+    TframeBuffer image;
+    std::string error;
+    EXPECT_FALSE(renderSceneFile(scene, o, image, error));
+    EXPECT_NE(error.find("holds no pixel"), std::string::npos) << error;
+}
+
+TEST(RenderRun, AGroupThatCannotShadeDrawsTheDefaultColourWithOneWarning) {
+    // "emptySG" has no surface shader; its two members still draw.
+    std::string nodes = R"({"type": "transform", "name": "l", "attributes": {"translate": [-1, 0, 0]}},
+        {"type": "transform", "name": "r", "attributes": {"translate": [1, 0, 0]}},
+        {"type": "sphere", "name": "ball", "parent": ["l", "r"], "attributes": {"radius": 0.8}},
+        {"type": "shadingEngine", "name": "emptySG", "members": ["|l|ball", "|r|ball"]})";
+    TrenderOptions o;
+    o.width = 40, o.height = 30, o.threads = 2, o.samplesPerPixel = 1;
+    TrenderRun run = renderText(sceneText(nodes), o);
+    ASSERT_TRUE(run.ok) << run.error;
+    ASSERT_EQ(run.warnings.size(), 1u);
+    EXPECT_NE(run.warnings[0].find("emptySG"), std::string::npos);
+    // Both balls are there, in a neutral grey that faces the camera most
+    // brightly at the centre of each.
+    for (int x : {10, 30}) {
+        const float* p = run.image.pixel(x, 15);
+        EXPECT_EQ(p[3], 1.0f);
+        EXPECT_EQ(p[0], p[1]);
+        EXPECT_EQ(p[1], p[2]);
+        EXPECT_GT(p[0], 0.3f);
+        EXPECT_LE(p[0], 0.5f);
+    }
+}

@@ -1,0 +1,98 @@
+// shadenet render SCENE: renders a scene file's camera view and writes the
+// image (PNG, EXR, TIFF ... by extension).
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "framework/host/depend_graph.h"
+#include "renderer/output_name.h"
+#include "renderer/renderer.h"
+#include "scene/scene_loader.h"
+#include "tools/subcommand.h"
+
+namespace {
+struct TrenderCommand {
+    std::string scene, output, camera;
+    int threads = 0, spp = 0, depth = -1;
+    std::vector<int> region, resolution;
+    bool quiet = false, stats = false;
+};
+
+void drawProgress(unsigned done, unsigned total) {
+    constexpr int kWidth = 40;
+    int filled = int(kWidth * double(done) / double(total));
+    std::fprintf(stderr, "\rrendering [%s%s] %3d%%", std::string(size_t(filled), '#').c_str(),
+                 std::string(size_t(kWidth - filled), ' ').c_str(), int(100.0 * done / total));
+    if (done == total) std::fprintf(stderr, "\n");
+    std::fflush(stderr);
+}
+
+int run(const TrenderCommand& c) {
+    TdependGraph graph;
+    TsceneLoader loader;
+    if (!loader.load(c.scene, graph)) {
+        for (const TsceneError& e : loader.errors()) std::cerr << e.text() << "\n";
+        return kExitFailure;
+    }
+    TrenderOptions options;
+    options.threads = c.threads;
+    options.samplesPerPixel = c.spp;
+    options.maxRayDepth = c.depth;
+    options.camera = c.camera;
+    if (c.resolution.size() == 2) options.width = c.resolution[0], options.height = c.resolution[1];
+    if (c.region.size() == 4) {
+        options.useRegion = true;
+        options.regionX0 = c.region[0], options.regionY0 = c.region[1];
+        options.regionX1 = c.region[2], options.regionY1 = c.region[3];
+    }
+    if (!c.quiet && isatty(STDERR_FILENO)) options.progress = drawProgress;
+
+    Trenderer renderer;
+    TframeBuffer image;
+    std::string error;
+    if (!renderer.render(graph, c.scene, options, image, error)) {
+        std::cerr << c.scene << ": " << error << "\n";
+        return kExitFailure;
+    }
+    for (const std::string& w : renderer.warnings()) std::cerr << c.scene << ": warning: " << w << "\n";
+
+    std::string output = c.output.empty() ? defaultImageName(graph, c.scene, options.camera) : c.output;
+    std::error_code ec;
+    std::filesystem::path folder = std::filesystem::path(output).parent_path();
+    if (!folder.empty()) std::filesystem::create_directories(folder, ec);
+    if (!image.write(output, error)) {
+        std::cerr << error << "\n";
+        return kExitFailure;
+    }
+    if (c.stats) {
+        const TrenderStatistics& s = renderer.statistics();
+        std::fprintf(stderr, "%d threads, %.3f s wall; per thread %.3f s intersect, %.3f s shade, %.3f s total; %llu samples shaded\n",
+                     s.threads, s.wallSeconds, s.intersectSeconds, s.shadeSeconds, s.threadSeconds,
+                     static_cast<unsigned long long>(s.shadedSamples));
+    }
+    std::cout << output << "\n";
+    return kExitOk;
+}
+
+const TsubcommandRegistrar kRegistrar{
+    {"render", "Render a scene file to an image", [](CLI::App& app) -> std::function<int()> {
+         auto c = std::make_shared<TrenderCommand>();
+         app.add_option("scene", c->scene, "Scene file")->required();
+         app.add_option("-o,--output", c->output, "Image file; its extension picks the format (png, exr, tif)");
+         app.add_option("--threads", c->threads, "Worker threads (default: every core)")->check(CLI::PositiveNumber);
+         app.add_option("--region", c->region, "Render only pixels x0 <= x < x1, y0 <= y < y1 (rows from the top)")
+             ->expected(4);
+         app.add_option("--resolution", c->resolution, "Image width and height")->expected(2)->check(CLI::PositiveNumber);
+         app.add_option("--spp", c->spp, "Camera samples per pixel")->check(CLI::Range(1, 64));
+         app.add_option("--depth", c->depth, "Deepest reflection or refraction ray")->check(CLI::Range(0, 15));
+         app.add_option("--camera", c->camera, "Camera node name or path");
+         app.add_flag("-q,--quiet", c->quiet, "No progress bar");
+         app.add_flag("--stats", c->stats, "Print timings on stderr");
+         return [c] { return run(*c); };
+     }}};
+}  // namespace
