@@ -38,5 +38,10 @@ test-tsan: deps build-tsan/build.ninja
 bench: build
 	@for b in $(BUILD)/bin/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.2 || exit 1; done
 
+# The showcase scene through the reference renderer; prints the image's path.
+demo: build
+	@mkdir -p out
+	@$(BUILD)/bin/shadenet render examples/showcase.json -o out/showcase.png --quiet
+
 clean:
 	rm -rf $(BUILD) build-asan build-tsan
