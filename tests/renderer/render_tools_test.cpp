@@ -1,0 +1,179 @@
+// The render and swatch commands on real files, and the ray sampler that
+// materials trace through.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <OpenImageIO/imageio.h>
+
+#include <cmath>
+#include <fstream>
+#include <sstream>
+
+#include "renderer/ray_tracer.h"
+#include "renderer/render_fixture.h"
+#include "renderer/renderer_test_surface.h"
+#include "renderer/swatch.h"
+#include "shading/shading_engine.h"
+#include "support/temp_dir.h"
+
+namespace {
+struct ProgramRun {
+    int status = -1;
+    std::string out, err;
+};
+
+ProgramRun run(const TtestTempDir& dir, const std::string& arguments) {
+    const std::string out = dir.file("out.txt"), err = dir.file("err.txt");
+    int raw = std::system((std::string("'") + SHADENET_CLI + "' " + arguments + " >'" + out + "' 2>'" + err + "'").c_str());
+    ProgramRun r;
+    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    std::stringstream o, e;
+    o << std::ifstream(out).rdbuf();
+    e << std::ifstream(err).rdbuf();
+    r.out = o.str(), r.err = e.str();
+    return r;
+}
+
+// Width, height and channels of an image file; zeros when unreadable.
+std::array<int, 3> imageShape(const std::string& path) {
+    auto in = OIIO::ImageInput::open(path);
+    if (!in) return {0, 0, 0};
+    const OIIO::ImageSpec& spec = in->spec();
+    return {spec.width, spec.height, spec.nchannels};
+}
+}  // namespace
+
+TEST(RenderTools, RenderWritesEachFormatByExtension) {
+    TtestTempDir dir;
+    const std::string scene = std::string(SHADENET_SOURCE_DIR) + "/examples/renderer-smoke.json";
+    for (const char* extension : {"png", "exr", "tif"}) {
+        SCOPED_TRACE(extension);
+        std::string image = dir.file(std::string("smoke.") + extension);
+        ProgramRun r = run(dir, "render '" + scene + "' -o '" + image + "' --resolution 32 24 --spp 2 --threads 2");
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.out, image + "\n");
+        EXPECT_EQ(imageShape(image), (std::array<int, 3>{32, 24, 4}));
+    }
+}
+
+TEST(RenderTools, RenderFailuresNameTheFileAndExitWithOne) {
+    TtestTempDir dir;
+    writeFile(dir.file("nomesh.json"), sceneText(R"({"type": "mesh", "name": "m", "attributes": {"fileName": "lost.obj"}})"));
+    writeFile(dir.file("broken.json"), "{\"nodes\": [}");
+    struct Case {
+        std::string arguments, message;
+        int status;
+    };
+    const Case cases[] = {
+        {"render '" + dir.file("nomesh.json") + "' -o '" + dir.file("a.png") + "'", "lost.obj: mesh file not found", 1},
+        {"render '" + dir.file("broken.json") + "' -o '" + dir.file("a.png") + "'", "broken.json:1:", 1},
+        {"render '" + dir.file("absent.json") + "' -o '" + dir.file("a.png") + "'", "absent.json", 1},
+        {"render '" + dir.file("nomesh.json") + "' --spp 0", "", 2},
+    };
+    for (const Case& c : cases) {
+        ProgramRun r = run(dir, c.arguments);
+        EXPECT_EQ(r.status, c.status) << c.arguments << "\n" << r.err;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    }
+}
+
+TEST(RenderTools, ASwatchShowsTheSubjectBeforeTheCheckedBackdrop) {
+    // A flat test surface on the sphere: the centre is its colour; the
+    // corners are the backdrop's two greys.
+    TdependGraph graph;
+    TdependNode* surface = graph.createNode("rendererTestSurface", "probe");
+    ASSERT_NE(surface, nullptr);
+    int flat = TrendererTestSurface::kFlat;
+    T3Float colour(0.9f, 0.1f, 0.2f);
+    surface->setAttributeValue(&TrendererTestSurface::saMode(), &flat);
+    surface->setAttributeValue(&TrendererTestSurface::saColor(), &colour);
+    TswatchOptions options;
+    options.size = 48, options.samplesPerPixel = 1, options.threads = 1;
+    TframeBuffer image;
+    std::string error;
+    ASSERT_TRUE(renderSwatch(graph, surface, options, image, error)) << error;
+    const float* centre = image.pixel(24, 24);
+    EXPECT_NEAR(centre[0], 0.9f, 1e-6f);
+    EXPECT_NEAR(centre[1], 0.1f, 1e-6f);
+    EXPECT_NEAR(centre[2], 0.2f, 1e-6f);
+    float lo = 1, hi = 0;
+    for (int y : {0, 1, 46, 47})
+        for (int x : {0, 3, 44, 47}) {
+            const float* p = image.pixel(x, y);
+            EXPECT_EQ(p[3], 1.0f);
+            EXPECT_EQ(p[0], p[2]);  // grey: not the subject
+            lo = std::min(lo, p[0]), hi = std::max(hi, p[0]);
+        }
+    EXPECT_LT(lo, hi);  // two greys: the checks are there
+
+    EXPECT_FALSE(renderSwatch("noSuchType", options, image, error));
+    EXPECT_NE(error.find("unknown node type 'noSuchType'"), std::string::npos);
+}
+
+TEST(RenderTools, TheRaySamplerTracesAndShadesInCameraSpace) {
+    // A unit ball 5 units before the camera, shaded flat (0.2, 0.4, 0.6).
+    std::string nodes = R"({"type": "sphere", "name": "ball"}, )" +
+                        testGroup("surf", TrendererTestSurface::kFlat, R"("ball")", R"("color": [0.2, 0.4, 0.6])");
+    TdependGraph graph;
+    TsceneLoader loader;
+    ASSERT_TRUE(loader.loadText(sceneText(nodes, testConnection("surf")), "rays.json", graph));
+    TrenderScene scene;
+    std::string error;
+    ASSERT_TRUE(scene.build(graph, "", "", error)) << error;
+    scene.settings().maxRayDepth = 2;
+    TframeConstants constants;
+    TrenderThreadBase setup(&constants);
+    for (TDNshadingEngine* g : scene.groups()) setup.initShadingGroup(g);
+    {
+        TrendererRaySampler sampler(scene, 0.001f);
+        struct Case {
+            T3Float origin, direction;
+            int depth;
+            bool hits;
+            float distance;
+        };
+        const Case cases[] = {
+            {{0, 0, 0}, {0, 0, -1}, 1, true, 4},
+            {{0.5f, 0, 0}, {0, 0, -1}, 1, true, 5 - std::sqrt(0.75f)},
+            {{0, 0, 0}, {0, 1, 0}, 1, false, 0},
+            {{0, 0, 0}, {0, 0, -1}, 3, false, 0},  // deeper than the limit
+        };
+        for (const Case& c : cases) {
+            TgenericRay ray;
+            ray.origin = c.origin, ray.direction = c.direction, ray.rayDepth = c.depth;
+            TgenericRay* rays[1] = {&ray};
+            Tspectrum radiance, transmittance;
+            sampler.traceRays(nullptr, 1, rays, &radiance, &transmittance);
+            if (c.hits) {
+                EXPECT_NEAR(ray.distance, c.distance, 1e-4f);
+                EXPECT_NEAR(radiance.g(), 0.4f, 1e-6f);
+                EXPECT_EQ(transmittance.r(), 0.0f);
+            } else {
+                EXPECT_EQ(ray.distance, FLT_MAX);
+                EXPECT_EQ(transmittance.r(), 1.0f);
+                EXPECT_EQ(radiance.g(), 0.0f);  // the default background is black
+            }
+        }
+        // Shadow rays: blocked through the ball, free beside it or short of it.
+        struct Shadow {
+            T3Float origin, direction;
+            float distance;
+            bool blocked;
+        };
+        const Shadow shadows[] = {
+            {{0, 0, 0}, {0, 0, -1}, 10, true},
+            {{0, 0, 0}, {0, 0, -1}, 3.5f, false},
+            {{2, 0, 0}, {0, 0, -1}, 10, false},
+        };
+        for (const Shadow& s : shadows) {
+            TgenericRay ray;
+            ray.origin = s.origin, ray.direction = s.direction, ray.distance = s.distance;
+            TgenericRay* rays[1] = {&ray};
+            Treflectance through;
+            sampler.traceShadowRays(nullptr, 1, rays, &through);
+            EXPECT_EQ(through.r(), s.blocked ? 0.0f : 1.0f) << s.origin.x << " " << s.distance;
+        }
+        sampler.endSampling();
+    }
+    TrenderThreadBase::resetShadingGroups();
+}
