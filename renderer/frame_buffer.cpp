@@ -21,9 +21,9 @@ bool TframeBuffer::write(const std::string& path, std::string& error) const {
     OIIO::TypeDesc format = OIIO::TypeDesc::UINT8;
     if (extension == ".exr" || extension == ".hdr") format = OIIO::TypeDesc::FLOAT;
     else if (extension == ".tif" || extension == ".tiff") format = OIIO::TypeDesc::UINT16;
-    OIIO::ImageSpec spec(fWidth, fHeight, 4, format);
-    spec.attribute("Software", "shadenet");
-    if (!out->open(path, spec)) {
+    OIIO::ImageSpec layout(fWidth, fHeight, 4, format);
+    layout.attribute("Software", "shadenet");
+    if (!out->open(path, layout)) {
         error = path + ": cannot write: " + out->geterror();
         return false;
     }

@@ -38,8 +38,8 @@ ProgramRun run(const TtestTempDir& dir, const std::string& arguments) {
 std::array<int, 3> imageShape(const std::string& path) {
     auto in = OIIO::ImageInput::open(path);
     if (!in) return {0, 0, 0};
-    const OIIO::ImageSpec& spec = in->spec();
-    return {spec.width, spec.height, spec.nchannels};
+    const OIIO::ImageSpec& header = in->spec();
+    return {header.width, header.height, header.nchannels};
 }
 }  // namespace
 
