@@ -5,6 +5,7 @@
 #include "lights/light_link_scene.h"
 #include "lights/light_visibility.h"
 #include "lights/render_info.h"
+#include "scene/scene_loader.h"
 
 namespace {
 
@@ -338,6 +339,39 @@ TEST_F(LightLinkScene, MapLightsOnAnEmptyGroupChangesNothing) {
     unsigned mask = 0x40;
     g->mapLights(mask, ball);
     EXPECT_EQ(mask, 0x40u);
+}
+
+// The example of the user documentation, with the test light type.
+TEST(LightLinkSceneFile, LinksMadeInAFileDecideTheLighting) {
+    const char* text = R"({
+  "format": "shadenet-scene",
+  "nodes": [
+    {"type": "transform", "name": "keyT"},
+    {"type": "linkTestLight", "name": "key", "parent": "keyT"},
+    {"type": "transform", "name": "rimT"},
+    {"type": "linkTestLight", "name": "rim", "parent": "rimT"},
+    {"type": "objectSet", "name": "defaultLightSet", "members": ["|keyT|key"]},
+    {"type": "lightLinker", "name": "lightLinker1"},
+    {"type": "transform", "name": "cup"},
+    {"type": "transform", "name": "saucer"},
+    {"type": "shadingEngine", "name": "porcelainSG", "members": ["|cup", "|saucer"]}
+  ],
+  "connections": [
+    ["defaultLightSet.message", "lightLinker1.link[0].light"],
+    ["porcelainSG.message", "lightLinker1.link[0].object"],
+    ["rim.message", "lightLinker1.lnk[1].llnk"],
+    ["cup.message", "lightLinker1.link[1].object"],
+    ["key.message", "lightLinker1.ignore[0].lightIgnored"],
+    ["saucer.message", "lightLinker1.ignore[0].objectIgnored"]
+  ]
+})";
+    TdependGraph graph;
+    TsceneLoader loader;
+    ASSERT_TRUE(loader.loadText(text, "links.json", graph)) << (loader.errors().empty() ? "" : loader.errors()[0].message);
+    auto* group = static_cast<TDNshadingEngine*>(graph.findNode("porcelainSG"));
+    group->collectLights();
+    EXPECT_EQ(TlinkScene::litNames(*group, 0), (Names{"key", "rim"}));
+    EXPECT_EQ(TlinkScene::litNames(*group, 1), (Names{"key"}));
 }
 
 }  // namespace
