@@ -164,20 +164,20 @@ bool TdnLightLink::names(TdependNode* node) const {
     return false;
 }
 
-void TdnLightLink::setMembershipChanged(TdependNode* set) {
-    if (!set || !names(set)) return;
-    if (set->typeof()->istype(TDNshadingEngine::sMetaclass()))
-        relationshipsChanged(set);
+void TdnLightLink::tellClients(TdependNode* object) {
+    if (!object) return;
+    if (object->typeof()->istype(TDNshadingEngine::sMetaclass()))
+        relationshipsChanged(object);
     else
-        relationshipsChangedNonSG(set);
+        relationshipsChangedNonSG(object);
+}
+
+void TdnLightLink::setMembershipChanged(TdependNode* set) {
+    if (set && names(set)) tellClients(set);
 }
 
 void TdnLightLink::serverDeleted(TdependNode* node) {
-    if (!node || !names(node)) return;
-    if (node->typeof()->istype(TDNshadingEngine::sMetaclass()))
-        relationshipsChanged(node);
-    else
-        relationshipsChangedNonSG(node);
+    if (node && names(node)) tellClients(node);
 }
 
 bool TdnLightLink::shouldBeWritten() const {
@@ -187,30 +187,23 @@ bool TdnLightLink::shouldBeWritten() const {
     return false;
 }
 
+void TdnLightLink::pairChanged(const Tplug& mine, const Tplug& other, bool asSource) {
+    if (asSource || !mine.attribute() || !mine.attribute()->parent()) return;
+    const TdnVSLightLink::Pair* p = pairOf(mine.attribute()->parent());
+    if (!p) return;
+    // An object side names whose lighting changed; a light side names the
+    // object already at that index, if any.
+    tellClients(mine.attribute() == &p->object ? other.node() : objectAt(&p->whole, mine.index()));
+}
+
 void TdnLightLink::connectionMade(const Tplug& mine, const Tplug& other, bool asSource) {
     TdependNode::connectionMade(mine, other, asSource);
-    if (asSource || !mine.attribute() || !mine.attribute()->parent() || !pairOf(mine.attribute()->parent())) return;
-    // Only an object side tells whose lighting changed; a light side tells
-    // the object already at that index, if any.
-    const TdnVSLightLink::Pair* p = pairOf(mine.attribute()->parent());
-    TdependNode* object = mine.attribute() == &p->object ? other.node() : objectAt(&p->whole, mine.index());
-    if (!object) return;
-    if (object->typeof()->istype(TDNshadingEngine::sMetaclass()))
-        relationshipsChanged(object);
-    else
-        relationshipsChangedNonSG(object);
+    pairChanged(mine, other, asSource);
 }
 
 void TdnLightLink::connectionBroken(const Tplug& mine, const Tplug& other, bool asSource) {
     TdependNode::connectionBroken(mine, other, asSource);
-    if (asSource || !mine.attribute() || !mine.attribute()->parent() || !pairOf(mine.attribute()->parent())) return;
-    const TdnVSLightLink::Pair* p = pairOf(mine.attribute()->parent());
-    TdependNode* object = mine.attribute() == &p->object ? other.node() : objectAt(&p->whole, mine.index());
-    if (!object) return;
-    if (object->typeof()->istype(TDNshadingEngine::sMetaclass()))
-        relationshipsChanged(object);
-    else
-        relationshipsChangedNonSG(object);
+    pairChanged(mine, other, asSource);
 }
 
 TdnLightLink* TdnLightLink::active(TdependGraph& graph) {

@@ -90,6 +90,8 @@ private:
     void assimilate(TdnLightLink* other, const Tattribute* attr);
     void relationshipsChanged(TdependNode* object);
     void relationshipsChangedNonSG(TdependNode* object);
+    void tellClients(TdependNode* object);
+    void pairChanged(const Tplug& mine, const Tplug& other, bool asSource);
     bool names(TdependNode* node) const;
     std::vector<int> usedIndices(const Tattribute* attr) const;
 

@@ -150,26 +150,20 @@ void TDNshadingEngine::addSGLinkedLights(TplugArray& lights, TuInt32Array& flags
 }
 
 void TDNshadingEngine::addSGIgnoredLights(TplugArray& ignored, TuInt32Array& ignoredFlags, bool shadow) {
-    // Lights connected to the group's ignore port are group-wide ignores;
-    // every kind of source the linked port takes is read the same way.
-    TplugArray found;
-    TuInt32Array foundFlags;
+    // Lights connected to the group's ignore port are group-wide ignores,
+    // read like the sources of the linked port. Ignores are not counted.
     int unused = 0;
     const Tattribute* root = shadow ? static_cast<const Tattribute*>(&attrIgnoredShadows()) : &attrIgnoredLights();
     for (const Tplug& source : sourcesInto(*this, root)) {
         TdependNode* node = source.node();
         const Tattribute* data = lightDataOf(node);
         if (data && data->isReadable()) {
-            found.append(holdPlug(Tplug(node, data), shadow));
-            foundFlags.append(E::kWholeGroup | E::kFromLink);
+            ignored.append(holdPlug(Tplug(node, data), shadow));
+            ignoredFlags.append(E::kWholeGroup | E::kFromLink);
         } else if (isSet(node)) {
             for (const TdagPath& member : static_cast<TobjectSet*>(node)->members())
-                addSetMemberLight(member, E::kWholeGroup | E::kFromLink, found, foundFlags, unused, shadow);
+                addSetMemberLight(member, E::kWholeGroup | E::kFromLink, ignored, ignoredFlags, unused, shadow);
         }
-    }
-    for (unsigned i = 0; i < found.length(); ++i) {
-        ignored.append(found[i]);
-        ignoredFlags.append(foundFlags[i]);
     }
 }
 

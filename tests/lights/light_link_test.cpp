@@ -190,10 +190,10 @@ TEST(LightListNode, ListsConnectedLightsInIndexOrder) {
     connect(c, 5);
     connect(a, 0);
     connect(b, 2);
-    TDNarray out;
-    out.append(nullptr);  // appended to, not replaced
+    TDNarray out{list};  // appended to, not replaced
     list->lightList(out);
     ASSERT_EQ(out.length(), 4u);
+    EXPECT_EQ(out[0], list);
     EXPECT_EQ(out[1], a);
     EXPECT_EQ(out[2], b);
     EXPECT_EQ(out[3], c);
