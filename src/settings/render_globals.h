@@ -133,6 +133,14 @@ public:
     SN_ATTRIBUTE(PutFrameBeforeExt, putFrameBeforeExt)
     SN_ATTRIBUTE(PeriodInExt, periodInExt)
     SN_ATTRIBUTE(CurrentRenderer, currentRenderer)
+    SN_ATTRIBUTE(ShadowsObeyLightLinking, shadowsObeyLightLinking)
+    SN_ATTRIBUTE(ShadowsObeyShadowLinking, shadowsObeyShadowLinking)
+
+    // How shadows follow links: 0 neither light nor shadow links, 1 shadow
+    // links only, 2 light links only. Any other value changes nothing. A
+    // connection on either switch is broken first.
+    enum TshadowLinkMode : int { kShadowsIgnoreLinks = 0, kShadowsObeyShadowLinks = 1, kShadowsObeyLightLinks = 2 };
+    void setShadowLinkMode(TshadowLinkMode mode);
 
     // The extension of the chosen format, in lower case.
     Tstring fileFormatExtension();

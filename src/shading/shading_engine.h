@@ -172,6 +172,24 @@ public:
                         std::vector<TdependNode*> shadowLights, std::vector<TbitFieldFixedN> shadowRows);
     bool litBy(unsigned objectIndex, const TdependNode* light) const;
     bool shadowedBy(unsigned objectIndex, const TdependNode* light) const;
+    // Collects, once per render initialisation, the lights that reach each
+    // of `objects` (its index is its position) from the default light set,
+    // the group's links, object sets and direct links, and likewise the
+    // lights that shadow it, and installs both through setLightTables. The
+    // overload without arguments uses the group's members.
+    void collectLights(const std::vector<TdagPath>& objects);
+    void collectLights() { collectLights(members()); }
+    const std::vector<TdependNode*>& lights() const { return fLights; }
+    const std::vector<TdependNode*>& shadowLights() const { return fShadowLights; }
+    // The running count of distinct live lights the last collection ended
+    // with, for the light or the shadow pass.
+    int collectedLightCount(bool shadow) const { return fCollectedCount[shadow ? 1 : 0]; }
+    // What the lights of `shape` need (all the group's lights when it is not
+    // one of the collected objects): bit 3 for depth-map shadows, bit 5 for
+    // ray-traced shadows.
+    static constexpr unsigned kNeedsDepthMaps = 1u << 3;
+    static constexpr unsigned kNeedsRayTracedShadows = 1u << 5;
+    void mapLights(unsigned& mask, const TdagNode* shape) const;
 
     bool computePlug(const Tplug& plug, TdataBlock& block) override;
     int merge(TDGcommand& command, TdependNode* other, TDNarray& a, TDNarray& b) override;
@@ -199,6 +217,28 @@ private:
     std::vector<TdependNode*> fNodeTable;
     std::vector<Tplug*> fLightPlugs, fShadowPlugs, fOwnPlugs;
     std::vector<TdependNode*> fLights, fShadowLights;
+    // Light collection (light_collection.cpp), in the order it runs.
+    void addDefaultLights(TplugArray& lights, TuInt32Array& flags, TplugArray& ignored, TuInt32Array& ignoredFlags, int& count,
+                          bool shadow);
+    void addSGLinkedLights(TplugArray& lights, TuInt32Array& flags, int& count, bool shadow);
+    void addSGIgnoredLights(TplugArray& ignored, TuInt32Array& ignoredFlags, bool shadow);
+    void addObjctSetLnkdLights(TplugArray& lights, TuInt32Array& flags, TplugArray& ignored, TuInt32Array& ignoredFlags,
+                               int& count, bool shadow);
+    void addObjctDirectLnkdLights(TplugArray& lights, TuInt32Array& flags, TplugArray& ignored, TuInt32Array& ignoredFlags,
+                                  int& count, bool shadow);
+    void addLightsFromLinker(const Tplug& objectMessage, uint32_t objectFlags, TplugArray& lights, TuInt32Array& flags,
+                             TplugArray& ignored, TuInt32Array& ignoredFlags, int& count, bool shadow);
+    void addLightsFromSet(TobjectSet* set, uint32_t objectFlags, TplugArray& lights, TuInt32Array& flags, int& count,
+                          bool shadow);
+    void removeIgnoredLights(TplugArray& lights, TuInt32Array& flags, TplugArray& ignored, TuInt32Array& ignoredFlags,
+                             int& count);
+    void removeDuplicateLights(TplugArray& lights, TuInt32Array& flags, int& count);
+    bool addSetMemberLight(const TdagPath& member, uint32_t entryFlags, TplugArray& lights, TuInt32Array& flags, int& count,
+                           bool shadow);
+    Tplug* holdPlug(const Tplug& plug, bool shadow);
+    const std::vector<TdagPath>* fCollecting = nullptr;
+    std::vector<const TdagNode*> fLinkedObjects;
+    int fCollectedCount[2] = {0, 0};
     std::vector<TbitFieldFixedN> fLitRows, fShadowRows;
     TmtRefCounter fReferences;
     bool fReferenceCountingEnabled = true;
