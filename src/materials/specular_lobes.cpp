@@ -89,18 +89,15 @@ float smoothShadowing(float roughness, float cosine) {
 float anisotropicLobe(const T3Float& L, const T3Float& V, const TanisotropicFrame& f, float spreadX, float spreadY,
                       float roughness, float fresnelIndex) {
     const T3Float E = V * -1.0f;
-    float nl = dot(f.n, L), ne = dot(f.n, E);
-    if (nl <= 0 || ne <= 0) return 0;
+    if (dot(f.n, L) <= 0 || dot(f.n, E) <= 0) return 0;
     const T3Float H = unitOrSelf(L + E);
     float hn = dot(H, f.n);
     if (hn <= 0) return 0;
     float hx = dot(H, f.u), hy = dot(H, f.v);
     float w2 = (spreadX * hx * hx + spreadY * hy * hy) / (hn * hn * roughness * roughness);
-    float D = float(std::exp(-double(w2)));
-    float shadow = smoothShadowing(roughness, nl) * smoothShadowing(roughness, ne);
-    float eh = std::clamp(dot(E, H), -1.0f, 1.0f);
-    float F = fresnel(std::acos(eh), fresnelIndex) / fresnel0(fresnelIndex);
-    return D * shadow * F;
+    // Shadowing and Fresnel are taken at the view, so that only the slope
+    // term moves with the light and the highlight stays centred on the mirror.
+    return float(std::exp(-double(w2))) * anisotropicReflectionWeight(V, f.n, roughness, fresnelIndex);
 }
 
 float anisotropicReflectionWeight(const T3Float& V, const T3Float& N, float roughness, float fresnelIndex) {

@@ -29,7 +29,8 @@ T3Float phongETint(float lobe, const T3Float& whiteness);
 float roundNearZero(float v);
 
 // Anisotropic: a Gaussian of the half vector's slope in a rotated tangent
-// frame, times smooth shadowing and Fresnel over its normal-incidence value.
+// frame, times smooth shadowing and Fresnel (over its normal-incidence value)
+// at the view angle.
 struct TanisotropicFrame {
     T3Float u, v, n;  // orthonormal: tangent along spreadX, tangent along spreadY, normal
 };
