@@ -30,15 +30,6 @@ constexpr float kChromaticStep = 0.06f;          // index step between the three
 constexpr float kAttenuationFloor = 0.000001f;
 constexpr float kBlackHoleMatte = -1000000.0f;   // marker for later stages
 
-void makeHiddenInput(Tattribute& a) {
-    a.makeImplicitInput();
-    a.setFlag(kAttrHidden, true);
-}
-void makeHiddenInput(TtripleAttribute& a) {
-    for (Tattribute* x : {static_cast<Tattribute*>(&a.whole), static_cast<Tattribute*>(&a.c0), static_cast<Tattribute*>(&a.c1),
-                          static_cast<Tattribute*>(&a.c2)})
-        makeHiddenInput(*x);
-}
 void makeComputedOutput(TtripleAttribute& a) {
     makeOutput(a);
     a.setFlag(kAttrStorable | kAttrKeyable, false);
@@ -94,9 +85,9 @@ TdnVSLambert::TdnVSLambert() {
 
     for (Tattribute* a : std::initializer_list<Tattribute*>{&objectId, &primitiveId, &raySampler, &rayDepth, &rayInstance,
                                                            &mediumRefractiveIndex})
-        makeHiddenInput(*a);
+        declareSampleInput(*a);
     mediumRefractiveIndex.setNativeDefaultData(1);
-    for (TtripleAttribute* a : std::initializer_list<TtripleAttribute*>{&rayDirection, &pointCamera, &normalCamera}) makeHiddenInput(*a);
+    for (TtripleAttribute* a : std::initializer_list<TtripleAttribute*>{&rayDirection, &pointCamera, &normalCamera}) declareSampleInput(*a);
     rayDirection.setDefault(0, 0, 1);
     pointCamera.setDefault(1, 1, 1);
     normalCamera.setDefault(1, 1, 1);

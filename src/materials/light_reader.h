@@ -4,6 +4,7 @@
 // (k, i) is light k's record for sample i. A constant array (all samples lit
 // alike) has stride 0, so the same loop serves both.
 #include <algorithm>
+#include <new>
 
 #include "framework/host/data_block.h"
 #include "shading/light_data.h"
@@ -17,15 +18,19 @@ public:
         unsigned n = std::min(block.multiIndices(lights, indices, kMaxLights), kMaxLights);
         for (unsigned k = 0; k < n; ++k) {
             TdataHandle h = block.elementValue(lights, indices[k]);
-            if (!h.isNull()) fHandles[fCount++] = h;
+            if (!h.isNull()) new (&handles()[fCount++]) TdataHandle(h);
         }
     }
     unsigned count() const { return fCount; }
     const TlightData& record(unsigned k, unsigned sample) const {
-        return *static_cast<const TlightData*>(fHandles[k].element(sample));
+        return *static_cast<const TlightData*>(handles()[k].element(sample));
     }
 
 private:
-    TdataHandle fHandles[kMaxLights];
+    // Raw storage: only the handles in use are constructed, so a batch does
+    // not clear room for lights it does not have.
+    TdataHandle* handles() { return reinterpret_cast<TdataHandle*>(fStorage); }
+    const TdataHandle* handles() const { return reinterpret_cast<const TdataHandle*>(fStorage); }
+    alignas(TdataHandle) unsigned char fStorage[kMaxLights * sizeof(TdataHandle)];
     unsigned fCount = 0;
 };

@@ -28,3 +28,14 @@ void forwardDirtyThroughMessage(TdependNode& node, TmsgDirty& msg) {
     for (const Tplug& d : destinations)
         if (d.node() && !d.node()->isDirty(d.attribute())) d.node()->markDirty(d.attribute());
 }
+
+void declareSampleInput(Tattribute& a) {
+    a.makeImplicitInput();
+    a.setFlag(kAttrHidden, true);
+}
+
+void declareSampleInput(TtripleAttribute& a) {
+    for (Tattribute* x : {static_cast<Tattribute*>(&a.whole), static_cast<Tattribute*>(&a.c0), static_cast<Tattribute*>(&a.c1),
+                          static_cast<Tattribute*>(&a.c2)})
+        declareSampleInput(*x);
+}

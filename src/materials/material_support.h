@@ -2,6 +2,7 @@
 // What the surface materials ask of the rest of the library while a network
 // is analysed: whether a connection varies per sample, whether the render
 // traces rays, and the forwarding of dirty messages to message destinations.
+#include "framework/host/attribute_groups.h"
 #include "framework/host/bit_field.h"
 #include "framework/host/depend_node.h"
 
@@ -25,3 +26,8 @@ void clearRayRequirements(TbitField64& mask);
 // Marks dirty whatever is connected to the node's message attribute, so that
 // a node that watches this one through it hears of every change.
 void forwardDirtyThroughMessage(TdependNode& node, TmsgDirty& msg);
+
+// An input the sample fills by name, hidden from the artist; for a triple,
+// the parent and its children.
+void declareSampleInput(Tattribute& a);
+void declareSampleInput(TtripleAttribute& a);

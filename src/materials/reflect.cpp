@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <new>
 
+#include "materials/material_support.h"
 #include "materials/shading_math.h"
 
 SN_REGISTER_NODE_CLASS(TdnReflect)
@@ -21,11 +22,7 @@ TdnVSReflect::TdnVSReflect() {
     reflectionSpecularity.setNativeDefaultData(1);
     reflectionSpecularity.setSoftMin(0);
     reflectionSpecularity.setSoftMax(1);
-    for (Tattribute* a : {static_cast<Tattribute*>(&triangleNormalCamera.whole), static_cast<Tattribute*>(&triangleNormalCamera.c0),
-                          static_cast<Tattribute*>(&triangleNormalCamera.c1), static_cast<Tattribute*>(&triangleNormalCamera.c2)}) {
-        a->makeImplicitInput();
-        a->setFlag(kAttrHidden, true);
-    }
+    declareSampleInput(triangleNormalCamera);
     miShinyness.setNativeDefaultData(10);
     miShinyness.setSoftMin(5);
     miShinyness.setSoftMax(20);

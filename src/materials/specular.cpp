@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "materials/light_reader.h"
+#include "materials/material_support.h"
 #include "materials/shading_math.h"
 #include "materials/specular_lobes.h"
 #include "shading/light_callbacks.h"
@@ -217,20 +218,18 @@ SN_SPECULAR_COMPUTE(TdnBlinn, computeBlinn(plug, block, s, n))
 // ---------------------------------------------------------------- anisotropic
 
 namespace {
-void makeTangentInput(TtripleAttribute& a) {
-    for (Tattribute* x : {static_cast<Tattribute*>(&a.whole), static_cast<Tattribute*>(&a.c0), static_cast<Tattribute*>(&a.c1),
-                          static_cast<Tattribute*>(&a.c2)}) {
-        x->makeImplicitInput();
-        x->setFlag(kAttrHidden, true);
-    }
+// The two surface tangents, fed by the sample; U along x and V along y
+// when a scalar query leaves them unset.
+void declareTangents(TtripleAttribute& u, TtripleAttribute& v) {
+    declareSampleInput(u);
+    declareSampleInput(v);
+    u.setDefault(1, 0, 0);
+    v.setDefault(0, 1, 0);
 }
 }  // namespace
 
 TdnVSAnisotropy::TdnVSAnisotropy() {
-    makeTangentInput(tangentUCamera);
-    makeTangentInput(tangentVCamera);
-    tangentUCamera.setDefault(1, 0, 0);
-    tangentVCamera.setDefault(0, 1, 0);
+    declareTangents(tangentUCamera, tangentVCamera);
     spreadX.setNativeDefaultData(13);
     spreadX.setSoftMin(0.1);
     spreadX.setSoftMax(100);
@@ -291,10 +290,7 @@ SN_SPECULAR_COMPUTE(TdnAnisotropy, {
 // ---------------------------------------------------------------- hair tube
 
 TdnVSHairTubeShader::TdnVSHairTubeShader() {
-    makeTangentInput(tangentUCamera);
-    makeTangentInput(tangentVCamera);
-    tangentUCamera.setDefault(1, 0, 0);
-    tangentVCamera.setDefault(0, 1, 0);
+    declareTangents(tangentUCamera, tangentVCamera);
     tubeDirection.addField("kUTangent", "U Tanget", 0);
     tubeDirection.addField("kVTangent", "V Tangent", 1);
     colorScalePosition.setParent(&colorScale);
