@@ -478,6 +478,15 @@ TEST(LambertAnalysis, GlowQueryAndRayRequirements) {
     quality->setAttributeValue(quality->attribute(Tstring("enableRaytracing")), &off);
     node->analyse(nullptr, nullptr, nullptr, mask);
     EXPECT_EQ(mask.bits(), ~((1ull << 36) | (1ull << 37) | (1ull << 45) | (1ull << 46)));
+
+    // No sampler outlives its render.
+    TtestRaySampler sampler;
+    void* p = &sampler;
+    node->setAttributeValue(&TdnLambert::saRaySampler(), &p);
+    node->endOfRender(nullptr);
+    void* after = &sampler;
+    node->getAttributeValue(&TdnLambert::saRaySampler(), &after);
+    EXPECT_EQ(after, nullptr);
 }
 
 TEST(LambertBatch, ShadingTouchesNoHeapAndMatchesOneByOne) {
