@@ -1,0 +1,3 @@
+#include "shading/render_pass_control.h"
+
+int currentRenderPassControl = kPassFull;

@@ -1,0 +1,550 @@
+// The Lambert surface: closed-form lighting, the ambient-only case, hide
+// source, black hole, translucence, the shadow pass, every render pass,
+// refraction through a recording ray sampler, analysis hooks, and a batch
+// that touches no heap.
+#include <cfloat>
+#include <algorithm>
+#include <cmath>
+
+#include "materials/material_fixture.h"
+#include "materials/material_support.h"
+#include "shading/light_callbacks.h"
+#include "support/alloc_counter.h"
+
+namespace {
+T3Float mul3(const T3Float& a, const T3Float& b) { return {a.x * b.x, a.y * b.y, a.z * b.z}; }
+}  // namespace
+
+TEST(LambertClass, DeclaresItsAttributeTable) {
+    TdependGraph graph;
+    auto* node = static_cast<TdnLambert*>(graph.createNode("lambert"));
+    ASSERT_NE(node, nullptr);
+    EXPECT_EQ(TdnLambert::sVsData().ownAttributes().size(), 128u);
+    EXPECT_EQ(TdnLambert::sTypeName(), Tstring("lambert"));
+    EXPECT_EQ(node->apiType(), 0x169u);
+    struct {
+        const char* longName;
+        const char* shortName;
+        double defaultValue;
+    } scalars[] = {{"diffuse", "dc", 0.8},          {"translucenceFocus", "tcf", 0.5}, {"translucenceDepth", "trsd", 0.5},
+                   {"matteOpacityMode", "mom", 2},  {"refractiveIndex", "rfi", 1},    {"refractionLimit", "rdl", 6},
+                   {"shadowAttenuation", "fakc", 0.5}, {"mediumRefractiveIndex", "mrfi", 1}, {"miRefractionRays", "mirfr", 1},
+                   {"vrOutlinesAtIntersections", "vroi", 1}};
+    for (auto& s : scalars) {
+        const Tattribute* a = node->attribute(Tstring(s.longName));
+        ASSERT_NE(a, nullptr) << s.longName;
+        EXPECT_EQ(a->shortName(), Tstring(s.shortName));
+        EXPECT_FLOAT_EQ(float(a->numericValue(a->defaultData())), float(s.defaultValue)) << s.longName;
+    }
+    // Outputs are computed and never stored; implicit inputs are hidden.
+    for (const char* out : {"outColor", "outGlowColor", "outTransparency", "outMatteOpacity", "outGlowColorR"}) {
+        const Tattribute* a = node->attribute(Tstring(out));
+        ASSERT_NE(a, nullptr) << out;
+        EXPECT_TRUE(a->isComputed()) << out;
+        EXPECT_FALSE(a->isWritable()) << out;
+    }
+    EXPECT_EQ(node->attribute(Tstring("outGlowColorG"))->shortName(), Tstring("ogg"));
+    EXPECT_TRUE(TdnLambert::saPointCamera().flags() & kAttrImplicitInput);
+    // The light record's default: ambient and diffuse on, specular off.
+    const auto* record = static_cast<const TlightData*>(TdnLambert::saLightData().defaultData());
+    EXPECT_TRUE(record->lightAmbient);
+    EXPECT_TRUE(record->lightDiffuse);
+    EXPECT_FALSE(record->lightSpecular);
+    EXPECT_EQ(TdnLambert::saLightData().size(), unsigned(sizeof(TlightData)));
+}
+
+TEST(LambertLighting, OnePointLightMatchesTheClosedForm) {
+    const T3Float light(1, 2, 0.5f), lightColor(1.0f, 0.8f, 0.6f), surface(0.9f, 0.5f, 0.25f);
+    const float intensity = 1.5f, diffuse = 0.7f;
+    struct {
+        T3Float point;
+        T3Float normal;
+        int decay;
+    } cases[] = {
+        {{1, 2, 0}, {0, 0, 1}, 2},              // dist 0.5: within unit distance, no decay
+        {{1, 1.5f, 0.5f}, {0, 1, 0}, 3},        // dist 0.5 again, cubic ignored
+        {{1, 2, -1.5f}, {0, 0.6f, 0.8f}, 1},    // dist 2, linear
+        {{1, 2, -2.5f}, {0, 0, 1}, 2},          // dist 3, quadratic
+        {{-1, 0, 0.5f}, {0.6f, 0.8f, 0}, 3},    // dist sqrt(8), cubic
+        {{3, 4, 0.5f}, {0, 0, 1}, 0},           // light in the surface's plane: cosine 0
+        {{1, 2, 3.5f}, {0, 0, 1}, 0},           // light behind: no diffuse
+    };
+    for (auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "decay " << c.decay << " at " << c.point.x << "," << c.point.y << "," << c.point.z);
+        TmaterialNetwork net;
+        net.set(TdnLambert::saColor(), surface);
+        net.set(TdnLambert::saDiffuseCoeff(), diffuse);
+        TlightData record = pointLightRecord(light, lightColor, intensity, c.decay, c.point);
+        net.setLight(0, record);
+        TmaterialSample s;
+        s.point = c.point;
+        s.normal = c.normal;
+        TmaterialResult r = net.shadeOne(s);
+
+        T3Float toLight = light - c.point;
+        float dist = length(toLight);
+        float atPoint = dist > 1 ? intensity / std::pow(dist, float(c.decay)) : intensity;
+        float cosine = std::max(0.0f, dot(toLight * (1.0f / dist), c.normal));
+        T3Float expected = mul3(surface, lightColor) * (atPoint * diffuse * cosine);
+        expectNear3(r.color, expected, 1e-5f, "outColor");
+        expectNear3(r.glow, T3Float(), 0, "glow with glowIntensity 0");
+    }
+}
+
+TEST(LambertLighting, NoLightsGivesAmbientAttenuatedPlusIncandescence) {
+    const T3Float color(0.8f, 0.4f, 0.2f), ambient(0.5f, 0.25f, 1.0f), transparency(0.25f, 0.5f, 0.75f), incandescence(0.1f, 0.2f, 0.3f);
+    TmaterialNetwork net;
+    net.set(TdnLambert::saColor(), color);
+    net.set(TdnLambert::saAmbientColor(), ambient);
+    net.set(TdnLambert::saTransparency(), transparency);
+    net.set(TdnLambert::saIncandescence(), incandescence);
+    net.set(TdnLambert::saGlowIntensity(), 2.0f);
+    TmaterialResult r = net.shadeOne();
+    T3Float lit = mul3(mul3(color, ambient), T3Float(0.75f, 0.5f, 0.25f)) + incandescence;
+    expectNear3(r.color, lit, 1e-6f, "outColor");
+    expectNear3(r.glow, lit * 2.0f, 1e-6f, "outGlowColor is the colour times glowIntensity");
+    expectNear3(r.transparency, transparency, 0, "outTransparency");
+    expectNear3(r.matte, T3Float(0.75f, 0.5f, 0.25f), 1e-6f, "opacity gain matte");
+}
+
+TEST(LambertLighting, AmbientFlagAddsColourWithoutCosine) {
+    TmaterialNetwork net;
+    net.set(TdnLambert::saColor(), T3Float(1, 1, 1));
+    TlightData ambientLight;
+    ambientLight.lightDirection = T3Float(0, 0, -1);  // facing away: no cosine term
+    ambientLight.lightIntensity = T3Float(0.2f, 0.4f, 0.6f);
+    ambientLight.lightAmbient = true;
+    ambientLight.lightDiffuse = false;
+    net.setLight(3, ambientLight);
+    TlightData diffuseOnly = ambientLight;
+    diffuseOnly.lightAmbient = false;
+    diffuseOnly.lightDiffuse = true;
+    diffuseOnly.lightDirection = T3Float(0, 0, 1);
+    net.setLight(7, diffuseOnly);
+    TmaterialResult r = net.shadeOne();
+    expectNear3(r.color, T3Float(0.2f, 0.4f, 0.6f) * (1.0f + 0.8f), 1e-6f, "ambient 1 plus diffuse 0.8");
+}
+
+TEST(LambertSurface, HideSourceBlackHoleAndMatteModes) {
+    TlightData front = pointLightRecord(T3Float(0, 0, 0), T3Float(1, 1, 1), 1, 0, T3Float(0, 0, -5));
+    {
+        TmaterialNetwork net;
+        net.setLight(0, front);
+        net.set(TdnLambert::saHideSource(), true);
+        net.set(TdnLambert::saGlowIntensity(), 0.5f);
+        net.set(TdnLambert::saTransparency(), T3Float(0.2f, 0.2f, 0.2f));
+        TmaterialResult r = net.shadeOne();
+        expectNear3(r.color, T3Float(), 0, "hidden colour");
+        expectNear3(r.transparency, T3Float(1, 1, 1), 0, "hidden transparency");
+        EXPECT_GT(r.glow.x, 0.1f) << "the glow stays";
+        expectNear3(r.glow, T3Float(0.5f, 0.5f, 0.5f) * 0.8f * 0.5f * 0.8f, 1e-6f, "glow of the lit, attenuated colour");
+    }
+    struct {
+        short mode;
+        T3Float matte;
+        bool black;
+    } modes[] = {{TdnLambert::kBlackHole, T3Float(-1000000, -1000000, -1000000), true},
+                 {TdnLambert::kSolidMatte, T3Float(0.4f, 0.4f, 0.4f), false},
+                 {TdnLambert::kOpacityGain, T3Float(0.3f, 0.2f, 0.1f), false}};
+    for (auto& m : modes) {
+        SCOPED_TRACE(m.mode);
+        TmaterialNetwork net;
+        net.setLight(0, front);
+        net.set(TdnLambert::saIncandescence(), T3Float(0.3f, 0.3f, 0.3f));
+        net.set(TdnLambert::saGlowIntensity(), 1.0f);
+        net.set(TdnLambert::saMatteOpacityMode(), m.mode);
+        net.set(TdnLambert::saMatteOpacityGain(), 0.4f);
+        net.set(TdnLambert::saTransparency(), T3Float(0.25f, 0.5f, 0.75f));
+        TmaterialResult r = net.shadeOne();
+        expectNear3(r.matte, m.matte, 1e-6f, "matte");
+        EXPECT_EQ(r.color == T3Float(), m.black);
+        EXPECT_EQ(r.glow == T3Float(), m.black);
+    }
+}
+
+TEST(LambertTranslucence, DepthSetsThresholdAndFocusOneStaysFinite) {
+    // A light behind the surface: cosine -0.6 with the normal.
+    TlightData behind;
+    behind.lightDirection = T3Float(0, 0.8f, -0.6f);
+    behind.lightIntensity = T3Float(1, 1, 1);
+    behind.lightAmbient = false;
+    struct {
+        float depth, focus, cosine;
+        T3Float lightDirection;
+        float expected;  // translucence weight, colour white, diffuse 0
+    } cases[] = {
+        {0.5f, 0, -0.6f, T3Float(0, 0.8f, -0.6f), 0.5f},  // threshold -5.75: always full
+        {0.0f, 0, -0.6f, T3Float(0, 0.8f, -0.6f), 0.0f},  // threshold 0: the far side gets nothing
+        {0.0f, 0, 0.06f, T3Float(0, std::sqrt(1 - 0.0036f), 0.06f), 0.5f * 0.06f / 0.15f},  // fading in over 0.15
+        {0.0f, 0, 0.6f, T3Float(0, 0.8f, 0.6f), 0.5f},    // past the fade
+        // Focus 1: exponent 1/0.00001; the light straight along the view
+        // ray (towards -z) gives x = 1 and the full weight.
+        {0.5f, 1.0f, -1.0f, T3Float(0, 0, -1), 0.5f},
+        // ... and 0.8 off it, x = 0.9, almost nothing.
+        {0.5f, 1.0f, -0.6f, T3Float(0, 0.8f, -0.6f), 0.5f * float(std::pow(0.8, 1.0 / (1.00001f - 1.0f)))},
+    };
+    for (auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "depth " << c.depth << " focus " << c.focus << " cosine " << c.cosine);
+        TmaterialNetwork net;
+        net.set(TdnLambert::saColor(), T3Float(1, 1, 1));
+        net.set(TdnLambert::saDiffuseCoeff(), 0.0f);
+        net.set(TdnLambert::saTranslucenceCoeff(), 0.5f);
+        net.set(TdnLambert::saTranslucenceDepth(), c.depth);
+        net.set(TdnLambert::saTranslucenceFocus(), c.focus);
+        net.init();
+        EXPECT_FLOAT_EQ(net.material->translucenceThreshold(), c.depth * -11.5f);
+        TlightData record = behind;
+        record.lightDirection = c.lightDirection;
+        net.setLight(0, record);
+        TmaterialResult r = net.shadeOne();
+        EXPECT_TRUE(std::isfinite(r.color.x));
+        EXPECT_NEAR(r.color.x, c.expected, 1e-5f);
+    }
+}
+
+TEST(LambertShadowPass, MatteCarriesTheShadowedFraction) {
+    TpassScope pass(kPassShadow);
+    auto light = [](T3Float direction, float preShadow, float fraction, bool diffuse) {
+        TlightData d;
+        d.lightDirection = direction;
+        d.lightIntensity = T3Float(1, 1, 1);
+        d.lightAmbient = false;
+        d.lightDiffuse = diffuse;
+        d.preShadowIntensity = preShadow;
+        d.lightShadowFraction = fraction;
+        return d;
+    };
+    struct {
+        const char* what;
+        std::vector<TlightData> lights;
+        float expected;
+    } cases[] = {
+        {"no lights", {}, 0.0f},
+        {"one half-shadowed light", {light({0, 0, 1}, 2, 0.5f, true)}, 0.5f},
+        {"weighted by intensity", {light({0, 0, 1}, 3, 1, true), light({0, 0.6f, 0.8f}, 1, 0, true)}, 0.75f},
+        {"a light facing away counts only in the total", {light({0, 0, 1}, 1, 1, true), light({0, 0, -1}, 1, 1, true)}, 0.5f},
+        {"diffuse clear counts in neither", {light({0, 0, 1}, 1, 0.25f, true), light({0, 0, 1}, 5, 1, false)}, 0.25f},
+        {"a tiny total is not divided", {light({0, 0, 1}, 0.000005f, 0.5f, true)}, 0.0000025f},
+    };
+    for (auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        TmaterialNetwork net;
+        net.set(TdnLambert::saIncandescence(), T3Float(1, 1, 1));
+        for (unsigned k = 0; k < c.lights.size(); ++k) net.setLight(k, c.lights[k]);
+        TmaterialResult r = net.shadeOne();
+        expectNear3(r.matte, T3Float(c.expected, c.expected, c.expected), 1e-6f, "shadow matte");
+        expectNear3(r.color, T3Float(), 0, "colour");
+        expectNear3(r.glow, T3Float(), 0, "glow");
+    }
+}
+
+TEST(LambertPasses, EachPassAddsItsTerms) {
+    // Light 1, ambient 0.01, incandescence 100: each term readable on its own.
+    const float lightTerm = 0.8f, ambientTerm = 0.01f, incandescenceTerm = 100.0f;
+    struct {
+        int pass;
+        bool light, ambient, incandescence;
+    } cases[] = {{kPassFull, true, true, true},          {kPassNoShadows, true, true, true},
+                 {kPassAmbientOnly, false, true, false}, {kPassNoSpecular, true, true, true},
+                 {kPassSpecularOnly, false, false, false}};
+    for (auto& c : cases) {
+        SCOPED_TRACE(c.pass);
+        TpassScope pass(c.pass);
+        TmaterialNetwork net;
+        net.set(TdnLambert::saColor(), T3Float(1, 1, 1));
+        net.set(TdnLambert::saAmbientColor(), T3Float(ambientTerm, ambientTerm, ambientTerm));
+        net.set(TdnLambert::saIncandescence(), T3Float(incandescenceTerm, incandescenceTerm, incandescenceTerm));
+        TlightData d;
+        d.lightDirection = T3Float(0, 0, 1);
+        d.lightIntensity = T3Float(1, 1, 1);
+        d.lightAmbient = false;
+        net.setLight(0, d);
+        TmaterialResult r = net.shadeOne();
+        float expected = (c.light ? lightTerm : 0) + (c.ambient ? ambientTerm : 0) + (c.incandescence ? incandescenceTerm : 0);
+        EXPECT_NEAR(r.color.y, expected, 1e-4f);
+        EXPECT_NEAR(r.matte.y, 1.0f, 1e-6f) << "opacity gain of an opaque surface";
+    }
+}
+
+TEST(LambertRefraction, RaysFormedPerSampleAndTheirDirections) {
+    const float s = std::sqrt(0.5f);
+    struct {
+        const char* what;
+        float index, thickness, medium;
+        T3Float direction;
+        bool chromatic;
+        unsigned rays;
+        T3Float firstDirection;
+        float firstMedium;
+    } cases[] = {
+        {"index 1 with thickness leaves unbent", 1.0f, 0.5f, 1.0f, T3Float(0, -s, -s), false, 1, T3Float(0, -s, -s), 1.0f},
+        {"medium equal to the index leaves into index 1", 1.5f, 0, 1.5f, T3Float(0, -0.6f, -0.8f), false, 1,
+         T3Float(0, -0.9f, -std::sqrt(0.19f)), 1.0f},
+        {"glass bends towards the normal", 1.5f, 0, 1.0f, T3Float(0, -s, -s), false, 1,
+         T3Float(0, -s / 1.5f, -std::sqrt(1 - 0.5f / 2.25f)), 1.5f},
+        {"total internal reflection", 1.2f, 0, 2.0f, T3Float(0, -0.8f, -0.6f), false, 1, T3Float(0, -0.8f, 0.6f), 1.2f},
+        {"chromatic: three rays", 1.5f, 0, 1.0f, T3Float(0, -s, -s), true, 3, T3Float(0, -s / 1.5f, -std::sqrt(1 - 0.5f / 2.25f)), 1.5f},
+    };
+    for (auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        TtestRaySampler sampler;
+        TmaterialNetwork net;
+        net.setRaySampler(&sampler);
+        net.set(TdnLambert::saTransparency(), T3Float(0.5f, 0.5f, 0.5f));
+        net.set(TdnLambert::saRtRefractedColor(), true);
+        net.set(TdnLambert::saRefractiveIndex(), c.index);
+        net.set(TdnLambert::saSurfaceThickness(), c.thickness);
+        net.set(TdnLambert::saChromaticAberration(), c.chromatic);
+        TmaterialSample sample;
+        sample.direction = c.direction;
+        sample.medium = c.medium;
+        sample.rayDepth = 2;
+        net.pull({sample});
+        // The host graph computes the colour once and the transparency once.
+        ASSERT_EQ(sampler.traced, 2 * c.rays);
+        EXPECT_EQ(sampler.calls, 2);
+        const TgenericRay& ray = sampler.kept[0];
+        expectNear3(ray.direction, c.firstDirection, 1e-5f, "direction");
+        EXPECT_FLOAT_EQ(ray.mediumRefractiveIndex, c.firstMedium);
+        EXPECT_EQ(ray.rayDepth, 3);
+        expectNear3(ray.origin, sample.point, 0, "origin");
+        EXPECT_EQ(ray.distance, FLT_MAX);
+        if (c.chromatic) {
+            EXPECT_FLOAT_EQ(sampler.kept[1].mediumRefractiveIndex, 1.56f);
+            EXPECT_FLOAT_EQ(sampler.kept[2].mediumRefractiveIndex, 1.62f);
+        }
+    }
+}
+
+TEST(LambertRefraction, ThicknessLimitAppliesBeforeTheChromaticStep) {
+    TtestRaySampler sampler;
+    TmaterialNetwork net;
+    net.setRaySampler(&sampler);
+    net.set(TdnLambert::saTransparency(), T3Float(1, 1, 1));
+    net.set(TdnLambert::saRtRefractedColor(), true);
+    net.set(TdnLambert::saRefractiveIndex(), 2.5f);
+    net.set(TdnLambert::saSurfaceThickness(), 1.0f);  // factor 1 + 2 u u at grazing: index far above 3
+    net.set(TdnLambert::saChromaticAberration(), true);
+    TmaterialSample sample;
+    sample.direction = T3Float(0, -0.99f, -std::sqrt(1 - 0.99f * 0.99f));
+    net.pull({sample});
+    ASSERT_GE(sampler.traced, 3u);
+    EXPECT_FLOAT_EQ(sampler.kept[0].mediumRefractiveIndex, 3.0f);
+    EXPECT_FLOAT_EQ(sampler.kept[1].mediumRefractiveIndex, 3.06f);
+    EXPECT_FLOAT_EQ(sampler.kept[2].mediumRefractiveIndex, 3.12f);
+}
+
+TEST(LambertRefraction, TransmittanceAndRadianceReachTheOutputs) {
+    struct {
+        const char* what;
+        bool chromatic;
+        float absorbance, depth, thickness;
+        T3Float colorAdded;  // radiance * attenuation summed over slots
+        T3Float transparency;
+    } cases[] = {
+        // Radiance (0.25, 0.5, 1), transmittance 0.5, ray distance 10.
+        {"plain", false, 0, 0, 0, T3Float(0.25f, 0.5f, 1.0f), T3Float(0.25f, 0.25f, 0.25f)},
+        {"absorbance", false, 5, 0, 0, T3Float(0.25f, 0.5f, 1.0f) * float(1.0 / std::exp(0.5)), T3Float(0.25f, 0.25f, 0.25f)},
+        {"depth", false, 0, 40, 0, T3Float(0.25f, 0.5f, 1.0f) * (0.75f * 0.75f), T3Float(0.25f, 0.25f, 0.25f)},
+        {"thickness caps the distance", false, 5, 0, 2, T3Float(0.25f, 0.5f, 1.0f) * float(1.0 / std::exp(0.1)),
+         T3Float(0.25f, 0.25f, 0.25f)},
+        {"beyond the depth nothing passes", false, 0, 5, 0, T3Float(), T3Float(0.25f, 0.25f, 0.25f)},
+        {"chromatic: each slot its channel", true, 0, 0, 0, T3Float(0.25f, 0.5f, 1.0f), T3Float(0.25f, 0.25f, 0.25f)},
+    };
+    for (auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        TtestRaySampler sampler;
+        TmaterialNetwork net;
+        net.setRaySampler(&sampler);
+        net.set(TdnLambert::saColor(), T3Float(0, 0, 0));
+        net.set(TdnLambert::saTransparency(), T3Float(0.5f, 0.5f, 0.5f));
+        net.set(TdnLambert::saRtRefractedColor(), true);
+        net.set(TdnLambert::saRefractiveIndex(), 1.3f);
+        net.set(TdnLambert::saChromaticAberration(), c.chromatic);
+        net.set(TdnLambert::saLightAbsorbance(), c.absorbance);
+        net.set(TdnLambert::saTransparencyDepth(), c.depth);
+        net.set(TdnLambert::saSurfaceThickness(), c.thickness);
+        net.set(TdnLambert::saGlowIntensity(), 1.0f);
+        TmaterialResult r = net.shadeOne();
+        expectNear3(r.color, c.colorAdded * 0.5f, 1e-5f, "outColor: refraction times transparency");
+        expectNear3(r.glow, T3Float(), 0, "the glow holds no refraction");
+        expectNear3(r.transparency, c.transparency, 1e-6f, "transparency times transmittance");
+    }
+}
+
+TEST(LambertRefraction, BackgroundForSamplesWithoutRaysAndNoSamplerMeansPlainTransparency) {
+    {
+        TtestRaySampler sampler;
+        sampler.backgroundColor = Tspectrum(0.1f, 0.2f, 0.4f);
+        TmaterialNetwork net;
+        net.setRaySampler(&sampler);
+        net.set(TdnLambert::saColor(), T3Float(0, 0, 0));
+        net.set(TdnLambert::saTransparency(), T3Float(0.5f, 0.5f, 0.5f));
+        net.set(TdnLambert::saRtRefractedColor(), true);
+        net.set(TdnLambert::saChromaticAberration(), true);
+        net.set(TdnLambert::saRefractedRayDepthLimit(), short(1));
+        TmaterialSample deep;
+        deep.rayDepth = 1;  // at the limit: no ray
+        TmaterialResult r = net.shadeOne(deep);
+        EXPECT_EQ(sampler.traced, 0u);
+        // Three slots, each the whole background: deliberate.
+        expectNear3(r.color, T3Float(0.1f, 0.2f, 0.4f) * 1.5f, 1e-6f, "background three times");
+    }
+    {
+        TmaterialNetwork net;
+        net.set(TdnLambert::saTransparency(), T3Float(0.5f, 0.25f, 0.125f));
+        net.set(TdnLambert::saRtRefractedColor(), true);
+        TmaterialResult r = net.shadeOne();
+        expectNear3(r.transparency, T3Float(0.5f, 0.25f, 0.125f), 0, "no sampler");
+    }
+}
+
+TEST(LambertAnalysis, ModifyAffectsPrunesTheRayContext) {
+    TdependGraph graph;
+    auto* node = static_cast<TdnLambert*>(graph.createNode("lambert"));
+    auto affectors = [&] {
+        TbitFieldFixedN bits(node->attributeCount());
+        node->dependencies().allAffectors(TdnLambert::saOutTransparency().index(), bits);
+        node->modifyAffects(&TdnLambert::saOutTransparency(), bits, nullptr, nullptr);
+        return bits;
+    };
+    EXPECT_TRUE(affectors().isEmpty()) << "an opaque surface computes nothing";
+    T3Float half(0.5f, 0.5f, 0.5f);
+    node->setAttributeValue(&TdnLambert::saTransparency(), &half);
+    TbitFieldFixedN bits = affectors();
+    for (const Tattribute* gone : std::initializer_list<const Tattribute*>{&TdnLambert::saObjectId(), &TdnLambert::saRaySampler(), &TdnLambert::saRayDepth(),
+                                   &TdnLambert::saRefractiveIndex(), &TdnLambert::saRtRefractedColor(), &TdnLambert::saRayDirectionZ(),
+                                   &TdnLambert::saPointCameraX(), &TdnLambert::saNormalCamera()})
+        EXPECT_FALSE(bits.test(gone->index())) << gone->longName().asC();
+    // Settled behaviour: X cleared twice, Z kept.
+    for (const Tattribute* kept : std::initializer_list<const Tattribute*>{&TdnLambert::saPointCameraZ(), &TdnLambert::saNormalCameraZ(), &TdnLambert::saTransparency(),
+                                   &TdnLambert::saHideSource()})
+        EXPECT_TRUE(bits.test(kept->index())) << kept->longName().asC();
+    bool on = true;
+    node->setAttributeValue(&TdnLambert::saRtRefractedColor(), &on);
+    bits = affectors();
+    EXPECT_TRUE(bits.test(TdnLambert::saRayDirectionX().index()));
+    EXPECT_TRUE(bits.test(TdnLambert::saRaySampler().index()));
+}
+
+TEST(LambertAnalysis, GroupedOutputsFollowThePass) {
+    TdependGraph graph;
+    auto* node = static_cast<TdnLambert*>(graph.createNode("lambert"));
+    auto grouped = [&](const Tattribute& a) {
+        TattributeArray group;
+        node->groupedAttrs(&a, group);
+        std::vector<const Tattribute*> v;
+        for (unsigned i = 0; i < group.length(); ++i) v.push_back(group[i]);
+        return v;
+    };
+    auto has = [](const std::vector<const Tattribute*>& v, const Tattribute& a) { return std::find(v.begin(), v.end(), &a) != v.end(); };
+    for (int pass : {kPassFull, kPassShadow}) {
+        SCOPED_TRACE(pass);
+        TpassScope scope(pass);
+        bool shadow = pass == kPassShadow;
+        auto color = grouped(TdnLambert::saOutColorR());
+        EXPECT_TRUE(has(color, TdnLambert::saOutGlowColor()) && has(color, TdnLambert::saOutGlowColorB()));
+        EXPECT_EQ(has(color, TdnLambert::saOutMatteOpacity()), shadow);
+        EXPECT_EQ(color.size(), shadow ? 8u : 4u);
+        auto transparency = grouped(TdnLambert::saOutTransparency());
+        EXPECT_EQ(transparency.size(), 4u);
+        EXPECT_TRUE(has(transparency, TdnLambert::saOutMatteOpacityG()));
+        auto matte = grouped(TdnLambert::saOutMatteOpacity());
+        EXPECT_EQ(matte.size(), shadow ? 12u : 4u);
+        EXPECT_EQ(has(matte, TdnLambert::saOutColor()), shadow);
+    }
+}
+
+TEST(LambertAnalysis, GlowQueryAndRayRequirements) {
+    TdependGraph graph;
+    auto* node = static_cast<TdnLambert*>(graph.createNode("lambert"));
+    auto* driver = static_cast<TdnLambert*>(graph.createNode("lambert"));
+    float glow = -1;
+    node->getGlowIntensity(glow);
+    EXPECT_EQ(glow, 0.0f);
+    ASSERT_EQ(graph.connect(Tplug(driver, &TdnLambert::saDiffuseCoeff()), Tplug(node, &TdnLambert::saGlowIntensity())),
+              TconnectStatus::kOk);
+    float zero = 0;
+    driver->setAttributeValue(&TdnLambert::saDiffuseCoeff(), &zero);
+    node->getGlowIntensity(glow);
+    EXPECT_EQ(glow, TdnLambert::kDrivenGlow) << "driven at 0 still reports possible glow";
+
+    TbitField64 mask(~0ull);
+    node->analyse(nullptr, nullptr, nullptr, mask);
+    EXPECT_EQ(mask.bits(), ~0ull) << "no render quality node: nothing pruned";
+    TdependNode* quality = graph.createNode("renderQuality", "defaultRenderQuality");
+    ASSERT_NE(quality, nullptr);
+    bool off = false;
+    quality->setAttributeValue(quality->attribute(Tstring("enableRaytracing")), &off);
+    node->analyse(nullptr, nullptr, nullptr, mask);
+    EXPECT_EQ(mask.bits(), ~((1ull << 36) | (1ull << 37) | (1ull << 45) | (1ull << 46)));
+
+    // No sampler outlives its render.
+    TtestRaySampler sampler;
+    void* p = &sampler;
+    node->setAttributeValue(&TdnLambert::saRaySampler(), &p);
+    node->endOfRender(nullptr);
+    void* after = &sampler;
+    node->getAttributeValue(&TdnLambert::saRaySampler(), &after);
+    EXPECT_EQ(after, nullptr);
+}
+
+TEST(LambertBatch, ShadingTouchesNoHeapAndMatchesOneByOne) {
+    TtestRaySampler sampler;
+    TmaterialNetwork net;
+    net.setRaySampler(&sampler);
+    net.set(TdnLambert::saTransparency(), T3Float(0.3f, 0.3f, 0.3f));
+    net.set(TdnLambert::saRtRefractedColor(), true);
+    net.set(TdnLambert::saTranslucenceCoeff(), 0.3f);
+    for (unsigned k = 0; k < 4; ++k)
+        net.setLight(k, pointLightRecord(T3Float(float(k), 3, 1), T3Float(1, 0.5f, 0.25f), 2, int(k), T3Float(0, 0, -5)));
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    unsigned size = net.group->sampleSize(kSurfaceColorTransparency);
+    unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
+    std::vector<std::vector<uint64_t>> memory(kBatchSize, std::vector<uint64_t>((size + 7) / 8, 0));
+    std::vector<Tsample*> samples;
+    for (unsigned i = 0; i < kBatchSize; ++i) {
+        samples.push_back(Tsample::sCreate(memory[i].data(), size, fields));
+        float t = float(i) / kBatchSize;
+        samples.back()->setNormalCamera(normalize(T3Float(t - 0.5f, 0.3f, 1)));
+        samples.back()->setRayDirection(normalize(T3Float(0.2f, -t, -1)));
+    }
+    opus->shade(kBatchSize, samples.data());
+    std::vector<T3Float> batched;
+    for (Tsample* s : samples) batched.push_back(*s->outColor());
+    TallocationCounter counter;
+    for (int round = 0; round < 3; ++round) opus->shade(kBatchSize, samples.data());
+    EXPECT_EQ(counter.allocations(), 0u);
+    for (unsigned i = 0; i < kBatchSize; ++i) EXPECT_TRUE(*samples[i]->outColor() == batched[i]) << i;
+    // One sample at a time through the same program gives the same colours.
+    for (unsigned i = 0; i < kBatchSize; i += 9) {
+        opus->shade(1, &samples[i]);
+        expectNear3(*samples[i]->outColor(), batched[i], 1e-6f, "alone");
+    }
+}
+
+// A light that integrates itself: twice the plain cosine, and it counts.
+class TdoublingLight : public TlightCallbacks {
+public:
+    float integrateLambertianReflectance(const T4dFltVector& l, const T4dFltPoint& p, const T4dFltVector& n, bool s) override {
+        ++calls;
+        return 2.0f * TlightCallbacks::integrateLambertianReflectance(l, p, n, s);
+    }
+    int calls = 0;
+};
+
+TEST(LambertLighting, BlindDataLightIntegratesItself) {
+    TdoublingLight light;
+    TmaterialNetwork net;
+    net.set(TdnLambert::saColor(), T3Float(1, 1, 1));
+    TlightData d;
+    d.lightDirection = T3Float(0, 0.6f, 0.8f);
+    d.lightIntensity = T3Float(1, 1, 1);
+    d.lightAmbient = false;
+    d.lightBlindData = static_cast<TlightCallbacks*>(&light);
+    net.setLight(0, d);
+    TmaterialResult r = net.shadeOne();
+    EXPECT_NEAR(r.color.x, 2 * 0.8f * 0.8f, 1e-6f);
+    EXPECT_GE(light.calls, 2) << "both roads asked the light";
+}

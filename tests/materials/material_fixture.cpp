@@ -1,0 +1,101 @@
+#include "materials/material_fixture.h"
+
+#include <cstdint>
+
+TshadingOpus* TmaterialNetwork::analyse() {
+    TbitField64 provided;
+    if (!group->analyse(kSurfaceColorTransparency, &provided, nullptr, nullptr, nullptr)) return nullptr;
+    return group->option(kSurfaceColorTransparency).opus;
+}
+
+std::vector<TmaterialResult> TmaterialNetwork::shade(const std::vector<TmaterialSample>& in) {
+    std::vector<TmaterialResult> results;
+    TshadingOpus* opus = analyse();
+    EXPECT_NE(opus, nullptr);
+    if (!opus) return results;
+    unsigned size = group->sampleSize(kSurfaceColorTransparency);
+    unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
+    std::vector<std::vector<uint64_t>> memory;
+    std::vector<Tsample*> samples;
+    for (const TmaterialSample& s : in) {
+        memory.emplace_back((size + 7) / 8, 0);
+        Tsample* sample = Tsample::sCreate(memory.back().data(), size, fields);
+        if (sample->hasItem(kItemPointCamera)) sample->setPointCamera(s.point);
+        if (sample->hasItem(kItemNormalCamera)) sample->setNormalCamera(s.normal);
+        if (sample->hasItem(kItemRayDirection)) sample->setRayDirection(s.direction);
+        if (sample->hasItem(kItemRayDepth)) sample->setRayDepth(s.rayDepth);
+        if (sample->hasItem(kItemMediumRefractiveIndex)) sample->setMediumRefractiveIndex(s.medium);
+        if (sample->hasItem(kItemTangentUCamera)) sample->setTangentUCamera(s.tangentU);
+        if (sample->hasItem(kItemTangentVCamera)) sample->setTangentVCamera(s.tangentV);
+        samples.push_back(sample);
+    }
+    opus->shade(unsigned(samples.size()), samples.data());
+    for (Tsample* sample : samples) {
+        TmaterialResult r;
+        r.color = *sample->outColor();
+        if (sample->hasItem(kItemOutTransparency)) r.transparency = *sample->outTransparency();
+        if (sample->hasItem(kItemOutGlowColor)) r.glow = *sample->outGlowColor();
+        if (sample->hasItem(kItemOutMatteOpacity)) r.matte = *sample->outMatteOpacity();
+        results.push_back(r);
+    }
+    // A later analysis must see later edits.
+    for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
+    return results;
+}
+
+std::vector<TmaterialResult> TmaterialNetwork::pull(const std::vector<TmaterialSample>& in) {
+    std::vector<TmaterialResult> results;
+    for (const TmaterialSample& s : in) {
+        set(TdnLambert::saPointCamera(), s.point);
+        set(TdnLambert::saNormalCamera(), s.normal);
+        set(TdnLambert::saRayDirection(), s.direction);
+        set(TdnLambert::saRayDepth(), int32_t(s.rayDepth));
+        set(TdnLambert::saMediumRefractiveIndex(), s.medium);
+        if (const Tattribute* u = material->attribute(Tstring("tangentUCamera"))) material->setAttributeValue(u, &s.tangentU);
+        if (const Tattribute* v = material->attribute(Tstring("tangentVCamera"))) material->setAttributeValue(v, &s.tangentV);
+        TmaterialResult r;
+        material->getAttributeValue(&TdnLambert::saOutColor(), &r.color);
+        material->getAttributeValue(&TdnLambert::saOutGlowColor(), &r.glow);
+        material->getAttributeValue(&TdnLambert::saOutTransparency(), &r.transparency);
+        material->getAttributeValue(&TdnLambert::saOutMatteOpacity(), &r.matte);
+        results.push_back(r);
+    }
+    return results;
+}
+
+std::vector<TmaterialResult> TmaterialNetwork::shadeBoth(const std::vector<TmaterialSample>& in) {
+    std::vector<TmaterialResult> scalar = pull(in);
+    std::vector<TmaterialResult> engine = shade(in);
+    EXPECT_EQ(engine.size(), scalar.size());
+    for (size_t i = 0; i < engine.size() && i < scalar.size(); ++i) {
+        SCOPED_TRACE(testing::Message() << "sample " << i << ", engine against host graph");
+        float tolerance = 1e-5f;
+        expectNear3(engine[i].color, scalar[i].color, tolerance, "color");
+        expectNear3(engine[i].glow, scalar[i].glow, tolerance, "glow");
+        expectNear3(engine[i].transparency, scalar[i].transparency, tolerance, "transparency");
+        expectNear3(engine[i].matte, scalar[i].matte, tolerance, "matte");
+    }
+    return engine;
+}
+
+TlightData pointLightRecord(const T3Float& light, const T3Float& color, float intensity, int decay, const T3Float& point) {
+    T3Float d = light - point;
+    float dist = length(d);
+    float i = intensity;
+    if (dist > 1) i /= std::pow(dist, float(decay));
+    TlightData r;
+    r.lightDirection = d * (1.0f / dist);
+    r.lightIntensity = color * i;
+    r.lightAmbient = false;
+    r.lightDiffuse = true;
+    r.lightSpecular = true;
+    r.preShadowIntensity = (0.3f * color.x + 0.59f * color.y + 0.11f * color.z) * i;
+    return r;
+}
+
+void expectNear3(const T3Float& actual, const T3Float& expected, float tolerance, const char* what) {
+    for (int c = 0; c < 3; ++c) {
+        float scale = std::max(1.0f, std::fabs(expected[c]));
+        EXPECT_NEAR(actual[c], expected[c], tolerance * scale) << what << " channel " << c;
+    }
+}

@@ -1,0 +1,111 @@
+#pragma once
+// One material connected to a shading group, shaded two ways: by the engine
+// over a batch of samples, and by the host graph's scalar pull with the
+// sample's values set on the node. Lights are records set on the node's
+// light data array; rays go through a ray sampler that counts and records.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "framework/host/depend_graph.h"
+#include "materials/lambert.h"
+#include "shading/light_data.h"
+#include "shading/ray_sampler.h"
+#include "shading/render_pass_control.h"
+#include "shading/sample.h"
+#include "shading/shading_catalog.h"
+#include "shading/shading_engine.h"
+#include "shading/shading_opus.h"
+
+// Traces nothing: answers every ray with fixed values and keeps a copy of
+// the rays it was given (fixed storage, so tracing touches no heap).
+class TtestRaySampler : public TraySampler {
+public:
+    static constexpr unsigned kKept = 256;
+    unsigned raySize() const override { return sizeof(TgenericRay) + 24; }  // renderer bytes after the record
+    void traceShadowRays(TdependNode*, int, TgenericRay**, Treflectance*) override {}
+    float random() override { return 0.5f; }
+    void traceRays(TdependNode*, int n, TgenericRay** rays, Tspectrum* radiance, Tspectrum* transmittance) override {
+        ++calls;
+        for (int r = 0; r < n; ++r) {
+            if (traced < kKept) kept[traced] = *rays[r];
+            ++traced;
+            rays[r]->distance = distance;
+            radiance[r] = this->radiance;
+            transmittance[r] = this->transmittance;
+        }
+    }
+    int maxRayDepth() const override { return 10; }
+    void background(Tspectrum& out) override { out = backgroundColor; }
+
+    int calls = 0;
+    unsigned traced = 0;
+    TgenericRay kept[kKept];
+    float distance = 10.0f;
+    Tspectrum radiance{0.25f, 0.5f, 1.0f};
+    Tspectrum transmittance{0.5f, 0.5f, 0.5f};
+    Tspectrum backgroundColor{0, 0, 0};
+};
+
+struct TmaterialSample {
+    T3Float point{0, 0, -5};
+    T3Float normal{0, 0, 1};
+    T3Float direction{0, 0, -1};  // from the eye into the surface
+    int rayDepth = 0;
+    float medium = 1.0f;
+    T3Float tangentU{1, 0, 0}, tangentV{0, 1, 0};
+};
+struct TmaterialResult {
+    T3Float color, transparency, glow, matte;
+};
+
+// The render pass for the length of a scope.
+struct TpassScope {
+    int saved = currentRenderPassControl;
+    explicit TpassScope(int pass) { currentRenderPassControl = pass; }
+    ~TpassScope() { currentRenderPassControl = saved; }
+};
+
+struct TmaterialNetwork {
+    TdependGraph graph;
+    TDNshadingEngine* group = static_cast<TDNshadingEngine*>(graph.createNode("shadingEngine"));
+    TdnLambert* material;
+
+    explicit TmaterialNetwork(const char* type = "lambert") {
+        material = static_cast<TdnLambert*>(graph.createNode(type));
+        EXPECT_NE(material, nullptr) << type;
+        EXPECT_EQ(graph.connect(Tplug(material, &TdnLambert::saOutColor()), Tplug(group, &TDNshadingEngine::saSurfaceShader())),
+                  TconnectStatus::kOk);
+    }
+    ~TmaterialNetwork() {
+        for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
+    }
+    template <class V>
+    void set(const Tattribute& a, V value) {
+        EXPECT_TRUE(material->setAttributeValue(&a, &value)) << a.longName().asC();
+    }
+    void setLight(unsigned index, const TlightData& record) {
+        EXPECT_TRUE(material->setAttributeValue(&TdnLambert::saLightData(), &record, index));
+    }
+    void setRaySampler(TraySampler* sampler) {
+        void* p = sampler;
+        set(TdnLambert::saRaySampler(), p);
+    }
+    // Runs the per-frame set-up a render does first.
+    void init() { material->shadingNodeInit(nullptr); }
+
+    TshadingOpus* analyse();
+    std::vector<TmaterialResult> shade(const std::vector<TmaterialSample>& in);
+    std::vector<TmaterialResult> pull(const std::vector<TmaterialSample>& in);
+    // Both roads; expects them to agree within a float's rounding and
+    // returns the engine's results.
+    std::vector<TmaterialResult> shadeBoth(const std::vector<TmaterialSample>& in);
+    TmaterialResult shadeOne(const TmaterialSample& s = {}) { return shadeBoth({s}).at(0); }
+};
+
+// A point light's record at `point`: intensity flat within unit distance,
+// divided by dist^decay beyond it; no ambient, diffuse and specular on.
+TlightData pointLightRecord(const T3Float& light, const T3Float& color, float intensity, int decay, const T3Float& point);
+
+void expectNear3(const T3Float& actual, const T3Float& expected, float tolerance, const char* what);
