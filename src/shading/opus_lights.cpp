@@ -174,6 +174,7 @@ void TDNshadingEngine::getLightList(TSEoption option, TshadingOpus* opus, Tstack
     opus->addIlluminationData(count, arena);
     TbitField64 needs = opus->needs();
     needs.set(kItemLightData);
+    needs.set(kItemIlluminationIndex);  // the renderer says which samples share lighting
     for (unsigned k = 0; k < count; ++k) {
         TdependNode* light = fLights[k];
         // Two groups that share a light build its program once.
