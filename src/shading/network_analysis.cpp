@@ -27,6 +27,8 @@ constexpr unsigned kReferenceSlot = sizeof(TdataBlockRendering::OtherBlockRef);
 // Array values in a block: a header, then up to 64 elements.
 constexpr unsigned kMultiHeaderSize = 16;
 constexpr unsigned kMaxMultiElements = 64;
+// The input through which a node reads the records of the group's lights.
+constexpr const char* kLightDataArrayName = "lightDataArray";
 
 // Search order per (port, sample type); 7 ends a list.
 constexpr uint8_t kSearchTable[7][5][4] = {
@@ -83,6 +85,11 @@ public:
     void segment();
     TshadingOpus* distribute(TstackArena& arena, TbitField64 result, unsigned*& fieldOffsets, unsigned& sampleSize);
     bool foundConstantTransparency() const { return fConstantTransparency; }
+    // A node of the network reads the group's light array.
+    bool foundLights() const { return fFoundLights; }
+    // The program of a light: the root's "lightData" comes from the light's output.
+    bool satisfyLight(TdependNode* light, TbitField64& result);
+    void setOpusNode(TdependNode* node) { fOpusNode = node; }
 
 private:
     struct RootConstant {
@@ -131,6 +138,8 @@ private:
     TSEnodeDescription* fList = nullptr;  // last completed first
     bool fConstantTransparency = false;
     bool fHasLoops = false;
+    bool fFoundLights = false;
+    TdependNode* fOpusNode = nullptr;  // the light whose program this is, or null for the group's
 
     // Emission state.
     std::vector<TSEnodeDescription*> fBlocks;
@@ -172,7 +181,12 @@ bool TSEanalysis::satisfySampler(TbitField64& result) {
     bool found = false;
     for (unsigned index = 0; index < kSampleItemCount; ++index) {
         TSEimplicitType r = kImplicitNotFound;
-        if (fRequested.test(index)) {
+        if (fRequested.test(index) && index == kItemLightTable) {
+            // The table of records the lights leave: lights are wanted.
+            result.set(index);
+            fFoundLights = true;
+            found = true;
+        } else if (fRequested.test(index)) {
             r = findSource(Tstring(Tsample::fDataItem[index]), kPortImplicit, &fRoot, index, nullptr);
             if (r == kImplicitConstant || r == kImplicitVariable) {
                 result.set(index);
@@ -226,7 +240,14 @@ TSEimplicitType TSEanalysis::findSource(const Tstring& name, TSEportId port, TSE
             fNeeds.set(unsigned(item));
             return kImplicitVariable;
         }
-        if (step == kPortLightData) continue;  // light lists come with the lights
+        if (step == kPortLightData) {
+            // The lights' records, from the group: filled per sample by the lights' programs.
+            if (d == &fRoot || !attr || name != Tstring(kLightDataArrayName) || attr->valueType() != TvalueType::kLightData) continue;
+            d->connections.push_back({kConnLightDefault, nullptr, int(TDNshadingEngine::saBogusAttribute().index()), index,
+                                      kMemoryVariable, false});
+            fFoundLights = true;
+            return kImplicitVariable;
+        }
         if (step == kPortUnsolicited) {
             TuInt32Array indices;
             g.getExistingMultiAttributeIndices(Tplug(&g, &TDNshadingEngine::saUnsolicited(), true), indices);
@@ -337,6 +358,11 @@ TSEmemoryType TSEanalysis::processInput(TSEnodeDescription* d, const Tattribute*
                     traverseNode(port, *source);
                     any = true;
                 }
+        if (!any && a->matchName() == Tstring(kLightDataArrayName) &&
+            findSource(a->matchName(), port, d, a->index(), a) == kImplicitVariable) {
+            setMemory(d, a, kMemoryVariable);
+            return kMemoryVariable;
+        }
         setMemory(d, a, kMemoryConstant);
         return kMemoryConstant;
     }
@@ -416,6 +442,9 @@ void TSEanalysis::layOut(TSEnodeDescription* d) {
     std::vector<const TSEconnectionRecord*> direct(n, nullptr);
     std::vector<unsigned> connectionCount(n, 0);
     for (const TSEconnectionRecord& c : d->connections) connectionCount[node->attribute(c.destAttr)->rootParent()->index()]++;
+    std::vector<uint8_t> lightArray(n, 0);
+    for (const TSEconnectionRecord& c : d->connections)
+        if (c.kind == kConnLightDefault) lightArray[c.destAttr] = 1;
     for (const TSEconnectionRecord& c : d->connections) {
         const Tattribute* dest = node->attribute(c.destAttr);
         if (c.kind != kConnNodeOutput || dest->parent() || dest->isArray() || connectionCount[dest->index()] != 1) continue;
@@ -465,6 +494,16 @@ void TSEanalysis::layOut(TSEnodeDescription* d) {
             place(a, TdataBlockRendering::kConstPresent, offset, TdataBlockRendering::kNoSegment, place);
             continue;
         }
+        if (a->isArray() && lightArray[i]) {
+            // One header and a record per light of the group, per sample; the
+            // light loop fills it (kOpLightArray).
+            unsigned lights = unsigned(std::min<size_t>(fGroup.lights().size(), kMaxMultiElements));
+            variable = align(variable, 8);
+            plan.multi.push_back({0, lights, 0, 0, kMultiHeaderSize, 8});
+            place(a, TdataBlockRendering::kVarPresentNoProp, variable, int(plan.multi.size() - 1), place);
+            variable += kMultiHeaderSize + lights * size;
+            continue;
+        }
         if (const TSEconnectionRecord* c = direct[i]) {
             variable = align(variable, 8);
             place(a, TdataBlockRendering::kVarPresentOtherDB, variable, c->source->cut ? c->source->segment : TdataBlockRendering::kNoSegment,
@@ -501,6 +540,10 @@ void TSEanalysis::emitCopies(TSEnodeDescription* d, std::vector<TSEinstruction>&
                 covered[below[k]->child(ch)->index()] = 1;
             }
         if (d->memoryType[root->index()] != kMemoryVariable || info.kind == TdataBlockRendering::kVarPresentOtherDB) continue;
+        if (c.kind == kConnLightDefault) {
+            stream.push_back(instruction(kOpLightArray, block, dest->index()));
+            continue;
+        }
         TSEcopy copy{};
         copy.destSide = kSideVariable;
         copy.destBlock = block;
@@ -600,6 +643,7 @@ T* copyToArena(TstackArena& arena, const T* data, size_t count) {
 
 TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, unsigned*& fieldOffsets, unsigned& sampleSize) {
     // Sample layout: the found outputs, the items the network reads, and the object.
+    if (fFoundLights) fNeeds.set(kItemLightData);  // each light's program leaves its record there
     TbitField64 needed = (fRequested & result) | fNeeds;
     needed.set(kItemObjectId);
     fFields = static_cast<unsigned*>(arena.allocate(sizeof(unsigned) * Tsample::sFieldTableLength(0)));
@@ -714,12 +758,35 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
     program.variableSize = variableBase;
     program.zeroVariables = fHasLoops;
 
-    auto* opus = new (arena.allocate(sizeof(TshadingOpus))) TshadingOpus(&fGroup, fOption, &arena);
+    auto* opus = new (arena.allocate(sizeof(TshadingOpus))) TshadingOpus(fOpusNode ? fOpusNode : &fGroup, fOption, &arena);
     opus->initialize(program, fNeeds, fRequested, fFields, &fGroup);
     return opus;
 }
 
+bool TSEanalysis::satisfyLight(TdependNode* light, TbitField64& result) {
+    result.clearAll();
+    const Tattribute* output = light->attribute(Tstring("lightData"));
+    if (!output || output->valueType() != TvalueType::kLightData || output->size() != Tsample::sStorageSize(kItemLightData))
+        return false;
+    if (offerFrom(Tplug(light, output), kPortLightData, &fRoot, kItemLightData, nullptr) != kImplicitVariable) return false;
+    result.set(kItemLightData);
+    return true;
+}
+
 }  // namespace
+
+TshadingOpus* buildLightOpus(TDNshadingEngine& group, TdependNode* light, TstackArena& arena) {
+    TbitField64 needs, result, requested;
+    requested.set(kItemLightData);
+    TSEanalysis analysis(group, kSingleLight, kSampleSurface, requested, needs);
+    analysis.setOpusNode(light);
+    if (!analysis.satisfyLight(light, result)) return nullptr;
+    analysis.cutLoops();
+    analysis.segment();
+    unsigned* fields = nullptr;
+    unsigned size = 0;
+    return analysis.distribute(arena, result, fields, size);
+}
 
 TSEnodeDescription::TSEnodeDescription(TDNshadingEngine* engine_, TSEnodeDescription* root_, TdependNode* node_)
     : engine(engine_), root(root_), node(node_) {
@@ -814,6 +881,7 @@ bool TDNshadingEngine::shadingInit(TSEsampleType type, TSEoption option, TbitFie
                 state.opus = opus;
                 state.fieldOffsets = fields;
                 state.sampleSize = size;
+                if (analysis.foundLights()) getLightList(option, opus, *arena);
             } else {
                 // Nothing to shade: give the catalog entry back.
                 TshadingCatalog::deleteOpus(this, option, true);

@@ -45,6 +45,12 @@ enum TSEconnectionKindId : unsigned {
 };
 
 class TSEnodeDescription;
+class TshadingOpus;
+class TstackArena;
+
+// Compiles the network behind `light` (its "lightData" output) for option
+// kSingleLight into `arena`; null when the light gives no varying record.
+TshadingOpus* buildLightOpus(TDNshadingEngine& group, TdependNode* light, TstackArena& arena);
 
 struct TSEconnectionRecord {
     TSEconnectionKindId kind;

@@ -12,6 +12,7 @@
 #include "shading/shading_types.h"
 
 class TgeoManagerBase;
+class TstackArena;
 class TrenderThreadBase;
 
 // One block of light-data children ("defaultShadows" and its three siblings).
@@ -171,6 +172,12 @@ public:
     void setLightTables(std::vector<TdependNode*> lights, std::vector<TbitFieldFixedN> litRows,
                         std::vector<TdependNode*> shadowLights, std::vector<TbitFieldFixedN> shadowRows);
     bool litBy(unsigned objectIndex, const TdependNode* light) const;
+    const std::vector<TdependNode*>& lights() const { return fLights; }
+    const std::vector<TbitFieldFixedN>& litRows() const { return fLitRows; }
+    // Builds the program of each light of the group (option kSingleLight,
+    // shared through the catalog) and hands it to `opus`; widens the sample
+    // layout of `option` to what the lights read. Under the group's mutex.
+    void getLightList(TSEoption option, TshadingOpus* opus, TstackArena& arena);
     bool shadowedBy(unsigned objectIndex, const TdependNode* light) const;
     // Collects, once per render initialisation, the lights that reach each
     // of `objects` (its index is its position) from the default light set,

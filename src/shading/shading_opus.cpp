@@ -7,21 +7,9 @@
 #include "framework/host/depend_node.h"
 #include "framework/shading_node.h"
 #include "shading/dispatch_compute.h"
+#include "shading/opus_frame.h"
 #include "shading/sample.h"
 #include "shading/shading_engine.h"
-
-// The state of one run: everything lives in the caller's stack frame.
-struct TSEframe {
-    const TshadingOpus* opus;
-    TdataBlockRendering* blocks;
-    unsigned char* constants;
-    unsigned char* variables;
-    uint64_t* segmentDone;  // per segment, the samples it has computed in this run
-    Tsample* const* samples;
-    const unsigned* fields;
-    unsigned count;
-    unsigned blocksMade;
-};
 
 namespace {
 struct Dispatcher : TDNdispatchCompute {
@@ -130,7 +118,11 @@ void TshadingOpus::initialize(const Program& program, TbitField64 needs, TbitFie
 }
 
 bool TshadingOpus::releaseOpus() {
-    if (fEngine && static_cast<TdependNode*>(fEngine) == fNode) fEngine->releaseOpus(fOption);
+    // A light's program, owned by its own catalog entry, releases nothing.
+    if (fEngine && static_cast<TdependNode*>(fEngine) == fNode) {
+        releaseLights();
+        fEngine->releaseOpus(fOption);
+    }
     return true;
 }
 
@@ -143,6 +135,16 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     if (!samples || count == 0) return;
     count = std::min(count, kBatchSize);
     for (unsigned i = 0; i < count; ++i) samples[i]->confirmSet(fNeeds);
+
+    // Lights first, once per sample that has its own lighting.
+    TSElighting lighting;
+    if (fLightCount) {
+        lighting.records = static_cast<TlightData*>(__builtin_alloca(sizeof(TlightData) * fLightCount * count));
+        uint8_t* groupOf = static_cast<uint8_t*>(__builtin_alloca((count + 1) & ~1u));
+        Tsample** unique = static_cast<Tsample**>(__builtin_alloca(sizeof(Tsample*) * ((count + 1) & ~1u)));
+        lighting.groupOf = groupOf;
+        runLights(count, samples, lighting, groupOf, unique);
+    }
 
     // The frame: blocks, constants, variables, segment marks.
     size_t size = frameSize(count);
@@ -161,6 +163,7 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     frame.fields = samples[0]->fieldOffsets();
     frame.count = count;
     frame.blocksMade = 0;
+    frame.lighting = &lighting;
 
     if (fProgram.constantSize) std::memcpy(frame.constants, fProgram.constants, fProgram.constantSize);
     if (fProgram.zeroVariables) std::memset(frame.variables, 0, size_t(fProgram.variableSize) * count);
@@ -251,6 +254,9 @@ void TshadingOpus::run(TSEframe& frame, unsigned begin, unsigned end, unsigned f
             }
             case kOpCopy:
                 copy(frame, fProgram.copies[in.word[0]], first, count);
+                break;
+            case kOpLightArray:
+                copyLights(frame, in, first, count);
                 break;
             case kOpLinkBlock: {
                 const TSEblockLayout& dest = fProgram.blocks[in.word[0]];

@@ -18,7 +18,9 @@ class TDNshadingEngine;
 class TdependNode;
 class TshadingNode;
 class Tsample;
+class TlightData;
 struct TSEframe;
+struct TSElighting;
 
 enum TSEopcode : uint32_t {
     kOpCompute = 0,        // node safe for many threads
@@ -30,6 +32,7 @@ enum TSEopcode : uint32_t {
     kOpPopProvider = 6,
     kOpInitStack = 7,
     kOpLinkBlock = 10,  // store in a block the reference to another block's value
+    kOpLightArray = 11,  // fill a node's light array from the lights run for each sample
 };
 
 // Nine 32-bit words. Pointers do not fit a word on this build, so operands
@@ -127,6 +130,23 @@ public:
 
     bool releaseOpus();
 
+    // Lights (opus_lights.cpp). A group's program keeps one light program
+    // per light of the group; shade runs them first over the samples that
+    // have their own lighting, and the network reads the records through
+    // its light array.
+    void addIlluminationData(unsigned lightCount, TstackArena& arena);
+    void addIlluminatingLight(unsigned index, TshadingOpus* lightOpus);
+    unsigned numberOfLights() const { return fLightCount; }
+    TshadingOpus* illuminatingLight(unsigned index) const { return index < fLightCount ? fLights[index] : nullptr; }
+    // A wider sample layout, once the lights' needs are known.
+    void setFieldOffsets(unsigned* fieldOffsets, TbitField64 needs);
+    // Runs the lights of the run whose frame is `context` at `count` other
+    // points, for sample `sample` of the run: results[p] receives up to
+    // numberOfLights() records for point p. `cameraToWorld`, when given,
+    // places "pointWorld". Returns the number of lights that ran.
+    static unsigned sampleLights(void* context, unsigned sample, unsigned count, const T3Float* points,
+                                 TlightData* const* results, const TfltMatrix* cameraToWorld = nullptr);
+
     TdependNode* node() const { return fNode; }
     TDNshadingEngine* engine() const { return fEngine; }
     unsigned shadingOption() const { return fOption; }
@@ -147,6 +167,11 @@ private:
     void run(TSEframe& frame, unsigned begin, unsigned end, unsigned first, unsigned count) const;
     void runSegment(TSEframe& frame, int segment, unsigned first, unsigned count) const;
     void copy(TSEframe& frame, const TSEcopy& c, unsigned first, unsigned count) const;
+    void copyLights(TSEframe& frame, const TSEinstruction& in, unsigned first, unsigned count) const;
+    void releaseLights();
+    void runLights(unsigned count, Tsample** samples, TSElighting& lighting, uint8_t* groupOf, Tsample** unique) const;
+    // Which lights light the batch: false when none of the group's lights is masked out.
+    bool objectMask(Tsample* const* samples, const TbitFieldFixedN*& row) const;
 
     TDNshadingEngine* fEngine = nullptr;
     TdependNode* fNode;
@@ -155,4 +180,6 @@ private:
     Program fProgram{};
     TbitField64 fNeeds, fRequested;
     unsigned* fFieldOffsets = nullptr;
+    TshadingOpus** fLights = nullptr;  // in the group's arena
+    unsigned fLightCount = 0;
 };

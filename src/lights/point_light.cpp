@@ -1,0 +1,196 @@
+#include "lights/point_light.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "shading/sample.h"
+#include "shading/shading_types.h"
+
+SN_REGISTER_NODE_CLASS(TpointLightShape)
+SN_REGISTER_NODE_CLASS(TdirectionalLightShape)
+
+namespace {
+constexpr float kUnitThreshold = 0.000001f;
+constexpr float kPi = 3.14159265358979f;
+}  // namespace
+
+// ---------------------------------------------------------------- point light
+
+TpointLightShapeVS::TpointLightShapeVS() {
+    fogRadius.setNativeDefaultData(1.0);
+    fogType.addField("Normal", short(0));
+    fogType.addField("Linear", short(1));
+    fogType.addField("Exponential", short(2));
+    fogIntensity.setNativeDefaultData(1.0);
+    objectType.makeImplicitInput();
+    pointWorld.whole.makeImplicitInput();
+    farPointWorld.whole.makeImplicitInput();
+    objectId.makeImplicitInput();
+    objectId.setFlag(kAttrHidden, true);
+    miShadowMap.setParent(&mentalRayControls);
+}
+
+bool TpointLightShapeVS::setupDependencies(TdependencyMatrix& m) {
+    if (!TdependNodeVS::setupDependencies(m)) return false;
+    affects(m, {&fogRadius, &objectType, &fogType, &pointWorld.whole, &farPointWorld.whole, &fogIntensity, &objectId},
+            {&TlightShape::saLightData()});
+    return true;
+}
+
+float TpointLightShape::fogWeight(const T3Float& a, const T3Float& b, float radius, short fogType, short decayRate) {
+    float len = length(b - a);
+    float h = 0.5f * len;
+    if (h > radius) return 1.0f;
+    float w = len / (2.0f * (radius + radius * radius - h * h));
+    switch (fogType) {
+        case kExponentialFog:
+            return 1.0f - std::pow(1.0f - std::min(w, 1.0f), 1.0f / float(decayRate + 2));
+        case kLinearFog:
+            if (decayRate > 1) w = 1.0f - std::pow(1.0f - w, 1.0f / float(decayRate));
+            return w * w;
+        default:
+            return decayRate == 2 ? w * w : decayRate == 3 ? w * w * w : w;
+    }
+}
+
+T2Float TpointLightShape::colorMapCoordinates(const T3Float& pointLight) {
+    T3Float p = fastNormalize(pointLight);
+    float r = std::sqrt(p.x * p.x + p.z * p.z);
+    float v = r == 0 ? 0.5f : std::atan2(p.y, r) / kPi + 0.5f;
+    float u = p.x == 0 ? 0.5f : 0.5f * std::atan2(p.x, p.z) / kPi + 0.5f;
+    return {u, v};
+}
+
+void TpointLightShape::analyse(TDNshadingEngine* group, TSEnodeDescription* desc, void* context, TbitField64& mask) {
+    TrenderLightShape::analyse(group, desc, context, mask);
+    if (!hasConnections(&attrFogGeometry())) {
+        mask.clear(kItemFarPointWorld);
+        mask.clear(kItemObjectType);
+    } else {
+        bool depthMap = false;
+        getAttributeValue(&attrUseDepthMapShadows(), &depthMap);
+        if (depthMap) mask.set(kItemRayInstance);
+    }
+}
+
+bool TpointLightShape::setDependentsDirty(TmsgDirty& msg) {
+    // The external renderer's shadow map excludes ray-traced shadows the same way.
+    const Tattribute* a = msg.plug().attribute();
+    const Tattribute* other = a == &attrMiShadowMap()                        ? &TlightShape::saUseRayTraceShadows()
+                              : a == &TlightShape::saUseRayTraceShadows() ? &attrMiShadowMap()
+                                                                          : nullptr;
+    if (other && *static_cast<const bool*>(storage(a)) && *static_cast<const bool*>(storage(other))) {
+        bool off = false;
+        setAttributeValue(other, &off);
+    }
+    return TnonExtendedLightShape::setDependentsDirty(msg);
+}
+
+bool TpointLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
+    const Tattribute* a = plug.attribute()->rootParent();
+    if (a == &TlightShape::saUCoord() || a == &TlightShape::saVCoord() || a == &TlightShape::saUvFilterSize() ||
+        a == &TlightShape::saInfoBits()) {
+        TdataHandle points = block.inputValue(attrPointCamera(), first, count);
+        TdataHandle u = block.outputValue(TlightShape::saUCoord(), first, count);
+        TdataHandle v = block.outputValue(TlightShape::saVCoord(), first, count);
+        TdataHandle filter = block.outputValue(TlightShape::saUvFilterSize(), first, count);
+        TdataHandle bits = block.outputValue(TlightShape::saInfoBits(), first, count);
+        Tmatrix toLight = worldToCamera().inverse() * fWorldInverse;
+        for (unsigned i = first; i < first + count; ++i) {
+            T2Float uv = colorMapCoordinates(toLight.transformPoint(points.asFloat3(i)));
+            u.asFloat(i) = uv.x;
+            v.asFloat(i) = uv.y;
+            filter.asFloat2(i) = {kColorMapFilter, kColorMapFilter};
+            bits.asInt(i) |= kColorMapInfoBit;
+        }
+        return true;
+    }
+    if (a != &TlightShape::saLightData()) return TnonExtendedLightShape::vectorComputePlug(plug, block, first, count);
+
+    TdataHandle intensityIn = block.inputValue(TlightShape::saIntensity(), first, count);
+    TdataHandle points = block.inputValue(attrPointCamera(), first, count);
+    TdataHandle decay = block.inputValue(attrDecayRate(), first, count);
+    TdataHandle objectType = block.inputValue(attrObjectType(), first, count);
+    TdataHandle infoBits = block.inputValue(TlightShape::saInfoBits(), first, count);
+    TdataHandle receive = block.inputValue(attrReceiveShadows(), first, count);
+    TdataHandle objectId = block.inputValue(attrObjectId(), first, count);
+    TdataHandle near = block.inputValue(attrPointWorld(), first, count);
+    TdataHandle far = block.inputValue(attrFarPointWorld(), first, count);
+    TdataHandle fogRadius = block.inputValue(attrFogRadius(), first, count);
+    TdataHandle fogType = block.inputValue(attrFogType(), first, count);
+    TdataHandle fogIntensity = block.inputValue(attrFogIntensity(), first, count);
+    TdataHandle radius = block.inputValue(attrLightRadius(), first, count);
+
+    // Shadows are a batch decision: a batch is one object.
+    bool doShadow = batchCastsShadows(objectType.as<char>(first), infoBits.asInt(first), receive.asBool(first));
+    T3Float position(fPosition.x, fPosition.y, fPosition.z);
+    for (unsigned start = first; start < first + count; start += kBatchSize) {
+        unsigned n = std::min(first + count - start, kBatchSize);
+        float intensity[kBatchSize], distance[kBatchSize];
+        T3Float toLight[kBatchSize];
+        for (unsigned k = 0; k < n; ++k) intensity[k] = intensityIn.asFloat(start + k);
+        for (unsigned k = 0; k < n; ++k) {
+            unsigned i = start + k;
+            T3Float d = position - points.asFloat3(i);
+            float dist = length(d);
+            distance[k] = dist;
+            toLight[k] = dist > kUnitThreshold ? d * (1.0f / dist) : d;
+            void* object = objectId.as<void*>(i);
+            if (fFogObject && object == fFogObject) {
+                T3Float a0 = fWorldToFog.transformPoint(near.asFloat3(i));
+                T3Float b0 = fWorldToFog.transformPoint(far.asFloat3(i));
+                intensity[k] *= fogWeight(a0, b0, fogRadius.asFloat(i), fogType.asShort(i), decay.asShort(i)) * fogIntensity.asFloat(i);
+            } else {
+                intensity[k] *= decayFactor(decay.asShort(i), dist);
+            }
+        }
+        finishRecords(block, start, n, toLight, distance, intensity, doShadow, radius.asFloat(first), false);
+    }
+    block.setClean(TlightShape::saLightData());
+    return true;
+}
+
+// ---------------------------------------------------------------- directional light
+
+TdirectionalLightShapeVS::TdirectionalLightShapeVS() {
+    objectType.makeImplicitInput();
+    pointWorld.whole.makeImplicitInput();
+}
+
+bool TdirectionalLightShapeVS::setupDependencies(TdependencyMatrix& m) {
+    if (!TdependNodeVS::setupDependencies(m)) return false;
+    affects(m, {&useLightPosition, &objectType, &lightAngle}, {&TlightShape::saLightData()});
+    return true;
+}
+
+bool TdirectionalLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
+    const Tattribute* a = plug.attribute()->rootParent();
+    if (a != &TlightShape::saLightData()) return TnonExtendedLightShape::vectorComputePlug(plug, block, first, count);
+    TdataHandle intensityIn = block.inputValue(TlightShape::saIntensity(), first, count);
+    TdataHandle points = block.inputValue(attrPointCamera(), first, count);
+    TdataHandle usePosition = block.inputValue(attrUseLightPosition(), first, count);
+    TdataHandle objectType = block.inputValue(attrObjectType(), first, count);
+    TdataHandle infoBits = block.inputValue(TlightShape::saInfoBits(), first, count);
+    TdataHandle receive = block.inputValue(attrReceiveShadows(), first, count);
+    TdataHandle angle = block.inputValue(attrLightAngle(), first, count);
+
+    bool doShadow = batchCastsShadows(objectType.as<char>(first), infoBits.asInt(first), receive.asBool(first));
+    T3Float direction(fDirection.x, fDirection.y, fDirection.z);
+    T3Float position(fPosition.x, fPosition.y, fPosition.z);
+    for (unsigned start = first; start < first + count; start += kBatchSize) {
+        unsigned n = std::min(first + count - start, kBatchSize);
+        float intensity[kBatchSize], distance[kBatchSize];
+        T3Float toLight[kBatchSize];
+        for (unsigned k = 0; k < n; ++k) {
+            unsigned i = start + k;
+            toLight[k] = direction;
+            distance[k] = 1e30f;
+            intensity[k] = intensityIn.asFloat(i);
+            // Behind the plane through the light, facing its direction: unlit.
+            if (usePosition.asBool(i) && dot(position - points.asFloat3(i), direction) < 0) intensity[k] = 0;
+        }
+        finishRecords(block, start, n, toLight, distance, intensity, doShadow, angle.asFloat(first), true);
+    }
+    block.setClean(TlightShape::saLightData());
+    return true;
+}

@@ -1,0 +1,3 @@
+#include "lights/render_pass_control.h"
+
+int currentRenderPassControl = 0;

@@ -1,0 +1,32 @@
+#pragma once
+// The state of one run of a shading program: everything lives in the
+// calling thread's stack frame. Shared by the program's files only.
+#include <cstdint>
+
+#include "shading/light_data.h"
+
+class TshadingOpus;
+class TdataBlockRendering;
+class Tsample;
+
+// The lights of one run: the records of each sample that has its own
+// lighting, and for every sample the one whose records it uses.
+struct TSElighting {
+    TlightData* records = nullptr;  // unique sample u, light k: records[u * capacity + k]
+    unsigned capacity = 0;          // lights of the group
+    unsigned run = 0;               // lights that ran for this batch
+    const uint8_t* groupOf = nullptr;  // per sample, its unique sample
+};
+
+struct TSEframe {
+    const TshadingOpus* opus;
+    TdataBlockRendering* blocks;
+    unsigned char* constants;
+    unsigned char* variables;
+    uint64_t* segmentDone;  // per segment, the samples it has computed in this run
+    Tsample* const* samples;
+    const unsigned* fields;
+    unsigned count;
+    unsigned blocksMade;
+    const TSElighting* lighting;
+};

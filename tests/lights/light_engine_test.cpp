@@ -1,0 +1,257 @@
+// Lights shaded through the engine: records read by a material through its
+// light array, shared illumination, object masks, odd batches, no heap.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "lights/light_fixture.h"
+#include "lights/render_pass_control.h"
+#include "support/alloc_counter.h"
+
+namespace {
+
+void expectNear(const T3Float& a, const T3Float& b, float tolerance, const char* what) {
+    EXPECT_NEAR(a.x, b.x, tolerance) << what;
+    EXPECT_NEAR(a.y, b.y, tolerance) << what;
+    EXPECT_NEAR(a.z, b.z, tolerance) << what;
+}
+
+std::vector<TsurfaceSample> fanOfSamples(unsigned count) {
+    std::vector<TsurfaceSample> out(count);
+    for (unsigned i = 0; i < count; ++i) {
+        float t = float(i) / float(count);
+        out[i].point = {2.0f * t - 1.0f, 0.5f * t, -0.25f * t};
+        out[i].normal = normalize(T3Float(0.3f * t, 1.0f - t, 0.4f + t));
+    }
+    return out;
+}
+
+// Closed form of the test surface under a point light with quadratic decay,
+// a directional light shining down -Z and an ambient light.
+T3Float expected(const TsurfaceSample& s, const T3Float& pointPos, const T3Float& pointColor, float pointIntensity,
+                 const T3Float& dirColor, const T3Float& ambientPos, float ambientShade) {
+    T3Float d = pointPos - s.point;
+    float dist = length(d);
+    T3Float l = d * (1.0f / dist);
+    float decay = dist > 1 ? 1.0f / (dist * dist) : 1.0f;
+    T3Float c = pointColor * (pointIntensity * decay * std::max(dot(s.normal, l), 0.0f));
+    c = c + dirColor * std::max(dot(s.normal, T3Float(0, 0, 1)), 0.0f);
+    T3Float a = normalize(ambientPos - s.point);
+    float w = std::max(1 + ambientShade * (dot(a, s.normal) - 1), 0.0f);
+    return c + T3Float(1, 1, 1) * w;
+}
+
+struct ThreeLights : TlitNetwork {
+    T3Float pointPos{0.5f, 3, 2}, pointColor{1, 0.5f, 0.25f}, dirColor{0.2f, 0.4f, 0.6f}, ambientPos{-4, 1, 0};
+    float pointIntensity = 6, ambientShade = 0.7f;
+    ThreeLights() {
+        auto* point = addLight<TpointLightShape>("pointLight", pointPos);
+        set(point, TlightShape::saColor(), pointColor);
+        set(point, TlightShape::saIntensity(), pointIntensity);
+        point->setRateOfDecay(TnonAmbientLightShape::kQuadratic);
+        auto* dir = addLight("directionalLight", T3Float(9, 9, 9));
+        set(dir, TlightShape::saColor(), dirColor);
+        auto* ambient = addLight("ambientLight", ambientPos);
+        set(ambient, TambientLightShape::saAmbientShade(), ambientShade);
+        useLights();
+    }
+};
+
+TEST(LightEngine, ThreeLightsMatchTheClosedFormForEveryBatchSize) {
+    for (unsigned count : {1u, 7u, 64u}) {
+        ThreeLights net;
+        std::vector<TsurfaceSample> in = fanOfSamples(count);
+        auto out = net.shade(in);
+        ASSERT_EQ(out.size(), count);
+        for (unsigned i = 0; i < count; ++i) {
+            T3Float want = expected(in[i], net.pointPos, net.pointColor, net.pointIntensity, net.dirColor, net.ambientPos,
+                                    net.ambientShade);
+            expectNear(out[i].color, want, 1e-4f, "colour");
+            EXPECT_EQ(out[i].info.x, 3.0f) << "every sample sees the three lights";
+        }
+    }
+}
+
+TEST(LightEngine, SamplesSharingAnIlluminationIndexRunTheLightsOnce) {
+    TlitNetwork net;
+    net.addLight("countingPointLight", T3Float(0, 4, 0));
+    net.useLights();
+    // Runs: {0,1,2} share sample 0, {3} its own, {4,5} share 4, {6} its own (odd count).
+    std::vector<TsurfaceSample> in = fanOfSamples(7);
+    const int16_t index[7] = {0, 0, 0, -1, 4, 4, -1};
+    for (unsigned i = 0; i < 7; ++i) in[i].illuminationIndex = index[i];
+    TcountingPointLight::fsSamples = 0;
+    auto out = net.shade(in);
+    ASSERT_EQ(out.size(), 7u);
+    EXPECT_EQ(TcountingPointLight::fsSamples.load(), 4);
+    // A sample that borrows lighting sees the lender's direction, not its own.
+    for (unsigned i : {1u, 2u}) {
+        T3Float l = normalize(T3Float(0, 4, 0) - in[0].point);
+        float decayFree = std::max(dot(in[i].normal, l), 0.0f);
+        EXPECT_NEAR(out[i].color.x, decayFree * 1.0f, 1e-4f) << i;
+    }
+}
+
+TEST(LightEngine, ALightMaskedOutForTheObjectLeavesNoElement) {
+    TlitNetwork net;
+    auto* red = net.addLight("pointLight", T3Float(0, 0, 1));
+    net.set(red, TlightShape::saColor(), T3Float(1, 0, 0));
+    auto* green = net.addLight("pointLight", T3Float(0, 0, 1));
+    net.set(green, TlightShape::saColor(), T3Float(0, 1, 0));
+    TbitFieldFixedN onlyGreen(2), both(2);
+    onlyGreen.set(1);
+    both.setAll();
+    net.useLights({onlyGreen, both});
+    std::vector<TsurfaceSample> in(3, TsurfaceSample{{0, 0, 0}, {0, 0, 1}});
+    auto masked = net.shade(in, 0);
+    for (const auto& r : masked) {
+        EXPECT_EQ(r.info.x, 1.0f);
+        expectNear(r.color, {0, 1, 0}, 1e-5f, "green only");
+    }
+    auto lit = net.shade(in, 1);
+    for (const auto& r : lit) {
+        EXPECT_EQ(r.info.x, 2.0f);
+        expectNear(r.color, {1, 1, 0}, 1e-5f, "both");
+    }
+}
+
+TEST(LightEngine, NoLightsGivesAnEmptyArray) {
+    TlitNetwork net;
+    net.useLights();
+    auto out = net.shade(fanOfSamples(5));
+    for (const auto& r : out) {
+        EXPECT_EQ(r.info.x, 0.0f);
+        expectNear(r.color, {0, 0, 0}, 0, "dark");
+    }
+}
+
+TEST(LightEngine, TheLightsProgramIsSharedByGroupsAndReleasedWithThem) {
+    auto net = std::make_unique<TlitNetwork>();
+    auto* light = net->addLight("pointLight", T3Float(0, 1, 0));
+    net->useLights();
+    ASSERT_NE(net->analyse(), nullptr);
+    TshadingOpus* program = TshadingCatalog::find(light, kSingleLight);
+    ASSERT_NE(program, nullptr);
+    EXPECT_EQ(net->group->option(kSurfaceColorTransparency).opus->illuminatingLight(0), program);
+    EXPECT_EQ(program->node(), light);
+    EXPECT_TRUE(program->releaseOpus()) << "a light's program releases nothing";
+    EXPECT_NE(TshadingCatalog::find(light, kSingleLight), nullptr);
+    TshadingCatalog::deleteOpus(net->group, kSurfaceColorTransparency, true);
+    EXPECT_EQ(TshadingCatalog::find(light, kSingleLight), nullptr) << "the group's release drops the light's program";
+}
+
+TEST(LightEngine, ShadingWithLightsTouchesNoHeap) {
+    ThreeLights net;
+    std::vector<TsurfaceSample> in = fanOfSamples(64);
+    net.shade(in);  // analysis and first-use work happen here
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    unsigned size = net.group->sampleSize(kSurfaceColorTransparency);
+    unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
+    std::vector<std::vector<uint64_t>> memory;
+    std::vector<Tsample*> samples;
+    for (const auto& s : in) {
+        memory.emplace_back((size + 7) / 8, 0);
+        samples.push_back(Tsample::sCreate(memory.back().data(), size, fields));
+        samples.back()->setPointCamera(s.point);
+        samples.back()->setNormalCamera(s.normal);
+    }
+    TallocationCounter counter;
+    opus->shade(64, samples.data());
+    EXPECT_EQ(counter.allocations(), 0u);
+    EXPECT_GT(samples[10]->outColor()->y, 0.0f);
+}
+
+// A tracer with a wall in the plane z = 1 between x0 and x1: rays that
+// cross it there are blocked (tinted by `through`); it counts the rays.
+struct TwallTracer : TraySampler {
+    float x0 = -1e9f, x1 = 1e9f;
+    T3Float through{0, 0, 0};
+    int rays = 0;
+    unsigned seed = 1;
+    unsigned raySize() const override { return sizeof(TgenericRay) + 8; }
+    void traceShadowRays(TdependNode*, int n, TgenericRay** list, Treflectance* out) override {
+        for (int i = 0; i < n; ++i) {
+            ++rays;
+            const TgenericRay& r = *list[i];
+            out[i] = Treflectance();
+            if (r.direction.z == 0) continue;
+            float t = (1 - r.origin.z) / r.direction.z;
+            if (t <= 0 || t >= r.distance) continue;
+            float x = r.origin.x + t * r.direction.x;
+            if (x >= x0 && x <= x1) out[i] = Treflectance(Tspectrum(through.x, through.y, through.z));
+        }
+    }
+    float random() override {
+        seed = seed * 1664525u + 1013904223u;
+        return float(seed >> 8) / 16777216.0f;
+    }
+    void traceRays(TdependNode*, int, TgenericRay**, Tspectrum*, Tspectrum*) override {}
+    int maxRayDepth() const override { return 1; }
+    void background(Tspectrum& out) override { out = kBlackSpectrum; }
+};
+
+struct ShadowCase {
+    const char* name;
+    int pass;
+    bool receive;
+    float x0, x1;
+    float litFraction;  // of the unshadowed colour
+    bool traces;
+};
+
+TEST(LightEngine, RayTracedShadowsFollowPassControlAndReceiveShadows) {
+    const ShadowCase cases[] = {
+        {"occluded", 0, true, -1e9f, 1e9f, 0.0f, true},
+        {"unoccluded", 0, true, 5, 6, 1.0f, true},
+        {"pass 1", 1, true, -1e9f, 1e9f, 1.0f, false},
+        {"pass 2", 2, true, -1e9f, 1e9f, 1.0f, false},
+        {"pass 3", 3, true, -1e9f, 1e9f, 1.0f, false},
+        {"pass 4", 4, true, -1e9f, 1e9f, 1.0f, false},
+        {"shadow pass keeps shadows", 5, true, -1e9f, 1e9f, 0.0f, true},
+        {"receiveShadows off", 0, false, -1e9f, 1e9f, 1.0f, false},
+    };
+    for (const ShadowCase& c : cases) {
+        TlitNetwork net;
+        auto* light = net.addLight<TpointLightShape>("pointLight", T3Float(0, 0, 3));
+        net.set(light, TlightShape::saUseRayTraceShadows(), true);
+        net.set(light, TnonExtendedLightShape::saReceiveShadows(), c.receive);
+        net.useLights();
+        TwallTracer tracer;
+        tracer.x0 = c.x0;
+        tracer.x1 = c.x1;
+        TrenderLightShape::setThreadRaySampler(&tracer);
+        currentRenderPassControl = c.pass;
+        std::vector<TsurfaceSample> in(3, TsurfaceSample{{0, 0, 0}, {0, 0, 1}});
+        auto out = net.shade(in);
+        currentRenderPassControl = 0;
+        TrenderLightShape::setThreadRaySampler(nullptr);
+        const float full = 1.0f;  // no decay: colour 1, intensity 1, normal facing the light
+        for (const auto& r : out) {
+            EXPECT_NEAR(r.color.x, full * c.litFraction, 1e-5f) << c.name;
+            EXPECT_NEAR(r.info.y, 1.0f - c.litFraction, 1e-5f) << c.name << ": shadow fraction";
+        }
+        EXPECT_EQ(tracer.rays > 0, c.traces) << c.name;
+    }
+}
+
+TEST(LightEngine, SoftShadowsAverageJitteredRaysOverTheLightsRadius) {
+    TlitNetwork net;
+    auto* light = net.addLight<TpointLightShape>("pointLight", T3Float(0, 0, 3));
+    net.set(light, TlightShape::saUseRayTraceShadows(), true);
+    net.set(light, TnonExtendedLightShape::saLightRadius(), 2.0f);
+    net.set(light, TnonExtendedLightShape::saShadowRays(), short(32));
+    net.useLights();
+    TwallTracer tracer;
+    tracer.x0 = 0;  // the wall covers half of the light's disc
+    TrenderLightShape::setThreadRaySampler(&tracer);
+    auto out = net.shade(std::vector<TsurfaceSample>(2, TsurfaceSample{{0, 0, 0}, {0, 0, 1}}));
+    TrenderLightShape::setThreadRaySampler(nullptr);
+    EXPECT_EQ(tracer.rays, 2 * 32);
+    for (const auto& r : out) {
+        EXPECT_GT(r.color.x, 0.2f) << "part of the light gets past";
+        EXPECT_LT(r.color.x, 0.8f) << "part is blocked";
+    }
+}
+
+}  // namespace

@@ -1,0 +1,76 @@
+#include "lights/light_fixture.h"
+
+SN_REGISTER_NODE_CLASS(TtestLitSurface)
+SN_REGISTER_NODE_CLASS(TcountingPointLight)
+
+bool TtestLitSurface::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
+    const Tattribute* a = plug.attribute()->rootParent();
+    if (a != &attrOutColor() && a != &attrOutTransparency()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    constexpr unsigned N = 64;
+    unsigned idx[N];
+    unsigned n = block.multiIndices(attrLightDataArray(), idx, N);
+    TdataHandle normals = block.inputValue(attrNormalCamera(), first, count);
+    TdataHandle color = block.outputValue(attrOutColor(), first, count);
+    TdataHandle info = block.outputValue(attrOutTransparency(), first, count);
+    for (unsigned i = first; i < first + count; ++i) {
+        color.asFloat3(i) = {0, 0, 0};
+        info.asFloat3(i) = {float(n), 0, 0};
+    }
+    for (unsigned k = 0; k < n && k < N; ++k) {
+        TdataHandle h = block.elementValue(attrLightDataArray(), idx[k]);
+        for (unsigned i = first; i < first + count; ++i) {
+            const TlightData& d = *static_cast<const TlightData*>(h.element(i));
+            float weight = (d.lightAmbient ? 1.0f : 0.0f) +
+                           (d.lightDiffuse ? std::max(dot(normals.asFloat3(i), d.lightDirection), 0.0f) : 0.0f);
+            color.asFloat3(i) = color.asFloat3(i) + d.lightIntensity * weight;
+            info.asFloat3(i).y += d.lightShadowFraction;
+            if (k == 0) info.asFloat3(i).z = d.preShadowIntensity;
+        }
+    }
+    block.setClean(attrOutColor());
+    block.setClean(attrOutTransparency());
+    return true;
+}
+
+TlitNetwork::TlitNetwork() {
+    EXPECT_EQ(graph.connect(Tplug(surface, &TtestLitSurface::saOutColor()), Tplug(group, &TDNshadingEngine::saSurfaceShader())),
+              TconnectStatus::kOk);
+    batch.renderGroup = &renderGroup;
+}
+
+TlitNetwork::~TlitNetwork() {
+    for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
+    for (TdependNode* light : lights) TshadingCatalog::deleteOpus(light, kSingleLight, true);
+}
+
+void TlitNetwork::useLights(std::vector<TbitFieldFixedN> rows) { group->setLightTables(lights, std::move(rows), {}, {}); }
+
+TshadingOpus* TlitNetwork::analyse() {
+    TbitField64 result;
+    if (!group->analyse(kSurfaceColorTransparency, &result, nullptr, nullptr, nullptr)) return nullptr;
+    return group->option(kSurfaceColorTransparency).opus;
+}
+
+std::vector<TlitNetwork::Result> TlitNetwork::shade(const std::vector<TsurfaceSample>& in, int object) {
+    std::vector<Result> out;
+    TshadingOpus* opus = analyse();
+    EXPECT_NE(opus, nullptr);
+    if (!opus) return out;
+    unsigned size = group->sampleSize(kSurfaceColorTransparency);
+    unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
+    if (object >= 0) renderGroup.object = unsigned(object);
+    std::vector<std::vector<uint64_t>> memory;
+    std::vector<Tsample*> samples;
+    for (const TsurfaceSample& s : in) {
+        memory.emplace_back((size + 7) / 8, 0);
+        Tsample* sample = Tsample::sCreate(memory.back().data(), size, fields, nullptr, object >= 0 ? &batch : nullptr);
+        sample->setPointCamera(s.point);
+        sample->setNormalCamera(s.normal);
+        sample->setIlluminationIndex(s.illuminationIndex);
+        sample->setReceiveShadows(s.receiveShadows);
+        samples.push_back(sample);
+    }
+    opus->shade(unsigned(samples.size()), samples.data());
+    for (Tsample* sample : samples) out.push_back({*sample->outColor(), *sample->outTransparency()});
+    return out;
+}

@@ -1,0 +1,118 @@
+#pragma once
+// A shading group whose material reads the light array the way materials
+// do, lights placed under transforms, and batches of samples shaded through
+// the engine.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <vector>
+
+#include "framework/host/depend_graph.h"
+#include "lights/point_light.h"
+#include "shading/render_bases.h"
+#include "shading/sample.h"
+#include "shading/sample_manager.h"
+#include "shading/shading_catalog.h"
+#include "shading/shading_engine.h"
+#include "shading/shading_opus.h"
+
+// outColor = sum of the ambient records plus the diffuse ones times
+// max(N.L, 0); outTransparency = (lights seen, shadow fraction sum, luminance
+// of the first light's pre-shadow intensity).
+struct TtestLitSurfaceVS : TdependNodeVS {
+    TvectorAttribute normalCamera{"normalCamera", "n", TiffTag("TLNC")};
+    TattributeLightData lightDataArray{"lightDataArray", "ltd", TiffTag("TLLD")};
+    TcolorAttribute outColor{"outColor", "oc", TiffTag("TLOC")};
+    TcolorAttribute outTransparency{"outTransparency", "ot", TiffTag("TLOT")};
+    TtestLitSurfaceVS() {
+        normalCamera.whole.makeImplicitInput();
+        lightDataArray.setMulti(true);
+        lightDataArray.makeImplicitInput();
+        outColor.setFlag(kAttrWritable, false);
+        outTransparency.setFlag(kAttrWritable, false);
+    }
+    bool setupDependencies(TdependencyMatrix& m) override {
+        if (!TdependNodeVS::setupDependencies(m)) return false;
+        affects(m, {&normalCamera.whole, &lightDataArray}, {&outColor.whole, &outTransparency.whole});
+        return true;
+    }
+};
+class TtestLitSurface : public TnodeClass<TtestLitSurface, TrenderNode, TtestLitSurfaceVS> {
+public:
+    static constexpr TnodeClassInfo kInfo{"TtestLitSurface", 9911, "kTestLitSurface", "testLitSurface", "TLIT", "shader/surface"};
+    SN_VECTOR_ATTRIBUTE(NormalCamera, normalCamera)
+    SN_ATTRIBUTE(LightDataArray, lightDataArray)
+    SN_COLOR_ATTRIBUTE(OutColor, outColor)
+    SN_COLOR_ATTRIBUTE(OutTransparency, outTransparency)
+
+protected:
+    bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
+};
+
+// A point light that counts the samples it computes.
+class TcountingPointLight : public TnodeClass<TcountingPointLight, TpointLightShape, TdependNodeVS> {
+public:
+    static constexpr TnodeClassInfo kInfo{"TcountingPointLight", 9912, "kCountingPointLight", "countingPointLight", "TCPL", "light"};
+    static inline std::atomic<int> fsSamples{0};
+    static inline std::atomic<int> fsCalls{0};
+
+protected:
+    bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override {
+        if (plug.attribute() == &TlightShape::saLightData()) {
+            fsSamples += int(count);
+            ++fsCalls;
+        }
+        return TpointLightShape::vectorComputePlug(plug, block, first, count);
+    }
+};
+
+// One object of the renderer.
+struct TtestRenderGroup : TrenderGroupBase {
+    unsigned object = 0;
+    unsigned objectNumber() const override { return object; }
+    const TgeoManagerBase* geometryManager() const override { return nullptr; }
+    bool receiveShadows() const override { return true; }
+};
+
+struct TsurfaceSample {
+    T3Float point, normal;
+    int16_t illuminationIndex = -1;
+    bool receiveShadows = true;
+};
+
+struct TlitNetwork {
+    TdependGraph graph;
+    TDNshadingEngine* group = static_cast<TDNshadingEngine*>(graph.createNode("shadingEngine"));
+    TtestLitSurface* surface = static_cast<TtestLitSurface*>(graph.createNode("testLitSurface"));
+    std::vector<TdependNode*> lights;
+    TtestRenderGroup renderGroup;
+    TsampleBatch batch{};
+
+    TlitNetwork();
+    ~TlitNetwork();
+    // A light of `type` under a transform at `position`.
+    template <class T = TrenderLightShape>
+    T* addLight(const char* type, const T3Float& position) {
+        auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
+        xform->setAttributeValue(&Ttransform::saTranslate(), &position);
+        auto* light = static_cast<T*>(graph.createNode(type));
+        EXPECT_NE(light, nullptr) << type;
+        xform->addChild(light);
+        lights.push_back(light);
+        return light;
+    }
+    template <class V>
+    void set(TdependNode* node, const Tattribute& a, V value) {
+        EXPECT_TRUE(node->setAttributeValue(&a, &value)) << a.longName().asC();
+    }
+    // Hands the lights to the group; `rows` per object, empty for none.
+    void useLights(std::vector<TbitFieldFixedN> rows = {});
+    TshadingOpus* analyse();
+    struct Result {
+        T3Float color, info;
+    };
+    // Shades one batch; with `object` the samples belong to that render object.
+    std::vector<Result> shade(const std::vector<TsurfaceSample>& in, int object = -1);
+};
+
+inline float luminanceOf(const T3Float& c) { return 0.3f * c.x + 0.59f * c.y + 0.11f * c.z; }

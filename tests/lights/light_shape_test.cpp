@@ -1,0 +1,309 @@
+// Light shapes on the scalar road of the host graph: records at a point,
+// decay, ambient shade, light position, fog weights, colour-map
+// coordinates, the shadow-mode exclusion and the analysis mask.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "lights/light_at_point.h"
+#include "lights/light_fixture.h"
+#include "settings/render_quality.h"
+#include "utilities/surface_luminance.h"
+
+namespace {
+
+struct TlightScene {
+    TdependGraph graph;
+    template <class T>
+    T* light(const char* type, const T3Float& position) {
+        auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
+        xform->setAttributeValue(&Ttransform::saTranslate(), &position);
+        auto* l = static_cast<T*>(graph.createNode(type));
+        xform->addChild(l);
+        return l;
+    }
+    static TlightData at(TrenderLightShape* light, const T3Float& point) {
+        TDNarray lights;
+        lights.append(light);
+        TlightAtPoint query(lights);
+        _lightAtPointInformation info;
+        EXPECT_EQ(query.lightAtPoint(point, &info), 1u);
+        EXPECT_EQ(info.light, light);
+        return info.data;
+    }
+};
+
+TEST(PointLight, DecayIsFlatWithinUnitDistance) {
+    struct Case {
+        short decay;
+        float distance;
+        float factor;
+    };
+    const Case cases[] = {
+        {2, 0.5f, 1.0f}, {2, 2.0f, 0.25f}, {0, 3.0f, 1.0f},   {1, 0.25f, 1.0f},
+        {1, 4.0f, 0.25f}, {3, 2.0f, 0.125f}, {3, 0.9f, 1.0f}, {2, 1.0f, 1.0f},
+    };
+    for (const Case& c : cases) {
+        TlightScene scene;
+        auto* light = scene.light<TpointLightShape>("pointLight", T3Float(1, 2, 3));
+        float intensity = 3.0f;
+        light->setAttributeValue(&TlightShape::saIntensity(), &intensity);
+        T3Float color(0.5f, 1.0f, 0.2f);
+        light->setAttributeValue(&TlightShape::saColor(), &color);
+        light->setRateOfDecay(c.decay);
+        T3Float point = T3Float(1, 2, 3) + normalize(T3Float(1, -2, 0.5f)) * c.distance;
+        TlightData d = TlightScene::at(light, point);
+        float i = intensity * c.factor;
+        EXPECT_NEAR(d.lightIntensity.x, 0.5f * i, 1e-5f) << c.decay << " at " << c.distance;
+        EXPECT_NEAR(d.lightIntensity.y, 1.0f * i, 1e-5f);
+        EXPECT_NEAR(d.preShadowIntensity, luminanceOf(color) * i, 1e-5f);
+        T3Float l = d.lightDirection;
+        EXPECT_NEAR(dot(l, normalize(T3Float(1, 2, 3) - point)), 1.0f, 1e-5f);
+        EXPECT_FALSE(d.lightAmbient);
+        EXPECT_TRUE(d.lightDiffuse);
+        EXPECT_TRUE(d.lightSpecular);
+        EXPECT_EQ(d.lightShadowFraction, 0.0f);
+        EXPECT_EQ(d.lightBlindData, static_cast<void*>(static_cast<TrenderLightShape*>(light)));
+    }
+}
+
+TEST(PointLight, EmitFlagsReachTheRecord) {
+    TlightScene scene;
+    auto* light = scene.light<TpointLightShape>("pointLight", T3Float(0, 0, 0));
+    bool off = false;
+    light->setAttributeValue(&TnonAmbientLightShape::saEmitSpecular(), &off);
+    TlightData d = TlightScene::at(light, T3Float(0, 0, -2));
+    EXPECT_TRUE(d.lightDiffuse);
+    EXPECT_FALSE(d.lightSpecular);
+}
+
+TEST(AmbientLight, ShadeWeightsTheCosineAndNeverGoesNegative) {
+    struct Case {
+        float shade;
+        T3Float normal;
+        float weight;
+    };
+    const T3Float up(0, 1, 0);  // the light is straight above the point
+    const Case cases[] = {
+        {1.0f, {0, -1, 0}, 0.0f},  // facing away, pure cosine: 0, not -1
+        {0.0f, {0, -1, 0}, 1.0f},  // no shade: the same from everywhere
+        {1.0f, {0, 1, 0}, 1.0f},
+        {0.45f, {1, 0, 0}, 0.55f},
+        {0.5f, {0, -1, 0}, 0.0f},
+        {0.25f, {0, -1, 0}, 0.5f},
+    };
+    for (const Case& c : cases) {
+        EXPECT_NEAR(TambientLightShape::shadeWeight(c.shade, up, c.normal), c.weight, 1e-6f);
+        TlightScene scene;
+        auto* light = scene.light<TambientLightShape>("ambientLight", T3Float(0, 5, 0));
+        light->setAttributeValue(&TambientLightShape::saAmbientShade(), &c.shade);
+        light->setAttributeValue(&TambientLightShape::saNormalCamera(), &c.normal);
+        float intensity = 2;
+        light->setAttributeValue(&TlightShape::saIntensity(), &intensity);
+        TlightData d = TlightScene::at(light, T3Float(0, 0, 0));
+        EXPECT_NEAR(d.lightIntensity.z, 2 * c.weight, 1e-5f);
+        EXPECT_NEAR(d.preShadowIntensity, 2 * c.weight, 1e-5f);
+        EXPECT_TRUE(d.lightAmbient);
+        EXPECT_FALSE(d.lightDiffuse);
+        EXPECT_FALSE(d.lightSpecular);
+        EXPECT_EQ(d.lightBlindData, nullptr);
+    }
+}
+
+TEST(DirectionalLight, OneDirectionAndTheLightPlane) {
+    TlightScene scene;
+    auto* light = scene.light<TdirectionalLightShape>("directionalLight", T3Float(0, 0, 4));
+    TlightData far = TlightScene::at(light, T3Float(3, -2, -100));
+    EXPECT_NEAR(far.lightDirection.z, 1.0f, 1e-6f);
+    EXPECT_NEAR(far.lightIntensity.x, 1.0f, 1e-6f) << "no decay at any distance";
+    bool on = true;
+    light->setAttributeValue(&TdirectionalLightShape::saUseLightPosition(), &on);
+    EXPECT_NEAR(TlightScene::at(light, T3Float(0, 0, 3)).lightIntensity.x, 1.0f, 1e-6f) << "in front of the plane";
+    TlightData behind = TlightScene::at(light, T3Float(0, 0, 5));
+    EXPECT_EQ(behind.lightIntensity.x, 0.0f);
+    EXPECT_EQ(behind.lightIntensity.y, 0.0f);
+}
+
+TEST(PointLight, FogWeights) {
+    const T3Float a(0, 0, 0);
+    struct Case {
+        float len, radius;
+        short type, decay;
+    };
+    const Case cases[] = {{3, 1, 0, 0}, {0.5f, 1, 0, 0}, {0.5f, 1, 0, 2}, {0.5f, 1, 0, 3}, {1, 2, 1, 0},
+                          {1, 2, 1, 2}, {1, 2, 2, 1},   {1.5f, 1, 2, 0}, {2.5f, 1, 1, 3}};
+    for (const Case& c : cases) {
+        float got = TpointLightShape::fogWeight(a, T3Float(0, c.len, 0), c.radius, c.type, c.decay);
+        float h = c.len / 2, w;
+        if (h > c.radius) {
+            w = 1;  // a segment longer than the fog's diameter
+        } else {
+            w = c.len / (2 * (c.radius + c.radius * c.radius - h * h));
+            if (c.type == 2) w = 1 - std::pow(1 - std::min(w, 1.0f), 1.0f / (c.decay + 2));
+            else if (c.type == 1) {
+                if (c.decay > 1) w = 1 - std::pow(1 - w, 1.0f / c.decay);
+                w *= w;
+            } else w = c.decay == 2 ? w * w : c.decay == 3 ? w * w * w : w;
+        }
+        EXPECT_NEAR(got, w, 1e-6f) << c.len << " " << c.type << " " << c.decay;
+        EXPECT_GE(got, 0.0f);
+        EXPECT_LE(got, 1.0f);
+    }
+}
+
+TEST(PointLight, OwnFogSamplesTakeTheFogWeightInsteadOfDecay) {
+    TlightScene scene;
+    auto* light = scene.light<TpointLightShape>("pointLight", T3Float(0, 0, 0));
+    int fogObject = 0;
+    light->setFogObject(&fogObject, Tmatrix());
+    light->setRateOfDecay(2);
+    T3Float nearEnd(0, 0, 0), farEnd(0, 0.5f, 0);
+    void* id = &fogObject;
+    light->setAttributeValue(&TpointLightShape::saObjectId(), &id);
+    light->setAttributeValue(&TpointLightShape::saPointWorld(), &nearEnd);
+    light->setAttributeValue(&TpointLightShape::saFarPointWorld(), &farEnd);
+    float fogIntensity = 2;
+    light->setAttributeValue(&TpointLightShape::saFogIntensity(), &fogIntensity);
+    TlightData d = TlightScene::at(light, T3Float(0, 0, -5));
+    float w = TpointLightShape::fogWeight(nearEnd, farEnd, 1, 0, 2);
+    EXPECT_NEAR(d.lightIntensity.x, w * 2, 1e-6f) << "fog weight, not the 1/25 of decay";
+}
+
+TEST(PointLight, ColorMapCoordinates) {
+    struct Case {
+        T3Float p;
+        float u, v;
+    };
+    const float pi = 3.14159265f;
+    const Case cases[] = {
+        {{0, 0, 1}, 0.5f, 0.5f}, {{0, 0, 5}, 0.5f, 0.5f}, {{1, 0, 0}, 0.75f, 0.5f}, {{-1, 0, 0}, 0.25f, 0.5f},
+        {{0, 1, 0}, 0.5f, 0.5f},  // r is 0
+        {{0, 1, 1}, 0.5f, 0.75f}, {{1, 0, 1}, 0.5f * (pi / 4) / pi + 0.5f, 0.5f},
+    };
+    for (const Case& c : cases) {
+        T2Float uv = TpointLightShape::colorMapCoordinates(c.p);
+        EXPECT_NEAR(uv.x, c.u, 1e-5f) << c.p.x << " " << c.p.y << " " << c.p.z;
+        EXPECT_NEAR(uv.y, c.v, 1e-5f) << c.p.x << " " << c.p.y << " " << c.p.z;
+    }
+    EXPECT_EQ(TpointLightShape::kColorMapFilter, std::bit_cast<float>(0x3A83126Fu));
+}
+
+TEST(LightShadows, DepthMapAndRayTracedShadowsExcludeEachOther) {
+    TlightScene scene;
+    auto* light = scene.light<TpointLightShape>("pointLight", T3Float(0, 0, 0));
+    bool on = true, value = false;
+    light->setAttributeValue(&TlightShape::saUseRayTraceShadows(), &on);
+    light->setAttributeValue(&TnonExtendedLightShape::saUseDepthMapShadows(), &on);
+    light->getAttributeValue(&TlightShape::saUseRayTraceShadows(), &value);
+    EXPECT_FALSE(value);
+    light->setAttributeValue(&TlightShape::saUseRayTraceShadows(), &on);
+    light->getAttributeValue(&TnonExtendedLightShape::saUseDepthMapShadows(), &value);
+    EXPECT_FALSE(value);
+    light->getAttributeValue(&TlightShape::saUseRayTraceShadows(), &value);
+    EXPECT_TRUE(value);
+    light->setAttributeValue(&TpointLightShape::saMiShadowMap(), &on);
+    light->getAttributeValue(&TlightShape::saUseRayTraceShadows(), &value);
+    EXPECT_FALSE(value) << "the external renderer's shadow map excludes them too";
+}
+
+// A depth map that shadows everything by `fraction`.
+struct TflatShadowMap : TuseShadowMap {
+    float fraction = 0.25f;
+    int calls = 0;
+    void sampleShadow(const TrenderLightShape&, unsigned count, const T3Float*, int, int, short, float, int, float* out) override {
+        ++calls;
+        for (unsigned i = 0; i < count; ++i) out[i] = fraction;
+    }
+};
+
+TEST(LightShadows, DepthMapSeamMixesTheShadowColour) {
+    TlightScene scene;
+    auto* light = scene.light<TpointLightShape>("pointLight", T3Float(0, 0, 0));
+    bool on = true;
+    light->setAttributeValue(&TnonExtendedLightShape::saUseDepthMapShadows(), &on);
+    T3Float shadow(0, 0, 1);
+    light->setAttributeValue(&TlightShape::saShadowColor(), &shadow);
+    TflatShadowMap map;
+    light->setShadowMap(&map);
+    TlightData d = TlightScene::at(light, T3Float(0, 0, -0.5f));
+    EXPECT_EQ(map.calls, 1);
+    EXPECT_NEAR(d.lightShadowFraction, 0.25f, 1e-6f);
+    EXPECT_NEAR(d.lightIntensity.x, 0.75f, 1e-6f);
+    EXPECT_NEAR(d.lightIntensity.z, 0.25f + 0.75f, 1e-6f);
+    EXPECT_NEAR(d.preShadowIntensity, 1.0f, 1e-6f) << "luminance before the shadow";
+}
+
+TEST(LightAnalysis, RayTracedItemsAreDroppedWithoutRaytracing) {
+    for (bool raytracing : {true, false}) {
+        TlightScene scene;
+        auto* quality = scene.graph.createNode("renderQuality", "defaultRenderQuality");
+        ASSERT_NE(quality, nullptr);
+        quality->setAttributeValue(&TdnRenderQuality::saEnableRaytracing(), &raytracing);
+        auto* light = scene.light<TpointLightShape>("pointLight", T3Float(0, 0, 0));
+        TbitField64 mask(~uint64_t(0));
+        light->analyse(nullptr, nullptr, nullptr, mask);
+        for (unsigned item : {kItemRayDepth, kItemRayInstance, kItemPrimitiveId}) EXPECT_EQ(mask.test(item), raytracing) << item;
+        EXPECT_FALSE(mask.test(kItemFarPointWorld)) << "no fog geometry";
+        EXPECT_FALSE(mask.test(kItemObjectType));
+        EXPECT_TRUE(mask.test(kItemPointCamera));
+    }
+}
+
+TEST(LightInit, NonMessageConnectionsAskForANetwork) {
+    TlightScene scene;
+    auto* light = scene.light<TpointLightShape>("pointLight", T3Float(0, 0, 0));
+    light->shadingNodeInit(nullptr);
+    EXPECT_FALSE(light->needsNetwork());
+    auto* other = scene.light<TpointLightShape>("pointLight", T3Float(1, 0, 0));
+    ASSERT_EQ(scene.graph.connect(Tplug(other, &TlightShape::saIntensity()), Tplug(light, &TlightShape::saIntensity())),
+              TconnectStatus::kOk);
+    light->shadingNodeInit(nullptr);
+    EXPECT_TRUE(light->needsNetwork());
+}
+
+TEST(SurfaceLuminance, ScalarRoadReadsTheElementsSetOnTheNode) {
+    TdependGraph graph;
+    auto* node = static_cast<TdnSurfaceLuminance*>(graph.createNode("surfaceLuminance"));
+    ASSERT_NE(node, nullptr);
+    T3Float normal(0, 0, 1);
+    node->setAttributeValue(&TdnSurfaceLuminance::saNormalCamera(), &normal);
+    TlightData diffuse;
+    diffuse.lightDirection = normalize(T3Float(0, 1, 1));
+    diffuse.lightIntensity = {1, 2, 3};
+    diffuse.lightAmbient = false;
+    TlightData ambient;
+    ambient.lightIntensity = {0.5f, 0.5f, 0.5f};
+    ambient.lightDiffuse = false;
+    node->setAttributeValue(&TdnSurfaceLuminance::saLightDataArray(), &diffuse, 0);
+    node->setAttributeValue(&TdnSurfaceLuminance::saLightDataArray(), &ambient, 3);
+    float value = -1;
+    ASSERT_TRUE(node->getAttributeValue(&TdnSurfaceLuminance::saOutValue(), &value));
+    float want = luminanceOf(diffuse.lightIntensity) * std::sqrt(0.5f) + 0.5f;
+    EXPECT_NEAR(value, want, 1e-5f);
+}
+
+TEST(LitSurface, ScalarRoadAndEngineAgreeOnTheSameRecords) {
+    // The engine's records for one sample, set as elements on the node, give
+    // the same colour through computePlug.
+    TlitNetwork net;
+    net.addLight("pointLight", T3Float(1, 2, 2));
+    net.addLight("directionalLight", T3Float(0, 0, 0));
+    net.useLights();
+    TsurfaceSample s{{0.2f, 0.1f, 0}, normalize(T3Float(0.2f, 0.4f, 1))};
+    auto engine = net.shade({s});
+    ASSERT_EQ(engine.size(), 1u);
+    TdependGraph graph;
+    auto* copy = static_cast<TtestLitSurface*>(graph.createNode("testLitSurface"));
+    copy->setAttributeValue(&TtestLitSurface::saNormalCamera(), &s.normal);
+    for (unsigned k = 0; k < net.lights.size(); ++k) {
+        TlightData d = TlightScene::at(static_cast<TrenderLightShape*>(net.lights[k]), s.point);
+        copy->setAttributeValue(&TtestLitSurface::saLightDataArray(), &d, k);
+    }
+    T3Float color;
+    ASSERT_TRUE(copy->getAttributeValue(&TtestLitSurface::saOutColor(), &color));
+    EXPECT_NEAR(color.x, engine[0].color.x, 1e-5f);
+    EXPECT_NEAR(color.y, engine[0].color.y, 1e-5f);
+    EXPECT_NEAR(color.z, engine[0].color.z, 1e-5f);
+}
+
+}  // namespace
