@@ -8,7 +8,7 @@
 #endif
 
 #include "framework/host/depend_graph.h"
-#include "lights/render_pass_control.h"
+#include "shading/render_pass_control.h"
 #include "settings/render_quality.h"
 #include "shading/sample.h"
 #include "shading/shading_engine.h"
@@ -112,17 +112,6 @@ void TrenderLightShape::analyse(TDNshadingEngine* group, TSEnodeDescription* des
     if (gMakingPreview) mask.clear(kItemRenderState);
 }
 
-float TrenderLightShape::integrateLambertianReflectance(const T4dFltVector& l, const T4dFltPoint&, const T4dFltVector& n, bool) {
-    return l.x * n.x + l.y * n.y + l.z * n.z;
-}
-T4dFltVector TrenderLightShape::maxPhongSpecularDirection(const T4dFltVector& l, const T4dFltPoint&, const T4dFltVector&,
-                                                          const T4dFltVector&, const T4dFltVector*) {
-    return l;
-}
-float TrenderLightShape::lightAttenuation(const T4dFltPoint&, const T4dFltVector&, bool) { return 1.0f; }
-float TrenderLightShape::hemisphereCoverage(const T4dFltVector& l, const T4dFltPoint&, const T4dFltVector& d, bool) {
-    return l.x * d.x + l.y * d.y + l.z * d.z;
-}
 
 float TrenderLightShape::lightDistance(const T4dFltPoint& point) const {
     T3Float d(fPosition.x - point.x, fPosition.y - point.y, fPosition.z - point.z);
@@ -366,6 +355,6 @@ void TnonExtendedLightShape::finishRecords(TdataBlock& block, unsigned first, un
         r.lightSpecular = specular.asBool(i);
         r.fSpare = 0;
         r.lightShadowFraction = fraction[k];
-        r.lightBlindData = this;
+        r.lightBlindData = static_cast<TlightCallbacks*>(this);
     }
 }

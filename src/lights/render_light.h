@@ -8,10 +8,9 @@
 #include "framework/host/dag.h"
 #include "framework/node_registry.h"
 #include "framework/render_node.h"
+#include "shading/light_callbacks.h"
 #include "shading/light_data.h"
 #include "shading/ray_sampler.h"
-
-using T4dFltPoint = T4dFltVector;
 
 // 0.3, 0.59 and 0.11, the exact floats of the record's luminance.
 inline float lightLuminance(const T3Float& c) { return 0.3f * c.x + 0.59f * c.y + 0.11f * c.z; }
@@ -41,7 +40,9 @@ struct TrenderLightShapeVS : TdependNodeVS {
     bool setupDependencies(TdependencyMatrix& m) override;
 };
 
-class TrenderLightShape : public TnodeClass<TrenderLightShape, TshadingMixin<TlightShape>, TrenderLightShapeVS> {
+// A light is also the callback object its records carry as blind data.
+class TrenderLightShape : public TnodeClass<TrenderLightShape, TshadingMixin<TlightShape>, TrenderLightShapeVS>,
+                          public TlightCallbacks {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TrenderLightShape", 300, "kRenderLight", true);
     SN_ATTRIBUTE(RayInstance, rayInstance)
@@ -61,14 +62,6 @@ public:
     void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
     void analyse(TDNshadingEngine* group, TSEnodeDescription* desc, void* context, TbitField64& mask) override;
 
-    virtual float integrateLambertianReflectance(const T4dFltVector& lightDir, const T4dFltPoint& point, const T4dFltVector& normal,
-                                                 bool fromSurface);
-    virtual T4dFltVector maxPhongSpecularDirection(const T4dFltVector& lightDir, const T4dFltPoint& point,
-                                                   const T4dFltVector& reflection, const T4dFltVector& normal,
-                                                   const T4dFltVector* view);
-    virtual float lightAttenuation(const T4dFltPoint& point, const T4dFltVector& normal, bool fromSurface);
-    virtual float hemisphereCoverage(const T4dFltVector& lightDir, const T4dFltPoint& point, const T4dFltVector& direction,
-                                     bool fromSurface);
     // Ray-traced shadows of samples start .. start + count - 1 of the block:
     // per sample the light that passes (white: none blocked). Samples marked
     // in `skip` are left alone; `hit` says which were blocked at all.

@@ -186,7 +186,6 @@ public:
     // overload without arguments uses the group's members.
     void collectLights(const std::vector<TdagPath>& objects);
     void collectLights() { collectLights(members()); }
-    const std::vector<TdependNode*>& lights() const { return fLights; }
     const std::vector<TdependNode*>& shadowLights() const { return fShadowLights; }
     // The running count of distinct live lights the last collection ended
     // with, for the light or the shadow pass.

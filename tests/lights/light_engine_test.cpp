@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "lights/light_fixture.h"
-#include "lights/render_pass_control.h"
+#include "shading/render_pass_control.h"
 #include "support/alloc_counter.h"
 
 namespace {

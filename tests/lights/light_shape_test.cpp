@@ -63,7 +63,7 @@ TEST(PointLight, DecayIsFlatWithinUnitDistance) {
         EXPECT_TRUE(d.lightDiffuse);
         EXPECT_TRUE(d.lightSpecular);
         EXPECT_EQ(d.lightShadowFraction, 0.0f);
-        EXPECT_EQ(d.lightBlindData, static_cast<void*>(static_cast<TrenderLightShape*>(light)));
+        EXPECT_EQ(d.lightBlindData, static_cast<void*>(static_cast<TlightCallbacks*>(light)));
     }
 }
 

@@ -1,3 +1,0 @@
-#include "lights/render_pass_control.h"
-
-int currentRenderPassControl = 0;
