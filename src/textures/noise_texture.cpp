@@ -91,10 +91,14 @@ float TdnNoise::sValue(const TnoiseParams& p, float u, float v) {
         default: {
             TperlinTexture t;
             sSetCommon(t, p);
-            // Wispy drags each octave along its direction; space-time runs
-            // through the time cells instead of sliding.
-            t.setDoSmear(p.noiseType == kWispy);
+            // Space-time runs through the time cells instead of sliding.
+            // Wispy drags each octave along its own direction, which only
+            // the solid form does: it is read in the plane z = 0.
             t.setAnimated(p.noiseType == kSpaceTime);
+            if (p.noiseType == kWispy) {
+                t.setDoSmear(true);
+                return t.getValue(u, v, 0.0f, p.time);
+            }
             return t.getValue2(u, v, p.time);
         }
     }

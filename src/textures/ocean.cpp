@@ -12,13 +12,12 @@ constexpr float kPi = 3.1415927f;
 constexpr float kTwoPi = 6.2831855f;
 }  // namespace
 
-TcurveAttribute::TcurveAttribute(const char* name, const char* shortName, const char* tag, const char* posShort,
-                                 const char* posTag, const char* valShort, const char* valTag, const char* interpShort,
-                                 const char* interpTag)
-    : whole(name, shortName, TiffTag(tag)),
-      position(Tstring(name) + Tstring("_Position"), posShort, TiffTag(posTag)),
-      value(Tstring(name) + Tstring("_FloatValue"), valShort, TiffTag(valTag)),
-      interp(Tstring(name) + Tstring("_Interp"), interpShort, TiffTag(interpTag)) {
+TcurveAttribute::TcurveAttribute(const char* name, const char* shortName, TiffTag tag, const char* posShort, TiffTag posTag,
+                                 const char* valShort, TiffTag valTag, const char* interpShort, TiffTag interpTag)
+    : whole(name, shortName, tag),
+      position(Tstring(name) + Tstring("_Position"), posShort, posTag),
+      value(Tstring(name) + Tstring("_FloatValue"), valShort, valTag),
+      interp(Tstring(name) + Tstring("_Interp"), interpShort, interpTag) {
     whole.setMulti(true);
     position.setParent(&whole);
     value.setParent(&whole);

@@ -11,8 +11,8 @@ struct TcurveAttribute {
     TattributeCompound whole;
     TattributeFloat position, value;
     TattributeEnum interp;
-    TcurveAttribute(const char* name, const char* shortName, const char* tag, const char* posShort, const char* posTag,
-                    const char* valShort, const char* valTag, const char* interpShort, const char* interpTag);
+    TcurveAttribute(const char* name, const char* shortName, TiffTag tag, const char* posShort, TiffTag posTag,
+                    const char* valShort, TiffTag valTag, const char* interpShort, TiffTag interpTag);
 };
 
 struct TdnVSOcean : TdependNodeVS {

@@ -22,16 +22,17 @@ TEST(Bulge, SquaresPeakAtTheirCentreAndVanishInTheLines) {
     struct {
         float u, v, uw, vw, want;
     } cases[] = {
-        // The centre of each half-cell square: both humps at their top.
-        {0.25f, 0.25f, 0.1f, 0.1f, 1},
-        {0.75f, 0.75f, 0.1f, 0.1f, 1},
-        {0.25f, 0.75f, 0.3f, 0.0f, 1},
-        // In the lines (2u within the width of an edge) the value is 0.
-        {0.02f, 0.25f, 0.1f, 0.1f, 0},
-        {0.25f, 0.98f, 0.1f, 0.1f, 0},
-        {0.5f, 0.25f, 0.1f, 0.1f, 0},
-        // Widths of 1 leave no square at all.
-        {0.25f, 0.25f, 1.0f, 0.1f, 0},
+        // One square per unit, centred at (0.5, 0.5): both humps at their top.
+        {0.5f, 0.5f, 0.1f, 0.1f, 1},
+        {1.5f, -0.5f, 0.1f, 0.1f, 1},
+        {0.5f, 0.5f, 0.3f, 0.0f, 1},
+        // In the lines (2u within a width of the unit's edge) the value is 0.
+        {0.02f, 0.5f, 0.1f, 0.1f, 0},
+        {0.5f, 0.98f, 0.1f, 0.1f, 0},
+        {0.0f, 0.5f, 0.1f, 0.1f, 0},
+        {1.0f, 0.5f, 0.1f, 0.1f, 0},
+        // A width of 1 leaves no square at all.
+        {0.5f, 0.5f, 1.0f, 0.1f, 0},
     };
     for (auto& c : cases) EXPECT_NEAR(TdnBulge::sValue(c.u, c.v, c.uw, c.vw), c.want, 1e-5f) << c.u << "," << c.v;
     // Off centre the value is the product of the two humps.
@@ -79,14 +80,15 @@ TEST(Fractal, LevelsFollowTheFilterWidth) {
 }
 
 TEST(Fractal, OneOctaveIsTheNoiseItself) {
-    // A wide filter leaves exactly one octave: value = (noise2 * amplitude + 1) / 2 + threshold.
+    // Levels held at exactly 1: value = (noise2 * amplitude + 1) / 2 + threshold.
     TfractalParams p;
+    p.levelMax = 1;
     p.amplitude = 0.8f;
     p.threshold = 0.1f;
     for (float u = 0.05f; u < 1; u += 0.11f)
         for (float v = 0.03f; v < 1; v += 0.13f) {
             float want = std::min(0.1f + (Tnoise::noise2(u, v) * 0.8f + 1.0f) * 0.5f, 1.0f);
-            EXPECT_NEAR(fractalAt(p, u, v, 1.0f), want, 1e-6f) << u << "," << v;
+            EXPECT_NEAR(fractalAt(p, u, v), want, 1e-6f) << u << "," << v;
         }
 }
 
@@ -102,8 +104,12 @@ TEST(Fractal, BiasEndsAndMidpoints) {
         EXPECT_NEAR(TdnFractal::sBias(-1.0f, b), -1.0f, 1e-5f) << b;
         // Odd, and pushed out by a positive bias, in by a negative one.
         EXPECT_NEAR(TdnFractal::sBias(-0.5f, b), -TdnFractal::sBias(0.5f, b), 1e-6f);
-        if (b > 0) EXPECT_GT(TdnFractal::sBias(0.5f, b), 0.5f) << b;
-        if (b < 0) EXPECT_LT(TdnFractal::sBias(0.5f, b), 0.5f) << b;
+        if (b > 0) {
+            EXPECT_GT(TdnFractal::sBias(0.5f, b), 0.5f) << b;
+        }
+        if (b < 0) {
+            EXPECT_LT(TdnFractal::sBias(0.5f, b), 0.5f) << b;
+        }
     }
 }
 
@@ -142,11 +148,12 @@ TEST(Fractal, PeriodicForAWholeFrequencyRatioAndDeterministic) {
 }
 
 TEST(Fractal, OldAndNewLookupsDifferOnlyAfterTheFirstOctave) {
-    TfractalParams p;
+    TfractalParams p, one;
+    one.levelMax = 1;
     float oneOctave[2], all[2];
     for (int old = 0; old < 2; ++old) {
         TdnFractal::oldFractal = old;
-        oneOctave[old] = fractalAt(p, 0.31f, 0.57f, 1.0f);
+        oneOctave[old] = fractalAt(one, 0.31f, 0.57f);
         all[old] = fractalAt(p, 0.31f, 0.57f);
     }
     TdnFractal::oldFractal = false;

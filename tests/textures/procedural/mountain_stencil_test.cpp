@@ -46,19 +46,21 @@ TEST(Mountain, LevelsAndHeight) {
     }
 }
 
-TEST(Mountain, GradientIsTheSlopeOfTheHeight) {
-    // The gradient is per lattice cell: a step of one cell (1/32) in u moves
-    // the first octave's height by about gx.
-    float h0, gx, gy, hu, hv, unused1, unused2;
-    const float u = 0.3f, v = 0.6f, e = 1.0f / 32.0f / 256.0f;
-    TdnMountain::sHeight(u, v, 1, 0.5f, 0.0f, h0, gx, gy);
-    EXPECT_EQ(gx, 0.0f) << "level 0 with L = 0 has weight 0";
-    TdnMountain::sHeight(u, v, 1, 0.5f, 1.0f, h0, gx, gy);
-    TdnMountain::sHeight(u, v, 1, 0.5f, 1.0f, hu, unused1, unused2);
-    TdnMountain::sHeight(u + e, v, 1, 0.5f, 1.0f, hu, unused1, unused2);
-    TdnMountain::sHeight(u, v + e, 1, 0.5f, 1.0f, hv, unused1, unused2);
-    EXPECT_NEAR((hu - h0) * 256.0f, gx, 0.02f);
-    EXPECT_NEAR((hv - h0) * 256.0f, gy, 0.02f);
+TEST(Mountain, OneOctaveIsTheLatticeScaledByTheAmplitude) {
+    for (float u : {0.3f, 0.71f})
+        for (float amplitude : {1.0f, 0.4f}) {
+            float h, gx, gy;
+            TdnMountain::sHeight(u, 0.6f, amplitude, 0.5f, 1.0f, h, gx, gy);
+            float d[3];
+            Tnoise::DNoise2(u, 0.6f, d);
+            EXPECT_FLOAT_EQ(h, d[2] * amplitude);
+            EXPECT_FLOAT_EQ(gx, d[0] * amplitude);
+            EXPECT_FLOAT_EQ(gy, d[1] * amplitude);
+        }
+    float h, gx, gy;
+    TdnMountain::sHeight(0.3f, 0.6f, 1.0f, 0.5f, 0.0f, h, gx, gy);
+    EXPECT_EQ(h, 0.0f) << "no level at all";
+    EXPECT_EQ(gx, 0.0f);
 }
 
 TEST(Mountain, SnowFollowsAltitudeAndSlope) {
@@ -173,9 +175,10 @@ TEST(Stencil, KeyCutsColoursNearTheKey) {
     T3Float hsv = TrenderUtilities::RGBtoHSV(key.colorKey);
     hsv.z -= 0.125f;
     EXPECT_EQ(TdnStencil::sKeep(TrenderUtilities::HSVtoRGB(hsv), key), 0.0f);
-    // Differing by 0.4 of a 0.5 range: likeness 0.2, below the threshold 0.5 -> kept 1 - 0.2 / 0.5.
-    hsv.z -= 0.075f;
-    EXPECT_NEAR(TdnStencil::sKeep(TrenderUtilities::HSVtoRGB(hsv), key), 1.0f - 0.2f / 0.5f, 1e-4f);
+    // Differing by 0.3 in value, 0.6 of the range: likeness 0.4, below the
+    // threshold 0.5 -> kept 1 - 0.4 / 0.5.
+    hsv.z -= 0.175f;
+    EXPECT_NEAR(TdnStencil::sKeep(TrenderUtilities::HSVtoRGB(hsv), key), 1.0f - 0.4f / 0.5f, 1e-4f);
     // Tiny ranges count as 0.004: a small difference is already a full range.
     key.valueRange = 0.0f;
     EXPECT_EQ(TdnStencil::sKeep(TrenderUtilities::HSVtoRGB(hsv), key), 1.0f);
@@ -196,14 +199,15 @@ TEST(Stencil, ImageComputesOnlyWhereTheMaskLetsItShow) {
         stencil->setAttributeValue(&TdnStencil::saMask(), &c.mask);
         stencil->setAttributeValue(&TdnStencil::saEdgeBlend(), &c.edge);
         stencil->setAttributeValue(&TdnStencil::saKeyMasking(), &c.key);
-        T3Float key(0.3f, 0.3f, 0.25f);
+        std::vector<T2Float> uvs = batchUvs();
+        // The key is the image's colour at one sample: it and its like are cut.
+        T3Float key = TtexTestSource::sColourAt(uvs[20]);
         stencil->setAttributeValue(&TdnStencil::saColorKey(), &key);
         T3Float fallback(0.2f, 0.4f, 0.6f);
         stencil->setAttributeValue(&TdnTx2D::saDefaultColor(), &fallback);
         net.show(stencil, TdnTx2D::saOutColor());
         TshadingOpus* opus = net.analyse();
         ASSERT_NE(opus, nullptr) << c.name;
-        std::vector<T2Float> uvs = batchUvs();
         TtextureBatch batch(net.group, uvs);
         batch.shade(opus);
         int need = 0, kept = 0;
@@ -223,7 +227,11 @@ TEST(Stencil, ImageComputesOnlyWhereTheMaskLetsItShow) {
             EXPECT_NEAR(batch.colour(i).y, want.y, 1e-5f) << c.name << " " << i;
         }
         EXPECT_EQ(image->samples, need) << c.name << ": the key reads the image once, where the mask leaves it a chance";
-        if (c.mask == 1.0f) EXPECT_EQ(image->samples, 0) << c.name;
-        if (c.key) EXPECT_LT(kept, need) << c.name << ": the case must key some samples out";
+        if (c.mask == 1.0f) {
+            EXPECT_EQ(image->samples, 0) << c.name;
+        }
+        if (c.key) {
+            EXPECT_LT(kept, need) << c.name << ": the case must key some samples out";
+        }
     }
 }

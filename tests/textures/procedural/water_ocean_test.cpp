@@ -24,8 +24,12 @@ TEST(Water, WaveListSumsToOneAndFollowsTheWind) {
             EXPECT_NEAR(std::hypot(list.direction[k].x, list.direction[k].y), 1.0f, 1e-5f);
             // Within 45 degrees of the wind (straight up in v).
             EXPECT_GE(list.direction[k].y, std::cos(0.7853982f) - 1e-5f) << k;
-            if (k > 0) EXPECT_LE(list.amplitude[k], list.amplitude[k - 1]) << "smoothness damps the higher waves";
-            if (k > 0) EXPECT_GT(list.frequency[k], list.frequency[k - 1]);
+            if (k > 0) {
+                EXPECT_LE(list.amplitude[k], list.amplitude[k - 1]) << "smoothness damps the higher waves";
+            }
+            if (k > 0) {
+                EXPECT_GT(list.frequency[k], list.frequency[k - 1]);
+            }
         }
         EXPECT_NEAR(total, 1.0f, 1e-5f);
         TwaveList again;
@@ -72,7 +76,8 @@ TEST(Water, WavesTravelWithTime) {
 
 TEST(Water, RippleIsAPacketAroundItsRing) {
     TrippleParams p;
-    p.time = 0.3f;  // the ring at radius 0.3, width 0.005 + 0.09
+    p.time = 0.3f;  // the ring at radius 0.3
+    p.spreadRate = 0.01f;  // width 0.005 + 0.003
     p.origin = T2Float{0.5f, 0.5f};
     // Far from the ring the packet is skipped: exactly 0.
     EXPECT_EQ(TdnWater::sRipple(p, 0.5f, 0.5f), 0.0f);
