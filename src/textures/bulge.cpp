@@ -29,10 +29,8 @@ float TdnBulge::sWave(float x) {
     return 1.0f - 16.0f * d * d;
 }
 
-static float sWrapUnit(float x) { return (x < 0.0f || x > 1.0f) ? x - std::floor(x) : x; }
-
 float TdnBulge::sValue(float u, float v, float uWidth, float vWidth) {
-    float u2 = 2.0f * sWrapUnit(u), v2 = 2.0f * sWrapUnit(v);
+    float u2 = 2.0f * wrapToUnit(u), v2 = 2.0f * wrapToUnit(v);
     if (!(uWidth < u2 && u2 < 2.0f - uWidth && vWidth < v2 && v2 < 2.0f - vWidth)) return 0.0f;
     // Inside the square both widths are below 1, so the divisions are safe.
     float wu = sWave((u2 - uWidth) / (1.0f - uWidth) * 0.25f);

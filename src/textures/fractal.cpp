@@ -42,15 +42,14 @@ bool TdnVSFractal::setupDependencies(TdependencyMatrix& m) {
 }
 
 float TdnFractal::sLevels(const TfractalParams& p, float fw) {
-    fw = std::max(fw, 1e-08f);
-    float x = std::min(fw * 32.0f, 0.5f);
+    float logWidth = octaveLogForWidth(fw);
     float levels;
     if (p.frequencyRatio == 2.0f)
-        levels = -std::log(x) / 0.6931f;
+        levels = logWidth / 0.6931f;
     else if (p.frequencyRatio <= 1.01f)
-        levels = -std::log(x) / std::log(1.01f);
+        levels = logWidth / std::log(1.01f);
     else
-        levels = -std::log(x) / std::log(p.frequencyRatio);
+        levels = logWidth / std::log(p.frequencyRatio);
     return std::clamp(levels, p.levelMin, std::max(p.levelMin, p.levelMax));
 }
 

@@ -41,9 +41,7 @@ void TdnMountain::analyse(TDNshadingEngine*, TSEnodeDescription* description, vo
 }
 
 float TdnMountain::sLevels(float fw, float depthMax) {
-    fw = std::max(fw, 1e-08f);
-    float x = std::min(fw * 32.0f, 0.5f);
-    return std::clamp(-std::log(x) / 0.6931f, 0.0f, std::max(depthMax, 0.0f));
+    return std::clamp(octaveLogForWidth(fw) / 0.6931f, 0.0f, std::max(depthMax, 0.0f));
 }
 
 void TdnMountain::sHeight(float u, float v, float amplitude, float roughness, float levels, float& height, float& gx,

@@ -40,14 +40,12 @@ float edgeAxis(float x, float e) {
     return (std::cos((t + 1.0f) * kPi) + 1.0f) * 0.5f;
 }
 
-float wrapUnit(float x) { return (x < 0.0f || x > 1.0f) ? x - std::floor(x) : x; }
-
 float rangeDistance(float d, float range) { return std::min(d / std::max(range, TdnStencil::kMinRange), 1.0f); }
 }  // namespace
 
 float TdnStencil::sEdge(float u, float v, float edgeBlend) {
     if (edgeBlend <= 0.0f) return 1.0f;
-    return edgeAxis(wrapUnit(u), edgeBlend) * edgeAxis(wrapUnit(v), edgeBlend);
+    return edgeAxis(wrapToUnit(u), edgeBlend) * edgeAxis(wrapToUnit(v), edgeBlend);
 }
 
 float TdnStencil::sKeep(const T3Float& image, const TstencilKey& key) {

@@ -6,6 +6,7 @@
 // texture's vector compute: a first pass runs the pattern and records, per
 // sample, how much of each colour input it needs; the inputs are then
 // computed only for the runs of samples that need them; a last pass mixes.
+#include <cmath>
 #include <cstdint>
 #include <memory>
 
@@ -29,6 +30,14 @@ constexpr float kWeightEpsilon = 1e-5f;
 using T4dDblVectorArray = TtypedArray<T4dDblVector>;
 
 inline float luminance(const T3Float& c) { return 0.3f * c.x + 0.59f * c.y + 0.11f * c.z; }
+// A coordinate outside 0 to 1 brought into it by its floor.
+inline float wrapToUnit(float x) { return (x < 0.0f || x > 1.0f) ? x - std::floor(x) : x; }
+// -log of the filter width seen by a fractal's octaves: x = 32 fw, held
+// between 32e-8 and 0.5. Divided by log 2 it is the number of octaves.
+inline float octaveLogForWidth(float fw) {
+    float x = (fw > 1e-08f ? fw : 1e-08f) * 32.0f;
+    return -std::log(x < 0.5f ? x : 0.5f);
+}
 inline bool isOutsideUv(const T2Float& uv) { return uv.x <= kOutsideUvTest && uv.y <= kOutsideUvTest; }
 
 struct TdnVSTx2D : TdependNodeVS {
