@@ -6,6 +6,8 @@
 SN_REGISTER_NODE_CLASS(TdnPlace3dTxDag)
 
 TdnVSPlace3dTxDag::TdnVSPlace3dTxDag() {
+    const TfltMatrix identity;
+    worldInverseMatrix.setDefaultBytes(&identity, sizeof identity);
     worldInverseMatrix.setFlag(kAttrWritable, false);
     worldInverseMatrix.setComputeModifies(true);
 }

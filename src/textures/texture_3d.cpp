@@ -9,6 +9,9 @@
 SN_REGISTER_NODE_CLASS(TdnTx3D)
 
 TdnVSTx3D::TdnVSTx3D() {
+    const TfltMatrix identity;
+    placementMatrix.setDefaultBytes(&identity, sizeof identity);
+    matrixEyeToWorld.setDefaultBytes(&identity, sizeof identity);
     wrap.setNativeDefaultData(1.0);
     filter.setNativeDefaultData(1.0);
     colorGain.setDefault(1, 1, 1);

@@ -5,6 +5,9 @@
 SN_REGISTER_NODE_CLASS(TdnTxEnv)
 
 TdnVSTxEnv::TdnVSTxEnv() {
+    const TfltMatrix identity;
+    placementMatrix.setDefaultBytes(&identity, sizeof identity);
+    matrixEyeToWorld.setDefaultBytes(&identity, sizeof identity);
     xPixelAngle.setNativeDefaultData(TdnTxEnv::kDefaultPixelAngle);
     normalCamera.setDefault(0, 0, 1);
     rayDirection.setDefault(0, 0, 1);

@@ -122,6 +122,13 @@ TEST(TextureEnv, RayDirectionInPlacementSpace) {
     float angle = 0;
     std::memcpy(&angle, TdnTxEnv::saXPixelAngle().defaultData(), sizeof angle);
     EXPECT_FLOAT_EQ(angle, 0.00205f);
+    // Unconnected matrices leave points and rays where they are.
+    for (const Tattribute* m : {static_cast<const Tattribute*>(&TdnTxEnv::saPlacementMatrix()), static_cast<const Tattribute*>(&TdnTx3D::saPlacementMatrix()),
+                                static_cast<const Tattribute*>(&TdnTx3D::saMatrixEyeToWorld())}) {
+        TfltMatrix stored;
+        std::memcpy(&stored, m->defaultData(), sizeof stored);
+        EXPECT_EQ(stored, TfltMatrix()) << m->longName().asC();
+    }
 }
 
 TEST(Place3d, UnitCubeAndItsInverseMatrix) {
