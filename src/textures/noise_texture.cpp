@@ -61,10 +61,8 @@ static void sSetCommon(TvolumeTexture& t, const TnoiseParams& p) {
     t.setHarmonics(std::clamp<short>(p.depthMax, 1, TdnNoise::kMaxDepth));
     // The object divides its frequency into successive octaves by the ratio.
     t.setRatio(p.frequencyRatio != 0.0f ? 1.0f / p.frequencyRatio : 0.0f);
-    // The object divides the coordinates by its scale: 1 / frequency
-    // multiplies them by the frequency (a scale of 0 is held at its minimum).
-    float s = p.frequency != 0.0f ? 1.0f / p.frequency : 0.0f;
-    t.setScale(T3Float(s, s, 1.0f));
+    // The UV times the frequency; a frequency of 0 reads one point.
+    t.setFrequency(p.frequency);
     t.setAbsolute(p.inflection);
     t.setImplode(p.implode);
     t.setImplodeCenter(T3Float(p.implodeCenter.x, p.implodeCenter.y, 0.0f));

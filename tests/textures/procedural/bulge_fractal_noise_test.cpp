@@ -206,6 +206,15 @@ TEST(Noise, FrequencyScalesTheUv) {
     }
 }
 
+TEST(Noise, FrequencyZeroIsOnePointEverywhere) {
+    for (short type : {TdnNoise::kPerlinNoise, TdnNoise::kBillow, TdnNoise::kWave}) {
+        TnoiseParams p = noiseOf(type);
+        p.frequency = 0;
+        Tstats s = statsOver([&](float u, float v) { return TdnNoise::sValue(p, u, v); }, 12, -3.0f, 7.0f);
+        EXPECT_EQ(s.min, s.max) << type;
+    }
+}
+
 TEST(Noise, RangeDeterminismAndTypes) {
     float sums[5];
     for (short type = 0; type < 5; ++type) {

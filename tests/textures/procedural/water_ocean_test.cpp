@@ -187,6 +187,15 @@ TEST(Ocean, HeightIsNormalisedAndScaleIsAUnit) {
     EXPECT_LE(s.max, 1.0f);
     EXPECT_GT(s.variance, 1e-3);
     for (float u = 0.1f; u < 1; u += 0.2f) EXPECT_NEAR(a.height(u, 0.4f), b.height(u * 0.5f, 0.2f), 1e-4f) << u;
+    ToceanWaves again;
+    again.build(p, none, none, none);
+    for (float u = 0.1f; u < 1; u += 0.2f) EXPECT_EQ(a.height(u, 0.7f), again.height(u, 0.7f)) << "the same sea every time";
+    // Time moves the waves.
+    ToceanParams later = p;
+    later.time = 2.0f;
+    ToceanWaves moved;
+    moved.build(later, none, none, none);
+    EXPECT_NE(a.height(0.3f, 0.3f), moved.height(0.3f, 0.3f));
 }
 
 TEST(Ocean, PeakingSharpensCrestsAndHeightCurveFlattens) {
