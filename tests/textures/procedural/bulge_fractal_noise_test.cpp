@@ -260,7 +260,7 @@ TEST(ValueTextures, BatchEqualsTheScalarPull) {
         TdependNode* node = net.make<TdependNode>(c.type);
         ASSERT_NE(node, nullptr) << c.type;
         node->setAttributeValue(c.attribute, &c.value);
-        float offset = 0.125f;
+        T3Float offset(0.125f, 0.125f, 0.125f);
         node->setAttributeValue(&TdnTx2D::saColorOffset(), &offset);
         net.show(node, TdnTx2D::saOutColor());
         expectBatchEqualsPull(net, node, batchUvs(), T2Float{0.004f, 0.002f}, c.type);
