@@ -25,8 +25,6 @@ void TdnChecker::analyse(TDNshadingEngine*, TSEnodeDescription* description, voi
     description->markLazyInput(attrColor2());
 }
 
-static float sWrapUnit(float x) { return (x < 0.0f || x > 1.0f) ? x - std::floor(x) : x; }
-
 // Distance of x to the nearest edge of a half-unit cell.
 static float sEdgeDistance(float x) {
     float d = 2.0f * x - std::floor(2.0f * x);
@@ -34,7 +32,7 @@ static float sEdgeDistance(float x) {
 }
 
 float TdnChecker::sColor1Weight(T2Float uv, T2Float filterSize, float filter, float filterOffset, float contrast) {
-    float u = sWrapUnit(uv.x), v = sWrapUnit(uv.y);
+    float u = wrapToUnit(uv.x), v = wrapToUnit(uv.y);
     float c = contrast;
     float f = std::max(filter, 0.0f);
     float fu = std::max(2.0f * std::fabs(filterSize.x * f + filterOffset), 1e-8f);

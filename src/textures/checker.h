@@ -24,6 +24,11 @@ public:
     // The weight of color1 at (u, v); color2 has 1 minus it.
     static float sColor1Weight(T2Float uv, T2Float filterSize, float filter, float filterOffset, float contrast);
 
+    bool mapUVtoClr(TplugArray&, T4dDblVectorArray* colours, TdoubleArray* alphas, const TdoubleArray& u,
+                    const TdoubleArray& v) override {
+        return mapUVtoClrByCompute(u, v, colours, alphas);
+    }
+
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
 };

@@ -49,6 +49,11 @@ public:
 
     static TclothSample sWeave(const TclothParams& p, float u, float v);
 
+    bool mapUVtoClr(TplugArray&, T4dDblVectorArray* colours, TdoubleArray* alphas, const TdoubleArray& u,
+                    const TdoubleArray& v) override {
+        return mapUVtoClrByCompute(u, v, colours, alphas);
+    }
+
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
 };

@@ -29,6 +29,11 @@ public:
     static float sLineWeight(T2Float uv, T2Float filterSize, float filter, float filterOffset, float contrast, float uWidth,
                              float vWidth);
 
+    bool mapUVtoClr(TplugArray&, T4dDblVectorArray* colours, TdoubleArray* alphas, const TdoubleArray& u,
+                    const TdoubleArray& v) override {
+        return mapUVtoClrByCompute(u, v, colours, alphas);
+    }
+
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
 };

@@ -161,8 +161,6 @@ float TdnRamp::sRampValue(short type, float u, float v) {
     }
 }
 
-static float sWrapUnit(float x) { return (x < 0.0f || x > 1.0f) ? x - std::floor(x) : x; }
-
 bool TdnRamp::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isColorOutput(plug)) return TdnTx2D::vectorComputePlug(plug, block, first, count);
     TrampKeys keys;
@@ -208,8 +206,8 @@ bool TdnRamp::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned f
         };
         float hn = amount(hueNoise, hueFreq), sn = amount(satNoise, satFreq), vn = amount(valNoise, valFreq);
         bool colourNoise = hueNoise.asFloat(i) >= 1e-5f || satNoise.asFloat(i) >= 1e-5f || valNoise.asFloat(i) >= 1e-5f;
-        u = sWrapUnit(u);
-        v = sWrapUnit(v);
+        u = wrapToUnit(u);
+        v = wrapToUnit(v);
         short kind = interp.asShort(i);
         T3Float c;
         switch (short t = type.asShort(i)) {

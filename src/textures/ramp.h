@@ -77,6 +77,11 @@ public:
     // wrapped UV (the UV and Four Corner types make a colour instead).
     static float sRampValue(short type, float u, float v);
 
+    bool mapUVtoClr(TplugArray&, T4dDblVectorArray* colours, TdoubleArray* alphas, const TdoubleArray& u,
+                    const TdoubleArray& v) override {
+        return mapUVtoClrByCompute(u, v, colours, alphas);
+    }
+
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
 };

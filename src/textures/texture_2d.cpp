@@ -87,3 +87,55 @@ void TdnTx2D::colorEffects(TdataBlock& block, T3Float& colour, float& alpha) {
     unsigned i = block.currentIndex();
     Ttx2dEffects(block, i, 1).apply(i, colour, alpha);
 }
+
+bool TdnTx2D::mapUVtoClr(TplugArray&, T4dDblVectorArray* colours, TdoubleArray* alphas, const TdoubleArray& u,
+                         const TdoubleArray& v) {
+    if (u.length() != v.length()) return false;
+    unsigned n = u.length();
+    if (colours) {
+        colours->setLength(n);
+        for (unsigned i = 0; i < n; ++i) (*colours)[i] = T4dDblVector(0, 0, 0, 1);
+    }
+    if (alphas) {
+        alphas->setLength(n);
+        for (unsigned i = 0; i < n; ++i) (*alphas)[i] = 0.0;
+    }
+    return true;
+}
+
+bool TdnTx2D::mapUVtoColor(float u, float v, T3Float& colour, float& alpha) {
+    if (hasConnections(&attrUvCoord()) || hasConnections(&attrUvCoordU()) || hasConnections(&attrUvCoordV())) return false;
+    T2Float uv{u, v};
+    if (!setAttributeValue(&attrUvCoord(), &uv)) return false;
+    return getAttributeValue(&attrOutColor(), &colour) && getAttributeValue(&attrOutAlpha(), &alpha);
+}
+
+bool TdnTx2D::mapUVtoClrByCompute(const TdoubleArray& u, const TdoubleArray& v, T4dDblVectorArray* colours, TdoubleArray* alphas) {
+    if (u.length() != v.length()) return false;
+    unsigned n = u.length();
+    if (colours) colours->setLength(n);
+    if (alphas) alphas->setLength(n);
+    T2Float saved;
+    getAttributeValue(&attrUvCoord(), &saved);
+    for (unsigned i = 0; i < n; ++i) {
+        T3Float c;
+        float a = 0.0f;
+        if (!mapUVtoColor(float(u[i]), float(v[i]), c, a)) return false;
+        if (colours) (*colours)[i] = T4dDblVector(c.x, c.y, c.z, 1.0 - a);
+        if (alphas) (*alphas)[i] = a;
+    }
+    setAttributeValue(&attrUvCoord(), &saved);
+    return true;
+}
+
+bool TdnTx2D::getColorAttrValue(TdependNode* node, const Tattribute& attribute, T3Float& colour) {
+    if (!node) return false;
+    return node->getAttributeValue(&attribute, &colour);
+}
+
+TdnTx2D* TdnTx2D::getInputTxNode(const Tplug& plug) {
+    if (plug.isNull()) return nullptr;
+    const Tplug* source = plug.node()->sourceOf(plug);
+    if (!source || source->isNull()) return nullptr;
+    return static_cast<TdnTx2D*>(source->node()->cast(TdnTx2D::sMetaclass()));
+}

@@ -6,10 +6,13 @@
 // texture's vector compute: a first pass runs the pattern and records, per
 // sample, how much of each colour input it needs; the inputs are then
 // computed only for the runs of samples that need them; a last pass mixes.
+#include <cmath>
 #include <cstdint>
 #include <memory>
 
+#include "framework/host/array.h"
 #include "framework/host/attribute_groups.h"
+#include "framework/host/double_math.h"
 #include "framework/host/node_class.h"
 #include "framework/node_registry.h"
 #include "framework/render_node.h"
@@ -23,7 +26,18 @@ constexpr float kOutsideUvTest = -1e7f;
 // An input whose weight is below this is neither computed nor read.
 constexpr float kWeightEpsilon = 1e-5f;
 
+// Baked colours: red, green, blue and transparency in x, y, z, w.
+using T4dDblVectorArray = TtypedArray<T4dDblVector>;
+
 inline float luminance(const T3Float& c) { return 0.3f * c.x + 0.59f * c.y + 0.11f * c.z; }
+// A coordinate outside 0 to 1 brought into it by its floor.
+inline float wrapToUnit(float x) { return (x < 0.0f || x > 1.0f) ? x - std::floor(x) : x; }
+// -log of the filter width seen by a fractal's octaves: x = 32 fw, held
+// between 32e-8 and 0.5. Divided by log 2 it is the number of octaves.
+inline float octaveLogForWidth(float fw) {
+    float x = (fw > 1e-08f ? fw : 1e-08f) * 32.0f;
+    return -std::log(x < 0.5f ? x : 0.5f);
+}
 inline bool isOutsideUv(const T2Float& uv) { return uv.x <= kOutsideUvTest && uv.y <= kOutsideUvTest; }
 
 struct TdnVSTx2D : TdependNodeVS {
@@ -112,22 +126,31 @@ public:
     // luminance when `alphaFromColour` or alphaIsLuminance says so; then the
     // colour effects. `clampAtZero` holds each channel of the mix at 0 from
     // below. Writes outColor and outAlpha.
+    // Computes input k now, for the runs of samples that need it so far,
+    // for a pattern that must see an input before it can settle its
+    // weights. The weights set afterwards may only drop samples: finish
+    // does not compute the input again.
+    const TdataHandle& computeInput(TdataBlock& block, unsigned k, const Tattribute& input) {
+        unsigned i = fFirst, end = fFirst + fCount;
+        while (i < end) {
+            if (!at(i).need[k] || at(i).done) {
+                ++i;
+                continue;
+            }
+            unsigned j = i + 1;
+            while (j < end && at(j).need[k] && !at(j).done) ++j;
+            fIn[k] = block.inputValue(input, i, j - i);
+            i = j;
+        }
+        fReady[k] = true;
+        return fIn[k];
+    }
+
     void finish(TdataBlock& block, const Tattribute* const* inputs, const Tattribute& outColor, const Tattribute& outAlpha,
                 bool alphaFromColour = false, bool clampAtZero = false) {
-        TdataHandle in[kInputs > 0 ? kInputs : 1];
-        for (unsigned k = 0; k < kInputs; ++k) {
-            unsigned i = fFirst, end = fFirst + fCount;
-            while (i < end) {
-                if (!at(i).need[k] || at(i).done) {
-                    ++i;
-                    continue;
-                }
-                unsigned j = i + 1;
-                while (j < end && at(j).need[k] && !at(j).done) ++j;
-                in[k] = block.inputValue(*inputs[k], i, j - i);
-                i = j;
-            }
-        }
+        TdataHandle* in = fIn;
+        for (unsigned k = 0; k < kInputs; ++k)
+            if (!fReady[k]) computeInput(block, k, *inputs[k]);
         Ttx2dEffects effects(block, fFirst, fCount);
         TdataHandle color = block.outputValue(outColor, fFirst, fCount);
         TdataHandle alpha = block.outputValue(outAlpha, fFirst, fCount);
@@ -151,6 +174,8 @@ public:
 
 private:
     unsigned fFirst, fCount;
+    TdataHandle fIn[kInputs > 0 ? kInputs : 1];
+    bool fReady[kInputs > 0 ? kInputs : 1] = {};
     Record fLocal[kBatchSize];
     Record* fRecords = fLocal;
     std::unique_ptr<Record[]> fHeap;
@@ -190,4 +215,43 @@ public:
     static float filteredSize(const T2Float& size, float filter, float filterOffset);
     // Invert, gains and offsets (alphaIsLuminance is each texture's own step).
     static void colorEffects(TdataBlock& block, T3Float& colour, float& alpha);
+
+    // Baking: the colour and alpha at each (u[i], v[i]) of the lists, for
+    // the plugs asked for. The base knows no pattern: black, alpha 0 and a
+    // transparency (w) of 1. The procedural textures answer with their own
+    // arithmetic through mapUVtoColor. False when the lists differ in length.
+    virtual bool mapUVtoClr(TplugArray& plugs, T4dDblVectorArray* colours, TdoubleArray* alphas, const TdoubleArray& u,
+                            const TdoubleArray& v);
+    // outColor and outAlpha at one texture UV, by the node's own compute.
+    // False when uvCoord is driven by a connection (the UV cannot be set).
+    bool mapUVtoColor(float u, float v, T3Float& colour, float& alpha);
+    // The value of a colour input: read through its connection if it has one.
+    static bool getColorAttrValue(TdependNode* node, const Tattribute& attribute, T3Float& colour);
+    // The 2D texture whose output drives `plug`, or null.
+    static TdnTx2D* getInputTxNode(const Tplug& plug);
+
+protected:
+    // mapUVtoClr of a texture that computes from its UV alone.
+    bool mapUVtoClrByCompute(const TdoubleArray& u, const TdoubleArray& v, T4dDblVectorArray* colours, TdoubleArray* alphas);
 };
+
+// The common form of a texture with no colour inputs: for each sample,
+// outside samples take the default colour and the others the value
+// `pattern(i, uv)` returns in all channels (alpha: the same value unless
+// alphaIsLuminance). Then the colour effects. Nothing is computed lazily.
+template <class Pattern>
+void computeValueTexture(TdnTx2D& node, TdataBlock& block, unsigned first, unsigned count, Pattern&& pattern) {
+    TdataHandle uv = block.inputValue(node.attrUvCoord(), first, count);
+    TdataHandle fallback = block.inputValue(node.attrDefaultColor(), first, count);
+    Ttx2dBatch<0> batch(first, count);
+    for (unsigned i = first; i < first + count; ++i) {
+        T2Float p = uv.asFloat2(i);
+        if (isOutsideUv(p)) {
+            batch.setOutside(i, fallback.asFloat3(i));
+            continue;
+        }
+        float value = pattern(i, p);
+        batch.setOwn(i, T3Float(value, value, value), value);
+    }
+    batch.finish(block, nullptr, node.attrOutColor(), node.attrOutAlpha());
+}

@@ -1,0 +1,141 @@
+#include "textures/noise_texture.h"
+
+#include <algorithm>
+
+#include "textures/noise/billow_texture.h"
+#include "textures/noise/cos_texture.h"
+#include "textures/noise/perlin_texture.h"
+
+SN_REGISTER_NODE_CLASS(TdnNoise)
+
+TdnVSNoise::TdnVSNoise() {
+    amplitude.setNativeDefaultData(1.0);
+    amplitude.setSoftMin(0);
+    amplitude.setSoftMax(1);
+    ratio.setNativeDefaultData(0.707);
+    ratio.setSoftMin(0);
+    ratio.setSoftMax(1);
+    depthMax.setNativeDefaultData(3.0);
+    depthMax.setSoftMin(1);
+    depthMax.setSoftMax(8);
+    frequency.setNativeDefaultData(8.0);
+    frequency.setSoftMin(0);
+    frequency.setSoftMax(100);
+    frequencyRatio.setNativeDefaultData(2.0);
+    frequencyRatio.setSoftMin(1);
+    frequencyRatio.setSoftMax(10);
+    time.setSoftMin(0);
+    time.setSoftMax(1);
+    const char* types[] = {"Perlin Noise", "Billow", "Wave", "Wispy", "SpaceTime"};
+    const char* typeKeys[] = {"kPerlinNoise", "kBillow", "kWave", "kWispy", "kSpaceTime"};
+    for (short i = 0; i < 5; ++i) noiseType.addField(typeKeys[i], types[i], i);
+    noiseType.setNativeDefaultData(1.0);
+    density.setNativeDefaultData(1.0);
+    spottyness.setNativeDefaultData(0.1);
+    randomness.setNativeDefaultData(1.0);
+    const char* falloffs[] = {"Linear", "Smooth", "Fast", "Bubble"};
+    const char* falloffKeys[] = {"kLinear", "kSmooth", "kFast", "kBubble"};
+    for (short i = 0; i < 4; ++i) falloff.addField(falloffKeys[i], falloffs[i], i);
+    falloff.setNativeDefaultData(2.0);
+    numWaves.setNativeDefaultData(5.0);
+    numWaves.setSoftMin(1);
+    numWaves.setSoftMax(20);
+    implode.setSoftMin(-1);
+    implode.setSoftMax(1);
+    implodeCenter.setNativeDefaultData(0.5f, 0.5f);
+}
+
+bool TdnVSNoise::setupDependencies(TdependencyMatrix& m) {
+    if (!TdependNodeVS::setupDependencies(m)) return false;
+    TdnVSTx2D::affectsOutputs(m, {&amplitude, &ratio, &threshold, &depthMax, &frequency, &frequencyRatio, &inflection, &time,
+                                  &noiseType, &density, &spottyness, &sizeRand, &randomness, &falloff, &numWaves, &implode,
+                                  &implodeCenter});
+    return true;
+}
+
+// The fields every noise object shares.
+static void sSetCommon(TvolumeTexture& t, const TnoiseParams& p) {
+    t.setGain(p.amplitude);
+    t.setAmpRatio(p.ratio);
+    t.setThreshold(p.threshold);
+    t.setHarmonics(std::clamp<short>(p.depthMax, 1, TdnNoise::kMaxDepth));
+    // The object divides its frequency into successive octaves by the ratio.
+    t.setRatio(p.frequencyRatio != 0.0f ? 1.0f / p.frequencyRatio : 0.0f);
+    // The UV times the frequency; a frequency of 0 reads one point.
+    t.setFrequency(p.frequency);
+    t.setAbsolute(p.inflection);
+    t.setImplode(p.implode);
+    t.setImplodeCenter(T3Float(p.implodeCenter.x, p.implodeCenter.y, 0.0f));
+}
+
+float TdnNoise::sValue(const TnoiseParams& p, float u, float v) {
+    switch (p.noiseType) {
+        case kBillow: {
+            TbillowTexture t;
+            sSetCommon(t, p);
+            t.setDensity(p.density);
+            t.setSpottyness(p.spottyness);
+            t.setSizeRand(p.sizeRand);
+            t.setRandomness(p.randomness);
+            t.setFalloff(TbillowTexture::FalloffType(std::clamp<short>(p.falloff, 0, 3)));
+            return t.getValue2(u, v, p.time);
+        }
+        case kWave: {
+            TcosTexture t;
+            sSetCommon(t, p);
+            t.setNWaves(std::max<short>(p.numWaves, 1));
+            return t.getValue2(u, v, p.time);
+        }
+        default: {
+            TperlinTexture t;
+            sSetCommon(t, p);
+            // Space-time runs through the time cells instead of sliding.
+            // Wispy drags each octave along its own direction, which only
+            // the solid form does: it is read in the plane z = 0.
+            t.setAnimated(p.noiseType == kSpaceTime);
+            if (p.noiseType == kWispy) {
+                t.setDoSmear(true);
+                return t.getValue(u, v, 0.0f, p.time);
+            }
+            return t.getValue2(u, v, p.time);
+        }
+    }
+}
+
+bool TdnNoise::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
+    if (!isColorOutput(plug)) return TdnTx2D::vectorComputePlug(plug, block, first, count);
+    TdataHandle amplitude = block.inputValue(attrAmplitude(), first, count), ratio = block.inputValue(attrRatio(), first, count),
+                threshold = block.inputValue(attrThreshold(), first, count), depth = block.inputValue(attrDepthMax(), first, count),
+                frequency = block.inputValue(attrFrequency(), first, count),
+                frequencyRatio = block.inputValue(attrFrequencyRatio(), first, count),
+                inflection = block.inputValue(attrInflection(), first, count), time = block.inputValue(attrTime(), first, count),
+                type = block.inputValue(attrNoiseType(), first, count), density = block.inputValue(attrDensity(), first, count),
+                spottyness = block.inputValue(attrSpottyness(), first, count),
+                sizeRand = block.inputValue(attrSizeRand(), first, count),
+                randomness = block.inputValue(attrRandomness(), first, count),
+                falloff = block.inputValue(attrFalloff(), first, count), waves = block.inputValue(attrNumWaves(), first, count),
+                implode = block.inputValue(attrImplode(), first, count),
+                centre = block.inputValue(attrImplodeCenter(), first, count);
+    computeValueTexture(*this, block, first, count, [&](unsigned i, T2Float uv) {
+        TnoiseParams p;
+        p.amplitude = amplitude.asFloat(i);
+        p.ratio = ratio.asFloat(i);
+        p.threshold = threshold.asFloat(i);
+        p.depthMax = depth.asShort(i);
+        p.frequency = frequency.asFloat(i);
+        p.frequencyRatio = frequencyRatio.asFloat(i);
+        p.inflection = inflection.asBool(i);
+        p.time = time.asFloat(i);
+        p.noiseType = type.asShort(i);
+        p.density = density.asFloat(i);
+        p.spottyness = spottyness.asFloat(i);
+        p.sizeRand = sizeRand.asFloat(i);
+        p.randomness = randomness.asFloat(i);
+        p.falloff = falloff.asShort(i);
+        p.numWaves = waves.asShort(i);
+        p.implode = implode.asFloat(i);
+        p.implodeCenter = centre.asFloat2(i);
+        return sValue(p, uv.x, uv.y);
+    });
+    return true;
+}

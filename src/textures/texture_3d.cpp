@@ -1,0 +1,139 @@
+#include "textures/texture_3d.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "textures/noise/noise.h"
+#include "textures/texture_2d.h"
+
+SN_REGISTER_NODE_CLASS(TdnTx3D)
+
+TdnVSTx3D::TdnVSTx3D() {
+    const TfltMatrix identity;
+    placementMatrix.setDefaultBytes(&identity, sizeof identity);
+    matrixEyeToWorld.setDefaultBytes(&identity, sizeof identity);
+    wrap.setNativeDefaultData(1.0);
+    filter.setNativeDefaultData(1.0);
+    colorGain.setDefault(1, 1, 1);
+    alphaGain.setNativeDefaultData(1.0);
+    defaultColor.setDefault(0.5f, 0.5f, 0.5f);
+    blend.setSoftMin(0);
+    blend.setSoftMax(1);
+    outColor.setFlag(kAttrWritable, false);
+    outAlpha.setFlag(kAttrWritable, false);
+}
+
+bool TdnVSTx3D::setupDependencies(TdependencyMatrix& m) {
+    if (!TdependNodeVS::setupDependencies(m)) return false;
+    affects(m,
+            {&pointObj.whole, &pointCamera.whole, &filterSize.whole, &placementMatrix, &matrixEyeToWorld, &blend, &local, &wrap,
+             &filter, &filterOffset, &invert, &alphaIsLuminance, &colorGain.whole, &colorOffset.whole, &alphaGain, &alphaOffset,
+             &defaultColor.whole},
+            {&outColor.whole, &outAlpha});
+    return true;
+}
+
+void TdnVSTx3D::affectsOutputs(TdependencyMatrix& m, std::initializer_list<const Tattribute*> inputs) {
+    TdnVSTx3D& base = TdnTx3D::sVsData();
+    for (const Tattribute* in : inputs) base.affects(m, {in}, {&base.outColor.whole, &base.outAlpha});
+}
+
+Tattribute* TdnTx3D::alternateAttr(const Tattribute* a) {
+    if (!a) return nullptr;
+    const Tstring& name = a->longName();
+    if (name == Tstring("color")) return &attrOutColor();
+    if (name == Tstring("alpha") || name == Tstring("transparency")) return &attrOutAlpha();
+    if (name == Tstring("point")) return &attrPointCamera();
+    return nullptr;
+}
+
+bool TdnTx3D::isColorOutput(const Tplug& plug) {
+    const Tattribute* a = plug.attribute();
+    return a && (a->rootParent() == &saOutColor() || a == &saOutAlpha());
+}
+
+T3Float TdnTx3D::sPlacePoint(const T3Float& pointObj, const T3Float& pointCamera, bool local, const TfltMatrix& eyeToWorld,
+                             const TfltMatrix& placement) {
+    if (local) return placement.transformPoint(pointObj);
+    return placement.transformPoint(eyeToWorld.transformPoint(pointCamera));
+}
+
+float TdnTx3D::sComputeBlend(const T3Float& p, float blend) {
+    if (blend < 1e-05f) return 0.0f;
+    constexpr float kPi = 3.1415927f;
+    float product = 1.0f;
+    for (int axis = 0; axis < 3; ++axis) {
+        float t = std::min((1.0f - std::fabs(p[axis])) / blend, 1.0f);
+        product *= (std::cos(kPi * (t + 1.0f)) + 1.0f) * 0.5f;
+    }
+    return 1.0f - product;
+}
+
+float TdnTx3D::computeBlend(TdataBlock& block, const T3Float& p) {
+    if (block.inputValue(saWrap()).asBool()) return 0.0f;
+    return sComputeBlend(p, block.inputValue(saBlend()).asFloat());
+}
+
+void TdnTx3D::setToDefaultColor(TdataBlock& block) {
+    T3Float c = block.inputValue(saDefaultColor()).asFloat3();
+    block.outputValue(saOutColor()).asFloat3() = c;
+    block.outputValue(saOutAlpha()).asFloat() = luminance(c);
+}
+
+bool TdnTx3D::checkOutside(TdataBlock& block, const T3Float& p, bool wrap) {
+    if (!sOutside(p, wrap)) return false;
+    setToDefaultColor(block);
+    return true;
+}
+
+float TdnTx3D::filteredSize(const T3Float& size, float filter, float filterOffset) {
+    return std::fabs(std::max({size.x, size.y, size.z}) * std::max(0.0f, filter) + filterOffset);
+}
+
+void TdnTx3D::sColorEffects(const Ttx3dEffects& e, float b, T3Float& colour, float& alpha) {
+    if (e.invert) {
+        colour = T3Float(1.0f - colour.x, 1.0f - colour.y, 1.0f - colour.z);
+        alpha = 1.0f - alpha;
+    }
+    colour = T3Float(colour.x * e.gain.x + e.offset.x, colour.y * e.gain.y + e.offset.y, colour.z * e.gain.z + e.offset.z);
+    alpha = alpha * e.alphaGain + e.alphaOffset;
+    if (b > 0.0f) {
+        colour = e.defaultColor * b + colour * (1.0f - b);
+        alpha *= 1.0f - b;
+    }
+}
+
+void TdnTx3D::colorEffects(TdataBlock& block, float b, T3Float& colour, float& alpha) {
+    Ttx3dEffects e;
+    e.invert = block.inputValue(saInvert()).asBool();
+    e.gain = block.inputValue(saColorGain()).asFloat3();
+    e.offset = block.inputValue(saColorOffset()).asFloat3();
+    e.alphaGain = block.inputValue(saAlphaGain()).asFloat();
+    e.alphaOffset = block.inputValue(saAlphaOffset()).asFloat();
+    e.defaultColor = block.inputValue(saDefaultColor()).asFloat3();
+    sColorEffects(e, b, colour, alpha);
+}
+
+float TdnTx3D::recurrence(const T3Float& p, float levels, float ratio) {
+    levels = std::max(levels, 0.0f);
+    int n = int(std::floor(levels));
+    float sum = 0.0f, amplitude = 1.0f;
+    T3Float q = p;
+    for (int i = 0; i <= n; ++i) {
+        float w = i == n ? amplitude * (levels - float(n)) : amplitude;
+        if (w == 0.0f) break;
+        // Each octave looks up where the octaves before it have pushed it.
+        sum += w * Tnoise::noise3(q.x + sum, q.y + sum, q.z + sum);
+        q = q * 2.0f;
+        amplitude *= ratio;
+    }
+    return sum;
+}
+
+float TdnTx3D::recurrenceN(const T3Float& p, int octaves) { return recurrence(p, float(std::max(octaves, 0)), 0.5f); }
+
+T3Float TdnTx3D::recurrence3(const T3Float& p, float levels, float ratio) {
+    // Offsets far apart on the lattice make the three components unrelated.
+    return T3Float(recurrence(p, levels, ratio), recurrence(p + T3Float(0.31f, 0.17f, 0.53f), levels, ratio),
+                   recurrence(p + T3Float(0.67f, 0.43f, 0.11f), levels, ratio));
+}

@@ -1,0 +1,246 @@
+// The solid and environment texture bases, the 3D placement, the UV set
+// chooser, and the baking and lookup helpers of the 2D base.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <set>
+#include <tuple>
+
+#include "framework/host/dag.h"
+#include "textures/checker.h"
+#include "textures/mountain.h"
+#include "textures/noise/noise.h"
+#include "textures/place_2d.h"
+#include "textures/place_3d.h"
+#include "textures/procedural/texture_test_nodes.h"
+#include "textures/texture_3d.h"
+#include "textures/texture_env.h"
+#include "textures/uv_chooser.h"
+
+TEST(Texture3d, BlendRisesFromTheInsideToTheFaces) {
+    struct {
+        T3Float p;
+        float blend, want;
+    } cases[] = {
+        {{0, 0, 0}, 0.5f, 0},
+        {{1, 0, 0}, 0.5f, 1},
+        {{0, -1, 0}, 0.5f, 1},
+        // t = (1 - 0.75) / 0.5 = 0.5 on x: g = 0.5, the product 0.5.
+        {{0.75f, 0, 0}, 0.5f, 0.5f},
+        // Two axes half way: 1 - 0.25.
+        {{0.75f, -0.75f, 0.2f}, 0.5f, 0.75f},
+        // A blend of 0, or below 1e-05, has no effect even on a face.
+        {{1, 1, 1}, 0.0f, 0},
+        {{1, 0, 0}, 0.5e-5f, 0},
+    };
+    for (auto& c : cases) EXPECT_NEAR(TdnTx3D::sComputeBlend(c.p, c.blend), c.want, 1e-6f) << c.p.x << "," << c.p.y;
+    for (float x = -1; x <= 1; x += 0.125f) {
+        float b = TdnTx3D::sComputeBlend({x, 0.1f, -0.2f}, 0.3f);
+        EXPECT_GE(b, 0.0f);
+        EXPECT_LE(b, 1.0f);
+    }
+}
+
+TEST(Texture3d, OutsideOnlyWithWrapOff) {
+    struct {
+        T3Float p;
+        bool wrap, outside;
+    } cases[] = {{{0.5f, 0.5f, 0.5f}, false, false}, {{1, -1, 1}, false, false}, {{1.01f, 0, 0}, false, true},
+                 {{0, -1.5f, 0}, false, true},       {{0, 0, 7}, true, false}};
+    for (auto& c : cases) EXPECT_EQ(TdnTx3D::sOutside(c.p, c.wrap), c.outside) << c.p.x << "," << c.p.y << "," << c.p.z;
+}
+
+TEST(Texture3d, ColourEffectsThenTheBlendTowardsTheDefault) {
+    Ttx3dEffects e;
+    e.invert = true;
+    e.gain = T3Float(2, 1, 0.5f);
+    e.offset = T3Float(0, 0.1f, 0);
+    e.alphaGain = 0.5f;
+    e.alphaOffset = 0.25f;
+    e.defaultColor = T3Float(1, 0, 0);
+    T3Float c(0.2f, 0.4f, 0.6f);
+    float a = 0.8f;
+    TdnTx3D::sColorEffects(e, 0.0f, c, a);
+    EXPECT_NEAR(c.x, 1.6f, 1e-6f);
+    EXPECT_NEAR(c.y, 0.7f, 1e-6f);
+    EXPECT_NEAR(c.z, 0.2f, 1e-6f);
+    EXPECT_NEAR(a, 0.35f, 1e-6f);
+    T3Float d(0.2f, 0.4f, 0.6f);
+    float b = 0.8f;
+    TdnTx3D::sColorEffects(e, 0.25f, d, b);
+    EXPECT_NEAR(d.x, 0.25f + 1.6f * 0.75f, 1e-6f);
+    EXPECT_NEAR(d.y, 0.7f * 0.75f, 1e-6f);
+    EXPECT_NEAR(b, 0.35f * 0.75f, 1e-6f);
+    EXPECT_FLOAT_EQ(TdnTx3D::filteredSize({0.1f, 0.4f, 0.2f}, -2.0f, 0.05f), 0.05f);
+    EXPECT_FLOAT_EQ(TdnTx3D::filteredSize({0.1f, 0.4f, 0.2f}, 0.5f, -0.3f), 0.1f);
+}
+
+TEST(Texture3d, PlacementOfThePoint) {
+    TfltMatrix eyeToWorld = TfltMatrix::translation(0, 0, -5);
+    TfltMatrix placement = TfltMatrix::scaling(0.5f, 0.5f, 0.5f);
+    T3Float local = TdnTx3D::sPlacePoint({1, 2, 3}, {4, 6, 8}, true, eyeToWorld, placement);
+    EXPECT_EQ(local, T3Float(0.5f, 1, 1.5f));
+    T3Float world = TdnTx3D::sPlacePoint({1, 2, 3}, {4, 6, 8}, false, eyeToWorld, placement);
+    EXPECT_EQ(world, T3Float(2, 3, 1.5f));
+}
+
+TEST(Texture3d, RecurrenceWarps) {
+    T3Float p(0.31f, 0.47f, 0.12f);
+    EXPECT_EQ(TdnTx3D::recurrence(p, 0.0f, 0.5f), 0.0f);
+    EXPECT_EQ(TdnTx3D::recurrence(p, 1.0f, 0.5f), Tnoise::noise3(p.x, p.y, p.z)) << "one octave is the noise";
+    // The second octave reads at 2p pushed by the first.
+    float n0 = Tnoise::noise3(p.x, p.y, p.z);
+    float n1 = Tnoise::noise3(2 * p.x + n0, 2 * p.y + n0, 2 * p.z + n0);
+    EXPECT_NEAR(TdnTx3D::recurrence(p, 1.5f, 0.6f), n0 + 0.5f * 0.6f * n1, 1e-6f);
+    EXPECT_EQ(TdnTx3D::recurrenceN(p, 3), TdnTx3D::recurrence(p, 3.0f, 0.5f));
+    for (float x = 0.0f; x < 2; x += 0.13f) {
+        float r = TdnTx3D::recurrence({x, 0.2f, 0.7f}, 5.5f, 0.5f);
+        EXPECT_LE(std::fabs(r), 2.0f * 1.1f) << "within the sum of the amplitudes";
+    }
+    T3Float v = TdnTx3D::recurrence3(p, 3, 0.5f);
+    EXPECT_EQ(v.x, TdnTx3D::recurrence(p, 3, 0.5f));
+    EXPECT_NE(v.x, v.y);
+    EXPECT_NE(v.y, v.z);
+}
+
+TEST(TextureEnv, RayDirectionInPlacementSpace) {
+    // A quarter turn about z: x goes to y.
+    TfltMatrix turn;
+    turn.m[0][0] = 0;
+    turn.m[0][1] = 1;
+    turn.m[1][0] = -1;
+    turn.m[1][1] = 0;
+    T3Float d = TdnTxEnv::sPlacedDirection({3, 0, 0}, turn, TfltMatrix::scaling(1, 2, 1));
+    EXPECT_NEAR(d.x, 0, 1e-6f);
+    EXPECT_NEAR(d.y, 1, 1e-6f);
+    EXPECT_NEAR(d.z, 0, 1e-6f);
+    T3Float e = TdnTxEnv::sPlacedDirection({1, 1, 1}, TfltMatrix(), TfltMatrix::translation(5, 5, 5));
+    EXPECT_NEAR(e.x, 1 / std::sqrt(3.0f), 1e-6f) << "a direction ignores translation";
+    EXPECT_EQ(TdnTxEnv::sPlacedDirection({0, 0, 0}, TfltMatrix(), TfltMatrix()), T3Float(0, 0, 1));
+    // The base is abstract; its defaults are checked on the description.
+    float angle = 0;
+    std::memcpy(&angle, TdnTxEnv::saXPixelAngle().defaultData(), sizeof angle);
+    EXPECT_FLOAT_EQ(angle, 0.00205f);
+    // Unconnected matrices leave points and rays where they are.
+    for (const Tattribute* m : {static_cast<const Tattribute*>(&TdnTxEnv::saPlacementMatrix()), static_cast<const Tattribute*>(&TdnTx3D::saPlacementMatrix()),
+                                static_cast<const Tattribute*>(&TdnTx3D::saMatrixEyeToWorld())}) {
+        TfltMatrix stored;
+        std::memcpy(&stored, m->defaultData(), sizeof stored);
+        EXPECT_EQ(stored, TfltMatrix()) << m->longName().asC();
+    }
+}
+
+TEST(Place3d, UnitCubeAndItsInverseMatrix) {
+    T3Float edges[12][2];
+    ASSERT_EQ(TdnPlace3dTxDag::cubeEdges(edges), 12u);
+    std::set<std::tuple<float, float, float, float, float, float>> distinct;
+    for (auto& e : edges) {
+        T3Float d = e[1] - e[0];
+        EXPECT_FLOAT_EQ(std::fabs(d.x) + std::fabs(d.y) + std::fabs(d.z), 2.0f) << "an edge runs along one axis";
+        distinct.insert({e[0].x, e[0].y, e[0].z, e[1].x, e[1].y, e[1].z});
+    }
+    EXPECT_EQ(distinct.size(), 12u);
+    TboundingBox box = TdnPlace3dTxDag::boundingBox();
+    EXPECT_EQ(box.min, T3Float(-1, -1, -1));
+    EXPECT_EQ(box.max, T3Float(1, 1, 1));
+
+    TdependGraph graph;
+    auto* place = static_cast<TdnPlace3dTxDag*>(graph.createNode("place3dTexture"));
+    ASSERT_NE(place, nullptr);
+    T3Float t(1, 2, 3), s(2, 2, 2);
+    place->setAttributeValue(&Ttransform::saTranslate(), &t);
+    place->setAttributeValue(&Ttransform::saScale(), &s);
+    TfltMatrix m;
+    ASSERT_TRUE(place->getAttributeValue(&TdnPlace3dTxDag::saWorldInverseMatrix(), &m));
+    T3Float o = m.transformPoint(t), x = m.transformPoint({3, 2, 3});
+    EXPECT_NEAR(o.x, 0, 1e-6f);
+    EXPECT_NEAR(o.z, 0, 1e-6f);
+    EXPECT_NEAR(x.x, 1, 1e-6f) << "two units of world are one of the cube";
+    // An edit is seen by the next pull.
+    T3Float t2(0, 0, 0);
+    place->setAttributeValue(&Ttransform::saTranslate(), &t2);
+    ASSERT_TRUE(place->getAttributeValue(&TdnPlace3dTxDag::saWorldInverseMatrix(), &m));
+    EXPECT_NEAR(m.transformPoint({2, 0, 0}).x, 1, 1e-6f);
+}
+
+TEST(UvChooser, CopiesTheShapeSetUnlessAnotherIsConnected) {
+    TdependGraph graph;
+    auto* chooser = static_cast<TdnUvChooser*>(graph.createNode("uvChooser"));
+    ASSERT_NE(chooser, nullptr);
+    T2Float uv{0.2f, 0.3f}, st{0.7f, 0.8f}, vt{0.1f, 0.9f};
+    chooser->setAttributeValue(&TdnUvChooser::saUvCoord(), &uv);
+    chooser->setAttributeValue(&TdnUvChooser::saStCoord(), &st);
+    chooser->setAttributeValue(&TdnUvChooser::saVertexUvTwo(), &vt);
+    T2Float out;
+    ASSERT_TRUE(chooser->getAttributeValue(&TdnUvChooser::saOutUv(), &out));
+    EXPECT_EQ(out, uv);
+    ASSERT_TRUE(chooser->getAttributeValue(&TdnUvChooser::saOutVertexUvTwo(), &out));
+    EXPECT_EQ(out, vt);
+    EXPECT_EQ(chooser->source(), TdnUvChooser::kShapeSet);
+
+    auto* place = static_cast<TdnPlace2dTx*>(graph.createNode("place2dTexture"));
+    T2Float in{0.25f, 0.5f}, offset{0.5f, 0.0f};
+    place->setAttributeValue(&TdnPlace2dTx::saUvCoord(), &in);
+    place->setAttributeValue(&TdnPlace2dTx::saOffset(), &offset);
+    ASSERT_EQ(graph.connect(Tplug(place, &TdnPlace2dTx::saOutUV()), Tplug(chooser, &TdnUvChooser::saStCoord())), TconnectStatus::kOk);
+    chooser->endOfRender(nullptr);
+    EXPECT_TRUE(chooser->isShapeConnected());
+    ASSERT_TRUE(chooser->getAttributeValue(&TdnUvChooser::saOutUv(), &out));
+    EXPECT_FLOAT_EQ(out.x, 0.75f) << "the connected set, through the placement";
+    EXPECT_FLOAT_EQ(out.y, 0.5f);
+}
+
+TEST(Texture2d, BakingHelpersOfTheBase) {
+    TdependGraph graph;
+    auto* checker = static_cast<TdnChecker*>(graph.createNode("checker"));
+    TdoubleArray u{0.25, 0.75}, v{0.25, 0.25};
+    T4dDblVectorArray colours;
+    TdoubleArray alphas;
+    TplugArray plugs;
+    // The base's own answer knows no pattern.
+    ASSERT_TRUE(checker->TdnTx2D::mapUVtoClr(plugs, &colours, &alphas, u, v));
+    ASSERT_EQ(colours.length(), 2u);
+    for (unsigned i = 0; i < 2; ++i) {
+        EXPECT_EQ(colours[i].x + colours[i].y + colours[i].z, 0.0);
+        EXPECT_EQ(colours[i].w, 1.0);
+        EXPECT_EQ(alphas[i], 0.0);
+    }
+    // The checker's: white then black, opaque then clear.
+    ASSERT_TRUE(checker->mapUVtoClr(plugs, &colours, &alphas, u, v));
+    EXPECT_EQ(colours[0].x, 1.0);
+    EXPECT_EQ(colours[1].x, 0.0);
+    EXPECT_EQ(alphas[0], 1.0);
+    EXPECT_EQ(colours[1].w, 1.0);
+
+    auto* mountain = static_cast<TdnMountain*>(graph.createNode("mountain"));
+    Tplug snow(mountain, &TdnMountain::saSnowColor());
+    EXPECT_EQ(TdnTx2D::getInputTxNode(snow), nullptr);
+    ASSERT_EQ(graph.connect(Tplug(checker, &TdnTx2D::saOutColor()), snow), TconnectStatus::kOk);
+    EXPECT_EQ(TdnTx2D::getInputTxNode(snow), checker);
+    T2Float far{0.75f, 0.25f};
+    checker->setAttributeValue(&TdnTx2D::saUvCoord(), &far);
+    T3Float seen;
+    ASSERT_TRUE(TdnTx2D::getColorAttrValue(mountain, TdnMountain::saSnowColor(), seen));
+    EXPECT_EQ(seen, T3Float(0, 0, 0)) << "read through the connection";
+    // A driven UV cannot be set for a bake.
+    auto* place = graph.createNode("place2dTexture");
+    ASSERT_EQ(graph.connect(Tplug(place, &TdnPlace2dTx::saOutUV()), Tplug(checker, &TdnTx2D::saUvCoord())), TconnectStatus::kOk);
+    T3Float c;
+    float a;
+    EXPECT_FALSE(checker->mapUVtoColor(0.1f, 0.1f, c, a));
+}
+
+TEST(Texture2d, EveryTextureTypeIsMadeByName) {
+    for (const char* type : {"bulge", "checker", "cloth", "fractal", "grid", "mountain", "noise", "ocean", "ramp", "stencil", "water"}) {
+        TdependGraph graph;
+        TdependNode* node = graph.createNode(type);
+        ASSERT_NE(node, nullptr) << type;
+        EXPECT_NE(node->cast(TdnTx2D::sMetaclass()), nullptr) << type;
+        EXPECT_EQ(node->typeName(), Tstring(type));
+    }
+    for (const char* type : {"place3dTexture", "uvChooser"}) {
+        TdependGraph graph;
+        EXPECT_NE(graph.createNode(type), nullptr) << type;
+    }
+}

@@ -1,0 +1,58 @@
+#pragma once
+// Checks shared by the tests of the procedural textures: the engine's batch
+// against the scalar pull, and statistics of a pattern over a grid.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "textures/procedural/texture_test_nodes.h"
+#include "textures/texture_2d.h"
+
+// Shades `texture` (already shown by `net`) over `uvs` and compares every
+// sample's colour with the scalar pull of the same node at the same UV.
+inline void expectBatchEqualsPull(TtextureNetwork& net, TdependNode* texture, const std::vector<T2Float>& uvs, T2Float size,
+                                  const char* what, float tolerance = 1e-5f) {
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr) << what;
+    TtextureBatch batch(net.group, uvs, size);
+    batch.shade(opus);
+    for (unsigned i = 0; i < uvs.size(); ++i) {
+        TtexResult r = pullTexture(texture, uvs[i], size);
+        EXPECT_NEAR(batch.colour(i).x, r.colour.x, tolerance) << what << " sample " << i;
+        EXPECT_NEAR(batch.colour(i).y, r.colour.y, tolerance) << what << " sample " << i;
+        EXPECT_NEAR(batch.colour(i).z, r.colour.z, tolerance) << what << " sample " << i;
+    }
+}
+
+struct Tstats {
+    float min = 1e30f, max = -1e30f;
+    double mean = 0, variance = 0;
+};
+
+// f(u, v) over an n by n grid of cell centres covering [u0, u0 + span)^2.
+template <class F>
+Tstats statsOver(F f, int n = 48, float u0 = 0.0f, float span = 1.0f) {
+    Tstats s;
+    std::vector<float> values;
+    for (int j = 0; j < n; ++j)
+        for (int i = 0; i < n; ++i) {
+            float x = f(u0 + span * (float(i) + 0.5f) / float(n), u0 + span * (float(j) + 0.5f) / float(n));
+            values.push_back(x);
+            s.min = std::min(s.min, x);
+            s.max = std::max(s.max, x);
+            s.mean += x;
+        }
+    s.mean /= double(values.size());
+    for (float x : values) s.variance += (x - s.mean) * (x - s.mean);
+    s.variance /= double(values.size());
+    return s;
+}
+
+// UVs for the engine tests: a spread over a few units with two outside samples.
+inline std::vector<T2Float> batchUvs() {
+    std::vector<T2Float> uvs = spreadUvs();
+    uvs[9] = uvs[10] = T2Float{-1e7f, -1e7f};
+    return uvs;
+}
