@@ -234,6 +234,9 @@ bool sameResults(Tcase& c) {
     return true;
 }
 
+std::vector<unsigned> gBatchSizes = {1, 8, 64};
+bool gThreads = true;
+
 void run(Tcase c, double seconds) {
     TbitField64 result;
     if (!c.net->group->analyse(kSurfaceColorTransparency, &result, nullptr, nullptr, nullptr)) {
@@ -247,13 +250,14 @@ void run(Tcase c, double seconds) {
     auto engine = [opus](unsigned n, Tsample** s) { opus->shade(n, s); };
     Tsamples s(c.net->group, kSamples);
     double engine64 = 0;
-    for (unsigned batch : {1u, 8u, 64u}) {
+    for (unsigned batch : gBatchSizes) {
         double e = rate(engine, s, batch, seconds);
         double f = rate(c.fused, s, batch, seconds);
         if (batch == 64) engine64 = e;
         std::printf("  batch %2u: engine %8.2f M samples/s   fused %8.2f M samples/s   engine/fused time ratio %.2f\n", batch, e / 1e6,
                     f / 1e6, f / e);
     }
+    if (!gThreads || !engine64) return;
     // Two threads, each on its own samples.
     Tsamples other(c.net->group, kSamples);
     double rates[2] = {0, 0};
@@ -266,10 +270,14 @@ void run(Tcase c, double seconds) {
 }
 }  // namespace
 
+// --seconds=S per figure (0.5); --batch=N for one batch size and no threads.
 int main(int argc, char** argv) {
     double seconds = 0.5;
     for (int i = 1; i < argc; ++i)
-        if (std::string(argv[i]).rfind("--seconds=", 0) == 0) seconds = std::stod(argv[i] + 10);
+        if (std::string(argv[i]).rfind("--seconds=", 0) == 0)
+            seconds = std::stod(argv[i] + 10);
+        else if (std::string(argv[i]).rfind("--batch=", 0) == 0)  // one batch size only, no threads: for profiling
+            gBatchSizes = {unsigned(std::stoul(argv[i] + 8))}, gThreads = false;
     std::printf("Shading throughput (%.2f s per figure); ratio is time per sample, engine over fused, target <= 1.5 at 64\n", seconds);
     run(chainOfEight(), seconds);
     run(conditionOfTwo(), seconds);

@@ -201,7 +201,9 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
         TsampleBatch* batch = samples[0]->batch();
         fillUserSampleData(batch ? batch->renderGroup : nullptr, count, samples);
     }
-    for (unsigned i = 0; i < count; ++i) samples[i]->confirmSet(fNeeds);
+    // Defaults of needed items the renderer did not set; usually there are none.
+    for (unsigned i = 0; i < count; ++i)
+        if ((fNeeds & ~samples[i]->fieldsSet()).bits()) samples[i]->confirmSet(fNeeds);
 
     // The frame: blocks, constants, variables, segment marks.
     size_t size = frameSize(count);
@@ -232,7 +234,10 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
 
     run(frame, fProgram.segments[0], fProgram.segments[1], 0, count);
 
-    for (unsigned b = frame.blocksMade; b-- > 0;) frame.blocks[b].~TdataBlockRendering();
+    // Only blocks with values that were constructed have anything to tear
+    // down; the others end with the frame.
+    for (unsigned b = frame.blocksMade; b-- > 0;)
+        if (fProgram.blocks[b].hidden && fProgram.blocks[b].hidden[0]) frame.blocks[b].~TdataBlockRendering();
 }
 
 void TshadingOpus::computeValue(void* context, int segment, const Tattribute*, unsigned first, unsigned count) {

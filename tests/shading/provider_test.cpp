@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "shading/engine_fixture.h"
+#include "support/alloc_counter.h"
+#include "utilities/arithmetic.h"
 
 namespace {
 T2Float coordAt(unsigned i) { return T2Float{0.1f + 0.013f * float(i), 0.9f - 0.007f * float(i)}; }
@@ -91,5 +93,39 @@ TEST(ProviderOutputs, NestedProvidersAddTheirShifts) {
             float expected = ((ua + c.b) - ua) - ((u + c.b) - u);
             EXPECT_EQ(batch.samples[i]->outColor()->x, expected) << i;
         }
+    }
+}
+
+TEST(ProviderOutputs, ProvidersAndVaryingMultisShadeWithoutTheHeap) {
+    // A provider around a texture, and a sum whose elements vary per sample.
+    TengineNetwork net;
+    auto* texture = net.make<TengineTestUv>("engineTestUv");
+    auto* offset = net.make<TengineTestOffset>("engineTestOffset");
+    auto* sum = net.make<TdnPlusMinusAverage>("plusMinusAverage");
+    auto* surface = net.make<TengineTestSurface>("engineTestSurface");
+    net.connect(texture, TengineTestUv::saOutColor(), offset, TengineTestOffset::saColor());
+    ASSERT_EQ(net.graph.connect(Tplug(offset, &TengineTestOffset::saOutColor()), Tplug(sum, &TdnPlusMinusAverage::saInput3D(), 1)),
+              TconnectStatus::kOk);
+    ASSERT_EQ(net.graph.connect(Tplug(texture, &TengineTestUv::saOutColor()), Tplug(sum, &TdnPlusMinusAverage::saInput3D(), 4)),
+              TconnectStatus::kOk);
+    net.connect(sum, TdnPlusMinusAverage::saOutput3D(), surface, TengineTestSurface::saColor());
+    net.toSurfaceShader(surface, TengineTestSurface::saOutColor());
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+    for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(coordAt(i));
+    opus->shade(batch.size(), batch.data());
+    {
+        TallocationCounter counter;
+        for (int round = 0; round < 3; ++round) opus->shade(batch.size(), batch.data());
+        EXPECT_EQ(counter.allocations(), 0u);
+    }
+    // sum = (texture(u + s) - texture(u)) + texture(u), with the default shift.
+    const float shift = 0.25f;
+    for (unsigned i = 0; i < kBatchSize; ++i) {
+        T2Float p = coordAt(i);
+        float u = p.x + shift;
+        EXPECT_EQ(batch.samples[i]->outColor()->x, (u - p.x) + p.x) << i;
+        EXPECT_EQ(batch.samples[i]->outColor()->z, (u * p.y - p.x * p.y) + p.x * p.y) << i;
     }
 }

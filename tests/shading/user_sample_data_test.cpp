@@ -10,6 +10,7 @@
 #include "shading/render_bases.h"
 #include "shading/sample_manager.h"
 #include "shading/user_sample_data.h"
+#include "support/alloc_counter.h"
 
 namespace {
 // Writes base + object number + sample index into the field.
@@ -117,7 +118,11 @@ TEST(UserSampleData, CopiedFromItsSourceOrWrittenByTheObjectsFill) {
             samples.samples[i]->setShadowAttenuation(0.5f + float(i));
         }
         int before = fillForOne.fills;
-        opus->shade(samples.size(), samples.data());
+        {
+            TallocationCounter counter;
+            opus->shade(samples.size(), samples.data());
+            EXPECT_EQ(counter.allocations(), 0u);
+        }
         EXPECT_EQ(fillForOne.fills - before, c.fromFill ? 1 : 0);
         for (unsigned i = 0; i < samples.size(); ++i) {
             float expected = c.fromFill ? 100.0f + float(i) : 0.5f + float(i);
