@@ -63,6 +63,22 @@ void readPlug(const Tplug& plug, void* into) {
     TmsgPlugValue(plug, handle, TdgContext::normal()).send();
 }
 
+// A copy between two described places; the routine follows from the size and the sides.
+TSEcopy makeCopy(TSEside from, uint16_t fromBlock, uint32_t fromOffset, TSEside to, uint16_t toBlock, uint32_t toOffset, unsigned size,
+                 int32_t sourceSegment = -1) {
+    TSEcopy copy{};
+    copy.sourceSide = from;
+    copy.sourceBlock = fromBlock;
+    copy.sourceOffset = fromOffset;
+    copy.destSide = to;
+    copy.destBlock = toBlock;
+    copy.destOffset = toOffset;
+    copy.size = size;
+    copy.sourceSegment = sourceSegment;
+    copy.routine = selectCopyRoutine(size, from, to);
+    return copy;
+}
+
 bool allZero(const unsigned char* bytes, unsigned size) {
     for (unsigned i = 0; i < size; ++i)
         if (bytes[i]) return false;
@@ -554,34 +570,15 @@ void TSEanalysis::emitCopies(TSEnodeDescription* d, std::vector<TSEinstruction>&
     uint16_t block = uint16_t(d->block);
     std::vector<uint8_t> covered(d->attributeCount, 0);
     // Varying multis start from their template; driven elements follow.
-    for (const auto& array : plan.arrays) {
-        TSEcopy copy{};
-        copy.sourceSide = kSideConstant;
-        copy.sourceBlock = block;
-        copy.sourceOffset = array[1];
-        copy.destSide = kSideVariable;
-        copy.destBlock = block;
-        copy.destOffset = plan.info[array[0]].offset;
-        copy.size = array[2];
-        copy.sourceSegment = -1;
-        copy.routine = selectCopyRoutine(copy.size, copy.sourceSide, copy.destSide);
-        stream.push_back(instruction(kOpCopy, addCopy(copy)));
-    }
+    for (const auto& array : plan.arrays)
+        stream.push_back(instruction(
+            kOpCopy, addCopy(makeCopy(kSideConstant, block, array[1], kSideVariable, block, plan.info[array[0]].offset, array[2]))));
     // A provider's outputs start from the value of their item as the node sees it.
-    for (auto [item, attr] : d->provides) {
-        TSEcopy copy{};
-        copy.sourceSide = kSideSample;
-        copy.sourceBlock = kNoBlock;
-        copy.sourceOffset = item;
-        copy.destSide = kSideVariable;
-        copy.destBlock = block;
-        copy.destOffset = plan.info[attr].offset;
-        copy.size = node->attribute(attr)->size();
-        copy.sourceSegment = -1;
-        copy.routine = selectCopyRoutine(copy.size, copy.sourceSide, copy.destSide);
-        // From the stack: inside another provider of the item, the seed is that provider's value.
-        stream.push_back(instruction(kOpCopyFromStack, providedItem(item)->stackOffset, addCopy(copy)));
-    }
+    // From the stack: inside another provider of the item, the seed is that provider's value.
+    for (auto [item, attr] : d->provides)
+        stream.push_back(instruction(kOpCopyFromStack, providedItem(item)->stackOffset,
+                                     addCopy(makeCopy(kSideSample, kNoBlock, item, kSideVariable, block, plan.info[attr].offset,
+                                                      node->attribute(attr)->size()))));
     for (const TSEconnectionRecord& c : d->connections) {
         const Tattribute* dest = node->attribute(c.destAttr);
         if (c.element >= 0) {
@@ -632,7 +629,6 @@ void TSEanalysis::emitCopies(TSEnodeDescription* d, std::vector<TSEinstruction>&
             copy.sourceOffset = offset;
         }
         copy.routine = selectCopyRoutine(copy.size, copy.sourceSide, copy.destSide);
-        if (!copy.routine) continue;
         unsigned index = addCopy(copy);
         if (c.lazy && copy.sourceSegment > 0) {
             // Runs only for the samples the node asks for.
@@ -656,17 +652,7 @@ void TSEanalysis::emitCopies(TSEnodeDescription* d, std::vector<TSEinstruction>&
         plan.constants.resize(offset + align(a->size(), 8), 0);
         // Nothing drives it: its stored value, without pulling its siblings' sources.
         a->copyValue(plan.constants.data() + offset, node->storage(a));
-        TSEcopy copy{};
-        copy.sourceSide = kSideConstant;
-        copy.sourceBlock = uint16_t(d->block);
-        copy.sourceOffset = offset;
-        copy.destSide = kSideVariable;
-        copy.destBlock = uint16_t(d->block);
-        copy.destOffset = plan.info[i].offset;
-        copy.size = a->size();
-        copy.sourceSegment = -1;
-        copy.routine = selectCopyRoutine(copy.size, copy.sourceSide, copy.destSide);
-        if (copy.routine) stream.push_back(instruction(kOpCopy, addCopy(copy)));
+        stream.push_back(instruction(kOpCopy, addCopy(makeCopy(kSideConstant, block, offset, kSideVariable, block, plan.info[i].offset, a->size()))));
     }
 }
 
@@ -677,17 +663,11 @@ void TSEanalysis::emitElementCopy(TSEnodeDescription* d, const TSEconnectionReco
     if (source->size() != dest->size()) return;
     unsigned within = 0;
     for (const Tattribute* p = dest; p != array; p = p->parent()) within += p->offsetInParent();
-    TSEcopy copy{};
-    copy.sourceSide = kSideVariable;
-    copy.sourceBlock = uint16_t(c.source->block);
-    copy.sourceOffset = fPlans[unsigned(c.source->block)].info[source->index()].offset;
-    copy.sourceSegment = c.source->cut ? c.source->segment : -1;
-    copy.destSide = kSideVariable;
-    copy.destBlock = uint16_t(d->block);
-    copy.destOffset = fPlans[unsigned(d->block)].info[array->index()].offset + kMultiHeaderSize + unsigned(c.element) * array->size() + within;
-    copy.size = dest->size();
-    copy.routine = selectCopyRoutine(copy.size, copy.sourceSide, copy.destSide);
-    stream.push_back(instruction(kOpCopy, addCopy(copy)));
+    unsigned destOffset = fPlans[unsigned(d->block)].info[array->index()].offset + kMultiHeaderSize + unsigned(c.element) * array->size() + within;
+    stream.push_back(instruction(kOpCopy, addCopy(makeCopy(kSideVariable, uint16_t(c.source->block),
+                                                           fPlans[unsigned(c.source->block)].info[source->index()].offset, kSideVariable,
+                                                           uint16_t(d->block), destOffset, dest->size(),
+                                                           c.source->cut ? c.source->segment : -1))));
 }
 
 void TSEanalysis::emitNode(TSEnodeDescription* d, std::vector<TSEinstruction>& stream) {
@@ -803,7 +783,7 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
             rootCopies.push_back(unsigned(fCopies.size()));
         }
         copy.routine = selectCopyRoutine(copy.size, copy.sourceSide, copy.destSide);
-        if (copy.routine) main.push_back(instruction(kOpCopy, addCopy(copy)));
+        main.push_back(instruction(kOpCopy, addCopy(copy)));
     }
     prologue.insert(prologue.end(), main.begin(), main.end());
 

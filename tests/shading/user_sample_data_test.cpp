@@ -8,6 +8,7 @@
 #include "framework/host/node_class.h"
 #include "shading/engine_fixture.h"
 #include "shading/render_bases.h"
+#include "shading/render_thread.h"
 #include "shading/sample_manager.h"
 #include "shading/user_sample_data.h"
 #include "support/alloc_counter.h"
@@ -132,4 +133,47 @@ TEST(UserSampleData, CopiedFromItsSourceOrWrittenByTheObjectsFill) {
     }
     // Each analysis held the fill objects once; deleting the programs gave them back.
     EXPECT_EQ(fillForOne.releases, 4);
+}
+
+TEST(UserSampleData, ThroughTheSampleManagerEachObjectGetsItsFill) {
+    // Two objects in batches of their own: object 1 has a fill, object 0 copies.
+    TtestFill fillForOne(100.0f);
+    const TuserSampleFill* fills[2] = {nullptr, &fillForOne};
+    TengineNetwork net;
+    auto* node = net.make<TengineTestUser>("engineTestUser");
+    node->fills = fills;
+    node->fillCount = 2;
+    net.toSurfaceShader(node, TengineTestUser::saOutColor());
+    struct Raster : TbaseDeepRaster {
+        std::vector<std::pair<unsigned, float>> seen;  // object, red
+        void receiveSamples(TSEoption, TrenderGroupBase* group, Tsample** samples, unsigned count) override {
+            for (unsigned i = 0; i < count; ++i) seen.push_back({group->objectNumber(), samples[i]->outColor()->x});
+        }
+    } raster;
+    {
+        TframeConstants constants;
+        constants.setDeepRaster(&raster);
+        TrenderThreadBase thread(&constants);
+        thread.initShadingGroup(net.group);
+        TtestGroup zero(0), one(1);
+        thread.startSampling(net.group, kSurfaceColorTransparency, &zero, nullptr);
+        TsampleManager& manager = *thread.sampleManager();
+        for (TtestGroup* g : {&zero, &one, &zero, &one}) {
+            std::vector<Tsample*> samples(32, nullptr);
+            manager.allocateSamples(net.group, kSurfaceColorTransparency, g, 32, samples.data());
+            for (unsigned i = 0; i < 32; ++i) {
+                ASSERT_NE(samples[i], nullptr);
+                samples[i]->setShadowAttenuation(-float(i));
+            }
+            manager.dispatchSamples(32, samples.data());
+        }
+        TrenderThreadBase::resetShadingGroups();
+    }
+    ASSERT_EQ(raster.seen.size(), 128u);
+    for (unsigned k = 0; k < raster.seen.size(); ++k) {
+        auto [object, red] = raster.seen[k];
+        unsigned i = k % 64;  // index within its batch
+        EXPECT_EQ(red, object == 1 ? 100.0f + float(i) : -float(i % 32)) << k;
+    }
+    EXPECT_EQ(fillForOne.fills, 1);
 }
