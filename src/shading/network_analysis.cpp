@@ -17,6 +17,7 @@
 #include "shading/shading_catalog.h"
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
+#include "shading/user_sample_data.h"
 
 namespace {
 
@@ -29,6 +30,9 @@ constexpr unsigned kMultiHeaderSize = 16;
 constexpr unsigned kMaxMultiElements = 64;
 // The input through which a node reads the records of the group's lights.
 constexpr const char* kLightDataArrayName = "lightDataArray";
+// A provider stack in the run's loop area: a header, then 16-byte entries.
+constexpr unsigned kStackHeaderSize = sizeof(TSEproviderStack);
+constexpr unsigned kStackEntrySize = sizeof(TSEproviderEntry);
 
 // Search order per (port, sample type); 7 ends a list.
 constexpr uint8_t kSearchTable[7][5][4] = {
@@ -59,6 +63,22 @@ void readPlug(const Tplug& plug, void* into) {
     handle.attribute = plug.attribute();
     handle.value = into;
     TmsgPlugValue(plug, handle, TdgContext::normal()).send();
+}
+
+// A copy between two described places; the routine follows from the size and the sides.
+TSEcopy makeCopy(TSEside from, uint16_t fromBlock, uint32_t fromOffset, TSEside to, uint16_t toBlock, uint32_t toOffset, unsigned size,
+                 int32_t sourceSegment = -1) {
+    TSEcopy copy{};
+    copy.sourceSide = from;
+    copy.sourceBlock = fromBlock;
+    copy.sourceOffset = fromOffset;
+    copy.destSide = to;
+    copy.destBlock = toBlock;
+    copy.destOffset = toOffset;
+    copy.size = size;
+    copy.sourceSegment = sourceSegment;
+    copy.routine = selectCopyRoutine(size, from, to);
+    return copy;
 }
 
 bool allZero(const unsigned char* bytes, unsigned size) {
@@ -99,8 +119,9 @@ private:
 
     TSEnodeDescription* describe(TdependNode* node);
     TSEnodeDescription* traverseNode(TSEportId port, const Tplug& plug);
+    void findProviderOutputs(TSEnodeDescription* d);
     TSEmemoryType processInput(TSEnodeDescription* d, const Tattribute* a, TSEportId port);
-    bool connect(TSEnodeDescription* d, const Tattribute* dest, const Tplug& source, TSEportId port, bool lazy);
+    bool connect(TSEnodeDescription* d, const Tattribute* dest, const Tplug& source, TSEportId port, bool lazy, int element = -1);
     TSEimplicitType findSource(const Tstring& name, TSEportId port, TSEnodeDescription* d, unsigned index,
                                const Tattribute* attr);
     TSEimplicitType offerFrom(const Tplug& plug, TSEportId port, TSEnodeDescription* d, unsigned index, const Tattribute* attr);
@@ -116,6 +137,7 @@ private:
     void layOut(TSEnodeDescription* d);
     void emitNode(TSEnodeDescription* d, std::vector<TSEinstruction>& stream);
     void emitCopies(TSEnodeDescription* d, std::vector<TSEinstruction>& stream);
+    void emitElementCopy(TSEnodeDescription* d, const TSEconnectionRecord& c, std::vector<TSEinstruction>& stream);
     unsigned addCopy(const TSEcopy& c);
     unsigned newSegment();
     TSEinstruction instruction(uint32_t op, uint32_t w0 = 0, uint32_t w1 = 0, uint32_t w2 = 0, uint32_t w3 = 0) {
@@ -140,6 +162,20 @@ private:
     bool fHasLoops = false;
     bool fFoundLights = false;
     TdependNode* fOpusNode = nullptr;  // the light whose program this is, or null for the group's
+    // Items that some node provides: the item, how many providers can nest,
+    // and where the item's stack lies in the run's loop area.
+    struct Provided {
+        unsigned item;
+        unsigned depth;
+        unsigned stackOffset;
+    };
+    std::vector<Provided> fProvided;
+    unsigned fLoopSize = 0;
+    const Provided* providedItem(unsigned item) const {
+        for (const Provided& p : fProvided)
+            if (p.item == item) return &p;
+        return nullptr;
+    }
 
     // Emission state.
     std::vector<TSEnodeDescription*> fBlocks;
@@ -153,7 +189,10 @@ private:
         std::vector<std::array<unsigned, 3>> links;
         // Constant pieces of variable inputs: (attribute, constant offset).
         std::vector<std::pair<unsigned, unsigned>> constantParts;
+        // Varying multis: (attribute, template offset, bytes per sample).
+        std::vector<std::array<unsigned, 3>> arrays;
     };
+    unsigned arrayTemplate(BlockPlan& plan, TdependNode* node, const Tattribute* a, unsigned& count);
     std::vector<BlockPlan> fPlans;
     std::vector<std::vector<TSEinstruction>> fSegments;
     std::vector<TSEcopy> fCopies;
@@ -281,6 +320,25 @@ TSEimplicitType TSEanalysis::findSource(const Tstring& name, TSEportId port, TSE
     return kImplicitNotFound;
 }
 
+void TSEanalysis::findProviderOutputs(TSEnodeDescription* d) {
+    for (unsigned i = 0; i < d->attributeCount; ++i) {
+        const Tattribute* a = d->node->attribute(i);
+        if (a->parent() || !a->isComputed() || !a->isReadable() || !(a->flags() & kAttrSampleOutput)) continue;
+        int item = Tsample::sItemIndex(a->matchName().asC());
+        if (item < 0 || a->size() != Tsample::sStorageSize(unsigned(item))) continue;
+        d->provider = true;
+        d->provides.push_back({unsigned(item), i});
+        // Written per sample by the node, seeded from the sample.
+        setMemory(d, a, kMemoryVariable);
+        fNeeds.set(unsigned(item));
+        auto found = std::find_if(fProvided.begin(), fProvided.end(), [&](const Provided& p) { return p.item == unsigned(item); });
+        if (found == fProvided.end())
+            fProvided.push_back({unsigned(item), 1, 0});
+        else
+            ++found->depth;
+    }
+}
+
 TSEnodeDescription* TSEanalysis::traverseNode(TSEportId port, const Tplug& plug) {
     TdependNode* node = plug.node();
     const Tattribute* output = plug.attribute()->rootParent();
@@ -290,9 +348,11 @@ TSEnodeDescription* TSEanalysis::traverseNode(TSEportId port, const Tplug& plug)
         d = fDescriptions.back().get();
         d->inProgress = true;
         if (TshadingNode* shading = TshadingNode::fromNode(node)) shading->analyse(&fGroup, d, nullptr, fNeeds);
+        findProviderOutputs(d);
         for (unsigned i = 0; i < d->attributeCount; ++i) {
             const Tattribute* a = node->attribute(i);
             if (a->parent() || a->isComputed() || !a->isWritable()) continue;
+            if (d->memoryType[i] == kMemoryVariable) continue;  // fed by user sample data
             processInput(d, a, port);
         }
         d->inProgress = false;
@@ -330,11 +390,12 @@ void TSEanalysis::finishOutput(TSEnodeDescription* d, const Tattribute* output) 
     }
 }
 
-bool TSEanalysis::connect(TSEnodeDescription* d, const Tattribute* dest, const Tplug& source, TSEportId port, bool lazy) {
+bool TSEanalysis::connect(TSEnodeDescription* d, const Tattribute* dest, const Tplug& source, TSEportId port, bool lazy,
+                          int element) {
     TSEnodeDescription* s = traverseNode(port, source);
     bool variable = s->memoryType[source.attribute()->rootParent()->index()] == kMemoryVariable;
     d->connections.push_back({variable ? kConnNodeOutput : kConnConstantPlug, s, int(source.attribute()->index()), dest->index(),
-                              variable ? kMemoryVariable : kMemoryConstant, lazy});
+                              variable ? kMemoryVariable : kMemoryConstant, lazy, element});
     if (variable) ++s->uses;
     return variable;
 }
@@ -347,24 +408,28 @@ TSEmemoryType TSEanalysis::processInput(TSEnodeDescription* d, const Tattribute*
     for (unsigned i = 0; i < tree.size(); ++i)
         for (unsigned c = 0; c < tree[i]->childCount(); ++c) tree.push_back(tree[i]->child(c));
     if (a->isArray()) {
-        // Elements are read at analysis; their sources are walked so that the
-        // nodes behind them are known, and count as constant here.
+        // Elements with constant sources are read at analysis into the
+        // multi's template; an element (or a child of one) driven by a
+        // varying source is copied per sample over that template.
         TuInt32Array indices;
         node->getExistingMultiAttributeIndices(Tplug(node, a, true), indices);
-        for (unsigned e = 0; e < indices.length(); ++e)
+        for (unsigned e = 0; e < indices.length(); ++e) {
+            if (indices[e] >= kMaxMultiElements) continue;
             for (const Tattribute* x : tree)
                 if (const Tplug* source = node->sourceOf(Tplug(node, x, int(indices[e])))) {
                     if (isGroup(source->node())) continue;
-                    traverseNode(port, *source);
-                    any = true;
+                    if (connect(d, x, *source, port, false, int(indices[e]))) variable = true;
                 }
-        if (!any && a->matchName() == Tstring(kLightDataArrayName) &&
+        }
+        // A light array with no element of its own, set or connected, is fed
+        // by the group's lights.
+        if (indices.length() == 0 && a->matchName() == Tstring(kLightDataArrayName) &&
             findSource(a->matchName(), port, d, a->index(), a) == kImplicitVariable) {
             setMemory(d, a, kMemoryVariable);
             return kMemoryVariable;
         }
-        setMemory(d, a, kMemoryConstant);
-        return kMemoryConstant;
+        setMemory(d, a, variable ? kMemoryVariable : kMemoryConstant);
+        return variable ? kMemoryVariable : kMemoryConstant;
     }
     for (const Tattribute* x : tree) {
         const Tplug* source = node->sourceOf(Tplug(node, x));
@@ -431,6 +496,25 @@ unsigned TSEanalysis::addCopy(const TSEcopy& c) {
     return unsigned(fCopies.size() - 1);
 }
 
+unsigned TSEanalysis::arrayTemplate(BlockPlan& plan, TdependNode* node, const Tattribute* a, unsigned& count) {
+    TuInt32Array indices;
+    node->getExistingMultiAttributeIndices(Tplug(node, a, true), indices);
+    count = 0;
+    for (unsigned e = 0; e < indices.length(); ++e) count = std::max(count, std::min(indices[e] + 1, kMaxMultiElements));
+    unsigned size = a->size();
+    unsigned offset = align(unsigned(plan.constants.size()), 8);
+    plan.constants.resize(offset + kMultiHeaderSize + count * size, 0);
+    uint32_t header[4] = {count, size, 0, 0};
+    for (unsigned e = 0; e < indices.length(); ++e) {
+        unsigned k = indices[e];
+        if (k >= count) continue;
+        header[2 + k / 32] |= 1u << (k % 32);
+        readPlug(Tplug(node, a, int(k)), plan.constants.data() + offset + kMultiHeaderSize + k * size);
+    }
+    std::memcpy(plan.constants.data() + offset, header, sizeof header);
+    return offset;
+}
+
 void TSEanalysis::layOut(TSEnodeDescription* d) {
     BlockPlan& plan = fPlans[unsigned(d->block)];
     TdependNode* node = d->node;
@@ -463,23 +547,32 @@ void TSEanalysis::layOut(TSEnodeDescription* d) {
         if (a->parent()) continue;
         bool isVariable = d->memoryType[i] == kMemoryVariable;
         unsigned size = a->size();
-        if (a->isArray() && !isVariable) {
-            TuInt32Array indices;
-            node->getExistingMultiAttributeIndices(Tplug(node, a, true), indices);
+        if (a->isArray() && isVariable && lightArray[i]) {
+            // One header and a record per light of the group, per sample; the
+            // light loop fills it (kOpLightArray).
+            unsigned lights = unsigned(std::min<size_t>(fGroup.lights().size(), kMaxMultiElements));
+            variable = align(variable, 8);
+            plan.multi.push_back({0, lights, 0, 0, kMultiHeaderSize, 8});
+            place(a, TdataBlockRendering::kVarPresentNoProp, variable, int(plan.multi.size() - 1), place);
+            variable += kMultiHeaderSize + lights * size;
+            continue;
+        }
+        if (a->isArray()) {
             unsigned count = 0;
-            for (unsigned e = 0; e < indices.length(); ++e) count = std::max(count, std::min(indices[e] + 1, kMaxMultiElements));
-            unsigned offset = align(unsigned(plan.constants.size()), 8);
-            plan.constants.resize(offset + kMultiHeaderSize + count * size, 0);
-            uint32_t header[4] = {count, size, 0, 0};
-            for (unsigned e = 0; e < indices.length(); ++e) {
-                unsigned k = indices[e];
-                if (k >= count) continue;
-                header[2 + k / 32] |= 1u << (k % 32);
-                readPlug(Tplug(node, a, int(k)), plan.constants.data() + offset + kMultiHeaderSize + k * size);
-            }
-            std::memcpy(plan.constants.data() + offset, header, sizeof header);
+            unsigned templateOffset = arrayTemplate(plan, node, a, count);
             plan.multi.push_back({0, count, 0, 0, kMultiHeaderSize, 8});
-            place(a, TdataBlockRendering::kConstPresent, offset, int(plan.multi.size() - 1), place);
+            int multi = int(plan.multi.size() - 1);
+            if (!isVariable) {
+                place(a, TdataBlockRendering::kConstPresent, templateOffset, multi, place);
+                continue;
+            }
+            // Each sample holds its own copy of the multi: the template, then
+            // the varying elements over it. No segment stands behind the
+            // value itself, only behind the elements' sources.
+            variable = align(variable, 8);
+            place(a, TdataBlockRendering::kVarPresentNoProp, variable, multi, place);
+            plan.arrays.push_back({i, templateOffset, kMultiHeaderSize + count * size});
+            variable += kMultiHeaderSize + count * size;
             continue;
         }
         if (!isVariable) {
@@ -492,16 +585,6 @@ void TSEanalysis::layOut(TSEnodeDescription* d) {
                     readPlug(Tplug(node, a), plan.constants.data() + offset);
             }
             place(a, TdataBlockRendering::kConstPresent, offset, TdataBlockRendering::kNoSegment, place);
-            continue;
-        }
-        if (a->isArray() && lightArray[i]) {
-            // One header and a record per light of the group, per sample; the
-            // light loop fills it (kOpLightArray).
-            unsigned lights = unsigned(std::min<size_t>(fGroup.lights().size(), kMaxMultiElements));
-            variable = align(variable, 8);
-            plan.multi.push_back({0, lights, 0, 0, kMultiHeaderSize, 8});
-            place(a, TdataBlockRendering::kVarPresentNoProp, variable, int(plan.multi.size() - 1), place);
-            variable += kMultiHeaderSize + lights * size;
             continue;
         }
         if (const TSEconnectionRecord* c = direct[i]) {
@@ -527,8 +610,22 @@ void TSEanalysis::emitCopies(TSEnodeDescription* d, std::vector<TSEinstruction>&
     TdependNode* node = d->node;
     uint16_t block = uint16_t(d->block);
     std::vector<uint8_t> covered(d->attributeCount, 0);
+    // Varying multis start from their template; driven elements follow.
+    for (const auto& array : plan.arrays)
+        stream.push_back(instruction(
+            kOpCopy, addCopy(makeCopy(kSideConstant, block, array[1], kSideVariable, block, plan.info[array[0]].offset, array[2]))));
+    // A provider's outputs start from the value of their item as the node sees it.
+    // From the stack: inside another provider of the item, the seed is that provider's value.
+    for (auto [item, attr] : d->provides)
+        stream.push_back(instruction(kOpCopyFromStack, providedItem(item)->stackOffset,
+                                     addCopy(makeCopy(kSideSample, kNoBlock, item, kSideVariable, block, plan.info[attr].offset,
+                                                      node->attribute(attr)->size()))));
     for (const TSEconnectionRecord& c : d->connections) {
         const Tattribute* dest = node->attribute(c.destAttr);
+        if (c.element >= 0) {
+            if (c.kind == kConnNodeOutput) emitElementCopy(d, c, stream);
+            continue;
+        }
         const Tattribute* root = dest->rootParent();
         auto& info = plan.info[dest->index()];
         covered[dest->index()] = 1;
@@ -550,10 +647,15 @@ void TSEanalysis::emitCopies(TSEnodeDescription* d, std::vector<TSEinstruction>&
         copy.destOffset = info.offset;
         copy.size = dest->size();
         copy.sourceSegment = -1;
-        if (c.kind == kConnSampleItem) {
+        if (c.kind == kConnSampleItem || c.kind == kConnSampleDirect) {
             copy.sourceSide = kSideSample;
             copy.sourceBlock = kNoBlock;
             copy.sourceOffset = unsigned(c.sourceAttr);
+            copy.routine = selectCopyRoutine(copy.size, copy.sourceSide, copy.destSide);
+            const Provided* p = c.kind == kConnSampleItem ? providedItem(unsigned(c.sourceAttr)) : nullptr;
+            // A provided item is read where the innermost running provider keeps it.
+            stream.push_back(p ? instruction(kOpCopyFromStack, p->stackOffset, addCopy(copy)) : instruction(kOpCopy, addCopy(copy)));
+            continue;
         } else if (c.kind == kConnNodeOutput) {
             const TSEnodeDescription* s = c.source;
             const Tattribute* source = s->node->attribute(unsigned(c.sourceAttr));
@@ -572,7 +674,6 @@ void TSEanalysis::emitCopies(TSEnodeDescription* d, std::vector<TSEinstruction>&
             copy.sourceOffset = offset;
         }
         copy.routine = selectCopyRoutine(copy.size, copy.sourceSide, copy.destSide);
-        if (!copy.routine) continue;
         unsigned index = addCopy(copy);
         if (c.lazy && copy.sourceSegment > 0) {
             // Runs only for the samples the node asks for.
@@ -589,24 +690,29 @@ void TSEanalysis::emitCopies(TSEnodeDescription* d, std::vector<TSEinstruction>&
     for (unsigned i = 0; i < d->attributeCount; ++i) {
         const Tattribute* a = node->attribute(i);
         const Tattribute* root = a->rootParent();
-        if (a->isComputed() || covered[i] || d->memoryType[root->index()] != kMemoryVariable) continue;
+        if (a->isComputed() || root->isComputed() || covered[i] || root->isArray() || d->memoryType[root->index()] != kMemoryVariable)
+            continue;
         if (plan.info[root->index()].kind == TdataBlockRendering::kVarPresentOtherDB || a->childCount() || root == a) continue;
         unsigned offset = align(unsigned(plan.constants.size()), 8);
         plan.constants.resize(offset + align(a->size(), 8), 0);
         // Nothing drives it: its stored value, without pulling its siblings' sources.
         a->copyValue(plan.constants.data() + offset, node->storage(a));
-        TSEcopy copy{};
-        copy.sourceSide = kSideConstant;
-        copy.sourceBlock = uint16_t(d->block);
-        copy.sourceOffset = offset;
-        copy.destSide = kSideVariable;
-        copy.destBlock = uint16_t(d->block);
-        copy.destOffset = plan.info[i].offset;
-        copy.size = a->size();
-        copy.sourceSegment = -1;
-        copy.routine = selectCopyRoutine(copy.size, copy.sourceSide, copy.destSide);
-        if (copy.routine) stream.push_back(instruction(kOpCopy, addCopy(copy)));
+        stream.push_back(instruction(kOpCopy, addCopy(makeCopy(kSideConstant, block, offset, kSideVariable, block, plan.info[i].offset, a->size()))));
     }
+}
+
+void TSEanalysis::emitElementCopy(TSEnodeDescription* d, const TSEconnectionRecord& c, std::vector<TSEinstruction>& stream) {
+    const Tattribute* dest = d->node->attribute(c.destAttr);
+    const Tattribute* array = dest->rootParent();
+    const Tattribute* source = c.source->node->attribute(unsigned(c.sourceAttr));
+    if (source->size() != dest->size()) return;
+    unsigned within = 0;
+    for (const Tattribute* p = dest; p != array; p = p->parent()) within += p->offsetInParent();
+    unsigned destOffset = fPlans[unsigned(d->block)].info[array->index()].offset + kMultiHeaderSize + unsigned(c.element) * array->size() + within;
+    stream.push_back(instruction(kOpCopy, addCopy(makeCopy(kSideVariable, uint16_t(c.source->block),
+                                                           fPlans[unsigned(c.source->block)].info[source->index()].offset, kSideVariable,
+                                                           uint16_t(d->block), destOffset, dest->size(),
+                                                           c.source->cut ? c.source->segment : -1))));
 }
 
 void TSEanalysis::emitNode(TSEnodeDescription* d, std::vector<TSEinstruction>& stream) {
@@ -628,7 +734,12 @@ void TSEanalysis::emitNode(TSEnodeDescription* d, std::vector<TSEinstruction>& s
             op = kOpComputeLocked;
         }
         fTargets.push_back(target);
+        for (auto [item, attr] : d->provides)
+            stream.push_back(instruction(kOpPushProvider, providedItem(item)->stackOffset, uint32_t(d->block),
+                                         fPlans[unsigned(d->block)].info[attr].offset));
         stream.push_back(instruction(op, uint32_t(d->block), uint32_t(fTargets.size() - 1)));
+        for (auto it = d->provides.rbegin(); it != d->provides.rend(); ++it)
+            stream.push_back(instruction(kOpPopProvider, providedItem(it->first)->stackOffset));
     }
     d->guard = 0;
 }
@@ -646,8 +757,18 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
     if (fFoundLights) fNeeds.set(kItemLightData);  // each light's program leaves its record there
     TbitField64 needed = (fRequested & result) | fNeeds;
     needed.set(kItemObjectId);
-    fFields = static_cast<unsigned*>(arena.allocate(sizeof(unsigned) * Tsample::sFieldTableLength(0)));
-    sampleSize = Tsample::sBuildFieldOffsets(needed, fFields);
+    const auto& users = fRoot.userItems;
+    std::vector<unsigned> userSizes;
+    if (!users.empty()) {
+        userSizes.push_back(kIlluminationSlotSize);
+        for (const auto& u : users) {
+            userSizes.push_back(u.size);
+            if (u.sourceField < kSampleItemCount) needed.set(u.sourceField);
+        }
+    }
+    unsigned userCount = unsigned(userSizes.size());
+    fFields = static_cast<unsigned*>(arena.allocate(sizeof(unsigned) * Tsample::sFieldTableLength(userCount)));
+    sampleSize = Tsample::sBuildFieldOffsets(needed, fFields, userSizes.data(), userCount);
     fieldOffsets = fFields;
 
     // Blocks, first completed first, so that sources come before consumers.
@@ -659,10 +780,19 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
     for (TSEnodeDescription* d : fBlocks)
         if (d->cut) d->segment = int(newSegment());
     for (TSEnodeDescription* d : fBlocks) layOut(d);
+    // One stack per provided item: the seed, then one entry per nesting provider.
+    for (Provided& p : fProvided) {
+        p.stackOffset = fLoopSize;
+        fLoopSize += kStackHeaderSize + (p.depth + 1) * kStackEntrySize;
+    }
 
-    // Segment 0: set up every block, link direct reads, then the root's needs.
+    // Segment 0: set up every block, link direct reads, start the stacks of
+    // provided items, then the root's needs.
     std::vector<TSEinstruction>& prologue = fSegments[0];
     for (unsigned b = 0; b < fBlocks.size(); ++b) prologue.push_back(instruction(kOpSetUpBlock, b));
+    for (const Provided& p : fProvided)
+        prologue.push_back(instruction(kOpInitStack, p.stackOffset, p.stackOffset + kStackHeaderSize + (p.depth + 1) * kStackEntrySize,
+                                       p.item));
     for (unsigned b = 0; b < fBlocks.size(); ++b)
         for (auto& link : fPlans[b].links) prologue.push_back(instruction(kOpLinkBlock, b, link[0], link[1], link[2]));
     for (TSEnodeDescription* d : fBlocks)
@@ -699,7 +829,7 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
             rootCopies.push_back(unsigned(fCopies.size()));
         }
         copy.routine = selectCopyRoutine(copy.size, copy.sourceSide, copy.destSide);
-        if (copy.routine) main.push_back(instruction(kOpCopy, addCopy(copy)));
+        main.push_back(instruction(kOpCopy, addCopy(copy)));
     }
     prologue.insert(prologue.end(), main.begin(), main.end());
 
@@ -757,9 +887,25 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
     program.constantSize = unsigned(constants.size());
     program.variableSize = variableBase;
     program.zeroVariables = fHasLoops;
+    program.loopSize = fLoopSize;
 
     auto* opus = new (arena.allocate(sizeof(TshadingOpus))) TshadingOpus(fOpusNode ? fOpusNode : &fGroup, fOption, &arena);
     opus->initialize(program, fNeeds, fRequested, fFields, &fGroup);
+    if (!users.empty()) {
+        auto* table = static_cast<TSEudSampleTable*>(arena.allocate(sizeof(TSEudSampleTable)));
+        table->count = unsigned(users.size());
+        table->records = static_cast<TSEudSampleRecord*>(arena.allocate(sizeof(TSEudSampleRecord) * users.size()));
+        for (unsigned u = 0; u < users.size(); ++u) {
+            const auto& item = users[u];
+            const TuserSampleFill** fills = nullptr;
+            if (item.fillCount) {
+                fills = static_cast<const TuserSampleFill**>(arena.allocate(sizeof(void*) * item.fillCount));
+                for (unsigned k = 0; k < item.fillCount; ++k) fills[k] = item.fills[k];
+            }
+            table->records[u] = {item.attribute, item.size, kFirstUserField + 1 + u, item.sourceField, item.fillCount, fills};
+        }
+        opus->addUserSampleData(table);
+    }
     return opus;
 }
 
@@ -803,6 +949,20 @@ void TSEnodeDescription::markLazyInput(const Tattribute& input) {
 }
 
 // ---------------------------------------------------------------- the group's side
+
+unsigned TDNshadingEngine::defineUserSampleData(TSEnodeDescription* d, const Tattribute* input, unsigned size, unsigned sourceField,
+                                                const TuserSampleFill* const* fills, unsigned fillCount) {
+    if (!d || !d->root) return 0;
+    auto& items = d->root->userItems;
+    unsigned field = kFirstUserField + 1 + unsigned(items.size());
+    items.push_back({input ? input->index() : ~0u, size, sourceField, fills ? fillCount : 0, fills});
+    if (input && d->node && input->index() < d->attributeCount && input->size() == size && !input->parent()) {
+        d->connections.push_back({kConnSampleDirect, nullptr, int(field), input->index(), kMemoryVariable, false});
+        for (unsigned i = 0; i < d->attributeCount; ++i)
+            if (d->node->attribute(i)->rootParent() == input) d->memoryType[i] = kMemoryVariable;
+    }
+    return field;
+}
 
 const TDNshadingEngine::Analyser TDNshadingEngine::fsAnalysers[kTSEoptionCount] = {
     &TDNshadingEngine::surfaceShadingInit, &TDNshadingEngine::volumeShadingInit,  &TDNshadingEngine::dispShadingInit,
@@ -855,7 +1015,7 @@ bool TDNshadingEngine::shadingInit(TSEsampleType type, TSEoption option, TbitFie
                 state.opus = *slot;
                 state.fieldOffsets = (*slot)->fieldOffsetTable();
                 state.needs = (*slot)->needs();
-                state.sampleSize = (state.fieldOffsets[Tsample::sFieldTableLength(0) - 1] + 7) / 8 * 8;
+                state.sampleSize = (state.fieldOffsets[Tsample::sFieldTableLength((*slot)->sizeOffset()) - 1] + 7) / 8 * 8;
                 found = true;
             } else {
                 std::printf("analysis error 1 opt=%d\n", int(option));

@@ -5,6 +5,7 @@
 // the flags that decide how the node is emitted. They live on the heap for
 // the length of one analysis only.
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "framework/host/plug.h"
@@ -59,6 +60,7 @@ struct TSEconnectionRecord {
     unsigned destAttr;           // attribute index here; for the group, the item
     TSEmemoryType memory;
     bool lazy;  // read on demand, run by run
+    int element = -1;  // the logical index when the destination is an element of a multi
 };
 
 class TSEnodeDescription {
@@ -83,6 +85,14 @@ public:
     bool cut = false, visited = false, provider = false, emitted = false;
     bool inProgress = false, loop = false, codeEmitted = false;
     std::vector<TSEconnectionRecord> connections;
+    // On the root: the user items nodes asked for, in order.
+    struct UserItem {
+        unsigned attribute, size, sourceField, fillCount;
+        const class TuserSampleFill* const* fills;
+    };
+    std::vector<UserItem> userItems;
+    // Outputs that stand in for a sample item while the node computes: (item, attribute).
+    std::vector<std::pair<unsigned, unsigned>> provides;
     int block = -1;
     int segment = -1;
 };

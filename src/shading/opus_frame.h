@@ -23,7 +23,10 @@ struct TSEframe {
     TdataBlockRendering* blocks;
     unsigned char* constants;
     unsigned char* variables;
-    uint64_t* segmentDone;  // per segment, the samples it has computed in this run
+    uint64_t* segmentDone;     // per segment, the samples it has computed in this run
+    uint64_t* segmentRunning;  // per segment, the samples it is computing now
+    unsigned char* loop;       // provider stacks
+    unsigned providerDepth;    // providers running now
     Tsample* const* samples;
     const unsigned* fields;
     unsigned count;

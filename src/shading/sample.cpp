@@ -163,11 +163,13 @@ Tsample* Tsample::sCreate(void* memory, unsigned recordSize, unsigned* fieldOffs
 // One straight run of tests, item by item, so the compiler sees 64 independent
 // branches rather than a loop over tables.
 void Tsample::confirmSet(TbitField64 needed) {
-#define SHADENET_SAMPLE_CONFIRM(index, name, Cap, setter, family, Type, size)                 \
-    if (fFieldOffsets[index] && needed.test(index) && !fFieldsSet.test(index))                  \
-        std::memcpy(bytes() + fFieldOffsets[index], fDefaults.item(index), storageSize(index));
-    SHADENET_SAMPLE_ITEMS(SHADENET_SAMPLE_CONFIRM)
-#undef SHADENET_SAMPLE_CONFIRM
+    // Only the needed items not yet set: usually none, so this is one test.
+    uint64_t todo = needed.bits() & ~fFieldsSet.bits();
+    while (todo) {
+        unsigned index = unsigned(__builtin_ctzll(todo));
+        todo &= todo - 1;
+        if (unsigned offset = fFieldOffsets[index]) std::memcpy(bytes() + offset, fDefaults.item(index), storageSize(index));
+    }
 }
 
 void Tsample::fillFromDeepRaster(const unsigned* rasterOffsets, const char* raster, unsigned absent) {

@@ -1,5 +1,6 @@
 #include "shading/sample_manager.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -77,7 +78,13 @@ bool TsampleManager::setLastBatch(TDNshadingEngine* group, TSEoption option, Tre
         TsampleBatch* batch = findBatch(renderGroup, opus);
         if (!batch) {
             unsigned size = (group->sampleSize(option) + 7) / 8 * 8;
-            if (fieldTable) size = (fieldTable[kSampleItemCount] + opus->userSampleSize() + (opus->sizeOffset() ? 36 : 0) + 7) & ~7u;
+            if (fieldTable) {
+                size = (fieldTable[kSampleItemCount] + opus->userSampleSize() + (opus->sizeOffset() ? kIlluminationSlotSize : 0) + 7) & ~7u;
+                // User entries start pointer-aligned, so the table's own total
+                // may lie past the plain sum.
+                if (unsigned users = opus->sizeOffset())
+                    size = std::max(size, (fieldTable[Tsample::sFieldTableLength(users) - 1] + 7) & ~7u);
+            }
             void* memory = fThread.allocate(sizeof(TsampleBatch) + sizeof(Tsample*) * kBatchSize);
             batch = static_cast<TsampleBatch*>(memory);
             *batch = TsampleBatch{renderGroup, opus, nullptr, nullptr, nullptr, 0, kBatchSize,

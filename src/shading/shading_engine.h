@@ -147,6 +147,12 @@ public:
                            TrenderThreadBase*);
     bool dispShadingInit(TSEoption, TbitField64* requested, TbitField64* result, TframeSampleData*, const TgeoManagerBase*,
                          TrenderThreadBase*);
+    // For a node's analyse: reserves a user item of `size` bytes in every
+    // sample, which feeds `input` (null for none) of the node. The value is
+    // copied from field `sourceField` before each batch, or written by
+    // fills[object number] when that exists. Returns the item's field index.
+    unsigned defineUserSampleData(TSEnodeDescription* description, const Tattribute* input, unsigned size, unsigned sourceField,
+                                  const class TuserSampleFill* const* fills = nullptr, unsigned fillCount = 0);
     // The items each option asks of the network, from the request constants.
     static TbitField64 requestedForOption(TSEoption option);
     void setSamplerRequests();

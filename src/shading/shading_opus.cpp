@@ -8,7 +8,9 @@
 #include "framework/shading_node.h"
 #include "shading/dispatch_compute.h"
 #include "shading/opus_frame.h"
+#include "shading/render_bases.h"
 #include "shading/sample.h"
+#include "shading/sample_manager.h"
 #include "shading/shading_engine.h"
 
 namespace {
@@ -58,6 +60,22 @@ void copyFixed(const TSErun& r, unsigned first, unsigned last) {
     }
 }
 
+template <TSEside S, TSEside D>
+void copyBytes(const TSErun& r, unsigned first, unsigned last) {
+    for (unsigned i = first; i <= last; ++i) {
+        const unsigned char* s = S == kSideSample     ? reinterpret_cast<const unsigned char*>(r.samples[i]) + r.sourceField
+                                 : S == kSideConstant ? r.source
+                                                      : r.source + size_t(r.sourceStride) * i;
+        unsigned char* d = D == kSideSample ? reinterpret_cast<unsigned char*>(r.samples[i]) + r.destField : r.dest + size_t(r.destStride) * i;
+        std::memcpy(d, s, r.size);
+    }
+}
+constexpr TSEcopyRoutine kAnySize[3][3] = {
+    {copyBytes<kSideConstant, kSideConstant>, copyBytes<kSideConstant, kSideVariable>, copyBytes<kSideConstant, kSideSample>},
+    {copyBytes<kSideVariable, kSideConstant>, copyBytes<kSideVariable, kSideVariable>, copyBytes<kSideVariable, kSideSample>},
+    {copyBytes<kSideSample, kSideConstant>, copyBytes<kSideSample, kSideVariable>, copyBytes<kSideSample, kSideSample>},
+};
+
 // Value classes by size: 1-byte, 16-bit, 32-bit, pairs, triples, light data, matrices.
 constexpr unsigned kClassSizes[] = {1, 2, 4, 8, 12, 16, sizeof(void*) == 8 ? 48u : 40u, 64};
 constexpr unsigned kClassCount = sizeof(kClassSizes) / sizeof(kClassSizes[0]);
@@ -79,7 +97,7 @@ const TSEcopyRoutine (*routineTable(unsigned size))[3] {
         case 16: return kRoutines<16>;
         case kClassSizes[6]: return kRoutines<kClassSizes[6]>;
         case 64: return kRoutines<64>;
-        default: return nullptr;
+        default: return kAnySize;
     }
 }
 
@@ -121,20 +139,58 @@ bool TshadingOpus::releaseOpus() {
     // A light's program, owned by its own catalog entry, releases nothing.
     if (fEngine && static_cast<TdependNode*>(fEngine) == fNode) {
         releaseLights();
+        if (fUserData)
+            for (unsigned u = 0; u < fUserData->count; ++u) {
+                const TSEudSampleRecord& r = fUserData->records[u];
+                for (unsigned k = 0; k < r.fillCount; ++k)
+                    if (r.fills[k]) r.fills[k]->release();
+            }
+        fUserData = nullptr;
         fEngine->releaseOpus(fOption);
     }
     return true;
 }
 
+unsigned TshadingOpus::userSampleSize() const {
+    unsigned total = 0;
+    if (fUserData)
+        for (unsigned u = 0; u < fUserData->count; ++u) total += (fUserData->records[u].size + 3) & ~3u;
+    return total;
+}
+
+void TshadingOpus::fillUserSampleData(TrenderGroupBase* group, unsigned count, Tsample** samples) const {
+    if (!fUserData) return;
+    for (unsigned u = 0; u < fUserData->count; ++u) {
+        const TSEudSampleRecord& r = fUserData->records[u];
+        const TuserSampleFill* fill = nullptr;
+        if (group) {
+            unsigned object = group->objectNumber();
+            if (object < r.fillCount) fill = r.fills[object];
+        }
+        if (fill) {
+            fill->fill(count, samples, r.field, r.size, r.sourceField);
+            continue;
+        }
+        for (unsigned i = 0; i < count; ++i) samples[i]->copyUserSampleData(r.sourceField, r.field, r.size);
+    }
+}
+
 size_t TshadingOpus::frameSize(unsigned count) const {
     return align16(sizeof(TdataBlockRendering) * fProgram.blockCount) + align16(fProgram.constantSize) +
-           align16(size_t(fProgram.variableSize) * count) + align16(sizeof(uint64_t) * fProgram.segmentCount);
+           align16(size_t(fProgram.variableSize) * count) + align16(2 * sizeof(uint64_t) * fProgram.segmentCount) +
+           align16(fProgram.loopSize);
 }
 
 void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     if (!samples || count == 0) return;
     count = std::min(count, kBatchSize);
-    for (unsigned i = 0; i < count; ++i) samples[i]->confirmSet(fNeeds);
+    if (fUserData) {
+        TsampleBatch* batch = samples[0]->batch();
+        fillUserSampleData(batch ? batch->renderGroup : nullptr, count, samples);
+    }
+    // Defaults of needed items the renderer did not set; usually there are none.
+    for (unsigned i = 0; i < count; ++i)
+        if ((fNeeds & ~samples[i]->fieldsSet()).bits()) samples[i]->confirmSet(fNeeds);
 
     // Lights first, once per sample that has its own lighting.
     TSElighting lighting;
@@ -159,6 +215,10 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     frame.variables = memory;
     memory += align16(size_t(fProgram.variableSize) * count);
     frame.segmentDone = reinterpret_cast<uint64_t*>(memory);
+    frame.segmentRunning = frame.segmentDone + fProgram.segmentCount;
+    memory += align16(2 * sizeof(uint64_t) * fProgram.segmentCount);
+    frame.loop = memory;
+    frame.providerDepth = 0;
     frame.samples = samples;
     frame.fields = samples[0]->fieldOffsets();
     frame.count = count;
@@ -167,12 +227,15 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
 
     if (fProgram.constantSize) std::memcpy(frame.constants, fProgram.constants, fProgram.constantSize);
     if (fProgram.zeroVariables) std::memset(frame.variables, 0, size_t(fProgram.variableSize) * count);
-    std::memset(frame.segmentDone, 0, sizeof(uint64_t) * fProgram.segmentCount);
+    std::memset(frame.segmentDone, 0, 2 * sizeof(uint64_t) * fProgram.segmentCount);
     frame.segmentDone[0] = rangeMask(0, count);
 
     run(frame, fProgram.segments[0], fProgram.segments[1], 0, count);
 
-    for (unsigned b = frame.blocksMade; b-- > 0;) frame.blocks[b].~TdataBlockRendering();
+    // Only blocks with values that were constructed have anything to tear
+    // down; the others end with the frame.
+    for (unsigned b = frame.blocksMade; b-- > 0;)
+        if (fProgram.blocks[b].hidden && fProgram.blocks[b].hidden[0]) frame.blocks[b].~TdataBlockRendering();
 }
 
 void TshadingOpus::computeValue(void* context, int segment, const Tattribute*, unsigned first, unsigned count) {
@@ -184,22 +247,53 @@ void TshadingOpus::computeValue(void* context, int segment, const Tattribute*, u
 void TshadingOpus::runSegment(TSEframe& frame, int segment, unsigned first, unsigned count) const {
     if (segment <= 0 || unsigned(segment) >= fProgram.segmentCount || first >= frame.count) return;
     count = std::min(count, frame.count - first);
-    uint64_t todo = rangeMask(first, count) & ~frame.segmentDone[segment];
-    // Marked before running: a loop that reads this segment again sees it done.
-    frame.segmentDone[segment] |= todo;
+    // A segment is not run again for samples it is running (a loop), nor,
+    // outside providers, for samples it has done. Inside a provider the
+    // values upstream depend on what the provider set, so the segment runs
+    // again, and what it leaves is not a result for the plain sample.
+    uint64_t& done = frame.segmentDone[segment];
+    uint64_t& running = frame.segmentRunning[segment];
+    uint64_t todo = rangeMask(first, count) & ~running;
+    if (frame.providerDepth == 0) todo &= ~done;
+    if (!todo) return;
+    running |= todo;
     while (todo) {
         unsigned start = unsigned(__builtin_ctzll(todo));
         uint64_t shifted = ~(todo >> start);
         unsigned length = shifted ? unsigned(__builtin_ctzll(shifted)) : 64 - start;
+        uint64_t mask = rangeMask(start, length);
         run(frame, fProgram.segments[segment], fProgram.segments[segment + 1], start, length);
-        todo &= ~rangeMask(start, length);
+        running &= ~mask;
+        if (frame.providerDepth == 0)
+            done |= mask;
+        else
+            done &= ~mask;
+        todo &= ~mask;
     }
+}
+
+void TshadingOpus::copyFromStack(TSEframe& frame, unsigned stackOffset, const TSEcopy& c, unsigned first, unsigned count) const {
+    const auto* stack = reinterpret_cast<const TSEproviderStack*>(frame.loop + stackOffset);
+    const auto* entries = reinterpret_cast<const TSEproviderEntry*>(stack + 1);
+    const TSEproviderEntry& top = entries[stack->top];
+    if (top.block == kNoBlock) {
+        copy(frame, c, first, count);
+        return;
+    }
+    TSEcopy fromProvider = c;
+    fromProvider.sourceSide = kSideVariable;
+    fromProvider.sourceBlock = top.block;
+    fromProvider.sourceOffset = top.offset;
+    fromProvider.sourceSegment = -1;
+    fromProvider.routine = selectCopyRoutine(c.size, kSideVariable, c.destSide);
+    copy(frame, fromProvider, first, count);
 }
 
 void TshadingOpus::copy(TSEframe& frame, const TSEcopy& c, unsigned first, unsigned count) const {
     if (c.sourceSegment > 0) runSegment(frame, c.sourceSegment, first, count);
     TSErun run{};
     run.samples = frame.samples;
+    run.size = c.size;
     auto side = [&](TSEside s, uint16_t block, uint32_t offset, const unsigned char*& pointer, unsigned& stride, unsigned& field) {
         if (s == kSideSample) {
             field = frame.fields[offset];
@@ -258,6 +352,39 @@ void TshadingOpus::run(TSEframe& frame, unsigned begin, unsigned end, unsigned f
             case kOpLightArray:
                 copyLights(frame, in, first, count);
                 break;
+            case kOpCopyFromStack:
+                copyFromStack(frame, in.word[0], fProgram.copies[in.word[1]], first, count);
+                break;
+            case kOpInitStack: {
+                auto* stack = reinterpret_cast<TSEproviderStack*>(frame.loop + in.word[0]);
+                auto* entries = reinterpret_cast<TSEproviderEntry*>(stack + 1);
+                stack->top = 0;
+                stack->capacity = unsigned((in.word[1] - in.word[0] - sizeof(TSEproviderStack)) / sizeof(TSEproviderEntry));
+                entries[0] = {kNoBlock, 0, in.word[2], 0, 0};
+                break;
+            }
+            case kOpPushProvider: {
+                auto* stack = reinterpret_cast<TSEproviderStack*>(frame.loop + in.word[0]);
+                auto* entries = reinterpret_cast<TSEproviderEntry*>(stack + 1);
+                TSEproviderEntry& top = entries[stack->top];
+                if (stack->top + 1 < stack->capacity && (top.block != in.word[1] || top.offset != in.word[2]))
+                    entries[++stack->top] = {uint16_t(in.word[1]), 0, in.word[2], 0, 0};
+                else
+                    ++top.nesting;
+                ++frame.providerDepth;
+                break;
+            }
+            case kOpPopProvider: {
+                auto* stack = reinterpret_cast<TSEproviderStack*>(frame.loop + in.word[0]);
+                auto* entries = reinterpret_cast<TSEproviderEntry*>(stack + 1);
+                TSEproviderEntry& top = entries[stack->top];
+                if (top.nesting == 0 && stack->top > 0)
+                    --stack->top;
+                else if (top.nesting > 0)
+                    --top.nesting;
+                if (frame.providerDepth) --frame.providerDepth;
+                break;
+            }
             case kOpLinkBlock: {
                 const TSEblockLayout& dest = fProgram.blocks[in.word[0]];
                 const TSEblockLayout& source = fProgram.blocks[in.word[2]];

@@ -13,10 +13,12 @@
 #include "framework/host/plug.h"
 #include "framework/host/threads.h"
 #include "shading/shading_types.h"
+#include "shading/user_sample_data.h"
 
 class TDNshadingEngine;
 class TdependNode;
 class TshadingNode;
+class TrenderGroupBase;
 class Tsample;
 class TlightData;
 struct TSEframe;
@@ -56,11 +58,13 @@ struct TSErun {
     unsigned sourceField;  // byte offset in each sample record
     unsigned destField;
     Tsample* const* samples;
+    unsigned size;  // bytes of the value, for the routine of any size
 };
 using TSEcopyRoutine = void (*)(const TSErun& run, unsigned first, unsigned last);
 
 // The typed copy routine for a value of `size` bytes between the two sides;
 // one specialised loop per (value class, source side, destination side).
+// Sizes outside the value classes (whole multis) get a byte-wise loop.
 TSEcopyRoutine selectCopyRoutine(unsigned size, TSEside source, TSEside dest);
 
 struct TSEcopy {
@@ -83,6 +87,21 @@ struct TSEblockLayout {
     TdataBlockRendering::MultiInfo* multi;
     uint16_t* hidden;  // count, then the attributes whose values need construction
 };
+
+// The stack of one provided sample item in the run's loop area: where reads
+// of the item go while providers run, innermost on top.
+struct TSEproviderEntry {
+    uint16_t block;  // kNoBlock for the sample itself
+    uint16_t reserved;
+    uint32_t offset;  // in the block's variable element, or the sample item
+    uint32_t nesting;  // pushes of the same key on top of this one
+    uint32_t pad;
+};
+struct TSEproviderStack {
+    uint32_t top;  // index of the top entry
+    uint32_t capacity;
+};
+static_assert(sizeof(TSEproviderEntry) == 16 && sizeof(TSEproviderStack) == 8);
 
 // What the compute instructions name.
 struct TSEcomputeTarget {
@@ -117,6 +136,7 @@ public:
         unsigned constantSize;
         unsigned variableSize;  // bytes per sample over all blocks
         bool zeroVariables;     // a loop may read a value before it is computed
+        unsigned loopSize;      // bytes of provider stacks
     };
     void initialize(const Program& program, TbitField64 needs, TbitField64 requested, unsigned* fieldOffsets,
                     TDNshadingEngine* engine);
@@ -156,9 +176,18 @@ public:
     const Program& program() const { return fProgram; }
     // Bytes of stack a run of `count` samples takes.
     size_t frameSize(unsigned count) const;
-    // No user sample data yet: the field table ends at the items.
-    unsigned sizeOffset() const { return 0; }
-    unsigned userSampleSize() const { return 0; }
+    // User sample data: the table, taken over from analysis (in the arena).
+    void addUserSampleData(TSEudSampleTable* table) { fUserData = table; }
+    const TSEudSampleTable* userSampleDataTable() const { return fUserData; }
+    bool userSampleData() const { return fUserData && fUserData->count; }
+    // Entries of the field table past the items' end: the illumination slot
+    // and the user items, or 0 without user items.
+    unsigned sizeOffset() const { return userSampleData() ? fUserData->count + 1 : 0; }
+    // Bytes of the user items, each rounded up to 4.
+    unsigned userSampleSize() const;
+    // Before a batch runs: each user item from its fill object for the
+    // group's object, or copied from its source field.
+    void fillUserSampleData(TrenderGroupBase* group, unsigned count, Tsample** samples) const;
 
     static void resetShadeVectorHistogram() {}
     static void printShadeVectorHistogram() {}
@@ -172,6 +201,7 @@ private:
     void runLights(unsigned count, Tsample** samples, TSElighting& lighting, uint8_t* groupOf, Tsample** unique) const;
     // Which lights light the batch: false when none of the group's lights is masked out.
     bool objectMask(Tsample* const* samples, const TbitFieldFixedN*& row) const;
+    void copyFromStack(TSEframe& frame, unsigned stackOffset, const TSEcopy& c, unsigned first, unsigned count) const;
 
     TDNshadingEngine* fEngine = nullptr;
     TdependNode* fNode;
@@ -182,4 +212,5 @@ private:
     unsigned* fFieldOffsets = nullptr;
     TshadingOpus** fLights = nullptr;  // in the group's arena
     unsigned fLightCount = 0;
+    TSEudSampleTable* fUserData = nullptr;
 };

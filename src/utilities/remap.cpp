@@ -21,21 +21,24 @@ void addInterpFields(TattributeEnum& interp) {
 // Reads each existing element of a curve multi through its children's places
 // in the element.
 template <class Value>
-void readKeys(TdataBlock& block, const TattributeCompound& whole, const TattributeFloat& position, const Tattribute& value,
-              const TattributeEnum& interp, TcurveKeys& keys, Value readValue) {
+bool readKeys(TdataBlock& block, const TattributeCompound& whole, const TattributeFloat& position, const Tattribute& value,
+              const TattributeEnum& interp, TcurveKeys& keys, unsigned sample, Value readValue) {
     unsigned indices[TcurveKeys::kMaxKeys];
     unsigned n = block.multiIndices(whole, indices, TcurveKeys::kMaxKeys);
     keys.count = 0;
+    bool varies = false;
     for (unsigned e = 0; e < n && e < TcurveKeys::kMaxKeys; ++e) {
         TdataHandle h = block.elementValue(whole, indices[e]);
         if (h.isNull()) continue;
-        const char* base = static_cast<const char*>(h.value);
+        varies = varies || h.isVariable();
+        const char* base = static_cast<const char*>(h.element(sample));
         TcurveKey& k = keys.keys[keys.count++];
         std::memcpy(&k.position, base + position.offsetInParent(), sizeof(float));
         k.value = readValue(base + value.offsetInParent());
         std::memcpy(&k.interp, base + interp.offsetInParent(), sizeof(short));
     }
     keys.sort();
+    return varies;
 }
 }  // namespace
 
@@ -88,8 +91,8 @@ TfloatCurveAttribute::TfloatCurveAttribute(const char* name, const char* shortNa
     addInterpFields(interp);
 }
 
-void TfloatCurveAttribute::read(TdataBlock& block, TcurveKeys& keys) const {
-    readKeys(block, whole, position, floatValue, interp, keys, [](const char* p) {
+bool TfloatCurveAttribute::read(TdataBlock& block, TcurveKeys& keys, unsigned sample) const {
+    return readKeys(block, whole, position, floatValue, interp, keys, sample, [](const char* p) {
         float v;
         std::memcpy(&v, p, sizeof v);
         return T3Float(v, v, v);
@@ -108,8 +111,8 @@ TcolorCurveAttribute::TcolorCurveAttribute(const char* name, const char* shortNa
     addInterpFields(interp);
 }
 
-void TcolorCurveAttribute::read(TdataBlock& block, TcurveKeys& keys) const {
-    readKeys(block, whole, position, color.whole, interp, keys, [](const char* p) {
+bool TcolorCurveAttribute::read(TdataBlock& block, TcurveKeys& keys, unsigned sample) const {
+    return readKeys(block, whole, position, color.whole, interp, keys, sample, [](const char* p) {
         T3Float v;
         std::memcpy(&v, p, sizeof v);
         return v;
@@ -136,12 +139,12 @@ bool TdnRemapValue::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsi
     TdataHandle outMin = block.inputValue(attrOutputMin(), first, count);
     TdataHandle outMax = block.inputValue(attrOutputMax(), first, count);
     TcurveKeys keys;
-    if (wantsColor)
-        fsVs->color.read(block, keys);
-    else
-        fsVs->value.read(block, keys);
+    auto read = [&](unsigned sample) { return wantsColor ? fsVs->color.read(block, keys, sample) : fsVs->value.read(block, keys, sample); };
+    // Keys that vary per sample are read again for each sample.
+    bool varies = read(first);
     TdataHandle out = block.outputValue(*a, first, count);
     for (unsigned i = first; i < first + count; ++i) {
+        if (varies && i != first) read(i);
         float t = TremapRange::sParameter(x.asFloat(i), inMin.asFloat(i), inMax.asFloat(i));
         float lo = outMin.asFloat(i), hi = outMax.asFloat(i);
         if (wantsColor) {
@@ -168,9 +171,12 @@ void remapChannels(TdataBlock& block, const TdataHandle& color, const TremapRang
     TdataHandle outMin = block.inputValue(range.outputMin, first, count);
     TdataHandle outMax = block.inputValue(range.outputMax, first, count);
     TcurveKeys keys[3];
-    for (int c = 0; c < 3; ++c) curves[c]->read(block, keys[c]);
+    bool varies[3];
+    for (int c = 0; c < 3; ++c) varies[c] = curves[c]->read(block, keys[c], first);
     TdataHandle out = block.outputValue(output, first, count);
     for (unsigned i = first; i < first + count; ++i) {
+        for (int c = 0; c < 3; ++c)
+            if (varies[c] && i != first) curves[c]->read(block, keys[c], i);
         T3Float v = to(color.asFloat3(i));
         T3Float r;
         for (int c = 0; c < 3; ++c) {

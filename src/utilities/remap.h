@@ -32,7 +32,9 @@ struct TfloatCurveAttribute {
     TattributeFloat position;
     TattributeFloat floatValue;
     TattributeEnum interp;
-    void read(TdataBlock& block, TcurveKeys& keys) const;
+    // The keys as sample `sample` sees them; returns whether they may differ
+    // from sample to sample (an element is driven per sample).
+    bool read(TdataBlock& block, TcurveKeys& keys, unsigned sample = 0) const;
 };
 
 // A colour curve: multi `name` of `name_Position`, `name_Color`, `name_Interp`.
@@ -42,7 +44,9 @@ struct TcolorCurveAttribute {
     TattributeFloat position;
     TcolorAttribute color;
     TattributeEnum interp;
-    void read(TdataBlock& block, TcurveKeys& keys) const;
+    // The keys as sample `sample` sees them; returns whether they may differ
+    // from sample to sample (an element is driven per sample).
+    bool read(TdataBlock& block, TcurveKeys& keys, unsigned sample = 0) const;
 };
 
 // The input and output ranges every remap node has.

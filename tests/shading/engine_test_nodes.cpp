@@ -6,6 +6,7 @@ SN_REGISTER_NODE_CLASS(TengineTestUv)
 SN_REGISTER_NODE_CLASS(TengineTestScale)
 SN_REGISTER_NODE_CLASS(TengineTestSurface)
 SN_REGISTER_NODE_CLASS(TengineTestMix)
+SN_REGISTER_NODE_CLASS(TengineTestOffset)
 
 bool TengineTestUv::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     const Tattribute* a = plug.attribute()->rootParent();
@@ -72,6 +73,32 @@ bool TengineTestMix::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
         TdataHandle c = block.inputValue(pickFirst ? attrColor1() : attrColor2(), i, j - i);
         for (unsigned k = i; k < j; ++k) out.asFloat3(k) = c.asFloat3(k);
         i = j;
+    }
+    counters.count(count);
+    block.setClean(attrOutColor());
+    return true;
+}
+
+void TengineTestOffset::analyse(TDNshadingEngine*, TSEnodeDescription* description, void*, TbitField64&) {
+    description->markLazyInput(attrColor());
+}
+
+bool TengineTestOffset::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
+    if (plug.attribute()->rootParent() != &attrOutColor()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    TdataHandle uv = block.outputValue(attrOutUv(), first, count);
+    TdataHandle shift = block.inputValue(attrShift(), first, count);
+    TdataHandle out = block.outputValue(attrOutColor(), first, count);
+    T2Float base[64];
+    T3Float here[64];
+    for (unsigned i = first; i < first + count; ++i) base[i] = uv.asFloat2(i);
+    TdataHandle c = block.inputValue(attrColor(), first, count);
+    for (unsigned i = first; i < first + count; ++i) here[i] = c.asFloat3(i);
+    for (unsigned i = first; i < first + count; ++i) uv.asFloat2(i) = T2Float{base[i].x + shift.asFloat(i), base[i].y};
+    c = block.inputValue(attrColor(), first, count);
+    for (unsigned i = first; i < first + count; ++i) {
+        const T3Float& there = c.asFloat3(i);
+        out.asFloat3(i) = T3Float(there.x - here[i].x, there.y - here[i].y, there.z - here[i].z);
+        uv.asFloat2(i) = base[i];
     }
     counters.count(count);
     block.setClean(attrOutColor());

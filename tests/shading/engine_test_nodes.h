@@ -139,3 +139,40 @@ public:
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
 };
+
+struct TengineTestOffsetVS : TdependNodeVS {
+    TcolorAttribute color{"color", "c", TiffTag("EOFC")};
+    TattributeFloat shift{"shift", "sh", TiffTag("EOFS")};
+    TcolorAttribute outColor{"outColor", "oc", TiffTag("EOFO")};
+    // Stands for the sample's uvCoord while the node computes.
+    TpairAttribute outUv{"outUv", "ouv", TiffTag("EOFU"), "outU", "ou", TiffTag("EOFX"), "outV", "ov", TiffTag("EOFY")};
+    TengineTestOffsetVS() {
+        shift.setNativeDefaultData(0.25);
+        outColor.setFlag(kAttrWritable, false);
+        outUv.whole.setFlag(kAttrWritable, false);
+        outUv.whole.setFlag(kAttrComputed | kAttrReadable | kAttrSampleOutput, true);
+        outUv.whole.setMatchName(Tstring("uvCoord"));
+    }
+    bool setupDependencies(TdependencyMatrix& m) override {
+        if (!TdependNodeVS::setupDependencies(m)) return false;
+        affects(m, {&color.whole, &shift}, {&outColor.whole});
+        return true;
+    }
+};
+// outColor = color read at (u + shift, v) minus color read at (u, v): the
+// colour input is computed on demand, twice, with the node's outUv standing
+// in for the sample's uvCoord.
+class TengineTestOffset : public TnodeClass<TengineTestOffset, TrenderNode, TengineTestOffsetVS> {
+public:
+    static constexpr TnodeClassInfo kInfo{"TengineTestOffset", 9105, "kEngineTestOffset", "engineTestOffset", "EOFF", "utility/test"};
+    SN_COLOR_ATTRIBUTE(Color, color)
+    SN_ATTRIBUTE(Shift, shift)
+    SN_COLOR_ATTRIBUTE(OutColor, outColor)
+    SN_PAIR_ATTRIBUTE(OutUv, outUv, U, V)
+    TengineCounters counters;
+
+    void analyse(TDNshadingEngine*, TSEnodeDescription* description, void*, TbitField64&) override;
+
+protected:
+    bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
+};
