@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "framework/render_utilities.h"
 #include "textures/noise/noise.h"
@@ -96,24 +97,27 @@ void TdnRamp::getRampColourAtValue(short interp, float value, const TrampKeys& k
     computeOutputColor(interp, value, low, high, lowColour, highColour, out);
 }
 
-void TdnRamp::readKeys(TdataBlock& block, TrampKeys& keys) {
+bool TdnRamp::readKeys(TdataBlock& block, TrampKeys& keys, unsigned sample) {
     const Tattribute& list = saColorEntryList();
     unsigned indices[TrampKeys::kMaxKeys];
     unsigned n = std::min(block.multiIndices(list, indices, TrampKeys::kMaxKeys), TrampKeys::kMaxKeys);
     keys.count = 0;
+    bool varies = false;
     for (unsigned k = 0; k < n; ++k) {
         TdataHandle e = block.elementValue(list, indices[k]);
         if (e.isNull()) continue;
-        const char* bytes = static_cast<const char*>(e.value);
-        keys.position[keys.count] = *reinterpret_cast<const float*>(bytes + saPosition().offsetInParent());
-        keys.colour[keys.count] = *reinterpret_cast<const T3Float*>(bytes + saColor().offsetInParent());
+        varies = varies || e.isVariable();
+        const char* bytes = static_cast<const char*>(e.element(sample));
+        std::memcpy(&keys.position[keys.count], bytes + saPosition().offsetInParent(), sizeof(float));
+        std::memcpy(&keys.colour[keys.count], bytes + saColor().offsetInParent(), sizeof(T3Float));
         ++keys.count;
     }
+    return varies;
 }
 
-void TdnRamp::getRampColourAtValue(short interp, float value, TdataBlock& block, T3Float& out) {
+void TdnRamp::getRampColourAtValue(short interp, float value, TdataBlock& block, T3Float& out, unsigned sample) {
     TrampKeys keys;
-    readKeys(block, keys);
+    readKeys(block, keys, sample);
     getRampColourAtValue(interp, value, keys, out);
 }
 
@@ -163,8 +167,10 @@ float TdnRamp::sRampValue(short type, float u, float v) {
 
 bool TdnRamp::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isColorOutput(plug)) return TdnTx2D::vectorComputePlug(plug, block, first, count);
+    // Keys are read once for the batch, and again for each sample when a
+    // key's position or colour is driven per sample.
     TrampKeys keys;
-    readKeys(block, keys);
+    const bool keysVary = readKeys(block, keys, first);
     TdataHandle uv = block.inputValue(attrUvCoord(), first, count);
     TdataHandle fallback = block.inputValue(attrDefaultColor(), first, count);
     TdataHandle type = block.inputValue(attrType(), first, count);
@@ -186,6 +192,7 @@ bool TdnRamp::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned f
             batch.setOutside(i, fallback.asFloat3(i));
             continue;
         }
+        if (keysVary && i != first) readKeys(block, keys, i);
         float u = p.x, v = p.y;
         float n = noise.asFloat(i);
         if (n >= 1e-5f) {

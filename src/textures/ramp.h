@@ -59,12 +59,16 @@ public:
     SN_ATTRIBUTE(ValNoiseFreq, valNoiseFreq)
 
     // The colour at `value` between the nearest keys below and above it.
-    static void getRampColourAtValue(short interp, float value, TdataBlock& block, T3Float& out);
+    // `sample` picks the keys that sample sees when some key varies per sample.
+    static void getRampColourAtValue(short interp, float value, TdataBlock& block, T3Float& out, unsigned sample = 0);
     static void getRampColourAtValue(short interp, float value, const TrampKeys& keys, T3Float& out);
     // Between lower key (low, L) and upper key (high, H) by the kind of
     // interpolation; a missing key has a position below 0 or above 1.
     static void computeOutputColor(short interp, float value, float low, float high, const T3Float& L, const T3Float& H, T3Float& out);
-    static void readKeys(TdataBlock& block, TrampKeys& keys);
+    // The keys as sample `sample` of the block sees them; true when a key's
+    // position or colour varies per sample, so that other samples must read
+    // their own.
+    static bool readKeys(TdataBlock& block, TrampKeys& keys, unsigned sample = 0);
 
     // Gives a ramp with no keys its default keys: red at 0, green at 0.5, blue at 1.
     void addDefaultValuesIfEmpty();

@@ -256,3 +256,54 @@ TEST(Ramp, BatchEqualsTheScalarPullWithWavesAndNoise) {
         expectNear(batch.colour(9), T3Float(0.5f, 0.5f, 0.5f), "outside");
     }
 }
+
+TEST(Ramp, KeysDrivenPerSampleAreReadForEachSample) {
+    // V ramp, linear: key 0 is black at 0; key 1 has its position and/or
+    // colour driven by a source of (u, v, 0.25) at the sample's own UV. Each
+    // sample of the batch must see its own key 1.
+    struct Case {
+        const char* what;
+        bool drivePosition, driveColour;
+    } cases[] = {
+        {"colour driven", false, true},
+        {"position driven", true, false},
+        {"both driven", true, true},
+    };
+    const float fixedPosition = 0.8f;
+    const T3Float fixedColour(0.4f, 0.6f, 1.0f);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        RampNode n;
+        n.keys({{0.0f, T3Float(0, 0, 0)}, {fixedPosition, fixedColour}});
+        n.set(TdnRamp::saInterpolation(), short(TdnRamp::kLinearInterp));
+        auto* source = n.net.make<TtexTestSource>("texTestSource");
+        ASSERT_NE(source, nullptr);
+        if (c.driveColour)
+            ASSERT_EQ(n.net.graph.connect(Tplug(source, &TtexTestSource::saOutColor()), Tplug(n.ramp, &TdnRamp::saColor(), 1)),
+                      TconnectStatus::kOk);
+        if (c.drivePosition)
+            ASSERT_EQ(n.net.graph.connect(Tplug(source, &TtexTestSource::saOutColorR()), Tplug(n.ramp, &TdnRamp::saPosition(), 1)),
+                      TconnectStatus::kOk);
+        n.net.show(n.ramp, TdnTx2D::saOutColor());
+        TshadingOpus* opus = n.net.analyse();
+        ASSERT_NE(opus, nullptr);
+        // UVs inside the unit square, some with v below u (between the keys
+        // when the position is u) and some above (past the last key).
+        std::vector<T2Float> uvs;
+        for (unsigned i = 0; i < kBatchSize; ++i) uvs.push_back(T2Float{0.05f + 0.9f * float(i % 11) / 10.0f, 0.03f + 0.9f * float(i % 7) / 6.0f});
+        TtextureBatch batch(n.net.group, uvs);
+        batch.shade(opus);
+        unsigned between = 0, past = 0;
+        for (unsigned i = 0; i < uvs.size(); ++i) {
+            const float u = uvs[i].x, v = uvs[i].y;
+            const float position = c.drivePosition ? u : fixedPosition;
+            const T3Float colour = c.driveColour ? TtexTestSource::sColourAt(uvs[i]) : fixedColour;
+            const T3Float want = v >= position ? colour : colour * (v / position);
+            (v >= position ? past : between) += 1;
+            expectNear(batch.colour(i), want, "sample " + std::to_string(i), 2e-6f);
+        }
+        // Both sides of key 1 were exercised.
+        EXPECT_GT(between, 8u);
+        EXPECT_GT(past, 8u);
+    }
+}
