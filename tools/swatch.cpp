@@ -1,22 +1,41 @@
-// shadenet swatch TYPE|FILE:NODE -o swatch.png: the material preview of a
-// node type or of a node of a scene file.
+// shadenet swatch TYPE|FILE:NODE -o swatch.png: the preview of a node type or
+// of a node of a scene file. A texture shows on a card that fills the view;
+// anything else on a ball before a checked backdrop under a fixed light rig.
+// shadenet swatch --sheet NAME -o sheet.png: the contact sheet of a family of
+// types, one labelled swatch each.
 #include <iostream>
 #include <memory>
 #include <string>
 
-#include "renderer/swatch.h"
+#include "tools/contact_sheet.h"
 #include "tools/subcommand.h"
+#include "tools/texture_swatch.h"
 
 namespace {
 struct TswatchCommand {
-    std::string what, output = "swatch.png";
+    std::string what, sheet, output = "swatch.png";
+    int columns = 4;
     TswatchOptions options;
 };
 
 int run(const TswatchCommand& c) {
+    if (c.what.empty() == c.sheet.empty()) {
+        std::cerr << "give either a node type (or FILE:NODE) or --sheet NAME\n";
+        return kExitUsage;
+    }
     TframeBuffer image;
     std::string error;
-    if (!renderSwatch(c.what, c.options, image, error) || !image.write(c.output, error)) {
+    if (!c.sheet.empty()) {
+        std::vector<std::string> types = contactSheetTypes(c.sheet);
+        if (types.empty()) {
+            std::cerr << "unknown contact sheet '" << c.sheet << "' (known: " << contactSheetNames() << ")\n";
+            return kExitUsage;
+        }
+        if (!renderContactSheet(types, c.options, c.columns, image, error) || !image.write(c.output, error)) {
+            std::cerr << error << "\n";
+            return kExitFailure;
+        }
+    } else if (!renderAnySwatch(c.what, c.options, image, error) || !image.write(c.output, error)) {
         std::cerr << error << "\n";
         return kExitFailure;
     }
@@ -25,11 +44,13 @@ int run(const TswatchCommand& c) {
 }
 
 const TsubcommandRegistrar kRegistrar{
-    {"swatch", "Render the preview of a node type or of FILE:NODE", [](CLI::App& app) -> std::function<int()> {
+    {"swatch", "Render the preview of a node type or of FILE:NODE, or a contact sheet", [](CLI::App& app) -> std::function<int()> {
          auto c = std::make_shared<TswatchCommand>();
-         app.add_option("what", c->what, "A node type, or FILE:NODE for a node of a scene file")->required();
+         app.add_option("what", c->what, "A node type, or FILE:NODE for a node of a scene file");
+         app.add_option("--sheet", c->sheet, "A contact sheet of a family of types (textures-2d)");
+         app.add_option("--columns", c->columns, "Swatches per row of a contact sheet")->check(CLI::Range(1, 64));
          app.add_option("-o,--output", c->output, "Image file (png, exr, tif ...)");
-         app.add_option("--size", c->options.size, "Width and height in pixels")->check(CLI::Range(8, 4096));
+         app.add_option("--size", c->options.size, "Width and height in pixels of a swatch")->check(CLI::Range(8, 4096));
          app.add_option("--spp", c->options.samplesPerPixel, "Camera samples per pixel")->check(CLI::Range(1, 64));
          return [c] { return run(*c); };
      }}};

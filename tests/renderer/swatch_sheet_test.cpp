@@ -1,0 +1,214 @@
+// The swatch command for every texture and material type, the contact sheet
+// of the 2D textures, and the swatch command's usage errors. Everything runs
+// through the shadenet program, as a user would.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <OpenImageIO/imageio.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstdint>
+#include <fstream>
+#include <sstream>
+
+#include "renderer/render_fixture.h"
+#include "support/temp_dir.h"
+
+namespace {
+struct Trun {
+    int status = -1;
+    std::string out, err;
+};
+
+Trun shadenet(const TtestTempDir& dir, const std::string& arguments) {
+    const std::string out = dir.file("out.txt"), err = dir.file("err.txt");
+    int raw = std::system((std::string("'") + SHADENET_CLI + "' " + arguments + " >'" + out + "' 2>'" + err + "'").c_str());
+    Trun r;
+    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    std::stringstream o, e;
+    o << std::ifstream(out).rdbuf();
+    e << std::ifstream(err).rdbuf();
+    r.out = o.str(), r.err = e.str();
+    return r;
+}
+
+// An 8-bit RGB image as read back from a file.
+struct Timage {
+    int width = 0, height = 0;
+    std::vector<uint8_t> rgb;
+    const uint8_t* at(int x, int y) const { return &rgb[(size_t(y) * size_t(width) + size_t(x)) * 3]; }
+    int luma(int x, int y) const { return (at(x, y)[0] * 3 + at(x, y)[1] * 6 + at(x, y)[2]) / 10; }
+};
+
+Timage readImage(const std::string& path) {
+    Timage image;
+    auto in = OIIO::ImageInput::open(path);
+    if (!in) return image;
+    image.width = in->spec().width, image.height = in->spec().height;
+    image.rgb.resize(size_t(image.width) * size_t(image.height) * 3);
+    if (!in->read_image(0, 0, 0, 3, OIIO::TypeDesc::UINT8, image.rgb.data())) image = Timage{};
+    return image;
+}
+
+// Spread of the channels over a rectangle: the largest max - min of the three.
+int spread(const Timage& image, int x0, int y0, int x1, int y1) {
+    int lo[3] = {255, 255, 255}, hi[3] = {0, 0, 0};
+    for (int y = y0; y < y1; ++y)
+        for (int x = x0; x < x1; ++x)
+            for (int c = 0; c < 3; ++c) lo[c] = std::min(lo[c], int(image.at(x, y)[c])), hi[c] = std::max(hi[c], int(image.at(x, y)[c]));
+    return std::max({hi[0] - lo[0], hi[1] - lo[1], hi[2] - lo[2]});
+}
+
+double meanLuma(const Timage& image, int x0, int y0, int x1, int y1) {
+    double sum = 0;
+    for (int y = y0; y < y1; ++y)
+        for (int x = x0; x < x1; ++x) sum += image.luma(x, y);
+    return sum / double((x1 - x0) * (y1 - y0));
+}
+
+// The registered types the program knows, with their classifications.
+std::vector<std::pair<std::string, std::string>> programTypes(const TtestTempDir& dir) {
+    Trun r = shadenet(dir, "nodes --json");
+    EXPECT_EQ(r.status, 0) << r.err;
+    std::vector<std::pair<std::string, std::string>> types;
+    for (const auto& t : nlohmann::json::parse(r.out)) types.emplace_back(t["type"].get<std::string>(), t["classification"].get<std::string>());
+    return types;
+}
+
+bool under(const std::string& classification, const std::string& prefix) {
+    return classification.compare(0, prefix.size(), prefix) == 0 && (classification.size() == prefix.size() || classification[prefix.size()] == '/');
+}
+}  // namespace
+
+TEST(Swatches, EveryTextureAndMaterialTypeShowsAPattern) {
+    TtestTempDir dir;
+    constexpr int kSize = 40;
+    unsigned textures = 0, materials = 0;
+    for (const auto& [type, classification] : programTypes(dir)) {
+        const bool texture = under(classification, "texture"), material = under(classification, "shader/surface");
+        if (!texture && !material) continue;
+        SCOPED_TRACE(type + " (" + classification + ")");
+        const std::string file = dir.file(type + ".png");
+        Trun r = shadenet(dir, "swatch " + type + " -o '" + file + "' --size " + std::to_string(kSize) + " --spp 1");
+        if (r.status != 0 && r.err.find("cannot make a node") != std::string::npos) continue;  // an abstract base
+        ASSERT_EQ(r.status, 0) << r.err;
+        Timage image = readImage(file);
+        ASSERT_EQ(image.width, kSize);
+        ASSERT_EQ(image.height, kSize);
+        if (texture) {
+            // The card fills the view: the pattern is everywhere, and varies.
+            EXPECT_GT(spread(image, 0, 0, kSize, kSize), 24);
+            EXPECT_GT(meanLuma(image, 0, 0, kSize, kSize), 8.0);
+            ++textures;
+        } else {
+            // The middle of the ball: lit, so neither black nor one flat tone.
+            const int a = kSize * 3 / 8, b = kSize * 5 / 8;
+            EXPECT_GT(spread(image, a, a, b, b), 4);
+            EXPECT_GT(meanLuma(image, a, a, b, b), 8.0);
+            ++materials;
+        }
+    }
+    EXPECT_GE(textures, 11u);  // at least the 2D family
+    EXPECT_GE(materials, 1u);
+}
+
+TEST(Swatches, ATextureOfASceneFileFillsTheCardWithItsOwnSettings) {
+    TtestTempDir dir;
+    // Red and blue checks through the file's own placement; a ball in the
+    // file that must stay out of the preview.
+    writeFile(dir.file("checks.json"),
+              sceneText(R"({"type": "checker", "name": "checks", "attributes": {"color1": [1, 0, 0], "color2": [0, 0, 1]}},
+                           {"type": "place2dTexture", "name": "p", "attributes": {"repeatUV": [2, 2]}},
+                           {"type": "transform", "name": "ballXf", "attributes": {"translate": [0, 0, 2]}},
+                           {"type": "sphere", "name": "ball", "parent": "ballXf"})",
+                        R"(["p.outUV", "checks.uvCoord"])"));
+    const std::string file = dir.file("checks.png");
+    Trun r = shadenet(dir, "swatch '" + dir.file("checks.json") + ":checks' -o '" + file + "' --size 32 --spp 1");
+    ASSERT_EQ(r.status, 0) << r.err;
+    Timage image = readImage(file);
+    ASSERT_EQ(image.width, 32);
+    // Every pixel is a mix of the two colours: no green, no backdrop grey.
+    unsigned reds = 0, blues = 0;
+    for (int y = 0; y < 32; ++y)
+        for (int x = 0; x < 32; ++x) {
+            const uint8_t* p = image.at(x, y);
+            EXPECT_EQ(p[1], 0) << x << "," << y;
+            EXPECT_NEAR(int(p[0]) + int(p[2]), 255, 2) << x << "," << y;
+            reds += p[0] > 200, blues += p[2] > 200;
+        }
+    // Repeat 2 makes 4 by 4 checks: half of each colour, away from edges.
+    EXPECT_GT(reds, 350u);
+    EXPECT_GT(blues, 350u);
+}
+
+TEST(Swatches, TheContactSheetHoldsEachSwatchLabelledInReadingOrder) {
+    TtestTempDir dir;
+    const std::vector<std::string> types = {"checker", "grid",  "bulge",    "cloth",   "ramp", "fractal",
+                                            "noise",   "mountain", "stencil", "water", "ocean"};
+    constexpr int kSize = 24;
+    const std::string common = " --size " + std::to_string(kSize) + " --spp 1";
+    const std::string sheetFile = dir.file("sheet.png");
+    Trun r = shadenet(dir, "swatch --sheet textures-2d -o '" + sheetFile + "'" + common);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, sheetFile + "\n");
+    Timage sheet = readImage(sheetFile);
+    ASSERT_GT(sheet.width, 4 * kSize);
+    // Each type's own swatch appears in the sheet, pixel for pixel, once.
+    std::vector<std::pair<int, int>> found;
+    for (const std::string& type : types) {
+        SCOPED_TRACE(type);
+        const std::string own = dir.file(type + ".png");
+        ASSERT_EQ(shadenet(dir, "swatch " + type + " -o '" + own + "'" + common).status, 0);
+        Timage swatch = readImage(own);
+        ASSERT_EQ(swatch.width, kSize);
+        std::vector<std::pair<int, int>> at;
+        for (int y = 0; y + kSize <= sheet.height; ++y)
+            for (int x = 0; x + kSize <= sheet.width; ++x) {
+                bool same = true;
+                for (int j = 0; j < kSize && same; ++j)
+                    same = std::equal(swatch.at(0, j), swatch.at(0, j) + kSize * 3, sheet.at(x, y + j));
+                if (same) at.emplace_back(x, y);
+            }
+        ASSERT_EQ(at.size(), 1u);
+        found.push_back(at[0]);
+        // Under the swatch, a light label about as wide as the type name
+        // (5 pixel glyphs, 6 apart), centred under it.
+        const auto [x0, y0] = at[0];
+        int left = sheet.width, right = -1;
+        for (int y = y0 + kSize; y < std::min(sheet.height, y0 + kSize + 14); ++y)
+            for (int x = std::max(0, x0 - 8); x < std::min(sheet.width, x0 + kSize + 8); ++x)
+                if (sheet.luma(x, y) > 200) left = std::min(left, x), right = std::max(right, x);
+        ASSERT_GE(right, left) << "no label";
+        const int width = right - left + 1, n = int(type.size());
+        EXPECT_LE(width, 6 * n - 1);
+        EXPECT_GE(width, 6 * n - 4);
+        EXPECT_NEAR((left + right) / 2.0, x0 + kSize / 2.0, 2.5);
+    }
+    // Reading order: along a row left to right, rows top to bottom.
+    for (size_t i = 1; i < found.size(); ++i) {
+        const auto [px, py] = found[i - 1];
+        const auto [x, y] = found[i];
+        EXPECT_TRUE(y > py || (y == py && x > px)) << types[i];
+    }
+    // Four to a row: the fifth starts the second row under the first.
+    EXPECT_EQ(found[3].second, found[0].second);
+    EXPECT_GT(found[4].second, found[0].second);
+    EXPECT_EQ(found[4].first, found[0].first);
+}
+
+TEST(Swatches, UsageErrorsExitWithTwoAndSayWhy) {
+    TtestTempDir dir;
+    struct Case {
+        std::string arguments, message;
+    } cases[] = {
+        {"swatch", "give either a node type"},
+        {"swatch checker --sheet textures-2d", "give either a node type"},
+        {"swatch --sheet textures-9d", "unknown contact sheet 'textures-9d' (known: textures-2d)"},
+    };
+    for (const Case& c : cases) {
+        Trun r = shadenet(dir, c.arguments + " -o '" + dir.file("x.png") + "'");
+        EXPECT_EQ(r.status, 2) << c.arguments;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << c.arguments << ": " << r.err;
+    }
+}

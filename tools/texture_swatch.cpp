@@ -1,0 +1,148 @@
+#include "tools/texture_swatch.h"
+
+#include <cstring>
+
+#include "framework/host/dag.h"
+#include "framework/host/depend_graph.h"
+#include "renderer/renderer.h"
+#include "scene/scene_loader.h"
+#include "shading/shading_engine.h"
+#include "textures/ramp.h"
+
+namespace {
+constexpr float kCardWidth = 2.0f;
+
+template <class V>
+void set(TdependNode* node, const char* attribute, V value) {
+    if (const Tattribute* a = node ? node->attribute(Tstring(attribute)) : nullptr) node->setAttributeValue(a, &value);
+}
+
+bool link(TdependGraph& graph, TdependNode* from, const char* out, TdependNode* to, const char* in) {
+    const Tattribute* a = from ? from->attribute(Tstring(out)) : nullptr;
+    const Tattribute* b = to ? to->attribute(Tstring(in)) : nullptr;
+    return a && b && graph.connect(Tplug(from, a), Tplug(to, b)) == TconnectStatus::kOk;
+}
+
+bool isConnectedInput(TdependNode* node, const char* attribute) {
+    const Tattribute* a = node->attribute(Tstring(attribute));
+    return a && Tplug(node, a).isDestination();
+}
+
+// How many times the unit square repeats across the card, per type: enough
+// cells to see a pattern's rhythm, few enough that it does not alias at the
+// sizes previews are drawn.
+struct TswatchLook {
+    const char* type;
+    float repeat;
+};
+constexpr TswatchLook kLooks[] = {
+    {"checker", 4}, {"grid", 4}, {"bulge", 4}, {"cloth", 6}, {"ramp", 1}, {"fractal", 1},
+    {"noise", 1},   {"mountain", 1}, {"stencil", 1}, {"water", 1}, {"ocean", 1},
+};
+
+float repeatFor(const std::string& type) {
+    for (const TswatchLook& l : kLooks)
+        if (type == l.type) return l.repeat;
+    return 1.0f;
+}
+
+TdependNode* placed(TdependGraph& graph, const char* type, const char* name, T3Float translate, T3Float rotate) {
+    auto* transform = static_cast<Ttransform*>(graph.createNode("transform", Tstring(std::string(name) + "Xf")));
+    transform->setAttributeValue(&Ttransform::saTranslate(), &translate);
+    transform->setAttributeValue(&Ttransform::saRotate(), &rotate);
+    TdependNode* shape = graph.createNode(type, Tstring(name));
+    if (shape) transform->addChild(static_cast<TdagNode*>(shape));
+    return shape;
+}
+}  // namespace
+
+bool isTextureType(const std::string& typeName) { return TclassificationMgr::isClassified(Tstring(typeName), Tstring("texture")); }
+
+void dressTextureForSwatch(TdependGraph& graph, TdependNode* texture) {
+    const std::string type = texture->typeName().str();
+    if (auto* ramp = dynamic_cast<TdnRamp*>(texture)) ramp->addDefaultValuesIfEmpty();
+    if (type == "stencil") {
+        // A stencil shows an image; on its own it would be its default grey
+        // over the same grey. Show a ramp through a soft edge over black.
+        auto* image = static_cast<TdnRamp*>(graph.createNode("ramp", "swatchStencilImage"));
+        if (image) {
+            image->addDefaultValuesIfEmpty();
+            set(image, "type", short(TdnRamp::kDiagRamp));
+            link(graph, image, "outColor", texture, "image");
+        }
+        set(texture, "edgeBlend", 0.35f);
+        set(texture, "defaultColor", T3Float(0.05f, 0.05f, 0.05f));
+    }
+    // 2D textures read their UV through a placement; solid textures read
+    // the point and keep theirs.
+    if (!texture->attribute(Tstring("uvCoord")) || isConnectedInput(texture, "uvCoord")) return;
+    TdependNode* place = graph.createNode("place2dTexture", "swatchPlacement");
+    if (!place) return;
+    float r = repeatFor(type);
+    set(place, "repeatUV", T2Float{r, r});
+    link(graph, place, "outUV", texture, "uvCoord");
+    link(graph, place, "outUvFilterSize", texture, "uvFilterSize");
+}
+
+bool renderTextureSwatch(TdependGraph& graph, TdependNode* texture, const TswatchOptions& options, TframeBuffer& image,
+                         std::string& error, const std::string& sceneFile) {
+    const Tattribute* out = texture->attribute(Tstring("outColor"));
+    if (!out) {
+        error = "texture '" + texture->name().str() + "' has no outColor to preview";
+        return false;
+    }
+    // The card spans the view exactly; the camera looks down -Z at it.
+    TdependNode* camera = placed(graph, "camera", "swatchCamera", {0, 0, 5}, {0, 0, 0});
+    set(camera, "orthographic", true);
+    set(camera, "orthographicWidth", kCardWidth);
+    TdependNode* card = placed(graph, "plane", "swatchCard", {0, 0, 0}, {90, 0, 0});
+    set(card, "width", kCardWidth);
+    set(card, "height", kCardWidth);
+    auto* group = static_cast<TDNshadingEngine*>(graph.createNode("shadingEngine", "swatchSG"));
+    for (const TdagPath& p : static_cast<TdagNode*>(card)->allPaths()) group->addMember(p);
+    // The colour goes straight to the group: no light changes the pattern.
+    if (graph.connect(Tplug(texture, out), Tplug(group, &TDNshadingEngine::saSurfaceShader())) != TconnectStatus::kOk) {
+        error = "cannot preview '" + texture->name().str() + "': its colour does not connect to a shading group";
+        return false;
+    }
+    TrenderOptions render;
+    render.width = render.height = options.size;
+    render.samplesPerPixel = options.samplesPerPixel;
+    render.threads = options.threads;
+    render.camera = camera->name().str();
+    Trenderer renderer;
+    return renderer.render(graph, sceneFile, render, image, error);
+}
+
+bool renderAnySwatch(const std::string& what, const TswatchOptions& options, TframeBuffer& image, std::string& error) {
+    size_t colon = what.rfind(':');
+    if (colon != std::string::npos && colon > 0) {
+        std::string file = what.substr(0, colon), name = what.substr(colon + 1);
+        TdependGraph graph;
+        TsceneLoader loader;
+        if (!loader.load(file, graph)) {
+            for (const TsceneError& e : loader.errors()) error += (error.empty() ? "" : "\n") + e.text();
+            return false;
+        }
+        TdependNode* node = graph.findNode(Tstring(name));
+        if (!node) {
+            error = file + ": no node named '" + name + "'";
+            return false;
+        }
+        if (!isTextureType(node->typeName().str())) return renderSwatch(what, options, image, error);
+        // The file's own objects stay out of the preview.
+        bool off = false;
+        for (TdependNode* other : graph.nodes())
+            if (other->typeof()->istype(Ttransform::sMetaclass())) other->setAttributeValue(&Ttransform::saVisibility(), &off);
+        return renderTextureSwatch(graph, node, options, image, error, file);
+    }
+    if (!isTextureType(what)) return renderSwatch(what, options, image, error);
+    TdependGraph graph;
+    TdependNode* node = graph.createNode(Tstring(what), Tstring("swatchSubject"));
+    if (!node) {
+        error = "cannot make a node of type '" + what + "'";
+        return false;
+    }
+    dressTextureForSwatch(graph, node);
+    return renderTextureSwatch(graph, node, options, image, error);
+}
