@@ -4,7 +4,7 @@ JOBS    ?= $(shell nproc)
 GEN     := -G Ninja
 BUILD   ?= build
 
-.PHONY: all deps build test test-asan test-tsan bench demo clean
+.PHONY: all deps build test test-asan test-tsan bench demo contact-sheet clean
 
 all: build
 
@@ -42,6 +42,11 @@ bench: build
 demo: build
 	@mkdir -p out
 	@$(BUILD)/bin/shadenet render examples/showcase.json -o out/showcase.png --quiet
+
+# The contact sheet of the 2D textures kept in docs/images/; prints its path.
+contact-sheet: deps $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
+	@$(BUILD)/bin/shadenet swatch --sheet textures-2d --size 160 --spp 8 -o docs/images/textures-2d.png
 
 clean:
 	rm -rf $(BUILD) build-asan build-tsan

@@ -10,7 +10,13 @@
 #include "textures/ramp.h"
 
 namespace {
-constexpr float kCardWidth = 2.0f;
+// The view spans kViewWidth; the card reaches kMargin of that further on
+// each side, so that the pixel filter at the image's border still finds the
+// card. A placement made for the preview maps the view, not the card, onto
+// the texture's repeats.
+constexpr float kViewWidth = 2.0f;
+constexpr float kMargin = 0.1f;
+constexpr float kCardWidth = kViewWidth * (1.0f + 2.0f * kMargin);
 
 template <class V>
 void set(TdependNode* node, const char* attribute, V value) {
@@ -78,8 +84,11 @@ void dressTextureForSwatch(TdependGraph& graph, TdependNode* texture) {
     if (!texture->attribute(Tstring("uvCoord")) || isConnectedInput(texture, "uvCoord")) return;
     TdependNode* place = graph.createNode("place2dTexture", "swatchPlacement");
     if (!place) return;
+    // The view covers the card's UVs from m / (1 + 2m) to (1 + m) / (1 + 2m):
+    // scaled and shifted so that it shows exactly `r` repeats.
     float r = repeatFor(type);
-    set(place, "repeatUV", T2Float{r, r});
+    set(place, "repeatUV", T2Float{r * (1.0f + 2.0f * kMargin), r * (1.0f + 2.0f * kMargin)});
+    set(place, "offset", T2Float{-r * kMargin, -r * kMargin});
     link(graph, place, "outUV", texture, "uvCoord");
     link(graph, place, "outUvFilterSize", texture, "uvFilterSize");
 }
@@ -91,10 +100,10 @@ bool renderTextureSwatch(TdependGraph& graph, TdependNode* texture, const Tswatc
         error = "texture '" + texture->name().str() + "' has no outColor to preview";
         return false;
     }
-    // The card spans the view exactly; the camera looks down -Z at it.
+    // The card covers the view; the camera looks down -Z at it.
     TdependNode* camera = placed(graph, "camera", "swatchCamera", {0, 0, 5}, {0, 0, 0});
     set(camera, "orthographic", true);
-    set(camera, "orthographicWidth", kCardWidth);
+    set(camera, "orthographicWidth", kViewWidth);
     TdependNode* card = placed(graph, "plane", "swatchCard", {0, 0, 0}, {90, 0, 0});
     set(card, "width", kCardWidth);
     set(card, "height", kCardWidth);
