@@ -278,12 +278,14 @@ TEST(Ramp, KeysDrivenPerSampleAreReadForEachSample) {
         n.set(TdnRamp::saInterpolation(), short(TdnRamp::kLinearInterp));
         auto* source = n.net.make<TtexTestSource>("texTestSource");
         ASSERT_NE(source, nullptr);
-        if (c.driveColour)
+        if (c.driveColour) {
             ASSERT_EQ(n.net.graph.connect(Tplug(source, &TtexTestSource::saOutColor()), Tplug(n.ramp, &TdnRamp::saColor(), 1)),
                       TconnectStatus::kOk);
-        if (c.drivePosition)
+        }
+        if (c.drivePosition) {
             ASSERT_EQ(n.net.graph.connect(Tplug(source, &TtexTestSource::saOutColorR()), Tplug(n.ramp, &TdnRamp::saPosition(), 1)),
                       TconnectStatus::kOk);
+        }
         n.net.show(n.ramp, TdnTx2D::saOutColor());
         TshadingOpus* opus = n.net.analyse();
         ASSERT_NE(opus, nullptr);
