@@ -134,7 +134,11 @@ bool renderContactSheet(const std::vector<std::string>& types, const TswatchOpti
     const int band = kGlyphHeight * scale + 2 * scale + 4;  // the label's strip under a swatch
     const int rows = (int(types.size()) + columns - 1) / columns;
     const int used = std::min(columns, int(types.size()));
-    image.resize(used * size + (used + 1) * kGap, rows * (size + band) + (rows + 1) * kGap);
+    // A column is as wide as the swatch or the widest label, so that labels
+    // of small swatches do not run into each other.
+    int cell = size;
+    for (const std::string& t : types) cell = std::max(cell, labelWidth(t, scale) + 2 * scale);
+    image.resize(used * cell + (used + 1) * kGap, rows * (size + band) + (rows + 1) * kGap);
     fill(image, kBackground);
     for (size_t i = 0; i < types.size(); ++i) {
         TframeBuffer swatch;
@@ -143,7 +147,7 @@ bool renderContactSheet(const std::vector<std::string>& types, const TswatchOpti
             error = types[i] + ": " + why;
             return false;
         }
-        const int left = kGap + int(i % size_t(columns)) * (size + kGap);
+        const int left = kGap + int(i % size_t(columns)) * (cell + kGap) + (cell - size) / 2;
         const int top = kGap + int(i / size_t(columns)) * (size + band + kGap);
         for (int y = 0; y < size && y < swatch.height(); ++y)
             for (int x = 0; x < size && x < swatch.width(); ++x) {

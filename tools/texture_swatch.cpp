@@ -8,6 +8,7 @@
 #include "scene/scene_loader.h"
 #include "shading/shading_engine.h"
 #include "textures/ramp.h"
+#include "textures/texture_3d.h"
 
 namespace {
 // The view spans kViewWidth; the card reaches kMargin of that further on
@@ -62,7 +63,14 @@ TdependNode* placed(TdependGraph& graph, const char* type, const char* name, T3F
 }
 }  // namespace
 
-bool isTextureType(const std::string& typeName) { return TclassificationMgr::isClassified(Tstring(typeName), Tstring("texture")); }
+bool isTextureType(const std::string& typeName) {
+    if (TclassificationMgr::isClassified(Tstring(typeName), Tstring("texture"))) return true;
+    // A type without a classification still previews as a texture when it
+    // derives from one of the texture bases.
+    TdependGraph probe;
+    TdependNode* node = TdependGraph::findNodeType(Tstring(typeName)) ? probe.createNode(Tstring(typeName)) : nullptr;
+    return dynamic_cast<TdnTx2D*>(node) || dynamic_cast<TdnTx3D*>(node);
+}
 
 void dressTextureForSwatch(TdependGraph& graph, TdependNode* texture) {
     const std::string type = texture->typeName().str();
@@ -78,6 +86,12 @@ void dressTextureForSwatch(TdependGraph& graph, TdependNode* texture) {
         }
         set(texture, "edgeBlend", 0.35f);
         set(texture, "defaultColor", T3Float(0.05f, 0.05f, 0.05f));
+    }
+    if (type == "water") {
+        // The default waves move the grey by a few hundredths: raise them
+        // so the crests and the ripple read.
+        set(texture, "waveAmplitude", 0.3f);
+        set(texture, "rippleAmplitude", 0.3f);
     }
     // 2D textures read their UV through a placement; solid textures read
     // the point and keep theirs.
