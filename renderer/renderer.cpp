@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "framework/host/depend_graph.h"
+#include "lights/render_light.h"
 #include "renderer/level_thread.h"
 #include "renderer/pixel_filter.h"
 #include "renderer/ray_tracer.h"
@@ -327,7 +328,11 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
     }
     image.resize(settings.width, settings.height);
 
-    // Groups are initialised and analysed once, here, before any tile.
+    // Lights work in this camera's space; each group learns which lights
+    // reach each of its objects before it is initialised and analysed, once,
+    // here, before any tile.
+    TrenderLightShape::setWorldToCamera(scene.camera().worldToCamera);
+    for (TDNshadingEngine* group : scene.groups()) group->collectLights(scene.groupObjects(group));
     TframeConstants setupConstants;
     TrenderThreadBase setup(&setupConstants);
     for (TDNshadingEngine* group : scene.groups()) setup.initShadingGroup(group);
@@ -365,6 +370,8 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
         tbb::parallel_for(tbb::blocked_range<size_t>(0, tiles.size(), 1), [&](const tbb::blocked_range<size_t>& range) {
             int slot = tbb::this_task_arena::current_thread_index();
             Tworker& w = *workers[size_t(std::max(0, slot)) % workers.size()];
+            // Lights and materials trace through this worker's tracer.
+            TcurrentRaySamplerScope tracing(&w.tracer);
             for (size_t t = range.begin(); t != range.end(); ++t) {
                 tileRenderer.render(w, tiles[t]);
                 if (options.progress) {
