@@ -276,3 +276,13 @@ bool TrenderScene::buildGeometry(TrenderObject& object, std::string& error) {
     rtcReleaseGeometry(instance);
     return true;
 }
+
+std::vector<TdagPath> TrenderScene::groupObjects(const TDNshadingEngine* group) const {
+    std::vector<TdagPath> paths;
+    for (const auto& object : fObjects) {
+        if (object->group != group) continue;
+        if (paths.size() <= object->fNumber) paths.resize(object->fNumber + 1);
+        paths[object->fNumber] = object->path;
+    }
+    return paths;
+}

@@ -89,6 +89,9 @@ public:
     TrenderSettings& settings() { return fSettings; }
     const std::vector<std::unique_ptr<TrenderObject>>& objects() const { return fObjects; }
     const std::vector<TDNshadingEngine*>& groups() const { return fGroups; }
+    // The paths of `group`'s objects, each at its objectNumber(): the order
+    // the group's per-object light tables follow.
+    std::vector<TdagPath> groupObjects(const TDNshadingEngine* group) const;
     RTCScene embreeScene() const { return fScene; }
 
 private:

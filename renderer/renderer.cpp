@@ -12,6 +12,9 @@
 #include <thread>
 
 #include "framework/host/depend_graph.h"
+#include "lights/light_link.h"
+#include "lights/light_visibility.h"
+#include "lights/render_light.h"
 #include "renderer/level_thread.h"
 #include "renderer/pixel_filter.h"
 #include "renderer/ray_tracer.h"
@@ -37,6 +40,22 @@ uint64_t hashOf(uint64_t a, uint64_t b, uint64_t c) {
     return h;
 }
 float unitFloat(uint64_t h) { return float(h >> 40) * (1.0f / 16777216.0f); }
+
+// A scene with a link node decides through its links which lights reach
+// which objects. One without any (a file that only places lights) is lit,
+// and shadowed, by every light that takes part in the render.
+bool linksLights(TdependGraph& graph) {
+    for (TdependNode* node : graph.nodes())
+        if (node->typeof()->istype(TdnLightLink::sMetaclass())) return true;
+    return false;
+}
+
+std::vector<TdependNode*> lightsOf(TdependGraph& graph) {
+    std::vector<TdependNode*> lights;
+    for (TdependNode* node : graph.nodes())
+        if (node->typeof()->istype(TrenderLightShape::sMetaclass()) && TdagPathUtils::lightTakesPart(node)) lights.push_back(node);
+    return lights;
+}
 
 struct Ttile {
     int x0, y0, x1, y1;
@@ -327,7 +346,22 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
     }
     image.resize(settings.width, settings.height);
 
-    // Groups are initialised and analysed once, here, before any tile.
+    // Lights work in this camera's space; each group learns which lights
+    // reach each of its objects before it is initialised and analysed, once,
+    // here, before any tile.
+    TrenderLightShape::setWorldToCamera(scene.camera().worldToCamera);
+    const bool linked = linksLights(graph);
+    const std::vector<TdependNode*> everyLight = linked ? std::vector<TdependNode*>() : lightsOf(graph);
+    for (TDNshadingEngine* group : scene.groups()) {
+        std::vector<TdagPath> objects = scene.groupObjects(group);
+        if (linked) {
+            group->collectLights(objects);
+            continue;
+        }
+        std::vector<TbitFieldFixedN> rows(objects.size(), TbitFieldFixedN(unsigned(everyLight.size())));
+        for (TbitFieldFixedN& row : rows) row.setAll();
+        group->setLightTables(everyLight, rows, everyLight, rows);
+    }
     TframeConstants setupConstants;
     TrenderThreadBase setup(&setupConstants);
     for (TDNshadingEngine* group : scene.groups()) setup.initShadingGroup(group);
@@ -365,6 +399,8 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
         tbb::parallel_for(tbb::blocked_range<size_t>(0, tiles.size(), 1), [&](const tbb::blocked_range<size_t>& range) {
             int slot = tbb::this_task_arena::current_thread_index();
             Tworker& w = *workers[size_t(std::max(0, slot)) % workers.size()];
+            // Lights and materials trace through this worker's tracer.
+            TcurrentRaySamplerScope tracing(&w.tracer);
             for (size_t t = range.begin(); t != range.end(); ++t) {
                 tileRenderer.render(w, tiles[t]);
                 if (options.progress) {

@@ -20,7 +20,6 @@ SN_REGISTER_NODE_CLASS(TnonExtendedLightShape)
 
 namespace {
 Tmatrix gWorldToCamera;
-thread_local TraySampler* tRaySampler = nullptr;
 bool gMakingPreview = false;
 
 // Bits of the requirement mask that only a ray tracer fills.
@@ -68,8 +67,8 @@ bool TrenderLightShapeVS::setupDependencies(TdependencyMatrix& m) {
 
 void TrenderLightShape::setWorldToCamera(const Tmatrix& worldToCamera) { gWorldToCamera = worldToCamera; }
 const Tmatrix& TrenderLightShape::worldToCamera() { return gWorldToCamera; }
-void TrenderLightShape::setThreadRaySampler(TraySampler* sampler) { tRaySampler = sampler; }
-TraySampler* TrenderLightShape::threadRaySampler() { return tRaySampler; }
+void TrenderLightShape::setThreadRaySampler(TraySampler* sampler) { setCurrentRaySampler(sampler); }
+TraySampler* TrenderLightShape::threadRaySampler() { return currentRaySampler(); }
 void TrenderLightShape::setMakingPreview(bool on) { gMakingPreview = on; }
 
 void TrenderLightShape::shadingNodeInit(TframeSampleData*) {
@@ -150,7 +149,7 @@ bool TrenderLightShape::batchCastsShadows(char objectType, int infoBits, bool re
 void TrenderLightShape::computeRtShadow(unsigned count, const T3Float* points, const T3Float* toLight, const float* distance,
                                         float radius, bool angular, unsigned rays, const bool* skip, T3Float* passed) {
     for (unsigned i = 0; i < count; ++i) passed[i] = {1, 1, 1};
-    TraySampler* tracer = tRaySampler;
+    TraySampler* tracer = currentRaySampler();
     if (!tracer || !count) return;
     if (radius <= 0) rays = 1;
     rays = std::clamp(rays, 1u, kMaxShadowRays);

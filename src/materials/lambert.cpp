@@ -255,7 +255,9 @@ bool TdnLambert::setDependentsDirty(TmsgDirty& msg) {
 
 TraySampler* TdnLambert::raySamplerOf(TdataBlock& block, const Tattribute& attr, unsigned start, unsigned count) {
     TdataHandle h = block.inputValue(attr, start, count);
-    return h.isNull() ? nullptr : static_cast<TraySampler*>(h.as<void*>(start));
+    TraySampler* sampler = h.isNull() ? nullptr : static_cast<TraySampler*>(h.as<void*>(start));
+    // Nothing feeds the input in a plain render: the thread's tracer serves.
+    return sampler ? sampler : currentRaySampler();
 }
 
 bool TdnLambert::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count) {

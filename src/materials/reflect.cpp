@@ -47,7 +47,9 @@ void TdnReflect::shadingNodeOnDemand(Tplug&, TdataBlock& block) {
     getAttributeValue(&attrReflectivity(), &reflectivity);
     bool driven = sourceOf(Tplug(this, &attrReflectivity())) != nullptr;
     TdataHandle sampler = block.inputValue(attrRaySampler());
-    fNeedsReflectionRays = (driven || reflectivity != 0) && !sampler.isNull() && sampler.as<void*>() != nullptr;
+    // On a render thread with no sampler on the input, the thread's tracer serves.
+    bool tracer = (!sampler.isNull() && sampler.as<void*>() != nullptr) || currentRaySampler() != nullptr;
+    fNeedsReflectionRays = (driven || reflectivity != 0) && tracer;
 }
 
 void TdnReflect::computeReflection(const Tplug&, TdataBlock& block, unsigned start, unsigned count) {

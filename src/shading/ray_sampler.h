@@ -84,3 +84,22 @@ public:
     // The environment colour for a ray that was not traced.
     virtual void background(Tspectrum& out) = 0;
 };
+
+// The tracer of the calling render thread: the renderer sets it on each
+// worker while that worker shades (nested levels share their thread's
+// tracer), and lights and materials use it when nothing else names one.
+// Null outside a render.
+TraySampler* currentRaySampler();
+void setCurrentRaySampler(TraySampler* sampler);
+
+// Sets the calling thread's tracer for a scope and restores the previous one.
+class TcurrentRaySamplerScope {
+public:
+    explicit TcurrentRaySamplerScope(TraySampler* sampler) : fPrevious(currentRaySampler()) { setCurrentRaySampler(sampler); }
+    ~TcurrentRaySamplerScope() { setCurrentRaySampler(fPrevious); }
+    TcurrentRaySamplerScope(const TcurrentRaySamplerScope&) = delete;
+    TcurrentRaySamplerScope& operator=(const TcurrentRaySamplerScope&) = delete;
+
+private:
+    TraySampler* fPrevious;
+};

@@ -1,0 +1,296 @@
+// Lit materials through the whole renderer: scene lights collected per
+// object, a Lambert against its closed form, light links, ray-traced shadows
+// and reflections.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include "renderer/render_fixture.h"
+
+namespace {
+constexpr float kTanHalfWidth = 36.0f / 70.0f;  // the default camera: 35 mm lens, 36 mm gate
+constexpr int kW = 80, kH = 60;
+
+std::string quality(bool rayTracing) {
+    return std::string(R"({"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1, "enableRaytracing": )") +
+           (rayTracing ? "true" : "false") + R"(, "reflections": 2, "refractions": 2}})";
+}
+
+TrenderOptions options() {
+    TrenderOptions o;
+    o.width = kW, o.height = kH, o.threads = 1, o.samplesPerPixel = 1;
+    return o;
+}
+
+T3Float pixelDirection(int px, int py) {
+    float x = (2 * (float(px) + 0.5f) / float(kW) - 1) * kTanHalfWidth;
+    float y = (1 - 2 * (float(py) + 0.5f) / float(kH)) * kTanHalfWidth * float(kH) / float(kW);
+    return normalize(T3Float(x, y, -1));
+}
+
+// The pixel that sees a world point of the fixture's camera (at z = 5).
+void pixelOf(const T3Float& world, int& px, int& py) {
+    T3Float c = world - T3Float(0, 0, 5);
+    float nx = c.x / -c.z / kTanHalfWidth, ny = c.y / -c.z / (kTanHalfWidth * float(kH) / float(kW));
+    px = int(std::floor((nx + 1) / 2 * float(kW)));
+    py = int(std::floor((1 - ny) / 2 * float(kH)));
+}
+
+T3Float rgb(const TframeBuffer& image, int x, int y) {
+    const float* p = image.pixel(x, y);
+    return {p[0], p[1], p[2]};
+}
+
+std::string node(const char* format, double a = 0, double b = 0, double c = 0) {
+    char text[512];
+    std::snprintf(text, sizeof text, format, a, b, c);
+    return text;
+}
+
+TrenderRun render(const std::string& nodes, const std::string& connections) {
+    return renderText(sceneText(nodes, connections), options());
+}
+}  // namespace
+
+// colour * intensity * (diffuse * max(0, N.L)) from the distant light, plus
+// colour * ambientColor and colour * the ambient light's intensity.
+TEST(RenderLighting, LambertSphereUnderADirectionalLightMatchesTheClosedForm) {
+    struct Case {
+        const char* name;
+        float rotateX, rotateY;  // of the light's transform; it shines down its -Z
+        T3Float color;
+        float diffuse, intensity, ambientLight;
+        T3Float ambientColor;
+    };
+    const Case cases[] = {
+        {"from above and in front", -45, 0, {0.6f, 0.5f, 0.4f}, 0.8f, 1.0f, 0.0f, {0, 0, 0}},
+        {"from the right, with ambient terms", 0, 60, {0.9f, 0.3f, 0.2f}, 0.5f, 1.5f, 0.2f, {0.1f, 0.05f, 0.0f}},
+        {"from below", 60, 0, {0.2f, 0.7f, 0.9f}, 1.0f, 0.7f, 0.1f, {0, 0, 0.2f}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        // The direction towards the light: the transform's +Z axis.
+        const float rx = c.rotateX * 3.14159265f / 180, ry = c.rotateY * 3.14159265f / 180;
+        T3Float toLight = c.rotateY != 0 ? T3Float(std::sin(ry), 0, std::cos(ry)) : T3Float(0, -std::sin(rx), std::cos(rx));
+        std::string nodes =
+            R"({"type": "sphere", "name": "ball", "parent": "ballXf"}, {"type": "transform", "name": "ballXf"}, )" +
+            node(R"({"type": "lambert", "name": "mat", "attributes": {"color": [%g, %g, %g], )", c.color.x, c.color.y, c.color.z) +
+            node(R"("diffuse": %g, "ambientColor": [%g, %g, )", c.diffuse, c.ambientColor.x, c.ambientColor.y) +
+            node(R"(%g]}}, {"type": "shadingEngine", "name": "matSG", "members": ["|ballXf|ball"]}, )", c.ambientColor.z) +
+            node(R"({"type": "transform", "name": "sunXf", "attributes": {"rotate": [%g, %g, 0]}}, )", c.rotateX, c.rotateY) +
+            node(R"({"type": "directionalLight", "name": "sun", "parent": "sunXf", "attributes": {"intensity": %g}}, )",
+                 c.intensity) +
+            node(R"({"type": "ambientLight", "name": "fill", "attributes": {"intensity": %g, "ambientShade": 0}}, )",
+                 c.ambientLight) +
+            quality(false);
+        TrenderRun run = render(nodes, R"(["mat.outColor", "matSG.surfaceShader"])");
+        ASSERT_TRUE(run.ok) << run.error;
+        ASSERT_TRUE(run.warnings.empty()) << run.warnings[0];
+        const T3Float centre(0, 0, -5);  // camera space
+        int checked = 0, lit = 0;
+        for (int py = 0; py < kH; py += 3)
+            for (int px = 0; px < kW; px += 3) {
+                T3Float d = pixelDirection(px, py);
+                float b = dot(d, centre), disc = b * b - (dot(centre, centre) - 1);
+                if (disc < 0.05f) continue;  // background or too near the silhouette
+                T3Float n = normalize(d * (b - std::sqrt(disc)) - centre);
+                float cosine = std::max(0.0f, dot(n, toLight));
+                T3Float expected;
+                for (int k = 0; k < 3; ++k) {
+                    float col = k == 0 ? c.color.x : k == 1 ? c.color.y : c.color.z;
+                    float amb = k == 0 ? c.ambientColor.x : k == 1 ? c.ambientColor.y : c.ambientColor.z;
+                    float v = col * (c.intensity * c.diffuse * cosine + c.ambientLight + amb);
+                    (k == 0 ? expected.x : k == 1 ? expected.y : expected.z) = v;
+                }
+                T3Float got = rgb(run.image, px, py);
+                EXPECT_NEAR(got.x, expected.x, 0.01f) << px << "," << py;
+                EXPECT_NEAR(got.y, expected.y, 0.01f) << px << "," << py;
+                EXPECT_NEAR(got.z, expected.z, 0.01f) << px << "," << py;
+                ++checked;
+                lit += cosine > 0.3f ? 1 : 0;
+            }
+        EXPECT_GT(checked, 40);
+        EXPECT_GT(lit, 5);  // the light does reach the visible side
+    }
+}
+
+namespace {
+// Two grey spheres, left and right; `key` lights both through the default
+// light set, `rim` (if `withRim`) is linked by `rimLink`.
+struct TlinkScene {
+    TrenderRun run;
+    T3Float left, right;
+};
+
+TlinkScene renderLinked(bool sameGroup, bool withRim, const std::string& rimLinkObject) {
+    std::string nodes =
+        R"({"type": "transform", "name": "leftXf", "attributes": {"translate": [-1.3, 0, 0]}}, {"type": "sphere", "name": "left", "parent": "leftXf"},
+           {"type": "transform", "name": "rightXf", "attributes": {"translate": [1.3, 0, 0]}}, {"type": "sphere", "name": "right", "parent": "rightXf"},
+           {"type": "lambert", "name": "grey"}, {"type": "lambert", "name": "grey2"},
+           {"type": "transform", "name": "keyXf", "attributes": {"rotate": [-20, 0, 0]}}, {"type": "directionalLight", "name": "key", "parent": "keyXf", "attributes": {"intensity": 0.5}},
+           {"type": "transform", "name": "rimXf", "attributes": {"translate": [0, 0, 3]}}, {"type": "pointLight", "name": "rim", "parent": "rimXf", "attributes": {"intensity": 0.8}},
+           {"type": "objectSet", "name": "defaultLightSet", "members": ["|keyXf|key"]},
+           {"type": "lightLinker", "name": "lightLinker1"}, )" +
+        quality(false);
+    std::string connections = R"(["grey.outColor", "leftSG.surfaceShader"], ["defaultLightSet.message", "lightLinker1.link[0].light"],
+                                 ["leftSG.message", "lightLinker1.link[0].object"])";
+    if (sameGroup) {
+        nodes += R"(, {"type": "shadingEngine", "name": "leftSG", "members": ["|leftXf|left", "|rightXf|right"]})";
+    } else {
+        nodes += R"(, {"type": "shadingEngine", "name": "leftSG", "members": ["|leftXf|left"]},
+                    {"type": "shadingEngine", "name": "rightSG", "members": ["|rightXf|right"]})";
+        connections += R"(, ["grey2.outColor", "rightSG.surfaceShader"], ["defaultLightSet.message", "lightLinker1.link[1].light"],
+                          ["rightSG.message", "lightLinker1.link[1].object"])";
+    }
+    if (withRim)
+        connections += R"(, ["rim.message", "lightLinker1.link[2].light"], [")" + rimLinkObject + R"(.message", "lightLinker1.link[2].object"])";
+    TlinkScene s;
+    s.run = render(nodes, connections);
+    int px, py;
+    pixelOf({-1.3f, 0, 1}, px, py);
+    s.left = rgb(s.run.image, px, py);
+    pixelOf({1.3f, 0, 1}, px, py);
+    s.right = rgb(s.run.image, px, py);
+    return s;
+}
+}  // namespace
+
+TEST(RenderLighting, ALightLinkedToOneObjectLightsOnlyThatObject) {
+    struct Case {
+        const char* name;
+        bool sameGroup;
+        const char* linkedTo;
+        bool leftGains, rightGains;
+    };
+    const Case cases[] = {
+        // Both spheres in one group: the link picks its row of the group's
+        // per-object table, so the order of the objects matters.
+        {"one group, linked to the left shape", true, "left", true, false},
+        {"one group, linked to the right transform", true, "rightXf", false, true},
+        {"two groups, linked to the right group", false, "rightSG", false, true},
+        {"two groups, linked to the left shape", false, "left", true, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        TlinkScene without = renderLinked(c.sameGroup, false, c.linkedTo);
+        TlinkScene with = renderLinked(c.sameGroup, true, c.linkedTo);
+        ASSERT_TRUE(without.run.ok) << without.run.error;
+        ASSERT_TRUE(with.run.ok) << with.run.error;
+        // The key light reaches both spheres alike in every render.
+        EXPECT_GT(without.left.x, 0.1f);
+        EXPECT_NEAR(without.left.x, without.right.x, 0.01f);
+        float leftGain = with.left.x - without.left.x, rightGain = with.right.x - without.right.x;
+        if (c.leftGains) EXPECT_GT(leftGain, 0.1f);
+        else EXPECT_NEAR(leftGain, 0.0f, 1e-4f);
+        if (c.rightGains) EXPECT_GT(rightGain, 0.1f);
+        else EXPECT_NEAR(rightGain, 0.0f, 1e-4f);
+    }
+}
+
+namespace {
+// A sphere over a floor, lit by a point light up and to the left: its shadow
+// falls around (1, -1, 0).
+TrenderRun renderShadowScene(bool rayTraceShadows, bool rayTracing) {
+    std::string nodes =
+        R"({"type": "transform", "name": "ballXf"}, {"type": "sphere", "name": "ball", "parent": "ballXf", "attributes": {"radius": 0.5}},
+           {"type": "transform", "name": "floorXf", "attributes": {"translate": [0, -1, 0]}}, {"type": "plane", "name": "floor", "parent": "floorXf", "attributes": {"width": 30, "height": 30}},
+           {"type": "lambert", "name": "grey"}, {"type": "shadingEngine", "name": "greySG", "members": ["|ballXf|ball", "|floorXf|floor"]},
+           {"type": "transform", "name": "lampXf", "attributes": {"translate": [-3, 3, 0]}},
+           {"type": "pointLight", "name": "lamp", "parent": "lampXf", "attributes": {"useRayTraceShadows": )" +
+        std::string(rayTraceShadows ? "true" : "false") + "}}, " + quality(rayTracing);
+    return render(nodes, R"(["grey.outColor", "greySG.surfaceShader"])");
+}
+}  // namespace
+
+TEST(RenderLighting, RayTracedShadowDarkensTheFloorBehindASphere) {
+    TrenderRun plain = renderShadowScene(false, true);
+    TrenderRun shadowed = renderShadowScene(true, true);
+    ASSERT_TRUE(plain.ok) << plain.error;
+    ASSERT_TRUE(shadowed.ok) << shadowed.error;
+    int sx, sy, ox, oy;
+    pixelOf({1, -1, 0}, sx, sy);      // in the shadow
+    pixelOf({-1.5f, -1, 1}, ox, oy);  // in the open
+    T3Float lit = rgb(plain.image, sx, sy), dark = rgb(shadowed.image, sx, sy);
+    // Without shadows the point sees the light (Lambert grey, cosine about 0.5).
+    EXPECT_GT(lit.x, 0.1f);
+    // No ambient light: the shadow is black.
+    EXPECT_LT(dark.x, 0.05f * lit.x);
+    // Away from the shadow nothing changes.
+    EXPECT_GT(rgb(plain.image, ox, oy).x, 0.1f);
+    EXPECT_NEAR(rgb(shadowed.image, ox, oy).x, rgb(plain.image, ox, oy).x, 1e-4f);
+    // And the sphere itself is lit alike in both.
+    int bx, by;
+    pixelOf({-0.2f, 0.2f, 0.4f}, bx, by);
+    EXPECT_NEAR(rgb(shadowed.image, bx, by).x, rgb(plain.image, bx, by).x, 1e-4f);
+}
+
+namespace {
+// A Blinn sphere facing the camera, a red glowing wall behind the camera
+// that only a reflection can show.
+TrenderRun renderMirrorScene(float reflectivity, bool rayTracing) {
+    std::string nodes =
+        R"({"type": "transform", "name": "ballXf"}, {"type": "sphere", "name": "ball", "parent": "ballXf"},
+           {"type": "transform", "name": "wallXf", "attributes": {"translate": [0, 0, 9], "rotate": [90, 0, 0]}},
+           {"type": "plane", "name": "wall", "parent": "wallXf", "attributes": {"width": 40, "height": 40}},
+           {"type": "lambert", "name": "red", "attributes": {"color": [0, 0, 0], "incandescence": [1, 0, 0]}},
+           {"type": "shadingEngine", "name": "redSG", "members": ["|wallXf|wall"]},
+           {"type": "transform", "name": "sunXf", "attributes": {"rotate": [-30, 20, 0]}}, {"type": "directionalLight", "name": "sun", "parent": "sunXf"},
+           {"type": "shadingEngine", "name": "shinySG", "members": ["|ballXf|ball"]}, )" +
+        node(R"({"type": "blinn", "name": "shiny", "attributes": {"color": [0.2, 0.3, 0.4], "reflectivity": %g, "specularColor": [1, 1, 1]}}, )",
+             reflectivity) +
+        quality(rayTracing);
+    return render(nodes, R"(["red.outColor", "redSG.surfaceShader"], ["shiny.outColor", "shinySG.surfaceShader"])");
+}
+}  // namespace
+
+TEST(RenderLighting, AReflectiveBlinnShowsTheColourOfItsNeighbour) {
+    TrenderRun matte = renderMirrorScene(0, true);
+    TrenderRun half = renderMirrorScene(0.4f, true);
+    TrenderRun mirror = renderMirrorScene(0.8f, true);
+    TrenderRun untraced = renderMirrorScene(0.8f, false);
+    for (const TrenderRun* r : {&matte, &half, &mirror, &untraced}) ASSERT_TRUE(r->ok) << r->error;
+    int px, py;
+    pixelOf({0.1f, -0.1f, 1}, px, py);  // near the sphere's centre: rays go back at the wall
+    T3Float m = rgb(matte.image, px, py), h = rgb(half.image, px, py), f = rgb(mirror.image, px, py);
+    // The red of the wall arrives, growing with the reflectivity ...
+    EXPECT_GT(h.x - m.x, 0.1f);
+    EXPECT_GT(f.x - h.x, 0.1f);
+    // ... and only the red: the wall has no green or blue to give.
+    EXPECT_NEAR(f.y, m.y, 0.01f);
+    EXPECT_NEAR(f.z, m.z, 0.01f);
+    // Without ray tracing nothing is reflected.
+    EXPECT_NEAR(rgb(untraced.image, px, py).x, m.x, 0.01f);
+}
+
+namespace {
+// A grey sphere and two distant lights in a scene with no link node; the
+// second light's transform may be hidden or left out.
+T3Float unlinkedCentre(bool withSecond, bool secondVisible) {
+    std::string nodes =
+        R"({"type": "transform", "name": "ballXf"}, {"type": "sphere", "name": "ball", "parent": "ballXf"},
+           {"type": "lambert", "name": "grey"}, {"type": "shadingEngine", "name": "greySG", "members": ["|ballXf|ball"]},
+           {"type": "transform", "name": "aXf", "attributes": {"rotate": [-30, 0, 0]}}, {"type": "directionalLight", "name": "a", "parent": "aXf", "attributes": {"intensity": 0.4}}, )" +
+        quality(false);
+    if (withSecond)
+        nodes += std::string(R"(, {"type": "transform", "name": "bXf", "attributes": {"rotate": [0, 30, 0], "visibility": )") +
+                 (secondVisible ? "true" : "false") +
+                 R"(}}, {"type": "directionalLight", "name": "b", "parent": "bXf", "attributes": {"intensity": 0.6}})";
+    TrenderRun run = render(nodes, R"(["grey.outColor", "greySG.surfaceShader"])");
+    EXPECT_TRUE(run.ok) << run.error;
+    int px, py;
+    pixelOf({0, 0, 1}, px, py);
+    return run.ok ? rgb(run.image, px, py) : T3Float();
+}
+}  // namespace
+
+TEST(RenderLighting, WithoutALinkNodeEveryVisibleLightLightsEveryObject) {
+    T3Float one = unlinkedCentre(false, false);
+    T3Float both = unlinkedCentre(true, true);
+    T3Float hidden = unlinkedCentre(true, false);
+    // Grey 0.5, diffuse 0.8, facing the camera: each light adds its intensity times its cosine.
+    EXPECT_NEAR(one.x, 0.5f * 0.8f * 0.4f * std::cos(30 * 3.14159265f / 180), 0.01f);
+    EXPECT_NEAR(both.x - one.x, 0.5f * 0.8f * 0.6f * std::cos(30 * 3.14159265f / 180), 0.01f);
+    EXPECT_NEAR(hidden.x, one.x, 1e-4f);
+}
