@@ -18,7 +18,7 @@ struct TbillowAxis {
 // One unit repeats. The floor picks the cell: truncating would make the cell
 // at 0 two cells wide, and for a negative p the 3 by 3 neighbourhood would miss
 // the blobs reaching in from two cells below, cutting them off along a straight
-// line (visible seams on every other grid line).
+// grid line (visible seams).
 static inline TbillowAxis sBillowAxis(float c) {
     float p = (c - std::round(c)) * float(TbillowTexture::kGrid);
     if (!std::isfinite(p)) p = 0.0f;
