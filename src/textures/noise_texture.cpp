@@ -1,6 +1,7 @@
 #include "textures/noise_texture.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "textures/noise/billow_texture.h"
 #include "textures/noise/cos_texture.h"
@@ -68,11 +69,30 @@ static void sSetCommon(TvolumeTexture& t, const TnoiseParams& p) {
     t.setImplodeCenter(T3Float(p.implodeCenter.x, p.implodeCenter.y, 0.0f));
 }
 
+float TdnNoise::sBillowMean(float density, float randomness, short falloff) {
+    // One blob per grid cell, reaching d2 < 1 with d2 = r^2 * 2 / s, covers
+    // pi * s / 2 cells; the mean of the sum is that area times the falloff's
+    // average over d2 in [0, 1) (the size and spot factors average to 1).
+    static constexpr float kFalloffMean[] = {1.0f / 3.0f, 0.3f, 0.5f, 0.5f};
+    const float s = std::min(density, 2.0f - randomness);
+    return float(M_PI) * 0.5f * s * kFalloffMean[std::clamp<short>(falloff, 0, 3)];
+}
+
 float TdnNoise::sValue(const TnoiseParams& p, float u, float v) {
+    return std::max(0.0f, sRawValue(p, u, v));
+}
+
+float TdnNoise::sRawValue(const TnoiseParams& p, float u, float v) {
     switch (p.noiseType) {
         case kBillow: {
             TbillowTexture t;
             sSetCommon(t, p);
+            // Overlapping blobs sum well past 1 (about 0.79 on average at the
+            // defaults), which left a quarter of the texture clipped to white.
+            // Scale the sum so that its mean sits at amplitude / 2, like the
+            // other types, and only the densest overlaps reach 1.
+            const float mean = sBillowMean(p.density, p.randomness, p.falloff);
+            if (mean > kMinBillowMean) t.setGain(p.amplitude * 0.5f / mean);
             t.setDensity(p.density);
             t.setSpottyness(p.spottyness);
             t.setSizeRand(p.sizeRand);

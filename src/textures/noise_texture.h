@@ -64,8 +64,14 @@ public:
     SN_ATTRIBUTE(Implode, implode)
     SN_ATTRIBUTE(ImplodeCenter, implodeCenter)
 
-    // The value at (u, v), at most 1.
+    // The value at (u, v), held to 0 to 1: it is a colour and an alpha.
     static float sValue(const TnoiseParams& p, float u, float v);
+    // The same before the hold at 0 (the noise objects only hold it at 1).
+    static float sRawValue(const TnoiseParams& p, float u, float v);
+    // The mean of the billow blob sum for these settings, per octave.
+    static float sBillowMean(float density, float randomness, short falloff);
+    // Below this mean the blobs vanish and the gain is left alone.
+    static constexpr float kMinBillowMean = 1e-6f;
 
     bool mapUVtoClr(TplugArray&, T4dDblVectorArray* colours, TdoubleArray* alphas, const TdoubleArray& u,
                     const TdoubleArray& v) override {

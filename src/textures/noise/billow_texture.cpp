@@ -15,11 +15,14 @@ struct TbillowAxis {
     float frac;
 };
 
-// One unit repeats; truncation, not floor, picks the cell.
+// One unit repeats. The floor picks the cell: truncating would make the cell
+// at 0 two cells wide, and for a negative p the 3 by 3 neighbourhood would miss
+// the blobs reaching in from two cells below, cutting them off along a straight
+// grid line (visible seams).
 static inline TbillowAxis sBillowAxis(float c) {
     float p = (c - std::round(c)) * float(TbillowTexture::kGrid);
     if (!std::isfinite(p)) p = 0.0f;
-    int cell = int(p);
+    int cell = int(std::floor(p));
     return {cell, p - float(cell)};
 }
 
