@@ -1,8 +1,12 @@
 // Shading throughput: a network run by the engine beside the same
 // arithmetic written by hand as one fused loop over the batch. Each case is
-// one function that builds its network and its fused loop; the driver times
-// both for batch sizes 1, 8 and 64 and the engine on two threads. Prints
-// samples per second, the ratio engine/fused and the two-thread speed-up.
+// one function that builds its network and its fused loop; the driver first
+// checks that both give the same bits, then times both for batch sizes 1, 8
+// and 64 and the engine on two threads. Prints samples per second, the
+// ratio engine/fused and the two-thread speed-up. Cases: (a) a chain of
+// eight utilities, (b) a condition, (c) a Lambert and (d) a Blinn under
+// four point lights, (e) place2d -> checker -> Lambert and (f) place2d ->
+// ramp -> Lambert under one light.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -17,6 +21,13 @@
 #include "framework/host/depend_graph.h"
 #include "framework/host/node_class.h"
 #include "framework/render_node.h"
+#include "materials/lambert.h"
+#include "materials/shading_math.h"
+#include "materials/specular.h"
+#include "materials/specular_lobes.h"
+#include "textures/checker.h"
+#include "textures/place_2d.h"
+#include "textures/ramp.h"
 #include "shading/sample.h"
 #include "shading/shading_catalog.h"
 #include "shading/shading_engine.h"
@@ -98,7 +109,15 @@ struct Tnetwork {
     void set(TdependNode* n, const char* name, V v) {
         n->setAttributeValue(&at(n, name), &v);
     }
-    ~Tnetwork() { TshadingCatalog::deleteOpus(group, kSurfaceColorTransparency, true); }
+    template <class V>
+    V get(TdependNode* n, const char* name) {
+        V v{};
+        n->getAttributeValue(&at(n, name), &v);
+        return v;
+    }
+    ~Tnetwork() {
+        for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
+    }
 };
 
 // The fused form of a case: reads each sample's point, writes its colour.
@@ -110,7 +129,6 @@ struct Tcase {
     Fused fused;
 };
 
-T3Float mul(const T3Float& a, const T3Float& b) { return T3Float(a.x * b.x, a.y * b.y, a.z * b.z); }
 T3Float reverse(const T3Float& a) { return T3Float(1.0f - a.x, 1.0f - a.y, 1.0f - a.z); }
 T3Float clampTo(const T3Float& a, float lo, float hi) {
     return T3Float(std::min(std::max(a.x, lo), hi), std::min(std::max(a.y, lo), hi), std::min(std::max(a.z, lo), hi));
@@ -190,6 +208,179 @@ Tcase conditionOfTwo() {
     return {"condition of two", std::move(net), fused};
 }
 
+// ---------------------------------------------------------------- lit materials
+
+// A point light's record seen from the surface: direction, colour, switches.
+TlightData pointLight(unsigned k, unsigned of) {
+    TlightData d;
+    d.lightDirection = normalize(T3Float(float(k) - 0.5f * float(of - 1), 1.0f, 2.0f));
+    d.lightIntensity = T3Float(0.6f, 0.5f, 0.4f + 0.1f * float(k));
+    d.lightAmbient = false;
+    d.lightDiffuse = true;
+    d.lightSpecular = true;
+    d.preShadowIntensity = 0.5f;
+    return d;
+}
+
+// The material's inputs the fused loops read, taken from the node once.
+struct TlambertInputs {
+    unsigned lightCount = 0;
+    TlightData lights[4];
+    float diffuse = 0;
+    T3Float color, ambient, transparency, incandescence;
+    void read(Tnetwork& net, TdependNode* m, unsigned count) {
+        lightCount = count;
+        for (unsigned k = 0; k < count; ++k) {
+            lights[k] = pointLight(k, count);
+            m->setAttributeValue(&TdnLambert::saLightData(), &lights[k], k);
+        }
+        diffuse = net.get<float>(m, "diffuse");
+        color = net.get<T3Float>(m, "color");
+        ambient = net.get<T3Float>(m, "ambientColor");
+        transparency = net.get<T3Float>(m, "transparency");
+        incandescence = net.get<T3Float>(m, "incandescence");
+    }
+    // The Lambert colour of one sample of colour c and normal n.
+    T3Float shade(const T3Float& c, const T3Float& n) const {
+        T3Float sum;
+        for (unsigned k = 0; k < lightCount; ++k) {
+            const TlightData& d = lights[k];
+            float w = 0.0f;
+            float cosine = dot(d.lightDirection, n);
+            if (cosine >= 0) w += cosine * diffuse;
+            sum = sum + mul(c, d.lightIntensity) * w;
+        }
+        T3Float acc = sum + mul(c, ambient);
+        acc = mul(acc, oneMinus(transparency));
+        return acc + incandescence;
+    }
+};
+
+TdependNode* litMaterial(Tnetwork& net, const char* type) {
+    TdependNode* m = net.make(type);
+    net.set(m, "color", T3Float(0.7f, 0.5f, 0.3f));
+    net.connect(m, "outColor", net.group, "surfaceShader");
+    return m;
+}
+
+// (c) a Lambert lit by four point lights.
+Tcase lambertFourLights() {
+    auto net = std::make_unique<Tnetwork>();
+    TdependNode* m = litMaterial(*net, "lambert");
+    TlambertInputs in;
+    in.read(*net, m, 4);
+    Fused fused = [=](unsigned count, Tsample** samples) {
+        for (unsigned i = 0; i < count; ++i) {
+            samples[i]->setOutColor(in.shade(in.color, *samples[i]->normalCamera()));
+            samples[i]->setOutTransparency(in.transparency);
+        }
+    };
+    return {"Lambert, four point lights", std::move(net), fused};
+}
+
+// (d) a Blinn lit by four point lights: the Lambert part plus the lobes.
+Tcase blinnFourLights() {
+    auto net = std::make_unique<Tnetwork>();
+    TdependNode* m = litMaterial(*net, "blinn");
+    TlambertInputs in;
+    in.read(*net, m, 4);
+    const float eccentricity = net->get<float>(m, "eccentricity"), rollOff = net->get<float>(m, "specularRollOff");
+    const float reflectivity = net->get<float>(m, "reflectivity");
+    const bool viewRollOff = net->get<bool>(m, "reflectionRolloff");
+    const T3Float reflected = net->get<T3Float>(m, "reflectedColor"), specular = net->get<T3Float>(m, "specularColor");
+    Fused fused = [=](unsigned count, Tsample** samples) {
+        for (unsigned i = 0; i < count; ++i) {
+            const T3Float& N = *samples[i]->normalCamera();
+            const T3Float& V = *samples[i]->rayDirection();
+            T3Float S = reflected * (reflectivity * (viewRollOff ? blinnViewRollOff(V, N, rollOff) : 1.0f));
+            T3Float color = in.shade(in.color, N);
+            for (unsigned k = 0; k < in.lightCount; ++k) {
+                const TlightData& d = in.lights[k];
+                if (!(dot(d.lightDirection, N) > 0)) continue;
+                S = S + mul(d.lightIntensity, splat(blinnLobe(d.lightDirection, V, N, eccentricity, rollOff))) * 1.0f;
+            }
+            samples[i]->setOutColor(color + mul(S, specular));
+            samples[i]->setOutTransparency(in.transparency);
+        }
+    };
+    return {"Blinn, four point lights", std::move(net), fused};
+}
+
+// place2d -> texture.outColor -> Lambert.color under one light.
+TdependNode* texturedLambert(Tnetwork& net, const char* texture, TlambertInputs& in) {
+    TdependNode* place = net.make("place2dTexture");
+    TdependNode* tex = net.make(texture);
+    TdependNode* m = litMaterial(net, "lambert");
+    net.connect(place, "outUV", tex, "uvCoord");
+    net.connect(place, "outUvFilterSize", tex, "uvFilterSize");
+    net.connect(tex, "outColor", m, "color");
+    in.read(net, m, 1);
+    return tex;
+}
+
+// The texture's colour effects, as the texture applies them last.
+struct Teffects {
+    T3Float gain, offset;
+    void read(Tnetwork& net, TdependNode* tex) {
+        gain = net.get<T3Float>(tex, "colorGain");
+        offset = net.get<T3Float>(tex, "colorOffset");
+    }
+    T3Float apply(const T3Float& c) const { return T3Float(c.x * gain.x + offset.x, c.y * gain.y + offset.y, c.z * gain.z + offset.z); }
+};
+
+// (e) place2d -> checker -> Lambert, one light. The placement is the
+// identity and the filter scale 1, so the checker sees the sample's UV.
+Tcase checkerLambert() {
+    auto net = std::make_unique<Tnetwork>();
+    TlambertInputs in;
+    TdependNode* tex = texturedLambert(*net, "checker", in);
+    net->set(tex, "color1", T3Float(0.9f, 0.8f, 0.1f));
+    net->set(tex, "color2", T3Float(0.1f, 0.2f, 0.6f));
+    const T3Float c1 = net->get<T3Float>(tex, "color1"), c2 = net->get<T3Float>(tex, "color2");
+    const float filter = net->get<float>(tex, "filter"), filterOffset = net->get<float>(tex, "filterOffset");
+    const float contrast = net->get<float>(tex, "contrast");
+    Teffects effects;
+    effects.read(*net, tex);
+    Fused fused = [=](unsigned count, Tsample** samples) {
+        for (unsigned i = 0; i < count; ++i) {
+            T2Float uv = *samples[i]->uvCoord(), size = *samples[i]->uvFilterSize();
+            float w1 = TdnChecker::sColor1Weight(uv, size, filter, filterOffset, contrast);
+            T3Float c;
+            if (w1 >= 1e-5f) c = c + c1 * w1;
+            if (1.0f - w1 >= 1e-5f) c = c + c2 * (1.0f - w1);
+            samples[i]->setOutColor(in.shade(effects.apply(c), *samples[i]->normalCamera()));
+            samples[i]->setOutTransparency(in.transparency);
+        }
+    };
+    return {"place2d -> checker -> Lambert, one light", std::move(net), fused};
+}
+
+// (f) place2d -> ramp (three keys, default type and interpolation) -> Lambert.
+Tcase rampLambert() {
+    auto net = std::make_unique<Tnetwork>();
+    TlambertInputs in;
+    auto* ramp = static_cast<TdnRamp*>(texturedLambert(*net, "ramp", in));
+    ramp->setColourEntry(0, 0.0f, T3Float(0.9f, 0.1f, 0.1f));
+    ramp->setColourEntry(1, 0.4f, T3Float(0.1f, 0.8f, 0.2f));
+    ramp->setColourEntry(2, 1.0f, T3Float(0.2f, 0.1f, 0.9f));
+    TrampKeys keys;
+    for (int k = 0; k < 3; ++k)
+        if (ramp->getColourEntry(k, keys.position[keys.count], keys.colour[keys.count])) ++keys.count;
+    const short type = net->get<short>(ramp, "type"), interpolation = net->get<short>(ramp, "interpolation");
+    Teffects effects;
+    effects.read(*net, ramp);
+    Fused fused = [=](unsigned count, Tsample** samples) {
+        for (unsigned i = 0; i < count; ++i) {
+            T2Float uv = *samples[i]->uvCoord();
+            T3Float c;
+            TdnRamp::getRampColourAtValue(interpolation, TdnRamp::sRampValue(type, wrapToUnit(uv.x), wrapToUnit(uv.y)), keys, c);
+            samples[i]->setOutColor(in.shade(effects.apply(c), *samples[i]->normalCamera()));
+            samples[i]->setOutTransparency(in.transparency);
+        }
+    };
+    return {"place2d -> ramp -> Lambert, one light", std::move(net), fused};
+}
+
 // ---------------------------------------------------------------- driver
 
 constexpr unsigned kSamples = 64 * 64;  // per pass
@@ -204,7 +395,23 @@ struct Tsamples {
         for (unsigned i = 0; i < count; ++i) {
             Tsample* s = Tsample::sCreate(memory.data() + size_t(i) * words, size, group->fieldOffsetTable(kSurfaceColorTransparency));
             float t = float(i % 97) / 96.0f;
-            s->setPointCamera(T3Float(t, 1.0f - 0.5f * t, 0.25f + t * t));
+            if (s->hasItem(kItemPointCamera)) s->setPointCamera(T3Float(t, 1.0f - 0.5f * t, 0.25f + t * t));
+            if (s->hasItem(kItemNormalCamera)) s->setNormalCamera(normalize(T3Float(t - 0.5f, 0.25f - t * 0.5f, 1)));
+            if (s->hasItem(kItemRayDirection)) s->setRayDirection(normalize(T3Float(0.1f * t, -0.2f, -1)));
+            if (s->hasItem(kItemUvCoord)) s->setUvCoord(T2Float{1.7f * t - 0.2f, float(i % 13) / 12.0f});
+            if (s->hasItem(kItemUvFilterSize)) s->setUvFilterSize(T2Float{0.01f, 0.02f});
+            // A renderer sets every item the program asks for; the rest keep their defaults.
+            if (TshadingOpus* opus = group->option(kSurfaceColorTransparency).opus) {
+                const TbitField64 needs = opus->needs();
+                s->confirmSet(needs);
+                for (unsigned k = 0; k < kSampleItemCount; ++k)
+                    if (needs.test(k) && s->hasItem(k) && !s->isSet(k)) {
+                        unsigned char value[64];
+                        const unsigned n = std::min(Tsample::sStorageSize(k), unsigned(sizeof value));
+                        std::memcpy(value, s->item(k), n);
+                        s->setItem(k, value, n);
+                    }
+            }
             samples.push_back(s);
         }
     }
@@ -229,12 +436,17 @@ bool sameResults(Tcase& c) {
     TshadingOpus* opus = c.net->group->option(kSurfaceColorTransparency).opus;
     for (unsigned i = 0; i < 256; i += 64) opus->shade(64, a.samples.data() + i);
     c.fused(256, b.samples.data());
-    for (unsigned i = 0; i < 256; ++i)
+    for (unsigned i = 0; i < 256; ++i) {
         if (std::memcmp(a.samples[i]->outColor(), b.samples[i]->outColor(), sizeof(T3Float)) != 0) return false;
+        if (a.samples[i]->hasItem(kItemOutTransparency) &&
+            std::memcmp(a.samples[i]->outTransparency(), b.samples[i]->outTransparency(), sizeof(T3Float)) != 0)
+            return false;
+    }
     return true;
 }
 
 std::vector<unsigned> gBatchSizes = {1, 8, 64};
+std::string gOnly;  // the letters of the cases to run; all when empty
 bool gThreads = true;
 
 void run(Tcase c, double seconds) {
@@ -270,7 +482,8 @@ void run(Tcase c, double seconds) {
 }
 }  // namespace
 
-// --seconds=S per figure (0.5); --batch=N for one batch size and no threads.
+// --seconds=S per figure (0.5); --batch=N for one batch size and no threads;
+// --cases=LETTERS to run some of the cases (a to f) only.
 int main(int argc, char** argv) {
     double seconds = 0.5;
     for (int i = 1; i < argc; ++i)
@@ -278,8 +491,11 @@ int main(int argc, char** argv) {
             seconds = std::stod(argv[i] + 10);
         else if (std::string(argv[i]).rfind("--batch=", 0) == 0)  // one batch size only, no threads: for profiling
             gBatchSizes = {unsigned(std::stoul(argv[i] + 8))}, gThreads = false;
+        else if (std::string(argv[i]).rfind("--cases=", 0) == 0)
+            gOnly = argv[i] + 8;
     std::printf("Shading throughput (%.2f s per figure); ratio is time per sample, engine over fused, target <= 1.5 at 64\n", seconds);
-    run(chainOfEight(), seconds);
-    run(conditionOfTwo(), seconds);
+    Tcase (*cases[])() = {chainOfEight, conditionOfTwo, lambertFourLights, blinnFourLights, checkerLambert, rampLambert};
+    for (unsigned k = 0; k < sizeof(cases) / sizeof(cases[0]); ++k)
+        if (gOnly.empty() || gOnly.find(char('a' + k)) != std::string::npos) run(cases[k](), seconds);
     return 0;
 }

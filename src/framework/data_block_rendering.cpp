@@ -66,6 +66,7 @@ void TdataBlockRendering::setUp(TdependNode* node, unsigned stride, unsigned cha
     fContext = context;
     fFlag = 0;
     fKind = 2;
+    fCleanCount = 0;
     if (!hiddenMulti) return;
     for (unsigned h = 0; h < hiddenMulti[0]; ++h) {
         const Tattribute* a = node->attribute(hiddenMulti[1 + h]);
@@ -91,6 +92,18 @@ void TdataBlockRendering::setUp(TdependNode* node, unsigned stride, unsigned cha
             }
         }
     }
+}
+
+bool TdataBlockRendering::isClean(const Tattribute& a) const {
+    const uint16_t index = uint16_t(a.rootParent()->index());
+    for (unsigned k = 0; k < fCleanCount; ++k)
+        if (fClean[k] == index) return true;
+    return false;
+}
+
+void TdataBlockRendering::setClean(const Tattribute& a) {
+    if (isClean(a) || fCleanCount >= kMaxCleanMarks) return;
+    fClean[fCleanCount++] = uint16_t(a.rootParent()->index());
 }
 
 void TdataBlockRendering::tearDown() {

@@ -89,6 +89,17 @@ public:
     unsigned multiIndices(const Tattribute& a, unsigned* indices, unsigned capacity) const override;
     TdataHandle elementValue(const Tattribute& a, unsigned logicalIndex) override;
 
+    // Outputs the node produced in its latest compute. A node that computes
+    // several outputs in one call marks each; the engine then skips the
+    // computes of the others in that run. Marks are by top-level attribute;
+    // past kMaxCleanMarks further marks are dropped, which only costs a
+    // recompute.
+    static constexpr unsigned kMaxCleanMarks = 8;
+    bool isClean(const Tattribute& a) const override;
+    void setClean(const Tattribute& a) override;
+    void clearCleanMarks() { fCleanCount = 0; }
+    unsigned cleanMarkCount() const { return fCleanCount; }
+
 private:
     TdataHandle locate(const Tattribute& a);
     void fillFromDefault(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count);
@@ -109,4 +120,6 @@ private:
     MultiInfo* fMulti = nullptr;
     const uint16_t* fHiddenMulti = nullptr;
     void* fContext = nullptr;
+    uint16_t fClean[kMaxCleanMarks] = {};
+    uint8_t fCleanCount = 0;
 };

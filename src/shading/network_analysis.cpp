@@ -722,6 +722,7 @@ void TSEanalysis::emitNode(TSEnodeDescription* d, std::vector<TSEinstruction>& s
     for (const TSEconnectionRecord& c : d->connections)
         if (c.source && c.memory == kMemoryVariable && !c.source->cut) emitNode(c.source, stream);
     emitCopies(d, stream);
+    uint32_t sibling = 0;  // set on every compute of this node after the first
     for (unsigned i = 0; i < d->attributeCount; ++i) {
         const Tattribute* a = d->node->attribute(i);
         if (a->parent() || !a->isComputed() || !d->wanted[i] || d->memoryType[i] != kMemoryVariable) continue;
@@ -737,7 +738,8 @@ void TSEanalysis::emitNode(TSEnodeDescription* d, std::vector<TSEinstruction>& s
         for (auto [item, attr] : d->provides)
             stream.push_back(instruction(kOpPushProvider, providedItem(item)->stackOffset, uint32_t(d->block),
                                          fPlans[unsigned(d->block)].info[attr].offset));
-        stream.push_back(instruction(op, uint32_t(d->block), uint32_t(fTargets.size() - 1)));
+        stream.push_back(instruction(op, uint32_t(d->block), uint32_t(fTargets.size() - 1), sibling));
+        sibling = 1;
         for (auto it = d->provides.rbegin(); it != d->provides.rend(); ++it)
             stream.push_back(instruction(kOpPopProvider, providedItem(it->first)->stackOffset));
     }

@@ -162,13 +162,41 @@ Tsample* Tsample::sCreate(void* memory, unsigned recordSize, unsigned* fieldOffs
 
 // One straight run of tests, item by item, so the compiler sees 64 independent
 // branches rather than a loop over tables.
+namespace {
+// Sizes and default offsets of every item, ready for the default copy.
+struct TdefaultCopy {
+    unsigned from[kSampleItemCount];
+    unsigned size[kSampleItemCount];
+    constexpr TdefaultCopy() : from{}, size{} {
+        for (unsigned i = 0; i < kSampleItemCount; ++i) {
+            from[i] = kFullLayout.offsets[i] - kFullLayout.offsets[0];
+            size[i] = storageSize(i);
+        }
+    }
+};
+constexpr TdefaultCopy kDefaultCopy;
+}  // namespace
+
 void Tsample::confirmSet(TbitField64 needed) {
     // Only the needed items not yet set: usually none, so this is one test.
     uint64_t todo = needed.bits() & ~fFieldsSet.bits();
+    if (!todo) return;
+    const auto* defaults = static_cast<const unsigned char*>(fDefaults.item(0));
     while (todo) {
         unsigned index = unsigned(__builtin_ctzll(todo));
         todo &= todo - 1;
-        if (unsigned offset = fFieldOffsets[index]) std::memcpy(bytes() + offset, fDefaults.item(index), storageSize(index));
+        unsigned offset = fFieldOffsets[index];
+        if (!offset) continue;
+        auto* to = bytes() + offset;
+        const unsigned char* from = defaults + kDefaultCopy.from[index];
+        // Fixed sizes become plain moves; the rest goes through memcpy.
+        switch (kDefaultCopy.size[index]) {
+            case 4: std::memcpy(to, from, 4); break;
+            case 8: std::memcpy(to, from, 8); break;
+            case 12: std::memcpy(to, from, 12); break;
+            case 16: std::memcpy(to, from, 16); break;
+            default: std::memcpy(to, from, kDefaultCopy.size[index]); break;
+        }
     }
 }
 

@@ -324,6 +324,13 @@ void TshadingOpus::run(TSEframe& frame, unsigned begin, unsigned end, unsigned f
             case kOpComputeLocked: {
                 TdataBlockRendering& block = frame.blocks[in.word[0]];
                 const TSEcomputeTarget& target = fProgram.targets[in.word[1]];
+                // A later compute of the same node in this pass: its output
+                // may have come with an earlier one.
+                if (in.word[2]) {
+                    if (block.isClean(*target.plug.attribute())) break;
+                } else {
+                    block.clearCleanMarks();
+                }
                 if (target.shadingNode) {
                     Tplug plug = target.plug;
                     target.shadingNode->ensureOnDemand(plug, block);

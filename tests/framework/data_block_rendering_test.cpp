@@ -195,3 +195,42 @@ TEST(DataBlockRendering, DumpNamesTheNodeAndTheKinds) {
     empty.debug(none, 1);
     EXPECT_EQ(none.text(), "DataBlockRendering for Node:NULL");
 }
+
+TEST(DataBlockRendering, CleanMarksAreByTopLevelAttributeAndClearedBySetUp) {
+    AdderBlock b;
+    EXPECT_FALSE(b.block.isClean(TtestAdder::saSum()));
+    EXPECT_FALSE(b.block.isClean(TtestAdder::saOutColor()));
+    // A child marks its whole compound; a second mark of it adds nothing.
+    b.block.setClean(TtestAdder::saOutColorG());
+    b.block.setClean(TtestAdder::saOutColor());
+    EXPECT_EQ(b.block.cleanMarkCount(), 1u);
+    EXPECT_TRUE(b.block.isClean(TtestAdder::saOutColor()));
+    EXPECT_TRUE(b.block.isClean(TtestAdder::saOutColorR()));
+    EXPECT_FALSE(b.block.isClean(TtestAdder::saSum()));
+    b.block.setClean(TtestAdder::saSum());
+    EXPECT_TRUE(b.block.isClean(TtestAdder::saSum()));
+    EXPECT_FALSE(b.block.isClean(TtestAdder::saTotal()));
+    // A new set-up starts a run with nothing produced.
+    b.block.setUp(b.node, AdderBlock::kStride, b.variable.data(), AdderBlock::kCount, b.constant.data(), b.info.data(), nullptr, nullptr,
+                  nullptr);
+    EXPECT_EQ(b.block.cleanMarkCount(), 0u);
+    EXPECT_FALSE(b.block.isClean(TtestAdder::saSum()));
+    b.block.setClean(TtestAdder::saTotal());
+    b.block.clearCleanMarks();
+    EXPECT_FALSE(b.block.isClean(TtestAdder::saTotal()));
+}
+
+TEST(DataBlockRendering, CleanMarksBeyondCapacityAreDroppedNotMisreported) {
+    AdderBlock b;
+    const unsigned n = b.node->attributeCount();
+    ASSERT_GT(n, TdataBlockRendering::kMaxCleanMarks + 1);
+    // Mark distinct top-level attributes until more than fit.
+    std::vector<const Tattribute*> tops;
+    for (unsigned i = 0; i < n; ++i)
+        if (!b.node->attribute(i)->parent()) tops.push_back(b.node->attribute(i));
+    ASSERT_GT(tops.size(), size_t(TdataBlockRendering::kMaxCleanMarks));
+    for (const Tattribute* a : tops) b.block.setClean(*a);
+    EXPECT_EQ(b.block.cleanMarkCount(), TdataBlockRendering::kMaxCleanMarks);
+    for (size_t k = 0; k < tops.size(); ++k)
+        EXPECT_EQ(b.block.isClean(*tops[k]), k < TdataBlockRendering::kMaxCleanMarks) << tops[k]->longName().asC();
+}

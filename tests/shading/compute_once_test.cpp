@@ -1,0 +1,123 @@
+// A node that produces several wanted outputs in one compute runs once per
+// batch; an output it did not mark as produced still gets its own compute.
+#include <gtest/gtest.h>
+
+#include "shading/engine_fixture.h"
+
+namespace {
+struct TengineTestPairVS : TdependNodeVS {
+    TcolorAttribute color{"color", "c", TiffTag("EPCO")};
+    TcolorAttribute outColor{"outColor", "oc", TiffTag("EPOC")};
+    TcolorAttribute outTransparency{"outTransparency", "ot", TiffTag("EPOT")};
+    TengineTestPairVS() {
+        outColor.setFlag(kAttrWritable, false);
+        outTransparency.setFlag(kAttrWritable, false);
+    }
+    bool setupDependencies(TdependencyMatrix& m) override {
+        if (!TdependNodeVS::setupDependencies(m)) return false;
+        affects(m, {&color.whole}, {&outColor.whole, &outTransparency.whole});
+        return true;
+    }
+};
+
+// outColor = 2 * color, outTransparency = 1 - color. With `together` both
+// come from one compute and both are marked; otherwise each compute writes
+// and marks only the output it was asked for.
+class TengineTestPair : public TnodeClass<TengineTestPair, TrenderNode, TengineTestPairVS> {
+public:
+    static constexpr TnodeClassInfo kInfo{"TengineTestPair", 9120, "kEngineTestPair", "engineTestPair", "EPAI", "shader/surface"};
+    SN_COLOR_ATTRIBUTE(Color, color)
+    SN_COLOR_ATTRIBUTE(OutColor, outColor)
+    SN_COLOR_ATTRIBUTE(OutTransparency, outTransparency)
+    TengineCounters counters;
+    bool together = true;
+
+protected:
+    bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override {
+        const Tattribute* a = plug.attribute()->rootParent();
+        if (a != &attrOutColor() && a != &attrOutTransparency()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+        TdataHandle in = block.inputValue(attrColor(), first, count);
+        const bool color = together || a == &attrOutColor(), transparency = together || a == &attrOutTransparency();
+        if (color) {
+            TdataHandle out = block.outputValue(attrOutColor(), first, count);
+            for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = in.asFloat3(i) * 2.0f;
+            block.setClean(attrOutColor());
+        }
+        if (transparency) {
+            TdataHandle out = block.outputValue(attrOutTransparency(), first, count);
+            for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = T3Float(1, 1, 1) - in.asFloat3(i);
+            block.setClean(attrOutTransparency());
+        }
+        counters.count(count);
+        return true;
+    }
+};
+SN_REGISTER_NODE_CLASS(TengineTestPair)
+
+T2Float coordAt(unsigned i) { return T2Float{float(i) * 0.013f, 0.9f - float(i) * 0.011f}; }
+
+struct PairNetwork : TengineNetwork {
+    TengineTestUv* uv = make<TengineTestUv>("engineTestUv");
+    TengineTestPair* pair = make<TengineTestPair>("engineTestPair");
+    PairNetwork() {
+        connect(uv, TengineTestUv::saOutColor(), pair, TengineTestPair::saColor());
+        toSurfaceShader(pair, TengineTestPair::saOutColor());
+    }
+};
+}  // namespace
+
+TEST(ComputeOnce, OutputsProducedTogetherComputeOncePerBatch) {
+    struct Case {
+        bool together;
+        int computesPerBatch;
+    };
+    for (Case c : {Case{true, 1}, Case{false, 2}}) {
+        SCOPED_TRACE(c.together ? "together" : "one at a time");
+        PairNetwork net;
+        net.pair->together = c.together;
+        TshadingOpus* opus = net.analyse();
+        ASSERT_NE(opus, nullptr);
+        for (unsigned count : {1u, 37u, 64u}) {
+            TengineBatch batch(net.group, kSurfaceColorTransparency, count);
+            ASSERT_TRUE(batch.samples[0]->hasItem(kItemOutTransparency));
+            for (unsigned i = 0; i < count; ++i) batch.samples[i]->setUvCoord(coordAt(i));
+            const int before = net.pair->counters.computes, samplesBefore = net.pair->counters.samples;
+            opus->shade(batch.size(), batch.data());
+            EXPECT_EQ(net.pair->counters.computes - before, c.computesPerBatch) << count;
+            EXPECT_EQ(net.pair->counters.samples - samplesBefore, c.computesPerBatch * int(count));
+            // Both outputs hold their values whichever compute wrote them.
+            for (unsigned i = 0; i < count; ++i) {
+                T2Float p = coordAt(i);
+                T3Float in(p.x, p.y, p.x * p.y);
+                const T3Float color = *batch.samples[i]->outColor(), transparency = *batch.samples[i]->outTransparency();
+                EXPECT_FLOAT_EQ(color.x, 2 * in.x) << i;
+                EXPECT_FLOAT_EQ(color.y, 2 * in.y) << i;
+                EXPECT_FLOAT_EQ(color.z, 2 * in.z) << i;
+                EXPECT_FLOAT_EQ(transparency.x, 1 - in.x) << i;
+                EXPECT_FLOAT_EQ(transparency.y, 1 - in.y) << i;
+                EXPECT_FLOAT_EQ(transparency.z, 1 - in.z) << i;
+            }
+        }
+    }
+}
+
+TEST(ComputeOnce, MarksOfOneBatchDoNotCarryIntoTheNext) {
+    // Two batches in a row with different samples: the second must compute
+    // afresh, not reuse the first batch's marks.
+    PairNetwork net;
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    TengineBatch first(net.group, kSurfaceColorTransparency, 16), second(net.group, kSurfaceColorTransparency, 16);
+    for (unsigned i = 0; i < 16; ++i) {
+        first.samples[i]->setUvCoord(coordAt(i));
+        second.samples[i]->setUvCoord(coordAt(i + 30));
+    }
+    opus->shade(first.size(), first.data());
+    opus->shade(second.size(), second.data());
+    EXPECT_EQ(net.pair->counters.computes, 2);
+    for (unsigned i = 0; i < 16; ++i) {
+        T2Float p = coordAt(i + 30);
+        EXPECT_FLOAT_EQ(second.samples[i]->outTransparency()->x, 1 - p.x) << i;
+        EXPECT_FLOAT_EQ(second.samples[i]->outColor()->y, 2 * p.y) << i;
+    }
+}
