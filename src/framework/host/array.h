@@ -23,11 +23,14 @@ public:
     // Inserts `count` copies of the element at `element` (zeros when null) before `index`.
     void insertElement(const void* element, unsigned index, unsigned count = 1) {
         index = std::min(index, length());
-        auto pos = fBytes.begin() + ptrdiff_t(size_t(index) * fElementSize);
-        std::vector<unsigned char> block(size_t(count) * fElementSize, 0);
-        if (element)
-            for (unsigned i = 0; i < count; ++i) std::memcpy(block.data() + size_t(i) * fElementSize, element, fElementSize);
-        fBytes.insert(pos, block.begin(), block.end());
+        // The element may lie in this array: keep a copy before the bytes move.
+        std::vector<unsigned char> value(fElementSize, 0);
+        if (element) std::memcpy(value.data(), element, fElementSize);
+        size_t at = size_t(index) * fElementSize, bytes = size_t(count) * fElementSize, old = fBytes.size();
+        fBytes.resize(old + bytes);
+        unsigned char* base = fBytes.data();
+        std::memmove(base + at + bytes, base + at, old - at);
+        for (unsigned i = 0; i < count; ++i) std::memcpy(base + at + size_t(i) * fElementSize, value.data(), fElementSize);
     }
     void append(const void* element) { insertElement(element, length(), 1); }
     void removeAt(unsigned index, unsigned count = 1) {
