@@ -38,7 +38,7 @@ ProgramRun run(const TtestTempDir& dir, const std::string& arguments) {
 std::array<int, 3> imageShape(const std::string& path) {
     auto in = OIIO::ImageInput::open(path);
     if (!in) return {0, 0, 0};
-    const OIIO::ImageSpec& header = in->spec();
+    const OIIO::ImageSpec header = in->spec_dimensions(0);
     return {header.width, header.height, header.nchannels};
 }
 }  // namespace

@@ -45,7 +45,8 @@ Timage readImage(const std::string& path) {
     Timage image;
     auto in = OIIO::ImageInput::open(path);
     if (!in) return image;
-    image.width = in->spec().width, image.height = in->spec().height;
+    const OIIO::ImageSpec header = in->spec_dimensions(0);
+    image.width = header.width, image.height = header.height;
     image.rgb.resize(size_t(image.width) * size_t(image.height) * 3);
     if (!in->read_image(0, 0, 0, 3, OIIO::TypeDesc::UINT8, image.rgb.data())) image = Timage{};
     return image;

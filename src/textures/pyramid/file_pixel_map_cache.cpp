@@ -107,7 +107,8 @@ bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Ts
         error = Tstring(OIIO::geterror().empty() ? "cannot open " + path.str() : OIIO::geterror());
         return false;
     }
-    const OIIO::ImageSpec& imageSpec = in->spec();
+    // Only the size and pixel type are needed; the cheaper query skips the metadata.
+    const OIIO::ImageSpec imageSpec = in->spec_dimensions(0);
     const int w = imageSpec.width, h = imageSpec.height, ch = imageSpec.nchannels;
     if (w < 1 || h < 1 || ch < 1) {
         error = Tstring("image has no pixels");
