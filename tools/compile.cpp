@@ -23,19 +23,10 @@ constexpr const char* kOptionNames[kTSEoptionCount] = {
     "surfaceBasic",             "surfacePreLight",         "surfaceLightAtPoint",  "singleLight",
 };
 
-const char* opcodeName(uint32_t op) {
-    switch (op) {
-        case kOpCompute: return "compute";
-        case kOpComputeLocked: return "computeLocked";
-        case kOpSetUpBlock: return "setUpBlock";
-        case kOpCopy: return "copy";
-        case kOpCopyFromStack: return "copyFromStack";
-        case kOpPushProvider: return "pushProvider";
-        case kOpPopProvider: return "popProvider";
-        case kOpInitStack: return "initStack";
-        case kOpLinkBlock: return "linkBlock";
-        default: return "?";
-    }
+// Every opcode has a name; a value that is none prints as its number.
+std::string opcodeText(uint32_t op) {
+    const char* name = opcodeName(op);
+    return name ? name : "op" + std::to_string(op);
 }
 
 int optionIndex(const std::string& name) {
@@ -139,7 +130,7 @@ private:
                     break;
             }
             char line[256];
-            std::snprintf(line, sizeof line, "  %-4u %-15s %-20s %-20s %-6s ", k, opcodeName(in.opcode), node.c_str(), plug.c_str(),
+            std::snprintf(line, sizeof line, "  %-4u %-15s %-20s %-20s %-6s ", k, opcodeText(in.opcode).c_str(), node.c_str(), plug.c_str(),
                           block.c_str());
             fOut << line << detail << "\n";
         }

@@ -83,7 +83,7 @@ struct TDNshadingEngineVS : TdependNodeVS {
 
 class TDNshadingEngine : public TnodeClass<TDNshadingEngine, TDNdispatchCompute, TDNshadingEngineVS> {
 public:
-    static constexpr TnodeClassInfo kInfo{"TDNshadingEngine", 463, "kShadingEngine", "shadingEngine", "SHAD",
+    static constexpr TnodeClassInfo kInfo{"TDNshadingEngine", 320, "kShadingEngine", "shadingEngine", "SHAD",
                                           "shadingEngine", false, 0, true};
 
     SN_ATTRIBUTE(Unsolicited, unsolicited)

@@ -408,3 +408,19 @@ void TshadingOpus::run(TSEframe& frame, unsigned begin, unsigned end, unsigned f
         }
     }
 }
+
+const char* opcodeName(uint32_t opcode) {
+    switch (TSEopcode(opcode)) {
+        case kOpCompute: return "compute";
+        case kOpComputeLocked: return "computeLocked";
+        case kOpSetUpBlock: return "setUpBlock";
+        case kOpCopy: return "copy";
+        case kOpCopyFromStack: return "copyFromStack";
+        case kOpPushProvider: return "pushProvider";
+        case kOpPopProvider: return "popProvider";
+        case kOpInitStack: return "initStack";
+        case kOpLinkBlock: return "linkBlock";
+        case kOpLightArray: return "lightArray";
+    }
+    return nullptr;
+}

@@ -36,6 +36,8 @@ enum TSEopcode : uint32_t {
     kOpLinkBlock = 10,  // store in a block the reference to another block's value
     kOpLightArray = 11,  // fill a node's light array from the lights run for each sample
 };
+// The opcode's name for listings; null for a value that is no opcode.
+const char* opcodeName(uint32_t opcode);
 
 // Nine 32-bit words. Pointers do not fit a word on this build, so operands
 // that are objects are indices into the opus's tables.

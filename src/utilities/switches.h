@@ -97,5 +97,5 @@ struct TdnVSQuadSwitch : TdependNodeVS {
 SN_SWITCH_CLASS(TdnSingleSwitch, TdnVSSingleSwitch, 481, "kSingleShadingSwitch", inSingle, fallback, output)
 SN_SWITCH_CLASS(TdnDoubleSwitch, TdnVSDoubleSwitch, 482, "kDoubleShadingSwitch", inDouble.whole, fallback.whole, output.whole)
 SN_SWITCH_CLASS(TdnTripleSwitch, TdnVSTripleSwitch, 483, "kTripleShadingSwitch", inTriple.whole, fallback.whole, output.whole)
-SN_SWITCH_CLASS(TdnQuadSwitch, TdnVSQuadSwitch, 484, "kQuadShadingSwitch", inQuad, fallback, output)
+SN_SWITCH_CLASS(TdnQuadSwitch, TdnVSQuadSwitch, 479, "kQuadShadingSwitch", inQuad, fallback, output)
 #undef SN_SWITCH_CLASS

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <map>
 #include <set>
 #include <thread>
 #include <vector>
@@ -92,6 +93,18 @@ TEST(NodeClass, ClassTableHoldsEveryClassOnceAndTheUnsafeList) {
     constexpr TnodeClassInfo checker = renderNodeInfo("TdnChecker", 500, "kChecker");
     EXPECT_STREQ(checker.typeName, "checker");
     EXPECT_STREQ(checker.classification, "texture/2d");
+}
+
+// Scene files and tools name classes by their API type number too, so no two
+// registered classes may share one.
+TEST(NodeClass, EveryRegisteredClassHasItsOwnApiTypeNumber) {
+    std::map<unsigned, std::string> owners;
+    for (TdependNodeMetaClass* type : TdependGraph::nodeTypes()) {
+        if (type->fApiType == 0) continue;  // abstract bases have none
+        auto [it, fresh] = owners.emplace(type->fApiType, type->fTypeName().str());
+        EXPECT_TRUE(fresh) << type->fApiType << " is both " << it->second << " and " << type->fTypeName().str();
+    }
+    EXPECT_GT(owners.size(), 60u);
 }
 
 TEST(ShadingNode, ReferenceCountRunsInitOnFirstAndEndOnLast) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <cctype>
 #include <fstream>
 #include <sstream>
 
@@ -90,6 +91,33 @@ TEST(CompileCommand, PrintsInstructionsInDependencyOrderWithLayouts) {
         EXPECT_GE(lineWith(r.out, {"outColor at"}), 0) << r.out;
         EXPECT_EQ(lineWith(r.out, {"outTransparency at"}), -1) << r.out;
     }
+}
+
+// Every instruction of a real scene's programs, lit materials included,
+// prints under its opcode's name.
+TEST(CompileCommand, EveryInstructionOfTheShowcaseHasANamedOpcode) {
+    TtestTempDir dir;
+    const std::string scene = std::string(SHADENET_SOURCE_DIR) + "/examples/showcase.json";
+    bool sawLights = false;
+    for (const char* group : {"floorSG", "wallSG", "ballSG", "chromeSG", "crateSG", "poolSG", "gemSG"}) {
+        SCOPED_TRACE(group);
+        ProgramRun r = run(dir, "compile '" + scene + "' " + group);
+        ASSERT_EQ(r.status, 0) << r.err;
+        std::stringstream lines(r.out);
+        int instructions = 0;
+        for (std::string line; std::getline(lines, line);) {
+            std::stringstream words(line);
+            unsigned index;
+            std::string opcode;
+            if (line.rfind("  ", 0) != 0 || !(words >> index >> opcode)) continue;
+            ++instructions;
+            EXPECT_TRUE(opcode != "?" && !(opcode.size() > 2 && opcode.rfind("op", 0) == 0 && std::isdigit(opcode[2])))
+                << line;
+            sawLights = sawLights || opcode == "lightArray";
+        }
+        EXPECT_GT(instructions, 0) << r.out;
+    }
+    EXPECT_TRUE(sawLights);
 }
 
 TEST(CompileCommand, RefusesUnknownGroupsAndOptions) {

@@ -1,5 +1,6 @@
 #include "textures/noise/noise.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <memory>
@@ -62,6 +63,24 @@ static TmtRefCounter sInstances;
 static std::atomic<const T3Float*> sGradients{nullptr};
 static std::atomic<const float*> sList{nullptr};
 static int sListIndex = 0;  // guarded by the library mutex
+
+// The stream that drand48() would give in this process had the table makers
+// seeded and drawn from the C library's global state, as they once did: it
+// starts where that state stands when the library loads (the C library's
+// default), and a maker that seeds leaves it where its draws ended. Kept
+// privately so that nobody else's drand48() is disturbed. Guarded by the
+// library mutex.
+static unsigned short sStream[3];
+static const bool sStreamCaptured = [] {
+    // seed48 hands back the state it replaces; putting it back leaves the C
+    // library as it was.
+    unsigned short probe[3] = {0, 0, 0};
+    const unsigned short* was = seed48(probe);
+    unsigned short held[3] = {was[0], was[1], was[2]};
+    seed48(held);
+    std::copy(held, held + 3, sStream);
+    return true;
+}();
 
 std::atomic<Tnoise::TnoiseFn> Tnoise::fsNoise3{&Tnoise::sFirstNoise3};
 
@@ -245,7 +264,7 @@ void Tnoise::DNoise2(double x, double y, float out[3]) {
 
 // The 48-bit state srand48(seed) would set, on a private copy, so that table
 // makers neither race on nor disturb the C library's global state.
-static void sSeed48(unsigned short state[3], long seed) {
+void Tnoise::seed48State(unsigned short state[3], long seed) {
     state[0] = 0x330E;
     state[1] = (unsigned short)(seed & 0xFFFF);
     state[2] = (unsigned short)((seed >> 16) & 0xFFFF);
@@ -256,13 +275,14 @@ void Tnoise::initGradientNoiseTable() {
     if (sGradients.load(std::memory_order_acquire)) return;
     auto* table = new T3Float[kTableSize];
     unsigned short state[3];
-    sSeed48(state, 1);
+    seed48State(state, 1);
     for (int i = 0; i < kTableSize; ++i) {
         double z = 1.0 - 2.0 * erand48_r(state);
         double r = std::sqrt(1.0 - z * z);
         double a = 2.0 * M_PI * erand48_r(state);
         table[i] = T3Float(float(r * std::cos(a)), float(r * std::sin(a)), float(z));
     }
+    continueStream(state);
     sGradients.store(table, std::memory_order_release);  // stands until the process ends
 }
 
@@ -376,7 +396,7 @@ const float* Tnoise::sRandomList() {
     list = sList.load(std::memory_order_relaxed);
     if (!list) {
         auto* made = new float[kRandomListSize];
-        for (int i = 0; i < kRandomListSize; ++i) made[i] = float(drand48());
+        for (int i = 0; i < kRandomListSize; ++i) made[i] = float(erand48_r(sStream));
         sList.store(made, std::memory_order_release);  // stands until the process ends
         list = made;
     }
@@ -388,6 +408,11 @@ float Tnoise::rRand() {
     TmtLock lock(sLibraryMutex());
     if (++sListIndex >= kRandomListSize) sListIndex = 0;
     return list[sListIndex];
+}
+
+void Tnoise::continueStream(const unsigned short state[3]) {
+    TmtLock lock(sLibraryMutex());
+    std::copy(state, state + 3, sStream);
 }
 
 void Tnoise::initNoiseState() {

@@ -60,6 +60,11 @@ public:
     static float nFrand(int& seed);
     static double nDrand(int& seed);
     static double erand48_r(unsigned short state[3]);
+    // The state srand48(seed) sets.
+    static void seed48State(unsigned short state[3], long seed);
+    // A table maker that seeded its own state hands the state its draws left,
+    // so that the random list goes on from there as drand48() would.
+    static void continueStream(const unsigned short state[3]);
     // One erand48 step on a state of three 16-bit values held in 32-bit words.
     static void nextRE(uint32_t state[3]);
     static float rRand();

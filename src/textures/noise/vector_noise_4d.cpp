@@ -107,7 +107,8 @@ void T4dVectorNoise::CalcSymField(Tfield field[3], int x, int y, int z, int t, u
 
 void T4dVectorNoise::fillSpectrum(Tfield field[3]) {
     InitGauss();
-    unsigned short state[3] = {0x330E, (unsigned short)(kSeed & 0xFFFF), (unsigned short)(kSeed >> 16)};
+    unsigned short state[3];
+    Tnoise::seed48State(state, kSeed);
     for (int m = 0; m < 3; ++m) field[m].assign(kCellCount, std::complex<float>(0.0f, 0.0f));
     for (int t = 0; t < kGridSize; ++t)
         for (int z = 0; z < kGridSize; ++z)
@@ -122,6 +123,7 @@ void T4dVectorNoise::fillSpectrum(Tfield field[3]) {
                         CalcSymField(field, x, y, z, t, state);
                     // here > mirror: written as the mirror of an earlier cell
                 }
+    Tnoise::continueStream(state);
 }
 
 bool T4dVectorNoise::inverseTransform(Tfield field[3]) {

@@ -108,3 +108,30 @@ TEST(NoiseGenerators, InstancesAreCountedAndFillTheNoise3Pointer) {
     EXPECT_EQ(Tnoise::sInstanceCount(), before);
     EXPECT_EQ(Tnoise::noise3(0.3f, 0.7f, 0.1f), Tnoise::computeNoise3(0.3f, 0.7f, 0.1f));
 }
+
+// The random list continues the C library's drand48() stream from where the
+// table makers would have left it. Each case runs in a fresh process (the list
+// is made once per process), and the reference is the C library itself.
+namespace {
+bool listMatchesDrand48() {
+    const float* list = Tnoise::sRandomList();
+    for (int i = 0; i < Tnoise::kRandomListSize; ++i)
+        if (list[i] != float(drand48())) return false;
+    return true;
+}
+}  // namespace
+
+TEST(NoiseGeneratorsDeathTest, RandomListContinuesTheDrand48Stream) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // Made first: the C library's own default state, untouched by anyone.
+    EXPECT_EXIT(std::exit(listMatchesDrand48() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+    // Made after the gradient table: srand48(1) and two draws per entry.
+    EXPECT_EXIT(
+        {
+            Tnoise::sGradientTable();
+            srand48(1);
+            for (int i = 0; i < 2 * 65535; ++i) drand48();
+            std::exit(listMatchesDrand48() ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
