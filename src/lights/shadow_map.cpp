@@ -218,6 +218,10 @@ bool TuseShadowMap::initMap(const TshadowMapView& view, const float* depth) {
         info->tiles.push_back(std::make_unique<TdepthMapTile>(*fCache, stored, bytes, count));
     }
     fMaps->push_back(std::move(info));
+    // Room for the whole map decompressed beside what the cache holds: below
+    // that, bands would push each other out on every lookup. The cap only rises.
+    const uint64_t wanted = uint64_t(fCache->allocatedMemory()) + uint64_t(res) * uint64_t(res) * sizeof(float);
+    fCache->setMaximumMemorySize(unsigned(std::min<uint64_t>(wanted, 0xFFFFFFFFu)));
     return true;
 }
 
