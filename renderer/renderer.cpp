@@ -15,6 +15,7 @@
 #include "lights/light_link.h"
 #include "lights/light_visibility.h"
 #include "lights/render_light.h"
+#include "renderer/depth_maps.h"
 #include "renderer/level_thread.h"
 #include "renderer/pixel_filter.h"
 #include "renderer/ray_tracer.h"
@@ -376,6 +377,8 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
             fWarnings.push_back("shading group '" + object->group->name().str() +
                                 "' cannot be shaded; its objects render in the default colour");
     }
+
+    TdepthMaps depthMaps(graph, scene, sceneFile, fWarnings);
 
     const int tileSize = std::max(4, options.tileSize);
     std::vector<Ttile> tiles;

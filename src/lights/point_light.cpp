@@ -150,7 +150,70 @@ bool TpointLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, u
     return true;
 }
 
+int TpointLightShape::shadowMapViews(const std::vector<TworldBox>& casters, TshadowMapView* views) {
+    const Tmatrix world = placement();
+    const T3Float position = world.transformPoint({0, 0, 0});
+    const T3Float x = normalize(world.transformVector({1, 0, 0})), y = normalize(world.transformVector({0, 1, 0})),
+                  z = normalize(world.transformVector({0, 0, 1}));
+    struct Face {
+        const Tattribute* flag;
+        T3Float axis, up;
+    };
+    const TnonExtendedLightShapeVS& vs = TnonExtendedLightShape::sVsData();
+    const Face faces[kMaxShadowMapViews] = {{&vs.useXPlusDmap, x, y},        {&vs.useXMinusDmap, x * -1.0f, y},
+                                            {&vs.useYPlusDmap, y, z * -1.0f}, {&vs.useYMinusDmap, y * -1.0f, z},
+                                            {&vs.useZPlusDmap, z, y},        {&vs.useZMinusDmap, z * -1.0f, y}};
+    const int resolution = shadowMapResolution();
+    // Each face reaches a few texels past 90 degrees so that a filter at a
+    // face's edge stays within the face.
+    const float tangent = float(resolution) / float(resolution - 2 * shadowMapMargin());
+    float nearClip, farClip;
+    shadowMapClipRange(casters, position, nullptr, nearClip, farClip);
+    int n = 0;
+    for (const Face& face : faces) {
+        bool on = true;
+        getAttributeValue(face.flag, &on);
+        if (on) views[n++] = TshadowMapView::sPerspective(position, face.axis, face.up, tangent, resolution, nearClip, farClip);
+    }
+    return n;
+}
+
 // ---------------------------------------------------------------- directional light
+
+int TdirectionalLightShape::shadowMapViews(const std::vector<TworldBox>& casters, TshadowMapView* views) {
+    const Tmatrix world = placement();
+    const T3Float axis = normalize(world.transformVector(kIlluminationDirection));
+    const T3Float up = world.transformVector({0, 1, 0});
+    const T3Float position = world.transformPoint({0, 0, 0});
+    const int resolution = shadowMapResolution();
+    const float grow = float(resolution) / float(resolution - 2 * shadowMapMargin());
+    bool autoFocus = true;
+    float widthFocus = 100;
+    getAttributeValue(&attrUseDmapAutoFocus(), &autoFocus);
+    getAttributeValue(&attrDmapWidthFocus(), &widthFocus);
+
+    // The casters as the light sees them, in a frame down its direction.
+    TworldBox seen;
+    const TshadowMapView frame = TshadowMapView::sOrthographic(position, axis, up, 1, resolution, 0, 1);
+    for (const TworldBox& box : casters)
+        for (int corner = 0; corner < 8 && !box.isEmpty(); ++corner)
+            seen.add(frame.worldToView.transformPoint(
+                {corner & 1 ? box.max.x : box.min.x, corner & 2 ? box.max.y : box.min.y, corner & 4 ? box.max.z : box.min.z}));
+    T3Float origin = position;
+    float halfWidth = 0.5f * widthFocus * grow;
+    if (autoFocus && !seen.isEmpty()) {
+        // Centred on the casters, square, starting just before the nearest.
+        const Tmatrix viewToWorld = frame.worldToView.inverse();
+        float pad = 0.01f * (seen.max.z - seen.min.z) + 0.001f;
+        origin = viewToWorld.transformPoint({0.5f * (seen.min.x + seen.max.x), 0.5f * (seen.min.y + seen.max.y), seen.max.z + pad});
+        halfWidth = 0.5f * std::max(seen.max.x - seen.min.x, seen.max.y - seen.min.y) * grow + 0.001f;
+    }
+    float nearClip, farClip;
+    shadowMapClipRange(casters, origin, &axis, nearClip, farClip);
+    if (autoFocus && !seen.isEmpty()) nearClip = 0;
+    views[0] = TshadowMapView::sOrthographic(origin, axis, up, halfWidth, resolution, nearClip, farClip);
+    return 1;
+}
 
 TdirectionalLightShapeVS::TdirectionalLightShapeVS() {
     objectType.makeImplicitInput();

@@ -49,6 +49,8 @@ public:
 
     void analyse(TDNshadingEngine* group, TSEnodeDescription* desc, void* context, TbitField64& mask) override;
     bool setDependentsDirty(TmsgDirty& msg) override;
+    // Cube faces along the light's +X, -X, +Y, -Y, +Z, -Z, each by its useX+Dmap .. useZ-Dmap flag.
+    int shadowMapViews(const std::vector<TworldBox>& casters, TshadowMapView* views) override;
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
@@ -77,6 +79,9 @@ public:
     SN_ATTRIBUTE(LightAngle, lightAngle)
     // The light shines down its local -Z axis.
     static constexpr T3Float kIlluminationDirection{0, 0, -1};
+    // One orthographic map down the light's direction, fitted to the casters.
+    int shadowMapViews(const std::vector<TworldBox>& casters, TshadowMapView* views) override;
+    bool directionalShadowMap() const override { return true; }
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;

@@ -1,6 +1,7 @@
 #include "lights/render_light.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <new>
 #if defined(__SSE__)
@@ -26,6 +27,8 @@ bool gMakingPreview = false;
 constexpr unsigned kRayTracedItems[] = {kItemRayDepth, kItemRayInstance, kItemPrimitiveId};
 constexpr unsigned kMaxShadowRays = 64;
 constexpr float kFarAway = 1e30f;
+constexpr int kMinDmapResolution = 16, kMaxDmapResolution = 8192;
+constexpr float kMinDmapNearClip = 0.00001f;
 
 float inverseSqrt(float x) {
 #if defined(__SSE__)
@@ -285,6 +288,88 @@ bool TnonExtendedLightShape::setDependentsDirty(TmsgDirty& msg) {
     return TrenderLightShape::setDependentsDirty(msg);
 }
 
+int TnonExtendedLightShape::shadowMapViews(const std::vector<TworldBox>&, TshadowMapView*) { return 0; }
+
+Tmatrix TnonExtendedLightShape::placement() {
+    std::vector<TdagPath> paths = allPaths();
+    return paths.empty() ? Tmatrix() : paths.front().inclusiveMatrix();
+}
+
+int TnonExtendedLightShape::shadowMapResolution() {
+    short resolution = 512;
+    getAttributeValue(&attrDmapResolution(), &resolution);
+    return std::clamp<int>(resolution, kMinDmapResolution, kMaxDmapResolution);
+}
+
+int TnonExtendedLightShape::shadowMapMargin() {
+    short filter = 1;
+    getAttributeValue(&attrDmapFilterSize(), &filter);
+    return std::max<int>(filter, 0) + 1;
+}
+
+void TnonExtendedLightShape::shadowMapClipRange(const std::vector<TworldBox>& casters, const T3Float& origin, const T3Float* axis,
+                                                float& nearClip, float& farClip) {
+    float nearPlane = 0.001f, farPlane = 10000;
+    bool automatic = true;
+    getAttributeValue(&attrDmapNearClipPlane(), &nearPlane);
+    getAttributeValue(&attrDmapFarClipPlane(), &farPlane);
+    getAttributeValue(&attrUseDmapAutoClipping(), &automatic);
+    nearPlane = std::max(nearPlane, kMinDmapNearClip);
+    nearClip = nearPlane, farClip = farPlane;
+    if (!automatic || casters.empty()) return;
+    float lo = FLT_MAX, hi = 0;
+    for (const TworldBox& box : casters) {
+        if (box.isEmpty()) continue;
+        if (axis) {
+            for (int corner = 0; corner < 8; ++corner) {
+                T3Float c(corner & 1 ? box.max.x : box.min.x, corner & 2 ? box.max.y : box.min.y, corner & 4 ? box.max.z : box.min.z);
+                float d = dot(c - origin, *axis);
+                lo = std::min(lo, d), hi = std::max(hi, d);
+            }
+        } else {
+            T3Float nearest(std::clamp(origin.x, box.min.x, box.max.x), std::clamp(origin.y, box.min.y, box.max.y),
+                            std::clamp(origin.z, box.min.z, box.max.z));
+            T3Float farthest(std::fabs(box.min.x - origin.x) > std::fabs(box.max.x - origin.x) ? box.min.x : box.max.x,
+                             std::fabs(box.min.y - origin.y) > std::fabs(box.max.y - origin.y) ? box.min.y : box.max.y,
+                             std::fabs(box.min.z - origin.z) > std::fabs(box.max.z - origin.z) ? box.min.z : box.max.z);
+            lo = std::min(lo, length(nearest - origin)), hi = std::max(hi, length(farthest - origin));
+        }
+    }
+    if (lo > hi) return;
+    // A little room on both sides, so that a caster's face on the bound stays in.
+    float pad = 0.01f * (hi - lo) + 0.001f;
+    nearClip = std::max(nearPlane, lo - pad);
+    farClip = std::max(nearClip + pad, hi + pad);
+}
+
+std::string TnonExtendedLightShape::sDepthMapName(const std::string& dmapName, const std::string& lightName,
+                                                  const std::string& sceneName, int frame, bool useLightName, bool useSceneName,
+                                                  bool useFrameExt) {
+    std::string name = dmapName.empty() ? "depthmap" : dmapName;
+    if (useSceneName && !sceneName.empty()) name = sceneName + "_" + name;
+    if (useLightName && !lightName.empty()) name += "_" + lightName;
+    if (useFrameExt) name += "." + std::to_string(frame);
+    return name;
+}
+
+std::string TnonExtendedLightShape::getDepthMapName(const std::string& sceneName, int frame) {
+    Tstring base;
+    getAttributeValue(&attrDmapName(), &base);
+    bool light = true, scene = false, frameExt = false;
+    getAttributeValue(&attrDmapLightName(), &light);
+    getAttributeValue(&attrDmapSceneName(), &scene);
+    getAttributeValue(&attrDmapFrameExt(), &frameExt);
+    return sDepthMapName(base.str(), name().str(), sceneName, frame, light, scene, frameExt);
+}
+
+std::string TnonExtendedLightShape::sDepthMapFileName(const std::string& baseName, int face, bool midDistance) {
+    static const char* const kFaces[kMaxShadowMapViews] = {"_xp", "_xn", "_yp", "_yn", "_zp", "_zn"};
+    std::string name = baseName;
+    if (face >= 0 && face < kMaxShadowMapViews) name += kFaces[face];
+    if (midDistance) name += "_mid";
+    return name + ".iff";
+}
+
 void TnonExtendedLightShape::finishRecords(TdataBlock& block, unsigned first, unsigned count, const T3Float* toLight,
                                            const float* distance, float* intensity, bool doShadow, float softRadius, bool angular) {
     TdataHandle color = block.inputValue(TlightShape::saColor(), first, count);
@@ -306,15 +391,11 @@ void TnonExtendedLightShape::finishRecords(TdataBlock& block, unsigned first, un
     if (fShadowMap && fUseDepthMap && doShadow) {
         T3Float p[kBatchSize];
         for (unsigned k = 0; k < count; ++k) p[k] = points.asFloat3(first + k);
-        short samples = 20, filter = 1, fog = 1;
-        int rays = 0;
+        short filter = 1;
         float bias = 0.001f;
-        getAttributeValue(&attrVolumeShadowSamples(), &samples);
-        getAttributeValue(&attrRayInstance(), &rays);
         getAttributeValue(&attrDmapFilterSize(), &filter);
         getAttributeValue(&attrDmapBias(), &bias);
-        getAttributeValue(&attrFogShadowIntensity(), &fog);
-        fShadowMap->sampleShadow(*this, count, p, samples, rays, filter, bias, fog, fraction);
+        fShadowMap->sampleShadow(count, p, bias, filter, fraction, nullptr);
         for (unsigned k = 0; k < count; ++k) {
             unsigned i = first + k;
             float s = fraction[k];

@@ -8,6 +8,7 @@
 #include "framework/host/dag.h"
 #include "framework/node_registry.h"
 #include "framework/render_node.h"
+#include "lights/shadow_map.h"
 #include "shading/light_callbacks.h"
 #include "shading/light_data.h"
 #include "shading/ray_sampler.h"
@@ -17,17 +18,6 @@ inline float lightLuminance(const T3Float& c) { return 0.3f * c.x + 0.59f * c.y 
 // Unit vector by a reciprocal square root refined by one Newton step; a
 // vector of squared length at most `threshold` comes back unchanged.
 T3Float fastNormalize(const T3Float& v, float threshold = 1e-20f);
-
-class TrenderLightShape;
-
-// Depth-map shadows of a light (filled by the shadow-map subsystem): the
-// fraction in shadow, 0 to 1, of each point.
-class TuseShadowMap {
-public:
-    virtual ~TuseShadowMap() = default;
-    virtual void sampleShadow(const TrenderLightShape& light, unsigned count, const T3Float* pointCamera, int volumeSamples,
-                              int rayInstance, short filterSize, float bias, int fogShadowIntensity, float* fraction) = 0;
-};
 
 struct TrenderLightShapeVS : TdependNodeVS {
     TattributeInt32 rayInstance{"rayInstance", "ryi", TiffTag("RAYI")};
@@ -200,6 +190,20 @@ public:
     SN_ATTRIBUTE(DmapFilterSize, dmapFilterSize)
     SN_ATTRIBUTE(DmapResolution, dmapResolution)
     SN_ATTRIBUTE(DmapBias, dmapBias)
+    SN_ATTRIBUTE(ReuseDmap, reuseDmap)
+    SN_ATTRIBUTE(UseMidDistDmap, useMidDistDmap)
+    SN_ATTRIBUTE(DmapFocus, dmapFocus)
+    SN_ATTRIBUTE(DmapWidthFocus, dmapWidthFocus)
+    SN_ATTRIBUTE(UseDmapAutoFocus, useDmapAutoFocus)
+    SN_ATTRIBUTE(UseDmapAutoClipping, useDmapAutoClipping)
+    SN_ATTRIBUTE(DmapNearClipPlane, dmapNearClipPlane)
+    SN_ATTRIBUTE(DmapFarClipPlane, dmapFarClipPlane)
+    SN_ATTRIBUTE(DmapUseMacro, dmapUseMacro)
+    SN_ATTRIBUTE(DmapName, dmapName)
+    SN_ATTRIBUTE(DmapLightName, dmapLightName)
+    SN_ATTRIBUTE(DmapSceneName, dmapSceneName)
+    SN_ATTRIBUTE(DmapFrameExt, dmapFrameExt)
+    SN_ATTRIBUTE(WriteDmap, writeDmap)
 
     void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
     // Depth-map and ray-traced shadows exclude each other: turning one on turns the other off.
@@ -212,11 +216,42 @@ public:
     bool usesDepthMap() const { return fUseDepthMap; }
     void deleteShadowMap() { fShadowMap = nullptr; }
 
+    // The views this light's depth maps take for a render, fitted where the
+    // light allows to `casters`, the world boxes of the shadow-casting
+    // objects. Writes at most kMaxShadowMapViews views and returns how many;
+    // the base has none.
+    static constexpr int kMaxShadowMapViews = 6;
+    virtual int shadowMapViews(const std::vector<TworldBox>& casters, TshadowMapView* views);
+    // The light's world matrix, from its first path.
+    Tmatrix placement();
+    // Whether the maps are one directional (orthographic) map.
+    virtual bool directionalShadowMap() const { return false; }
+    // The base name of this light's depth-map files: `dmapName` ("depthmap"
+    // when empty), with the scene name in front, the light's name after it
+    // and the frame number as an extension, as the three flags ask.
+    std::string getDepthMapName(const std::string& sceneName, int frame);
+    static std::string sDepthMapName(const std::string& dmapName, const std::string& lightName, const std::string& sceneName,
+                                     int frame, bool useLightName, bool useSceneName, bool useFrameExt);
+    // One file of a map set: the base name, the face of a cube map (none for
+    // -1), "_mid" for the second-surface partner, and ".iff".
+    static std::string sDepthMapFileName(const std::string& baseName, int face, bool midDistance);
+
 protected:
     // The shared body of point and directional lights once the per-sample
     // direction, distance and intensity are known: shadows and the record.
     void finishRecords(TdataBlock& block, unsigned first, unsigned count, const T3Float* toLight, const float* distance,
                        float* intensity, bool doShadow, float softRadius, bool angular);
+
+    // Shared by the lights' map views.
+    int shadowMapResolution();
+    // Texels a map keeps beyond what it must cover, so that filters near its
+    // edge find data.
+    int shadowMapMargin();
+    // Near and far distances from `origin` (along `axis` when given, else in
+    // any direction) that hold every caster, or the attributes' planes
+    // without auto clipping.
+    void shadowMapClipRange(const std::vector<TworldBox>& casters, const T3Float& origin, const T3Float* axis, float& nearClip,
+                            float& farClip);
 
     TuseShadowMap* fShadowMap = nullptr;
     bool fUseDepthMap = false;

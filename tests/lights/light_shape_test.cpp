@@ -206,16 +206,8 @@ TEST(LightShadows, DepthMapAndRayTracedShadowsExcludeEachOther) {
     EXPECT_FALSE(value) << "the external renderer's shadow map excludes them too";
 }
 
-// A depth map that shadows everything by `fraction`.
-struct TflatShadowMap : TuseShadowMap {
-    float fraction = 0.25f;
-    int calls = 0;
-    void sampleShadow(const TrenderLightShape&, unsigned count, const T3Float*, int, int, short, float, int, float* out) override {
-        ++calls;
-        for (unsigned i = 0; i < count; ++i) out[i] = fraction;
-    }
-};
-
+// A depth map whose left half holds a caster at depth 0.1, placed so that
+// the default one-texel filter around the sample covers a quarter of it.
 TEST(LightShadows, DepthMapSeamMixesTheShadowColour) {
     TlightScene scene;
     auto* light = scene.light<TpointLightShape>("pointLight", T3Float(0, 0, 0));
@@ -223,14 +215,18 @@ TEST(LightShadows, DepthMapSeamMixesTheShadowColour) {
     light->setAttributeValue(&TnonExtendedLightShape::saUseDepthMapShadows(), &on);
     T3Float shadow(0, 0, 1);
     light->setAttributeValue(&TlightShape::saShadowColor(), &shadow);
-    TflatShadowMap map;
+    const int res = 32;
+    std::vector<float> depth(res * res);
+    for (int i = 0; i < res * res; ++i) depth[size_t(i)] = i % res < res / 2 ? 0.1f : TuseShadowMap::kNoSurface;
+    TuseShadowMap map(false, {0, 0, 0});
+    map.initMap(TshadowMapView::sOrthographic({-0.25f, 0, 0}, {0, 0, -1}, {0, 1, 0}, 16, res, 0, 10), depth.data());
     light->setShadowMap(&map);
-    TlightData d = TlightScene::at(light, T3Float(0, 0, -0.5f));
-    EXPECT_EQ(map.calls, 1);
+    TlightData d = TlightScene::at(light, T3Float(0, 0.5f, -0.5f));
     EXPECT_NEAR(d.lightShadowFraction, 0.25f, 1e-6f);
     EXPECT_NEAR(d.lightIntensity.x, 0.75f, 1e-6f);
     EXPECT_NEAR(d.lightIntensity.z, 0.25f + 0.75f, 1e-6f);
     EXPECT_NEAR(d.preShadowIntensity, 1.0f, 1e-6f) << "luminance before the shadow";
+    light->deleteShadowMap();
 }
 
 TEST(LightAnalysis, RayTracedItemsAreDroppedWithoutRaytracing) {
