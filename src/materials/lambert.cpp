@@ -30,10 +30,6 @@ constexpr float kChromaticStep = 0.06f;          // index step between the three
 constexpr float kAttenuationFloor = 0.000001f;
 constexpr float kBlackHoleMatte = -1000000.0f;   // marker for later stages
 
-void makeComputedOutput(TtripleAttribute& a) {
-    makeOutput(a);
-    a.setFlag(kAttrStorable | kAttrKeyable, false);
-}
 void notKeyable(std::initializer_list<Tattribute*> list) {
     for (Tattribute* a : list) a->setFlag(kAttrKeyable, false);
 }
@@ -43,68 +39,10 @@ void setRange(Tattribute& a, double hardMin, double softMax) {
 }
 }  // namespace
 
-TlightDataArrayAttribute::TlightDataArrayAttribute(const Tstring& longName, const Tstring& shortName, TiffTag tag)
-    : TattributeLightData(longName, shortName, tag) {
-    // The record keeps its pointer at natural alignment, so it is larger
-    // than the 32-bit layout on a 64-bit build.
-    resizeValue(sizeof(TlightData));
-    setMulti(true);
-}
-
 TdnVSLambert::TdnVSLambert() {
     color.setDefault(0.5f, 0.5f, 0.5f);
     diffuse.setNativeDefaultData(0.8);
     setRange(diffuse, 0, 1);
-    translucence.setSoftMin(0);
-    translucence.setSoftMax(1);
-    translucenceFocus.setNativeDefaultData(0.5);
-    setRange(translucenceFocus, 0, 1);
-    translucenceDepth.setNativeDefaultData(0.5);
-    setRange(translucenceDepth, 0, 5);
-    setRange(opacityDepth, 0, 5);
-    setRange(glowIntensity, 0, 1);
-    matteOpacityMode.addField("kBlackHole", "Black Hole", 0);
-    matteOpacityMode.addField("kSolidMatte", "Solid Matte", 1);
-    matteOpacityMode.addField("kOpacityGain", "Opacity Gain", 2);
-    matteOpacityMode.setNativeDefaultData(2);
-    matteOpacity.setNativeDefaultData(1);
-    setRange(matteOpacity, 0, 1);
-    materialAlphaGain.setNativeDefaultData(1);
-    setRange(materialAlphaGain, 0, 1);
-    refractiveIndex.setNativeDefaultData(1);
-    setRange(refractiveIndex, 0.01, 3);
-    refractionLimit.setNativeDefaultData(6);
-    setRange(refractionLimit, 0, 10);
-    setRange(surfaceThickness, 0, 1);
-    shadowAttenuation.setNativeDefaultData(0.5);
-    setRange(shadowAttenuation, 0, 1);
-    setRange(transparencyDepth, 0, 10);
-    setRange(lightAbsorbance, 0, 10);
-
-    for (TtripleAttribute* out : std::initializer_list<TtripleAttribute*>{&outColor, &outTransparency, &outGlowColor, &outMatteOpacity}) makeComputedOutput(*out);
-
-    for (Tattribute* a : std::initializer_list<Tattribute*>{&objectId, &primitiveId, &raySampler, &rayDepth, &rayInstance,
-                                                           &mediumRefractiveIndex})
-        declareSampleInput(*a);
-    mediumRefractiveIndex.setNativeDefaultData(1);
-    for (TtripleAttribute* a : std::initializer_list<TtripleAttribute*>{&rayDirection, &pointCamera, &normalCamera}) declareSampleInput(*a);
-    rayDirection.setDefault(0, 0, 1);
-    pointCamera.setDefault(1, 1, 1);
-    normalCamera.setDefault(1, 1, 1);
-    // The renderer stores its sampler here for the length of a render.
-    raySampler.setFlag(kAttrWritable, true);
-
-    lightAmbient.setNativeDefaultData(1);
-    lightDiffuse.setNativeDefaultData(1);
-    for (Tattribute* member : std::initializer_list<Tattribute*>{&lightDirection.whole, &lightIntensity.whole, &lightAmbient,
-                                                                &lightDiffuse, &lightSpecular, &lightShadowFraction,
-                                                                &preShadowIntensity, &lightBlindData})
-        member->setParent(&lightDataArray);
-    // The host lays compound children out by its own alignment rule, which
-    // differs from the record's; the default is the record's, set last.
-    TlightData record;
-    lightDataArray.setDefaultBytes(&record, sizeof record);
-    lightDataArray.setFlag(kAttrHidden | kAttrStorable | kAttrKeyable, false);
 
     vrFillObject.addField("kDefaultFill", "Default Fill", 0);
     vrFillObject.addField("kSingleColor", "Single Color", 1);
@@ -139,27 +77,17 @@ TdnVSLambert::TdnVSLambert() {
     miTranslucenceFocus.setNativeDefaultData(0.5);
     setRange(miTranslucenceFocus, 0, 1);
 
-    notKeyable({&hideSource, &matteOpacityMode, &refractions, &chromaticAberration, &lightAmbient, &lightDiffuse, &lightSpecular,
-                &vrOverwriteDefaults, &vrFillObject, &vrEdgeStyle, &vrHiddenEdges, &vrHiddenEdgesOnTransparent,
+    notKeyable({&vrOverwriteDefaults, &vrFillObject, &vrEdgeStyle, &vrHiddenEdges, &vrHiddenEdgesOnTransparent,
                 &vrOutlinesAtIntersections, &miDeriveFromTovi, &miRefractions, &miAbsorbs});
     for (Tattribute* a : ownAttributes()) a->setDisconnectOption(1);
 }
 
 bool TdnVSLambert::setupDependencies(TdependencyMatrix& m) {
     if (!TdependNodeVS::setupDependencies(m)) return false;
-    affects(m,
-            {&color.whole, &transparency.whole, &ambientColor.whole, &incandescence.whole, &diffuse, &translucence,
-             &translucenceFocus, &translucenceDepth, &opacityDepth, &glowIntensity, &hideSource, &matteOpacityMode, &matteOpacity,
-             &materialAlphaGain, &refractions, &refractiveIndex, &refractionLimit, &surfaceThickness, &shadowAttenuation,
-             &transparencyDepth, &lightAbsorbance, &chromaticAberration, &objectId, &primitiveId, &raySampler, &rayDepth,
-             &rayInstance, &mediumRefractiveIndex, &rayDirection.whole, &pointCamera.whole, &normalCamera.whole, &lightDataArray},
-            {&outColor.whole, &outGlowColor.whole});
-    affects(m,
-            {&transparency.whole, &refractions, &refractiveIndex, &mediumRefractiveIndex, &refractionLimit, &surfaceThickness,
-             &chromaticAberration, &hideSource, &matteOpacityMode, &matteOpacity, &opacityDepth, &shadowAttenuation,
-             &rayDirection.whole, &normalCamera.whole, &pointCamera.whole, &objectId, &primitiveId, &raySampler, &rayDepth,
-             &rayInstance, &transparencyDepth, &lightAbsorbance},
-            {&outTransparency.whole, &outMatteOpacity.whole});
+    affects(m, {&color.whole, &transparency.whole, &ambientColor.whole, &incandescence.whole, &diffuse},
+            {&io.outColor.whole, &io.outGlowColor.whole});
+    affects(m, {&transparency.whole}, {&io.outTransparency.whole, &io.outMatteOpacity.whole});
+    declareSurfaceDependencies(m, settings, io);
     return true;
 }
 

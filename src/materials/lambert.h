@@ -10,72 +10,22 @@
 #include "framework/host/node_class.h"
 #include "framework/node_registry.h"
 #include "framework/render_node.h"
+#include "materials/surface_attributes.h"
 #include "shading/light_data.h"
 #include "shading/ray_sampler.h"
 
 class TlightCallbacks;
 
-// The light data array: one TlightData record per light, read whole. The
-// members are declared as children for their names and dependencies; the
-// record's layout is TlightData's.
-class TlightDataArrayAttribute : public TattributeLightData {
-public:
-    TlightDataArrayAttribute(const Tstring& longName, const Tstring& shortName, TiffTag tag);
-};
-
-struct TdnVSLambert : TdependNodeVS {
+struct TdnVSLambert : TsurfaceDescription {
     // What the artist sets.
     TcolorAttribute color{"color", "c", TiffTag("COL3")};
     TcolorAttribute transparency{"transparency", "it", TiffTag("TRN3")};
     TcolorAttribute ambientColor{"ambientColor", "ambc", TiffTag("AMB3")};
     TcolorAttribute incandescence{"incandescence", "ic", TiffTag("INC3")};
     TattributeFloat diffuse{"diffuse", "dc", TiffTag("DIFC")};
-    TattributeFloat translucence{"translucence", "tc", TiffTag("TRLC")};
-    TattributeFloat translucenceFocus{"translucenceFocus", "tcf", TiffTag("TRLF")};
-    TattributeFloat translucenceDepth{"translucenceDepth", "trsd", TiffTag("TRSD")};
-    TattributeFloat opacityDepth{"opacityDepth", "opad", TiffTag("OPAD")};
-    TattributeFloat glowIntensity{"glowIntensity", "gi", TiffTag("GLOI")};
-    TattributeBoolean hideSource{"hideSource", "hs", TiffTag("HSRC")};
-    TattributeEnum matteOpacityMode{"matteOpacityMode", "mom", TiffTag("MOMD")};
-    TattributeFloat matteOpacity{"matteOpacity", "mog", TiffTag("MOGN")};
-    TattributeFloat materialAlphaGain{"materialAlphaGain", "maga", TiffTag("MAGA")};
-    TattributeBoolean refractions{"refractions", "rfc", TiffTag("RFRC")};
-    TattributeFloat refractiveIndex{"refractiveIndex", "rfi", TiffTag("RFRI")};
-    TattributeInt16 refractionLimit{"refractionLimit", "rdl", TiffTag("RFDL")};
-    TattributeFloat surfaceThickness{"surfaceThickness", "thik", TiffTag("THIK")};
-    TattributeFloat shadowAttenuation{"shadowAttenuation", "fakc", TiffTag("FAKC")};
-    TattributeFloat transparencyDepth{"transparencyDepth", "trdp", TiffTag("TRDP")};
-    TattributeFloat lightAbsorbance{"lightAbsorbance", "absb", TiffTag("ABSB")};
-    TattributeBoolean chromaticAberration{"chromaticAberration", "crab", TiffTag("CRAB")};
-
-    // Outputs.
-    TcolorAttribute outColor{"outColor", "oc", TiffTag("OCOL")};
-    TcolorAttribute outTransparency{"outTransparency", "ot", TiffTag("OTSP")};
-    TtripleAttribute outGlowColor{"outGlowColor", "ogc", TiffTag("OGCL"), "RGB", kGlowShort};
-    TcolorAttribute outMatteOpacity{"outMatteOpacity", "omo", TiffTag("OMOP")};
-
-    // Fed by the renderer and the sample, hidden from the artist.
-    TattributeAddr objectId{"objectId", "oi", TiffTag("OBJI")};
-    TattributeInt32 primitiveId{"primitiveId", "pi", TiffTag("PRID")};
-    TattributeAddr raySampler{"raySampler", "rtr", TiffTag("RTRS")};
-    // 32-bit like the sample's ray depth, so that analysis feeds it by name.
-    TattributeInt32 rayDepth{"rayDepth", "rd", TiffTag("RDEP")};
-    TattributeInt32 rayInstance{"rayInstance", "ryi", TiffTag("RYIN")};
-    TattributeFloat mediumRefractiveIndex{"mediumRefractiveIndex", "mrfi", TiffTag("MRFI")};
-    TtripleAttribute rayDirection{"rayDirection", "rad", TiffTag("RAD3"), "XYZ", kRayDirectionShort};
-    TtripleAttribute pointCamera{"pointCamera", "pc", TiffTag("PCM3"), "XYZ", kPointCameraShort};
-    TvectorAttribute normalCamera{"normalCamera", "n", TiffTag("NRM3")};
-
-    // The lights of the sample.
-    TlightDataArrayAttribute lightDataArray{"lightDataArray", "ltd", TiffTag("LITD")};
-    TvectorAttribute lightDirection{"lightDirection", "ld", TiffTag("LDIR")};
-    TcolorAttribute lightIntensity{"lightIntensity", "li", TiffTag("LINN")};
-    TattributeBoolean lightAmbient{"lightAmbient", "la", TiffTag("LAMB")};
-    TattributeBoolean lightDiffuse{"lightDiffuse", "ldf", TiffTag("LDIF")};
-    TattributeBoolean lightSpecular{"lightSpecular", "ls", TiffTag("LSPC")};
-    TattributeFloat lightShadowFraction{"lightShadowFraction", "lsf", TiffTag("LSFR")};
-    TattributeFloat preShadowIntensity{"preShadowIntensity", "psi", TiffTag("PSIT")};
-    TattributeAddr lightBlindData{"lightBlindData", "lbd", TiffTag("LTBD")};
+    TsurfaceSettings settings;
+    // Outputs, the sample's inputs and its lights.
+    TsurfaceIO io;
 
     // Stored for a vector renderer; nothing here reads them.
     TattributeBoolean vrOverwriteDefaults{"vrOverwriteDefaults", "vrod", TiffTag("VROD")};
@@ -106,10 +56,6 @@ struct TdnVSLambert : TdependNodeVS {
     TattributeFloat miTranslucenceFocus{"miTranslucenceFocus", "mitf", TiffTag("MITF")};
     TvectorAttribute miNormalCamera{"miNormalCamera", "minc", TiffTag("MNC3")};
 
-    static constexpr const char* kGlowShort[3] = {"ogr", "ogg", "ogb"};
-    static constexpr const char* kRayDirectionShort[3] = {"rdx", "rdy", "rdz"};
-    static constexpr const char* kPointCameraShort[3] = {"px", "py", "pz"};
-
     TdnVSLambert();
     bool setupDependencies(TdependencyMatrix& m) override;
 };
@@ -130,45 +76,45 @@ public:
     SN_COLOR_ATTRIBUTE(AmbientColor, ambientColor)
     SN_COLOR_ATTRIBUTE(Incandescence, incandescence)
     SN_ATTRIBUTE(DiffuseCoeff, diffuse)
-    SN_ATTRIBUTE(TranslucenceCoeff, translucence)
-    SN_ATTRIBUTE(TranslucenceFocus, translucenceFocus)
-    SN_ATTRIBUTE(TranslucenceDepth, translucenceDepth)
-    SN_ATTRIBUTE(OpacityDepth, opacityDepth)
-    SN_ATTRIBUTE(GlowIntensity, glowIntensity)
-    SN_ATTRIBUTE(HideSource, hideSource)
-    SN_ATTRIBUTE(MatteOpacityMode, matteOpacityMode)
-    SN_ATTRIBUTE(MatteOpacityGain, matteOpacity)
-    SN_ATTRIBUTE(MaterialAlphaGain, materialAlphaGain)
-    SN_ATTRIBUTE(RtRefractedColor, refractions)
-    SN_ATTRIBUTE(RefractiveIndex, refractiveIndex)
-    SN_ATTRIBUTE(RefractedRayDepthLimit, refractionLimit)
-    SN_ATTRIBUTE(SurfaceThickness, surfaceThickness)
-    SN_ATTRIBUTE(FakeRefractionCaustics, shadowAttenuation)
-    SN_ATTRIBUTE(TransparencyDepth, transparencyDepth)
-    SN_ATTRIBUTE(LightAbsorbance, lightAbsorbance)
-    SN_ATTRIBUTE(ChromaticAberration, chromaticAberration)
-    SN_COLOR_ATTRIBUTE(OutColor, outColor)
-    SN_COLOR_ATTRIBUTE(OutTransparency, outTransparency)
-    SN_COLOR_ATTRIBUTE(OutGlowColor, outGlowColor)
-    SN_COLOR_ATTRIBUTE(OutMatteOpacity, outMatteOpacity)
-    SN_ATTRIBUTE(ObjectId, objectId)
-    SN_ATTRIBUTE(PrimitiveId, primitiveId)
-    SN_ATTRIBUTE(RaySampler, raySampler)
-    SN_ATTRIBUTE(RayDepth, rayDepth)
-    SN_ATTRIBUTE(RayInstance, rayInstance)
-    SN_ATTRIBUTE(MediumRefractiveIndex, mediumRefractiveIndex)
-    SN_VECTOR_ATTRIBUTE(RayDirection, rayDirection)
-    SN_VECTOR_ATTRIBUTE(PointCamera, pointCamera)
-    SN_VECTOR_ATTRIBUTE(NormalCamera, normalCamera)
-    SN_ATTRIBUTE(LightData, lightDataArray)
-    SN_VECTOR_ATTRIBUTE(LightDirection, lightDirection)
-    SN_COLOR_ATTRIBUTE(LightIntensity, lightIntensity)
-    SN_ATTRIBUTE(LightAmbient, lightAmbient)
-    SN_ATTRIBUTE(LightDiffuse, lightDiffuse)
-    SN_ATTRIBUTE(LightSpecular, lightSpecular)
-    SN_ATTRIBUTE(LightShadowFraction, lightShadowFraction)
-    SN_ATTRIBUTE(PreShadowIntensity, preShadowIntensity)
-    SN_ATTRIBUTE(LightBlindData, lightBlindData)
+    SN_ATTRIBUTE(TranslucenceCoeff, settings.translucence)
+    SN_ATTRIBUTE(TranslucenceFocus, settings.translucenceFocus)
+    SN_ATTRIBUTE(TranslucenceDepth, settings.translucenceDepth)
+    SN_ATTRIBUTE(OpacityDepth, settings.opacityDepth)
+    SN_ATTRIBUTE(GlowIntensity, settings.glowIntensity)
+    SN_ATTRIBUTE(HideSource, settings.hideSource)
+    SN_ATTRIBUTE(MatteOpacityMode, settings.matteOpacityMode)
+    SN_ATTRIBUTE(MatteOpacityGain, settings.matteOpacity)
+    SN_ATTRIBUTE(MaterialAlphaGain, settings.materialAlphaGain)
+    SN_ATTRIBUTE(RtRefractedColor, settings.refractions)
+    SN_ATTRIBUTE(RefractiveIndex, settings.refractiveIndex)
+    SN_ATTRIBUTE(RefractedRayDepthLimit, settings.refractionLimit)
+    SN_ATTRIBUTE(SurfaceThickness, settings.surfaceThickness)
+    SN_ATTRIBUTE(FakeRefractionCaustics, settings.shadowAttenuation)
+    SN_ATTRIBUTE(TransparencyDepth, settings.transparencyDepth)
+    SN_ATTRIBUTE(LightAbsorbance, settings.lightAbsorbance)
+    SN_ATTRIBUTE(ChromaticAberration, settings.chromaticAberration)
+    SN_COLOR_ATTRIBUTE(OutColor, io.outColor)
+    SN_COLOR_ATTRIBUTE(OutTransparency, io.outTransparency)
+    SN_COLOR_ATTRIBUTE(OutGlowColor, io.outGlowColor)
+    SN_COLOR_ATTRIBUTE(OutMatteOpacity, io.outMatteOpacity)
+    SN_ATTRIBUTE(ObjectId, io.objectId)
+    SN_ATTRIBUTE(PrimitiveId, io.primitiveId)
+    SN_ATTRIBUTE(RaySampler, io.raySampler)
+    SN_ATTRIBUTE(RayDepth, io.rayDepth)
+    SN_ATTRIBUTE(RayInstance, io.rayInstance)
+    SN_ATTRIBUTE(MediumRefractiveIndex, io.mediumRefractiveIndex)
+    SN_VECTOR_ATTRIBUTE(RayDirection, io.rayDirection)
+    SN_VECTOR_ATTRIBUTE(PointCamera, io.pointCamera)
+    SN_VECTOR_ATTRIBUTE(NormalCamera, io.normalCamera)
+    SN_ATTRIBUTE(LightData, io.lightDataArray)
+    SN_VECTOR_ATTRIBUTE(LightDirection, io.lightDirection)
+    SN_COLOR_ATTRIBUTE(LightIntensity, io.lightIntensity)
+    SN_ATTRIBUTE(LightAmbient, io.lightAmbient)
+    SN_ATTRIBUTE(LightDiffuse, io.lightDiffuse)
+    SN_ATTRIBUTE(LightSpecular, io.lightSpecular)
+    SN_ATTRIBUTE(LightShadowFraction, io.lightShadowFraction)
+    SN_ATTRIBUTE(PreShadowIntensity, io.preShadowIntensity)
+    SN_ATTRIBUTE(LightBlindData, io.lightBlindData)
 
     // Current attribute values, read through the graph.
     void getColor(T3Float& value);
