@@ -11,6 +11,7 @@
 #include "framework/node_registry.h"
 #include "framework/render_node.h"
 #include "materials/surface_attributes.h"
+#include "materials/surface_rays.h"
 #include "shading/light_data.h"
 #include "shading/ray_sampler.h"
 
@@ -64,12 +65,12 @@ class TdnLambert : public TnodeClass<TdnLambert, TrenderNode, TdnVSLambert> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnLambert", 0x169, "kLambert");
 
-    enum { kBlackHole = 0, kSolidMatte = 1, kOpacityGain = 2 };
+    enum { kBlackHole = kMatteBlackHole, kSolidMatte = kMatteSolid, kOpacityGain = kMatteOpacityGain };
     // The largest batch computed at once; a longer run is shaded in pieces
     // so that every temporary lives on the stack.
-    static constexpr unsigned kChunk = 64;
+    static constexpr unsigned kChunk = kSurfaceChunk;
     // Ray slots per sample in a ray-index array: one per channel.
-    static constexpr unsigned kSlotsPerSample = 3;
+    static constexpr unsigned kSlotsPerSample = kSurfaceSlotsPerSample;
 
     SN_COLOR_ATTRIBUTE(Color, color)
     SN_COLOR_ATTRIBUTE(Transparency, transparency)
@@ -153,11 +154,15 @@ protected:
     // Hide source and glow intensity after computeLambert, then the black hole.
     void finishColor(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count);
 
-    static TraySampler* raySamplerOf(TdataBlock& block, const Tattribute& attr, unsigned start, unsigned count);
-    // Calls f(start, count) for each piece of at most kChunk samples.
+    // The shared attribute groups of this class, for the shared surface code.
+    TsurfaceAttributes surface() const { return {fsVs->settings, fsVs->io}; }
+    void readTransparency(TdataBlock& block, unsigned start, unsigned count, T3Float* out);
+    static TraySampler* raySamplerOf(TdataBlock& block, unsigned start, unsigned count) {
+        return surfaceRaySampler(block, sVsData().io, start, count);
+    }
     template <class F>
     static void forEachChunk(unsigned start, unsigned count, F&& f) {
-        for (unsigned s = start; s < start + count; s += kChunk) f(s, std::min(kChunk, start + count - s));
+        forEachSurfaceChunk(start, count, f);
     }
 
 private:
@@ -165,6 +170,3 @@ private:
     float fTranslucenceThreshold = 0.5f * kTranslucenceDepthScale;
     static constexpr float kTranslucenceDepthScale = -11.5f;
 };
-
-// How many of the ray slots of a sample are used.
-inline unsigned raySlotsOf(bool chromatic) { return chromatic ? 3u : 1u; }
