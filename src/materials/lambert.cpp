@@ -6,6 +6,7 @@
 
 #include "framework/host/depend_graph.h"
 #include "materials/light_reader.h"
+#include "materials/light_terms.h"
 #include "materials/material_support.h"
 #include "materials/shading_math.h"
 #include "materials/surface_rays.h"
@@ -17,11 +18,6 @@
 SN_REGISTER_NODE_CLASS(TdnLambert)
 
 namespace {
-// Named once: constants that are part of the surface's behaviour.
-constexpr float kFocusLimit = 1.00001f;          // keeps focus 1 a finite, very narrow lobe
-constexpr float kTranslucenceFade = 0.15f;       // cosine range over which translucence fades in
-constexpr float kShadowSumFloor = 0.00001f;      // below it the shadow pass does not divide
-
 void notKeyable(std::initializer_list<Tattribute*> list) {
     for (Tattribute* a : list) a->setFlag(kAttrKeyable, false);
 }
@@ -223,12 +219,12 @@ void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start,
     const int pass = currentRenderPassControl;
     const bool lightsAdd = pass == kPassFull || pass == kPassNoShadows || pass == kPassNoSpecular || pass == kPassShadow;
     const float threshold = fTranslucenceThreshold;
-    const float range = std::min(kTranslucenceFade - threshold, 1.0f);
+    const float range = translucenceRange(threshold);
     T3Float accumulator[kChunk];
 
     for (unsigned i = start; i < start + count; ++i) {
         T3Float sum;
-        float intensitySum = 0, shadowedSum = 0;
+        TshadowSums shadow;
         const T3Float& n = normal.asFloat3(i);
         const T3Float& p = point.asFloat3(i);
         const T3Float& v = view.asFloat3(i);
@@ -237,35 +233,19 @@ void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start,
             const TlightData& d = lights.record(k, i);
             float w = d.lightAmbient ? 1.0f : 0.0f;
             if (d.lightDiffuse) {
-                auto* callback = static_cast<TlightCallbacks*>(d.lightBlindData);
-                float cosine = callback ? callback->integrateLambertianReflectance(asVector4(d.lightDirection), asPoint4(p), asVector4(n), true)
-                                        : dot(d.lightDirection, n);
+                float cosine = lightCosine(d, p, n);
                 if (cosine >= 0) w += cosine * diffuse.asFloat(i);
-                float t = translucence.asFloat(i);
-                if (t != 0 && cosine > threshold) {
-                    float f = focus.asFloat(i);
-                    if (f != 0) {
-                        float toward = callback ? callback->hemisphereCoverage(asVector4(d.lightDirection), asPoint4(p), asVector4(v), true)
-                                                : dot(d.lightDirection, v);
-                        float x = std::clamp((toward + 1.0f) * 0.5f, 0.0f, 1.0f);
-                        t *= float(std::pow(double(x), double(f / (kFocusLimit - f))));
-                    }
-                    if (cosine < threshold + range) t *= (cosine - threshold) / range;
-                    w += t;  // after the sign test: translucence lights the far side
-                }
-                if (pass == kPassShadow) {
-                    intensitySum += d.preShadowIntensity;
-                    if (cosine > 0) shadowedSum += d.preShadowIntensity * d.lightShadowFraction;
-                }
+                // After the sign test: translucence lights the far side.
+                w += translucenceTerm(d, p, v, translucence.asFloat(i), focus.asFloat(i), cosine, threshold, range);
+                if (pass == kPassShadow) shadow.add(d, cosine);
             }
             if (lightsAdd) sum = sum + mul(c, d.lightIntensity) * w;
         }
         accumulator[i - start] = sum;
         if (pass == kPassShadow) {
-            float shadow = intensitySum > kShadowSumFloor ? shadowedSum / intensitySum : shadowedSum;
             outColor.asFloat3(i) = T3Float();
             outGlow.asFloat3(i) = T3Float();
-            outMatte.asFloat3(i) = splat(shadow);
+            outMatte.asFloat3(i) = splat(shadow.fraction());
         }
     }
     if (pass == kPassShadow) return;

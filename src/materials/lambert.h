@@ -10,6 +10,7 @@
 #include "framework/host/node_class.h"
 #include "framework/node_registry.h"
 #include "framework/render_node.h"
+#include "materials/light_terms.h"
 #include "materials/surface_attributes.h"
 #include "materials/surface_rays.h"
 #include "shading/light_data.h"
@@ -168,5 +169,4 @@ protected:
 private:
     // The lower bound on a light's cosine for translucence; set per frame.
     float fTranslucenceThreshold = 0.5f * kTranslucenceDepthScale;
-    static constexpr float kTranslucenceDepthScale = -11.5f;
 };
