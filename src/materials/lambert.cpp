@@ -86,11 +86,7 @@ void TdnLambert::getTransparency(T3Float& value) { getAttributeValue(&attrTransp
 void TdnLambert::getIncandescence(T3Float& value) { getAttributeValue(&attrIncandescence(), &value); }
 void TdnLambert::getDiffuseCoeff(float& value) { getAttributeValue(&attrDiffuseCoeff(), &value); }
 
-void TdnLambert::getGlowIntensity(float& value) {
-    value = 0;
-    getAttributeValue(&attrGlowIntensity(), &value);
-    if (value == 0 && sourceOf(Tplug(this, &attrGlowIntensity()))) value = kDrivenGlow;
-}
+void TdnLambert::getGlowIntensity(float& value) { value = surfaceGlowIntensity(*this, attrGlowIntensity()); }
 
 // ---------------------------------------------------------------- shading side
 

@@ -126,7 +126,7 @@ public:
     // glowIntensity, but a driven attribute whose static value is 0 answers
     // kDrivenGlow, so that a caller asking whether any glow can occur is told yes.
     void getGlowIntensity(float& value);
-    static constexpr float kDrivenGlow = 1234.5677f;
+    static constexpr float kDrivenGlow = ::kDrivenGlow;
 
     float translucenceThreshold() const { return fTranslucenceThreshold; }
 

@@ -44,12 +44,12 @@ inline float translucenceTerm(const TlightData& d, const T3Float& point, const T
 }
 
 // The shadow pass: intensity of the diffuse lights, and the shadowed part of
-// the intensity of those that face the surface.
+// the intensity of those that face the surface (each scaled by `weight`).
 struct TshadowSums {
     float intensity = 0, shadowed = 0;
-    void add(const TlightData& d, float cosine) {
+    void add(const TlightData& d, float cosine, float weight = 1.0f) {
         intensity += d.preShadowIntensity;
-        if (cosine > 0) shadowed += d.preShadowIntensity * d.lightShadowFraction;
+        if (cosine > 0) shadowed += d.preShadowIntensity * d.lightShadowFraction * weight;
     }
     float fraction() const { return intensity > kShadowSumFloor ? shadowed / intensity : shadowed; }
 };

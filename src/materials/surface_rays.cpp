@@ -229,6 +229,13 @@ void accumulateSurfaceRefraction(TdependNode* node, const TsurfaceAttributes& a,
     }
 }
 
+float surfaceGlowIntensity(TdependNode& node, const Tattribute& glowIntensity) {
+    float value = 0;
+    node.getAttributeValue(&glowIntensity, &value);
+    if (value == 0 && node.sourceOf(Tplug(&node, &glowIntensity))) value = kDrivenGlow;
+    return value;
+}
+
 void computeSurfaceBlackHole(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count) {
     TdataHandle mode = block.inputValue(a.settings.matteOpacityMode, start, count);
     TdataHandle outColor = block.outputValue(a.io.outColor.whole, start, count);

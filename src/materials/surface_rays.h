@@ -65,6 +65,11 @@ void finishSurfaceColor(const TsurfaceAttributes& a, TdataBlock& block, unsigned
 void traceMirrorRays(TdependNode* node, const TsurfaceAttributes& a, const Tattribute& reflectionLimit, TraySampler* sampler,
                      TdataBlock& block, unsigned start, unsigned count, const float* reflectivity, T3Float* reflected);
 
+// glowIntensity, but a driven attribute whose static value is 0 answers
+// kDrivenGlow, so that a caller asking whether any glow can occur is told yes.
+inline constexpr float kDrivenGlow = 1234.5677f;
+float surfaceGlowIntensity(TdependNode& node, const Tattribute& glowIntensity);
+
 // The matte marker of a black-hole surface, for later stages.
 inline constexpr float kBlackHoleMatte = -1000000.0f;
 enum { kMatteBlackHole = 0, kMatteSolid = 1, kMatteOpacityGain = 2 };
