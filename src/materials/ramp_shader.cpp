@@ -151,17 +151,20 @@ void TdnRampShader::getHardwareShadingAttributes(float& diffuse, T3Float& color,
 
 // ---------------------------------------------------------------- life cycle
 
-void TdnRampShader::shadingNodeInit(TframeSampleData*) {
+void TdnRampShader::shadingNodeInit(TframeSampleData*) { prepareTranslucence(); }
+
+void TdnRampShader::shadingNodeOnDemand(Tplug&, TdataBlock&) {
+    // Again here, once per render: a render that reaches the node without its
+    // per-frame set-up still shades with this scene's depth. The node's own
+    // value, not the block's: the block's translucenceDepth is the sample
+    // item of that name.
+    prepareTranslucence();
+}
+
+void TdnRampShader::prepareTranslucence() {
     float depth = 0;
     getAttributeValue(&attrTranslucenceDepth(), &depth);
     fTranslucenceThreshold = depth * kTranslucenceDepthScale;
-}
-
-void TdnRampShader::shadingNodeOnDemand(Tplug&, TdataBlock& block) {
-    // Again from the evaluated input: a render that reaches the node without
-    // its per-frame set-up, or drives the depth, still shades with this
-    // render's threshold.
-    fTranslucenceThreshold = block.inputValue(attrTranslucenceDepth()).asFloat() * kTranslucenceDepthScale;
 }
 
 void TdnRampShader::groupedAttrs(const Tattribute* attr, TattributeArray& group) {

@@ -155,6 +155,7 @@ private:
     // summed for it.
     struct TlitSample;
     void lightSamples(TdataBlock& block, unsigned start, unsigned count, bool highlights, TlitSample* out);
+    void prepareTranslucence();
     void transparencyAt(TdataBlock& block, unsigned start, unsigned count, const float* value, T3Float* out);
 
     // The lower bound on a light's cosine for translucence; prepared once
