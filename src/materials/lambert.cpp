@@ -97,27 +97,7 @@ void TdnLambert::shadingNodeInit(TframeSampleData*) {
 }
 
 void TdnLambert::groupedAttrs(const Tattribute* attr, TattributeArray& group) {
-    const Tattribute* a = attr->rootParent();
-    bool shadowPass = currentRenderPassControl == kPassShadow;
-    auto add = [&](const Tattribute& whole) {
-        group.append(&whole);
-        for (unsigned c = 0; c < whole.childCount(); ++c) group.append(whole.child(c));
-    };
-    if (a == &attrOutColor()) {
-        add(attrOutGlowColor());
-        if (shadowPass) add(attrOutMatteOpacity());
-    } else if (a == &attrOutGlowColor()) {
-        add(attrOutColor());
-        if (shadowPass) add(attrOutMatteOpacity());
-    } else if (a == &attrOutTransparency()) {
-        add(attrOutMatteOpacity());
-    } else if (a == &attrOutMatteOpacity()) {
-        add(attrOutTransparency());
-        if (shadowPass) {
-            add(attrOutColor());
-            add(attrOutGlowColor());
-        }
-    }
+    groupSurfaceOutputs(fsVs->io, attr, group);
 }
 
 void TdnLambert::modifyAffects(const Tattribute* attr, TbitFieldFixedN& affects, TDNshadingEngine* engine, void*) {
@@ -148,8 +128,7 @@ void TdnLambert::modifyAffects(const Tattribute* attr, TbitFieldFixedN& affects,
 }
 
 void TdnLambert::endOfRender(TDNshadingEngine* engine) {
-    void* none = nullptr;
-    TmsgSetPlugValue(Tplug(this, &attrRaySampler()), &none).send();
+    clearSurfaceRaySampler(*this, fsVs->io);
     TrenderNode::endOfRender(engine);
 }
 

@@ -168,27 +168,7 @@ void TdnRampShader::prepareTranslucence() {
 }
 
 void TdnRampShader::groupedAttrs(const Tattribute* attr, TattributeArray& group) {
-    const Tattribute* a = attr->rootParent();
-    bool shadowPass = currentRenderPassControl == kPassShadow;
-    auto add = [&](const Tattribute& whole) {
-        group.append(&whole);
-        for (unsigned c = 0; c < whole.childCount(); ++c) group.append(whole.child(c));
-    };
-    if (a == &attrOutColor()) {
-        add(attrOutGlowColor());
-        if (shadowPass) add(attrOutMatteOpacity());
-    } else if (a == &attrOutGlowColor()) {
-        add(attrOutColor());
-        if (shadowPass) add(attrOutMatteOpacity());
-    } else if (a == &attrOutTransparency()) {
-        add(attrOutMatteOpacity());
-    } else if (a == &attrOutMatteOpacity()) {
-        add(attrOutTransparency());
-        if (shadowPass) {
-            add(attrOutColor());
-            add(attrOutGlowColor());
-        }
-    }
+    groupSurfaceOutputs(fsVs->io, attr, group);
 }
 
 void TdnRampShader::modifyAffects(const Tattribute* attr, TbitFieldFixedN& affects, TDNshadingEngine* engine, void*) {
@@ -216,8 +196,7 @@ void TdnRampShader::modifyAffects(const Tattribute* attr, TbitFieldFixedN& affec
 }
 
 void TdnRampShader::endOfRender(TDNshadingEngine* engine) {
-    void* none = nullptr;
-    TmsgSetPlugValue(Tplug(this, &attrRaySampler()), &none).send();
+    clearSurfaceRaySampler(*this, fsVs->io);
     TrenderNode::endOfRender(engine);
 }
 

@@ -308,3 +308,32 @@ void traceMirrorRays(TdependNode* node, const TsurfaceAttributes& a, const Tattr
     for (unsigned i = start; i < start + count; ++i)
         if (short r = rayIndex[i - start]; r >= 0) reflected[i - start] = radiance[r].asFloat3();
 }
+
+void groupSurfaceOutputs(const TsurfaceIO& io, const Tattribute* attr, TattributeArray& group) {
+    const Tattribute* a = attr->rootParent();
+    bool shadowPass = currentRenderPassControl == kPassShadow;
+    auto add = [&](const Tattribute& whole) {
+        group.append(&whole);
+        for (unsigned c = 0; c < whole.childCount(); ++c) group.append(whole.child(c));
+    };
+    if (a == &io.outColor.whole) {
+        add(io.outGlowColor.whole);
+        if (shadowPass) add(io.outMatteOpacity.whole);
+    } else if (a == &io.outGlowColor.whole) {
+        add(io.outColor.whole);
+        if (shadowPass) add(io.outMatteOpacity.whole);
+    } else if (a == &io.outTransparency.whole) {
+        add(io.outMatteOpacity.whole);
+    } else if (a == &io.outMatteOpacity.whole) {
+        add(io.outTransparency.whole);
+        if (shadowPass) {
+            add(io.outColor.whole);
+            add(io.outGlowColor.whole);
+        }
+    }
+}
+
+void clearSurfaceRaySampler(TdependNode& node, const TsurfaceIO& io) {
+    void* none = nullptr;
+    TmsgSetPlugValue(Tplug(&node, &io.raySampler), &none).send();
+}

@@ -10,6 +10,7 @@
 // the stack.
 #include <algorithm>
 
+#include "framework/host/array.h"
 #include "framework/host/data_block.h"
 #include "framework/host/math.h"
 #include "materials/surface_attributes.h"
@@ -69,6 +70,13 @@ void traceMirrorRays(TdependNode* node, const TsurfaceAttributes& a, const Tattr
 // kDrivenGlow, so that a caller asking whether any glow can occur is told yes.
 inline constexpr float kDrivenGlow = 1234.5677f;
 float surfaceGlowIntensity(TdependNode& node, const Tattribute& glowIntensity);
+
+// The outputs computed together with attr's: colour with glow, transparency
+// with matte, and in the shadow pass the matte with the colours.
+void groupSurfaceOutputs(const TsurfaceIO& io, const Tattribute* attr, TattributeArray& group);
+
+// Stores a null sampler, so that no stale sampler survives the render.
+void clearSurfaceRaySampler(TdependNode& node, const TsurfaceIO& io);
 
 // The matte marker of a black-hole surface, for later stages.
 inline constexpr float kBlackHoleMatte = -1000000.0f;
