@@ -10,72 +10,24 @@
 #include "framework/host/node_class.h"
 #include "framework/node_registry.h"
 #include "framework/render_node.h"
+#include "materials/light_terms.h"
+#include "materials/surface_attributes.h"
+#include "materials/surface_rays.h"
 #include "shading/light_data.h"
 #include "shading/ray_sampler.h"
 
 class TlightCallbacks;
 
-// The light data array: one TlightData record per light, read whole. The
-// members are declared as children for their names and dependencies; the
-// record's layout is TlightData's.
-class TlightDataArrayAttribute : public TattributeLightData {
-public:
-    TlightDataArrayAttribute(const Tstring& longName, const Tstring& shortName, TiffTag tag);
-};
-
-struct TdnVSLambert : TdependNodeVS {
+struct TdnVSLambert : TsurfaceDescription {
     // What the artist sets.
     TcolorAttribute color{"color", "c", TiffTag("COL3")};
     TcolorAttribute transparency{"transparency", "it", TiffTag("TRN3")};
     TcolorAttribute ambientColor{"ambientColor", "ambc", TiffTag("AMB3")};
     TcolorAttribute incandescence{"incandescence", "ic", TiffTag("INC3")};
     TattributeFloat diffuse{"diffuse", "dc", TiffTag("DIFC")};
-    TattributeFloat translucence{"translucence", "tc", TiffTag("TRLC")};
-    TattributeFloat translucenceFocus{"translucenceFocus", "tcf", TiffTag("TRLF")};
-    TattributeFloat translucenceDepth{"translucenceDepth", "trsd", TiffTag("TRSD")};
-    TattributeFloat opacityDepth{"opacityDepth", "opad", TiffTag("OPAD")};
-    TattributeFloat glowIntensity{"glowIntensity", "gi", TiffTag("GLOI")};
-    TattributeBoolean hideSource{"hideSource", "hs", TiffTag("HSRC")};
-    TattributeEnum matteOpacityMode{"matteOpacityMode", "mom", TiffTag("MOMD")};
-    TattributeFloat matteOpacity{"matteOpacity", "mog", TiffTag("MOGN")};
-    TattributeFloat materialAlphaGain{"materialAlphaGain", "maga", TiffTag("MAGA")};
-    TattributeBoolean refractions{"refractions", "rfc", TiffTag("RFRC")};
-    TattributeFloat refractiveIndex{"refractiveIndex", "rfi", TiffTag("RFRI")};
-    TattributeInt16 refractionLimit{"refractionLimit", "rdl", TiffTag("RFDL")};
-    TattributeFloat surfaceThickness{"surfaceThickness", "thik", TiffTag("THIK")};
-    TattributeFloat shadowAttenuation{"shadowAttenuation", "fakc", TiffTag("FAKC")};
-    TattributeFloat transparencyDepth{"transparencyDepth", "trdp", TiffTag("TRDP")};
-    TattributeFloat lightAbsorbance{"lightAbsorbance", "absb", TiffTag("ABSB")};
-    TattributeBoolean chromaticAberration{"chromaticAberration", "crab", TiffTag("CRAB")};
-
-    // Outputs.
-    TcolorAttribute outColor{"outColor", "oc", TiffTag("OCOL")};
-    TcolorAttribute outTransparency{"outTransparency", "ot", TiffTag("OTSP")};
-    TtripleAttribute outGlowColor{"outGlowColor", "ogc", TiffTag("OGCL"), "RGB", kGlowShort};
-    TcolorAttribute outMatteOpacity{"outMatteOpacity", "omo", TiffTag("OMOP")};
-
-    // Fed by the renderer and the sample, hidden from the artist.
-    TattributeAddr objectId{"objectId", "oi", TiffTag("OBJI")};
-    TattributeInt32 primitiveId{"primitiveId", "pi", TiffTag("PRID")};
-    TattributeAddr raySampler{"raySampler", "rtr", TiffTag("RTRS")};
-    // 32-bit like the sample's ray depth, so that analysis feeds it by name.
-    TattributeInt32 rayDepth{"rayDepth", "rd", TiffTag("RDEP")};
-    TattributeInt32 rayInstance{"rayInstance", "ryi", TiffTag("RYIN")};
-    TattributeFloat mediumRefractiveIndex{"mediumRefractiveIndex", "mrfi", TiffTag("MRFI")};
-    TtripleAttribute rayDirection{"rayDirection", "rad", TiffTag("RAD3"), "XYZ", kRayDirectionShort};
-    TtripleAttribute pointCamera{"pointCamera", "pc", TiffTag("PCM3"), "XYZ", kPointCameraShort};
-    TvectorAttribute normalCamera{"normalCamera", "n", TiffTag("NRM3")};
-
-    // The lights of the sample.
-    TlightDataArrayAttribute lightDataArray{"lightDataArray", "ltd", TiffTag("LITD")};
-    TvectorAttribute lightDirection{"lightDirection", "ld", TiffTag("LDIR")};
-    TcolorAttribute lightIntensity{"lightIntensity", "li", TiffTag("LINN")};
-    TattributeBoolean lightAmbient{"lightAmbient", "la", TiffTag("LAMB")};
-    TattributeBoolean lightDiffuse{"lightDiffuse", "ldf", TiffTag("LDIF")};
-    TattributeBoolean lightSpecular{"lightSpecular", "ls", TiffTag("LSPC")};
-    TattributeFloat lightShadowFraction{"lightShadowFraction", "lsf", TiffTag("LSFR")};
-    TattributeFloat preShadowIntensity{"preShadowIntensity", "psi", TiffTag("PSIT")};
-    TattributeAddr lightBlindData{"lightBlindData", "lbd", TiffTag("LTBD")};
+    TsurfaceSettings settings;
+    // Outputs, the sample's inputs and its lights.
+    TsurfaceIO io;
 
     // Stored for a vector renderer; nothing here reads them.
     TattributeBoolean vrOverwriteDefaults{"vrOverwriteDefaults", "vrod", TiffTag("VROD")};
@@ -106,10 +58,6 @@ struct TdnVSLambert : TdependNodeVS {
     TattributeFloat miTranslucenceFocus{"miTranslucenceFocus", "mitf", TiffTag("MITF")};
     TvectorAttribute miNormalCamera{"miNormalCamera", "minc", TiffTag("MNC3")};
 
-    static constexpr const char* kGlowShort[3] = {"ogr", "ogg", "ogb"};
-    static constexpr const char* kRayDirectionShort[3] = {"rdx", "rdy", "rdz"};
-    static constexpr const char* kPointCameraShort[3] = {"px", "py", "pz"};
-
     TdnVSLambert();
     bool setupDependencies(TdependencyMatrix& m) override;
 };
@@ -118,57 +66,57 @@ class TdnLambert : public TnodeClass<TdnLambert, TrenderNode, TdnVSLambert> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnLambert", 0x169, "kLambert");
 
-    enum { kBlackHole = 0, kSolidMatte = 1, kOpacityGain = 2 };
+    enum { kBlackHole = kMatteBlackHole, kSolidMatte = kMatteSolid, kOpacityGain = kMatteOpacityGain };
     // The largest batch computed at once; a longer run is shaded in pieces
     // so that every temporary lives on the stack.
-    static constexpr unsigned kChunk = 64;
+    static constexpr unsigned kChunk = kSurfaceChunk;
     // Ray slots per sample in a ray-index array: one per channel.
-    static constexpr unsigned kSlotsPerSample = 3;
+    static constexpr unsigned kSlotsPerSample = kSurfaceSlotsPerSample;
 
     SN_COLOR_ATTRIBUTE(Color, color)
     SN_COLOR_ATTRIBUTE(Transparency, transparency)
     SN_COLOR_ATTRIBUTE(AmbientColor, ambientColor)
     SN_COLOR_ATTRIBUTE(Incandescence, incandescence)
     SN_ATTRIBUTE(DiffuseCoeff, diffuse)
-    SN_ATTRIBUTE(TranslucenceCoeff, translucence)
-    SN_ATTRIBUTE(TranslucenceFocus, translucenceFocus)
-    SN_ATTRIBUTE(TranslucenceDepth, translucenceDepth)
-    SN_ATTRIBUTE(OpacityDepth, opacityDepth)
-    SN_ATTRIBUTE(GlowIntensity, glowIntensity)
-    SN_ATTRIBUTE(HideSource, hideSource)
-    SN_ATTRIBUTE(MatteOpacityMode, matteOpacityMode)
-    SN_ATTRIBUTE(MatteOpacityGain, matteOpacity)
-    SN_ATTRIBUTE(MaterialAlphaGain, materialAlphaGain)
-    SN_ATTRIBUTE(RtRefractedColor, refractions)
-    SN_ATTRIBUTE(RefractiveIndex, refractiveIndex)
-    SN_ATTRIBUTE(RefractedRayDepthLimit, refractionLimit)
-    SN_ATTRIBUTE(SurfaceThickness, surfaceThickness)
-    SN_ATTRIBUTE(FakeRefractionCaustics, shadowAttenuation)
-    SN_ATTRIBUTE(TransparencyDepth, transparencyDepth)
-    SN_ATTRIBUTE(LightAbsorbance, lightAbsorbance)
-    SN_ATTRIBUTE(ChromaticAberration, chromaticAberration)
-    SN_COLOR_ATTRIBUTE(OutColor, outColor)
-    SN_COLOR_ATTRIBUTE(OutTransparency, outTransparency)
-    SN_COLOR_ATTRIBUTE(OutGlowColor, outGlowColor)
-    SN_COLOR_ATTRIBUTE(OutMatteOpacity, outMatteOpacity)
-    SN_ATTRIBUTE(ObjectId, objectId)
-    SN_ATTRIBUTE(PrimitiveId, primitiveId)
-    SN_ATTRIBUTE(RaySampler, raySampler)
-    SN_ATTRIBUTE(RayDepth, rayDepth)
-    SN_ATTRIBUTE(RayInstance, rayInstance)
-    SN_ATTRIBUTE(MediumRefractiveIndex, mediumRefractiveIndex)
-    SN_VECTOR_ATTRIBUTE(RayDirection, rayDirection)
-    SN_VECTOR_ATTRIBUTE(PointCamera, pointCamera)
-    SN_VECTOR_ATTRIBUTE(NormalCamera, normalCamera)
-    SN_ATTRIBUTE(LightData, lightDataArray)
-    SN_VECTOR_ATTRIBUTE(LightDirection, lightDirection)
-    SN_COLOR_ATTRIBUTE(LightIntensity, lightIntensity)
-    SN_ATTRIBUTE(LightAmbient, lightAmbient)
-    SN_ATTRIBUTE(LightDiffuse, lightDiffuse)
-    SN_ATTRIBUTE(LightSpecular, lightSpecular)
-    SN_ATTRIBUTE(LightShadowFraction, lightShadowFraction)
-    SN_ATTRIBUTE(PreShadowIntensity, preShadowIntensity)
-    SN_ATTRIBUTE(LightBlindData, lightBlindData)
+    SN_ATTRIBUTE(TranslucenceCoeff, settings.translucence)
+    SN_ATTRIBUTE(TranslucenceFocus, settings.translucenceFocus)
+    SN_ATTRIBUTE(TranslucenceDepth, settings.translucenceDepth)
+    SN_ATTRIBUTE(OpacityDepth, settings.opacityDepth)
+    SN_ATTRIBUTE(GlowIntensity, settings.glowIntensity)
+    SN_ATTRIBUTE(HideSource, settings.hideSource)
+    SN_ATTRIBUTE(MatteOpacityMode, settings.matteOpacityMode)
+    SN_ATTRIBUTE(MatteOpacityGain, settings.matteOpacity)
+    SN_ATTRIBUTE(MaterialAlphaGain, settings.materialAlphaGain)
+    SN_ATTRIBUTE(RtRefractedColor, settings.refractions)
+    SN_ATTRIBUTE(RefractiveIndex, settings.refractiveIndex)
+    SN_ATTRIBUTE(RefractedRayDepthLimit, settings.refractionLimit)
+    SN_ATTRIBUTE(SurfaceThickness, settings.surfaceThickness)
+    SN_ATTRIBUTE(FakeRefractionCaustics, settings.shadowAttenuation)
+    SN_ATTRIBUTE(TransparencyDepth, settings.transparencyDepth)
+    SN_ATTRIBUTE(LightAbsorbance, settings.lightAbsorbance)
+    SN_ATTRIBUTE(ChromaticAberration, settings.chromaticAberration)
+    SN_COLOR_ATTRIBUTE(OutColor, io.outColor)
+    SN_COLOR_ATTRIBUTE(OutTransparency, io.outTransparency)
+    SN_COLOR_ATTRIBUTE(OutGlowColor, io.outGlowColor)
+    SN_COLOR_ATTRIBUTE(OutMatteOpacity, io.outMatteOpacity)
+    SN_ATTRIBUTE(ObjectId, io.objectId)
+    SN_ATTRIBUTE(PrimitiveId, io.primitiveId)
+    SN_ATTRIBUTE(RaySampler, io.raySampler)
+    SN_ATTRIBUTE(RayDepth, io.rayDepth)
+    SN_ATTRIBUTE(RayInstance, io.rayInstance)
+    SN_ATTRIBUTE(MediumRefractiveIndex, io.mediumRefractiveIndex)
+    SN_VECTOR_ATTRIBUTE(RayDirection, io.rayDirection)
+    SN_VECTOR_ATTRIBUTE(PointCamera, io.pointCamera)
+    SN_VECTOR_ATTRIBUTE(NormalCamera, io.normalCamera)
+    SN_ATTRIBUTE(LightData, io.lightDataArray)
+    SN_VECTOR_ATTRIBUTE(LightDirection, io.lightDirection)
+    SN_COLOR_ATTRIBUTE(LightIntensity, io.lightIntensity)
+    SN_ATTRIBUTE(LightAmbient, io.lightAmbient)
+    SN_ATTRIBUTE(LightDiffuse, io.lightDiffuse)
+    SN_ATTRIBUTE(LightSpecular, io.lightSpecular)
+    SN_ATTRIBUTE(LightShadowFraction, io.lightShadowFraction)
+    SN_ATTRIBUTE(PreShadowIntensity, io.preShadowIntensity)
+    SN_ATTRIBUTE(LightBlindData, io.lightBlindData)
 
     // Current attribute values, read through the graph.
     void getColor(T3Float& value);
@@ -178,7 +126,7 @@ public:
     // glowIntensity, but a driven attribute whose static value is 0 answers
     // kDrivenGlow, so that a caller asking whether any glow can occur is told yes.
     void getGlowIntensity(float& value);
-    static constexpr float kDrivenGlow = 1234.5677f;
+    static constexpr float kDrivenGlow = ::kDrivenGlow;
 
     float translucenceThreshold() const { return fTranslucenceThreshold; }
 
@@ -207,18 +155,18 @@ protected:
     // Hide source and glow intensity after computeLambert, then the black hole.
     void finishColor(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count);
 
-    static TraySampler* raySamplerOf(TdataBlock& block, const Tattribute& attr, unsigned start, unsigned count);
-    // Calls f(start, count) for each piece of at most kChunk samples.
+    // The shared attribute groups of this class, for the shared surface code.
+    TsurfaceAttributes surface() const { return {fsVs->settings, fsVs->io}; }
+    void readTransparency(TdataBlock& block, unsigned start, unsigned count, T3Float* out);
+    static TraySampler* raySamplerOf(TdataBlock& block, unsigned start, unsigned count) {
+        return surfaceRaySampler(block, sVsData().io, start, count);
+    }
     template <class F>
     static void forEachChunk(unsigned start, unsigned count, F&& f) {
-        for (unsigned s = start; s < start + count; s += kChunk) f(s, std::min(kChunk, start + count - s));
+        forEachSurfaceChunk(start, count, f);
     }
 
 private:
     // The lower bound on a light's cosine for translucence; set per frame.
     float fTranslucenceThreshold = 0.5f * kTranslucenceDepthScale;
-    static constexpr float kTranslucenceDepthScale = -11.5f;
 };
-
-// How many of the ray slots of a sample are used.
-inline unsigned raySlotsOf(bool chromatic) { return chromatic ? 3u : 1u; }

@@ -80,10 +80,14 @@ float TcurveKeys::evaluate(float t, int c) const {
 }
 
 TfloatCurveAttribute::TfloatCurveAttribute(const char* name, const char* shortName, TiffTag tag)
+    : TfloatCurveAttribute(name, shortName, tag, tag.withLast('P'), tag.withLast('F'), tag.withLast('I')) {}
+
+TfloatCurveAttribute::TfloatCurveAttribute(const char* name, const char* shortName, TiffTag tag, TiffTag positionTag,
+                                           TiffTag valueTag, TiffTag interpTag)
     : whole(name, shortName, tag),
-      position(suffixed(name, "_Position"), suffixed(shortName, "p"), tag.withLast('P')),
-      floatValue(suffixed(name, "_FloatValue"), suffixed(shortName, "fv"), tag.withLast('F')),
-      interp(suffixed(name, "_Interp"), suffixed(shortName, "i"), tag.withLast('I')) {
+      position(suffixed(name, "_Position"), suffixed(shortName, "p"), positionTag),
+      floatValue(suffixed(name, "_FloatValue"), suffixed(shortName, "fv"), valueTag),
+      interp(suffixed(name, "_Interp"), suffixed(shortName, "i"), interpTag) {
     whole.setMulti(true);
     position.setParent(&whole);
     floatValue.setParent(&whole);
@@ -100,10 +104,14 @@ bool TfloatCurveAttribute::read(TdataBlock& block, TcurveKeys& keys, unsigned sa
 }
 
 TcolorCurveAttribute::TcolorCurveAttribute(const char* name, const char* shortName, TiffTag tag)
+    : TcolorCurveAttribute(name, shortName, tag, tag.withLast('P'), tag.withLast('C'), tag.withLast('I')) {}
+
+TcolorCurveAttribute::TcolorCurveAttribute(const char* name, const char* shortName, TiffTag tag, TiffTag positionTag,
+                                           TiffTag colorTag, TiffTag interpTag)
     : whole(name, shortName, tag),
-      position(suffixed(name, "_Position"), suffixed(shortName, "p"), tag.withLast('P')),
-      color(suffixed(name, "_Color").c_str(), suffixed(shortName, "c").c_str(), tag.withLast('C')),
-      interp(suffixed(name, "_Interp"), suffixed(shortName, "i"), tag.withLast('I')) {
+      position(suffixed(name, "_Position"), suffixed(shortName, "p"), positionTag),
+      color(suffixed(name, "_Color").c_str(), suffixed(shortName, "c").c_str(), colorTag),
+      interp(suffixed(name, "_Interp"), suffixed(shortName, "i"), interpTag) {
     whole.setMulti(true);
     position.setParent(&whole);
     color.whole.setParent(&whole);

@@ -28,6 +28,8 @@ struct TcurveKeys {
 // A float curve: multi `name` of `name_Position`, `name_FloatValue`, `name_Interp`.
 struct TfloatCurveAttribute {
     TfloatCurveAttribute(const char* name, const char* shortName, TiffTag tag);
+    // With the children's tags given, where the derived ones would repeat a tag of the node.
+    TfloatCurveAttribute(const char* name, const char* shortName, TiffTag tag, TiffTag positionTag, TiffTag valueTag, TiffTag interpTag);
     TattributeCompound whole;
     TattributeFloat position;
     TattributeFloat floatValue;
@@ -40,6 +42,8 @@ struct TfloatCurveAttribute {
 // A colour curve: multi `name` of `name_Position`, `name_Color`, `name_Interp`.
 struct TcolorCurveAttribute {
     TcolorCurveAttribute(const char* name, const char* shortName, TiffTag tag);
+    // With the children's tags given, where the derived ones would repeat a tag of the node.
+    TcolorCurveAttribute(const char* name, const char* shortName, TiffTag tag, TiffTag positionTag, TiffTag colorTag, TiffTag interpTag);
     TattributeCompound whole;
     TattributeFloat position;
     TcolorAttribute color;

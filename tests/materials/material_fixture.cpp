@@ -46,18 +46,18 @@ std::vector<TmaterialResult> TmaterialNetwork::shade(const std::vector<Tmaterial
 std::vector<TmaterialResult> TmaterialNetwork::pull(const std::vector<TmaterialSample>& in) {
     std::vector<TmaterialResult> results;
     for (const TmaterialSample& s : in) {
-        set(TdnLambert::saPointCamera(), s.point);
-        set(TdnLambert::saNormalCamera(), s.normal);
-        set(TdnLambert::saRayDirection(), s.direction);
-        set(TdnLambert::saRayDepth(), int32_t(s.rayDepth));
-        set(TdnLambert::saMediumRefractiveIndex(), s.medium);
-        if (const Tattribute* u = material->attribute(Tstring("tangentUCamera"))) material->setAttributeValue(u, &s.tangentU);
-        if (const Tattribute* v = material->attribute(Tstring("tangentVCamera"))) material->setAttributeValue(v, &s.tangentV);
+        set("pointCamera", s.point);
+        set("normalCamera", s.normal);
+        set("rayDirection", s.direction);
+        set("rayDepth", int32_t(s.rayDepth));
+        set("mediumRefractiveIndex", s.medium);
+        if (const Tattribute* u = node->attribute(Tstring("tangentUCamera"))) node->setAttributeValue(u, &s.tangentU);
+        if (const Tattribute* v = node->attribute(Tstring("tangentVCamera"))) node->setAttributeValue(v, &s.tangentV);
         TmaterialResult r;
-        material->getAttributeValue(&TdnLambert::saOutColor(), &r.color);
-        material->getAttributeValue(&TdnLambert::saOutGlowColor(), &r.glow);
-        material->getAttributeValue(&TdnLambert::saOutTransparency(), &r.transparency);
-        material->getAttributeValue(&TdnLambert::saOutMatteOpacity(), &r.matte);
+        node->getAttributeValue(&attribute("outColor"), &r.color);
+        node->getAttributeValue(&attribute("outGlowColor"), &r.glow);
+        node->getAttributeValue(&attribute("outTransparency"), &r.transparency);
+        node->getAttributeValue(&attribute("outMatteOpacity"), &r.matte);
         results.push_back(r);
     }
     return results;

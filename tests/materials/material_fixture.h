@@ -70,30 +70,45 @@ struct TpassScope {
 struct TmaterialNetwork {
     TdependGraph graph;
     TDNshadingEngine* group = static_cast<TDNshadingEngine*>(graph.createNode("shadingEngine"));
+    // The material; `material` is the same node when it is a Lambert surface
+    // (null for a surface of another family, such as the ramp shader).
+    TdependNode* node;
     TdnLambert* material;
 
     explicit TmaterialNetwork(const char* type = "lambert") {
-        material = static_cast<TdnLambert*>(graph.createNode(type));
-        EXPECT_NE(material, nullptr) << type;
-        EXPECT_EQ(graph.connect(Tplug(material, &TdnLambert::saOutColor()), Tplug(group, &TDNshadingEngine::saSurfaceShader())),
+        node = graph.createNode(type);
+        EXPECT_NE(node, nullptr) << type;
+        material = dynamic_cast<TdnLambert*>(node);
+        EXPECT_EQ(graph.connect(Tplug(node, &attribute("outColor")), Tplug(group, &TDNshadingEngine::saSurfaceShader())),
                   TconnectStatus::kOk);
     }
     ~TmaterialNetwork() {
         for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
     }
+    const Tattribute& attribute(const char* name) const {
+        const Tattribute* a = node ? node->attribute(Tstring(name)) : nullptr;
+        EXPECT_NE(a, nullptr) << name;
+        static TattributeFloat missing{"missing", "missing", TiffTag("MISS")};
+        return a ? *a : missing;
+    }
     template <class V>
-    void set(const Tattribute& a, V value) {
-        EXPECT_TRUE(material->setAttributeValue(&a, &value)) << a.longName().asC();
+    void set(const Tattribute& a, V value, int index = -1) {
+        bool ok = index < 0 ? node->setAttributeValue(&a, &value) : node->setAttributeValue(&a, &value, unsigned(index));
+        EXPECT_TRUE(ok) << a.longName().asC();
+    }
+    template <class V>
+    void set(const char* name, V value, int index = -1) {
+        set(attribute(name), value, index);
     }
     void setLight(unsigned index, const TlightData& record) {
-        EXPECT_TRUE(material->setAttributeValue(&TdnLambert::saLightData(), &record, index));
+        EXPECT_TRUE(node->setAttributeValue(&attribute("lightDataArray"), &record, index));
     }
     void setRaySampler(TraySampler* sampler) {
         void* p = sampler;
-        set(TdnLambert::saRaySampler(), p);
+        set("raySampler", p);
     }
     // Runs the per-frame set-up a render does first.
-    void init() { material->shadingNodeInit(nullptr); }
+    void init() { TshadingNode::fromNode(node)->shadingNodeInit(nullptr); }
 
     TshadingOpus* analyse();
     std::vector<TmaterialResult> shade(const std::vector<TmaterialSample>& in);
