@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "lights/light_fog.h"
 #include "shading/sample.h"
 #include "shading/shading_types.h"
 
@@ -63,14 +64,7 @@ T2Float TpointLightShape::colorMapCoordinates(const T3Float& pointLight) {
 
 void TpointLightShape::analyse(TDNshadingEngine* group, TSEnodeDescription* desc, void* context, TbitField64& mask) {
     TrenderLightShape::analyse(group, desc, context, mask);
-    if (!hasConnections(&attrFogGeometry())) {
-        mask.clear(kItemFarPointWorld);
-        mask.clear(kItemObjectType);
-    } else {
-        bool depthMap = false;
-        getAttributeValue(&attrUseDepthMapShadows(), &depthMap);
-        if (depthMap) mask.set(kItemRayInstance);
-    }
+    analyzeLightFog(*this, attrFogGeometry(), mask);
 }
 
 bool TpointLightShape::setDependentsDirty(TmsgDirty& msg) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "framework/host/depend_graph.h"
+#include "lights/light_at_point.h"
 #include "lights/point_light.h"
 #include "shading/render_bases.h"
 #include "shading/sample.h"
@@ -90,11 +91,12 @@ struct TlitNetwork {
 
     TlitNetwork();
     ~TlitNetwork();
-    // A light of `type` under a transform at `position`.
+    // A light of `type` under a transform at `position`, rotated by `rotate` (degrees).
     template <class T = TrenderLightShape>
-    T* addLight(const char* type, const T3Float& position) {
+    T* addLight(const char* type, const T3Float& position, const T3Float& rotate = {0, 0, 0}) {
         auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
         xform->setAttributeValue(&Ttransform::saTranslate(), &position);
+        xform->setAttributeValue(&Ttransform::saRotate(), &rotate);
         auto* light = static_cast<T*>(graph.createNode(type));
         EXPECT_NE(light, nullptr) << type;
         xform->addChild(light);
@@ -113,6 +115,31 @@ struct TlitNetwork {
     };
     // Shades one batch; with `object` the samples belong to that render object.
     std::vector<Result> shade(const std::vector<TsurfaceSample>& in, int object = -1);
+};
+
+// Lights under transforms in a graph of their own, asked for their record at
+// a point on the scalar road.
+struct TlightScene {
+    TdependGraph graph;
+    // A light of `type` under a transform at `position`, rotated by `rotate` (degrees).
+    template <class T>
+    T* light(const char* type, const T3Float& position, const T3Float& rotate = {0, 0, 0}) {
+        auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
+        xform->setAttributeValue(&Ttransform::saTranslate(), &position);
+        xform->setAttributeValue(&Ttransform::saRotate(), &rotate);
+        auto* l = static_cast<T*>(graph.createNode(type));
+        xform->addChild(l);
+        return l;
+    }
+    static TlightData at(TrenderLightShape* light, const T3Float& point) {
+        TDNarray lights;
+        lights.append(light);
+        TlightAtPoint query(lights);
+        _lightAtPointInformation info;
+        EXPECT_EQ(query.lightAtPoint(point, &info), 1u);
+        EXPECT_EQ(info.light, light);
+        return info.data;
+    }
 };
 
 inline float luminanceOf(const T3Float& c) { return 0.3f * c.x + 0.59f * c.y + 0.11f * c.z; }

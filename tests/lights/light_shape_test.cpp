@@ -12,27 +12,6 @@
 
 namespace {
 
-struct TlightScene {
-    TdependGraph graph;
-    template <class T>
-    T* light(const char* type, const T3Float& position) {
-        auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
-        xform->setAttributeValue(&Ttransform::saTranslate(), &position);
-        auto* l = static_cast<T*>(graph.createNode(type));
-        xform->addChild(l);
-        return l;
-    }
-    static TlightData at(TrenderLightShape* light, const T3Float& point) {
-        TDNarray lights;
-        lights.append(light);
-        TlightAtPoint query(lights);
-        _lightAtPointInformation info;
-        EXPECT_EQ(query.lightAtPoint(point, &info), 1u);
-        EXPECT_EQ(info.light, light);
-        return info.data;
-    }
-};
-
 TEST(PointLight, DecayIsFlatWithinUnitDistance) {
     struct Case {
         short decay;
