@@ -150,6 +150,41 @@ bool TspotLightShape::calculateBarnDoorDropOff(TdataBlock&, float c, T4dFltVecto
     return false;
 }
 
+void TspotLightShape::coneEdges(double& outer, double& inner) {
+    const TspotLightShapeVS& vs = sVsData();
+    double cone = 0.6981317, penumbra = 0;
+    getAttributeValue(&vs.coneAngle, &cone);
+    getAttributeValue(&vs.penumbraAngle, &penumbra);
+    double half = 0.5 * clampToRange(vs.coneAngle, cone);
+    penumbra = clampToRange(vs.penumbraAngle, penumbra);
+    // A positive penumbra widens the cone outward, a negative one narrows it inward.
+    outer = std::min(half + std::max(penumbra, 0.0), kPi);
+    inner = std::max(half + std::min(penumbra, 0.0), 0.0);
+    if (outer - inner < kMinPenumbraGap) {
+        inner = outer - kMinPenumbraGap;
+        if (inner < 0) inner = 0, outer = kMinPenumbraGap;
+    }
+}
+
+int TspotLightShape::shadowMapViews(const std::vector<TworldBox>& casters, TshadowMapView* views) {
+    const Tmatrix world = placement();
+    const T3Float position = world.transformPoint({0, 0, 0});
+    const T3Float axis = normalize(world.transformVector(kIlluminationDirection));
+    const T3Float up = world.transformVector({0, 1, 0});
+    double outer, inner;
+    coneEdges(outer, inner);
+    const int resolution = shadowMapResolution();
+    // One perspective map over the whole cone, a few texels wider so that a
+    // filter at the rim stays inside; past 85 degrees a single map would
+    // spread its texels too thin, so the view stops there.
+    const double half = std::min(outer, 85.0 * kPi / 180.0);
+    const float tangent = float(std::tan(half)) * float(resolution) / float(resolution - 2 * shadowMapMargin());
+    float nearClip, farClip;
+    shadowMapClipRange(casters, position, nullptr, nearClip, farClip);
+    views[0] = TshadowMapView::sPerspective(position, axis, up, tangent, resolution, nearClip, farClip);
+    return 1;
+}
+
 void TspotLightShape::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
     TnonExtendedLightShape::shadingNodeOnDemand(plug, block);
     const TspotLightShapeVS& vs = sVsData();
@@ -158,20 +193,10 @@ void TspotLightShape::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
     fRight = fastNormalize(toCamera.transformVector({1, 0, 0}));
     fUp = fastNormalize(toCamera.transformVector({0, 1, 0}));
 
-    double cone = 0.6981317, penumbra = 0;
     bool doors = false;
-    getAttributeValue(&vs.coneAngle, &cone);
-    getAttributeValue(&vs.penumbraAngle, &penumbra);
     getAttributeValue(&vs.barnDoors, &doors);
-    double half = 0.5 * clampToRange(vs.coneAngle, cone);
-    penumbra = clampToRange(vs.penumbraAngle, penumbra);
-    // A positive penumbra widens the cone outward, a negative one narrows it inward.
-    double outer = std::min(half + std::max(penumbra, 0.0), kPi);
-    double inner = std::max(half + std::min(penumbra, 0.0), 0.0);
-    if (outer - inner < kMinPenumbraGap) {
-        inner = outer - kMinPenumbraGap;
-        if (inner < 0) inner = 0, outer = kMinPenumbraGap;
-    }
+    double outer, inner;
+    coneEdges(outer, inner);
     fOuterHalfAngle = outer;
     fInnerHalfAngle = inner;
     fOuterCosine = float(std::cos(outer));

@@ -123,6 +123,8 @@ public:
     void removeModifiedClient(unsigned id);
 
     void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
+    // One perspective depth map over the cone.
+    int shadowMapViews(const std::vector<TworldBox>& casters, TshadowMapView* views) override;
     void analyse(TDNshadingEngine* group, TSEnodeDescription* desc, void* context, TbitField64& mask) override;
     // Keeps values inside their hard ranges and tells clients of the cone.
     bool setDependentsDirty(TmsgDirty& msg) override;
@@ -133,6 +135,9 @@ protected:
     T3Float towardsLight() const override { return {-kIlluminationDirection.x, -kIlluminationDirection.y, -kIlluminationDirection.z}; }
 
 private:
+    // The half angles of the outer and inner edges from the attributes, held
+    // at least the minimum penumbra apart.
+    void coneEdges(double& outer, double& inner);
     // The cone ramp alone, linear in the cosine between the edges.
     float coneRamp(float cosine) const;
     void computeColorMap(TdataBlock& block, unsigned first, unsigned count);
