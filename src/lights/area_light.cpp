@@ -95,6 +95,13 @@ void TareaLightShape::setPolygon(const T4dFltPoint* vertices, int count) {
         sum = sum + xyz(vertices[i]);
     }
     fCentre = kept ? sum * (1.0f / float(kept)) : T3Float();
+    // Fixed for the frame, so worked out here rather than at every point.
+    fNormal = T3Float();
+    if (kept >= 3) {
+        T3Float a = fastNormalize(xyz(vertices[1]) - xyz(vertices[0]));
+        T3Float b = fastNormalize(xyz(vertices[2]) - xyz(vertices[1]));
+        fNormal = fastNormalize(cross(a, b));
+    }
 }
 
 void TareaLightShape::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
@@ -127,10 +134,7 @@ float TareaLightShape::contourSum(const T3Float& point, const T3Float& axis, boo
         // A corner at the point itself stays as it is: its edges then add nothing.
         if (l > kCornerThreshold) u[i] = u[i] * (1.0f / l);
     }
-    T3Float a = fastNormalize(xyz(fVertices[1]) - xyz(fVertices[0]));
-    T3Float b = fastNormalize(xyz(fVertices[2]) - xyz(fVertices[1]));
-    T3Float lightNormal = fastNormalize(cross(a, b));
-    if (dot(lightNormal, u[0]) < 0) return 0;  // behind the light
+    if (dot(fNormal, u[0]) < 0) return 0;  // behind the light
     if (!fromSurface && dot(u[0], axis) < 0 && dot(u[1], axis) < 0 && dot(u[2], axis) < 0 && dot(u[3], axis) < 0) return 0;
     float sum = 0;
     for (int i = 0; i < 4; ++i) {

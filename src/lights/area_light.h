@@ -60,4 +60,5 @@ private:
     T4dFltPoint fVertices[kMaxVertices];
     int fVertexCount = 0;
     T3Float fCentre;
+    T3Float fNormal;  // (v1 - v0) x (v2 - v1), unit: away from the lit side
 };
