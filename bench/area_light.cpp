@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_samples.h"
 #include "framework/host/depend_graph.h"
 #include "lights/area_light.h"
 #include "materials/lambert.h"
@@ -72,15 +73,7 @@ struct TareaLambert {
             if (s->hasItem(kItemPointCamera)) s->setPointCamera(T3Float(4 * a - 2, 0, 3 * b - 1.5f));
             if (s->hasItem(kItemNormalCamera)) s->setNormalCamera(normalize(T3Float(0.4f * (b - 0.5f), 1, 0.3f * (a - 0.5f))));
             if (s->hasItem(kItemRayDirection)) s->setRayDirection(T3Float(0, -1, 0));
-            // Every item the program asks for is set, as a renderer would.
-            s->confirmSet(needs);
-            for (unsigned k = 0; k < kSampleItemCount; ++k)
-                if (needs.test(k) && s->hasItem(k) && !s->isSet(k)) {
-                    unsigned char value[64];
-                    const unsigned n = std::min(Tsample::sStorageSize(k), unsigned(sizeof value));
-                    std::memcpy(value, s->item(k), n);
-                    s->setItem(k, value, n);
-                }
+            setEveryNeededItem(s, needs);
             samples.push_back(s);
         }
     }
