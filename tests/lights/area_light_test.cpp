@@ -13,6 +13,7 @@
 #include "lights/form_factor.h"
 #include "lights/light_at_point.h"
 #include "lights/light_fixture.h"
+#include "support/alloc_counter.h"
 
 namespace {
 
@@ -292,16 +293,17 @@ TEST(AreaLight, ThePolygonIsTheUnitSquareThroughTheLightAndCameraMatrices) {
 
 // --- soft shadows
 
-// Blocks every ray that crosses the plane y = `height` at x below `edge`:
-// a straight occluder edge between the points and the light.
+// Blocks every ray that crosses the plane where coordinate `axis` is
+// `height` at x below `edge`: a straight occluder edge between the points
+// and the light.
 class TedgeTracer : public TraySampler {
 public:
-    TedgeTracer(float height, float edge) : fHeight(height), fEdge(edge) {}
+    TedgeTracer(float height, float edge, int axis = 1) : fHeight(height), fEdge(edge), fAxis(axis) {}
     unsigned raySize() const override { return sizeof(TgenericRay); }
     void traceShadowRays(TdependNode*, int n, TgenericRay** rays, Treflectance* transmittance) override {
         for (int i = 0; i < n; ++i) {
             const TgenericRay& r = *rays[i];
-            float t = (fHeight - r.origin.y) / r.direction.y;
+            float t = (fHeight - r.origin[fAxis]) / r.direction[fAxis];
             bool blocked = t > 0 && t < r.distance && r.origin.x + r.direction.x * t < fEdge;
             transmittance[i] = blocked ? Treflectance(kBlackSpectrum) : Treflectance(kWhiteSpectrum);
             ++traced;
@@ -315,6 +317,7 @@ public:
 
 private:
     float fHeight, fEdge;
+    int fAxis;
 };
 
 TEST(AreaLight, SoftShadowsSeeTheVisiblePartOfTheLightToOneStratum) {
@@ -360,6 +363,52 @@ TEST(AreaLight, SoftShadowsSeeTheVisiblePartOfTheLightToOneStratum) {
         EXPECT_LE(worst, 1.0f / float(c.rays) + 1e-5f);
         EXPECT_GT(tracer.traced, 0);
     }
+}
+
+TEST(AreaLight, TheEngineGivesTheScalarRecordsWithoutTouchingTheHeap) {
+    // The light at z = 4 facing down -Z, points on z = 0 behind an edge at z = 1.
+    TlitNetwork net;
+    auto* light = net.addLight<TareaLightShape>("areaLight", T3Float(0.5f, 0, 4));
+    bool on = true;
+    short rays = 16;
+    net.set(light, TlightShape::saUseRayTraceShadows(), on);
+    net.set(light, TnonExtendedLightShape::saShadowRays(), rays);
+    net.set(light, TlightShape::saIntensity(), 0.3f);
+    net.useLights();
+    TedgeTracer tracer(1, 0, 2);
+    TcurrentRaySamplerScope scope(&tracer);
+    std::vector<TsurfaceSample> in(64);
+    for (unsigned i = 0; i < in.size(); ++i) {
+        float t = float(i) / 63.0f;
+        in[i].point = {4 * t - 2, 1 - 2 * t * t, 0};
+        in[i].normal = normalize(T3Float(0.5f - t, 0.2f, 1));
+    }
+    std::vector<TlitNetwork::Result> out = net.shade(in);
+    ASSERT_EQ(out.size(), in.size());
+    for (unsigned i = 0; i < in.size(); ++i) {
+        TlightData d = recordAt(light, in[i].point);
+        T3Float expected = d.lightIntensity * std::max(dot(in[i].normal, d.lightDirection), 0.0f);
+        EXPECT_NEAR(out[i].color.x, expected.x, 1e-6f) << i;
+        EXPECT_NEAR(out[i].info.y, d.lightShadowFraction, 1e-6f) << i;
+    }
+    EXPECT_GT(out.front().info.y, 0.5f) << "behind the edge";
+    EXPECT_EQ(out.back().info.y, 0.0f) << "in the open";
+
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    unsigned size = net.group->sampleSize(kSurfaceColorTransparency);
+    std::vector<std::vector<uint64_t>> memory;
+    std::vector<Tsample*> samples;
+    for (const TsurfaceSample& s : in) {
+        memory.emplace_back((size + 7) / 8, 0);
+        samples.push_back(Tsample::sCreate(memory.back().data(), size, net.group->fieldOffsetTable(kSurfaceColorTransparency)));
+        samples.back()->setPointCamera(s.point);
+        samples.back()->setNormalCamera(s.normal);
+    }
+    TallocationCounter counter;
+    opus->shade(64, samples.data());
+    EXPECT_EQ(counter.allocations(), 0u);
+    EXPECT_NEAR(samples[40]->outColor()->x, out[40].color.x, 1e-6f);
 }
 
 }  // namespace
