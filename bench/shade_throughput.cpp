@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/bench_samples.h"
 #include "framework/host/attribute_groups.h"
 #include "framework/host/depend_graph.h"
 #include "framework/host/node_class.h"
@@ -400,18 +401,7 @@ struct Tsamples {
             if (s->hasItem(kItemRayDirection)) s->setRayDirection(normalize(T3Float(0.1f * t, -0.2f, -1)));
             if (s->hasItem(kItemUvCoord)) s->setUvCoord(T2Float{1.7f * t - 0.2f, float(i % 13) / 12.0f});
             if (s->hasItem(kItemUvFilterSize)) s->setUvFilterSize(T2Float{0.01f, 0.02f});
-            // A renderer sets every item the program asks for; the rest keep their defaults.
-            if (TshadingOpus* opus = group->option(kSurfaceColorTransparency).opus) {
-                const TbitField64 needs = opus->needs();
-                s->confirmSet(needs);
-                for (unsigned k = 0; k < kSampleItemCount; ++k)
-                    if (needs.test(k) && s->hasItem(k) && !s->isSet(k)) {
-                        unsigned char value[64];
-                        const unsigned n = std::min(Tsample::sStorageSize(k), unsigned(sizeof value));
-                        std::memcpy(value, s->item(k), n);
-                        s->setItem(k, value, n);
-                    }
-            }
+            if (TshadingOpus* opus = group->option(kSurfaceColorTransparency).opus) setEveryNeededItem(s, opus->needs());
             samples.push_back(s);
         }
     }

@@ -79,8 +79,8 @@ protected:
     // unit direction and `distance` the distance to the light's centre. With
     // `radius` above 0 (a distance, or for `angular` a cone angle in degrees)
     // `rays` jittered rays are averaged. Leaves white where nothing blocks or
-    // no tracer is set.
-    void computeRtShadow(unsigned count, const T3Float* points, const T3Float* toLight, const float* distance, float radius,
+    // no tracer is set. A light with extent samples its own shape instead.
+    virtual void computeRtShadow(unsigned count, const T3Float* points, const T3Float* toLight, const float* distance, float radius,
                          bool angular, unsigned rays, const bool* skip, T3Float* passed);
 
     Tmatrix fWorld, fWorldInverse;
