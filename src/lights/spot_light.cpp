@@ -150,7 +150,7 @@ bool TspotLightShape::calculateBarnDoorDropOff(TdataBlock&, float c, T4dFltVecto
     return false;
 }
 
-void TspotLightShape::coneEdges(double& outer, double& inner) {
+double TspotLightShape::coneEdges(double& outer, double& inner) {
     const TspotLightShapeVS& vs = sVsData();
     double cone = 0.6981317, penumbra = 0;
     getAttributeValue(&vs.coneAngle, &cone);
@@ -164,6 +164,7 @@ void TspotLightShape::coneEdges(double& outer, double& inner) {
         inner = outer - kMinPenumbraGap;
         if (inner < 0) inner = 0, outer = kMinPenumbraGap;
     }
+    return half;
 }
 
 int TspotLightShape::shadowMapViews(const std::vector<TworldBox>& casters, TshadowMapView* views) {
@@ -177,8 +178,8 @@ int TspotLightShape::shadowMapViews(const std::vector<TworldBox>& casters, Tshad
     // One perspective map over the whole cone, a few texels wider so that a
     // filter at the rim stays inside; past 85 degrees a single map would
     // spread its texels too thin, so the view stops there.
-    const double half = std::min(outer, 85.0 * kPi / 180.0);
-    const float tangent = float(std::tan(half)) * float(resolution) / float(resolution - 2 * shadowMapMargin());
+    const double reach = std::min(outer, 85.0 * kPi / 180.0);
+    const float tangent = float(std::tan(reach)) * float(resolution) / float(resolution - 2 * shadowMapMargin());
     float nearClip, farClip;
     shadowMapClipRange(casters, position, nullptr, nearClip, farClip);
     views[0] = TshadowMapView::sPerspective(position, axis, up, tangent, resolution, nearClip, farClip);
@@ -196,7 +197,7 @@ void TspotLightShape::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
     bool doors = false;
     getAttributeValue(&vs.barnDoors, &doors);
     double outer, inner;
-    coneEdges(outer, inner);
+    const double half = coneEdges(outer, inner);
     fOuterHalfAngle = outer;
     fInnerHalfAngle = inner;
     fOuterCosine = float(std::cos(outer));

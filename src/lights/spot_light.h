@@ -136,8 +136,8 @@ protected:
 
 private:
     // The half angles of the outer and inner edges from the attributes, held
-    // at least the minimum penumbra apart.
-    void coneEdges(double& outer, double& inner);
+    // at least the minimum penumbra apart; returns half the cone angle.
+    double coneEdges(double& outer, double& inner);
     // The cone ramp alone, linear in the cosine between the edges.
     float coneRamp(float cosine) const;
     void computeColorMap(TdataBlock& block, unsigned first, unsigned count);
