@@ -13,6 +13,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,6 +34,7 @@
 #include "shading/shading_catalog.h"
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
+#include "shading/shading_session.h"
 
 // ---------------------------------------------------------------- two bench nodes
 
@@ -116,9 +118,9 @@ struct Tnetwork {
         n->getAttributeValue(&at(n, name), &v);
         return v;
     }
-    ~Tnetwork() {
-        for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
-    }
+    // Shaded as a render shades it: every node prepared, and let go at the end.
+    std::optional<TshadingSession> session;
+    ~Tnetwork() { session.reset(); }
 };
 
 // The fused form of a case: reads each sample's point, writes its colour.
@@ -440,12 +442,12 @@ std::string gOnly;  // the letters of the cases to run; all when empty
 bool gThreads = true;
 
 void run(Tcase c, double seconds) {
-    TbitField64 result;
-    if (!c.net->group->analyse(kSurfaceColorTransparency, &result, nullptr, nullptr, nullptr)) {
+    c.net->session.emplace(c.net->group);
+    TshadingOpus* opus = c.net->session->program();
+    if (!opus) {
         std::printf("%s: analysis failed\n", c.name);
         return;
     }
-    TshadingOpus* opus = c.net->group->option(kSurfaceColorTransparency).opus;
     std::printf("\n%s (%u instructions, %u segments, %u blocks; engine and fused loop agree: %s)\n", c.name,
                 opus->program().instructionCount, opus->program().segmentCount, opus->program().blockCount,
                 sameResults(c) ? "yes" : "NO");

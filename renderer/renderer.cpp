@@ -58,8 +58,16 @@ std::vector<TdependNode*> lightsOf(TdependGraph& graph) {
     return lights;
 }
 
+struct Trect {
+    int x0, y0, x1, y1;
+};
+
+// A tile covers one cell of a grid anchored at the image's corner, so that
+// a region render traces, batches and seeds exactly as the full render does;
+// it writes only the pixels of [wx0, wx1) x [wy0, wy1).
 struct Ttile {
     int x0, y0, x1, y1;
+    int wx0, wy0, wx1, wy1;
 };
 
 // Camera rays through raster positions; rows run from the top.
@@ -109,6 +117,7 @@ struct Tworker {
         constants.setDeepRaster(&raster);
         raster.reserve(unsigned(scene.objects().size()), slotCapacity);
         samples.resize(slotCapacity);
+        dispatched.resize(scene.objects().size());
     }
     void endSampling() {
         thread.endSampling();
@@ -120,11 +129,15 @@ struct Tworker {
     TrendererRaySampler tracer;
     TrenderLevelThread thread;
     std::vector<Tsample*> samples;
+    std::vector<unsigned> dispatched;  // per object, samples handed to the engine in this tile
     uint64_t cameraRays = 0, cameraIntersectNs = 0, shadeNs = 0, tileNs = 0, shaded = 0;
 };
 
 // Below this a slot's transparency is taken as opaque.
 constexpr float kSeeThrough = 1.0f / 1024;
+// Two samples see the same spot when they lie closer than this fraction of
+// the pixel's footprint.
+constexpr float kSameSpot = 1.0f / 1024;
 
 float average(const T3Float& c) { return (c.x + c.y + c.z) / 3; }
 T3Float times(const T3Float& a, const T3Float& b) { return {a.x * b.x, a.y * b.y, a.z * b.z}; }
@@ -181,12 +194,15 @@ public:
         w.cameraRays += count;
         w.cameraIntersectNs += nowNs() - start;
 
-        // Samples for the hits.
+        // Samples for the hits. Every batch of the previous tile was flushed,
+        // so each object's samples fill batches from the start, in slot order.
         unsigned n = 0;
         TsurfacePoint p;
+        std::fill(w.dispatched.begin(), w.dispatched.end(), 0u);
         for (unsigned i = 0; i < count; ++i) {
             TtileSlot& slot = raster.slot(i);
             slot.transparency = {0, 0, 0};
+            slot.sequence = -1;
             if (slot.object < 0) {
                 slot.color = camera.background;
                 slot.alpha = 0;
@@ -203,7 +219,6 @@ public:
             p.pixelCenter = {float(px) + 0.5f, float(H - py) - 0.5f};
             p.rayDepth = 0;
             p.refractiveIndex = 1;
-            p.illuminationIndex = illuminationIndex(raster, pixelSlot, i, p);
             slot.pointCamera = p.pointCamera;
             slot.alpha = 1;
             Tsample* s = w.thread.allocate(object);
@@ -211,6 +226,8 @@ public:
                 slot.color = defaultSurfaceColour(p.normal, p.rayDirection);
                 continue;
             }
+            slot.sequence = int32_t(w.dispatched[slot.object]++);
+            p.illuminationIndex = illuminationIndex(raster, pixelSlot, i, p);
             fillSample(*s, p);
             w.samples[n++] = s;
             raster.expect(object.index, i);
@@ -259,8 +276,8 @@ public:
         // Reconstruction: every pixel of the tile gathers the samples within
         // the filter's reach, in a fixed order, so that a pixel's value does
         // not depend on which thread rendered it.
-        for (int y = tile.y0; y < tile.y1; ++y)
-            for (int x = tile.x0; x < tile.x1; ++x) {
+        for (int y = tile.wy0; y < tile.wy1; ++y)
+            for (int x = tile.wx0; x < tile.wx1; ++x) {
                 float sum[4] = {0, 0, 0, 0}, weights = 0;
                 for (int sy = std::max(ey0, y - m); sy <= std::min(ey1 - 1, y + m); ++sy)
                     for (int sx = std::max(ex0, x - m); sx <= std::min(ex1 - 1, x + m); ++sx)
@@ -296,18 +313,24 @@ private:
         y = float(py) + (float(k / nx) + jy) / float(ny);
     }
 
-    // Samples of one pixel that land on the same spot of one surface share
-    // their lighting: they take the index of the first of them.
+    // Samples of one pixel that see the same spot of one surface share their
+    // lighting. The engine reads the index as a position within the batch
+    // being shaded, and batches are cut per object every kBatchSize samples,
+    // so a sample can only point at one dispatched before it into the same
+    // batch; otherwise it names its own position. Samples at different spots
+    // keep their own lighting even inside one pixel, or shadow edges would
+    // be resolved once per pixel instead of once per sample.
     int16_t illuminationIndex(const TtileRaster& raster, unsigned pixelSlot, unsigned i, const TsurfacePoint& p) const {
         const TtileSlot& me = raster.slot(i);
-        float reach = std::max({p.filterSize.x, p.filterSize.y, p.filterSize.z});
+        const int32_t batch = me.sequence / int32_t(kBatchSize);
+        float reach = kSameSpot * std::max({p.filterSize.x, p.filterSize.y, p.filterSize.z});
         for (unsigned j = pixelSlot; j < i; ++j) {
             const TtileSlot& other = raster.slot(j);
-            if (other.object == me.object && other.primitive == me.primitive && other.alpha > 0 &&
-                length(other.pointCamera - p.pointCamera) <= reach)
-                return int16_t(j & 0x7FFF);
+            if (other.sequence < 0 || other.object != me.object || other.primitive != me.primitive) continue;
+            if (other.sequence / int32_t(kBatchSize) != batch) continue;
+            if (length(other.pointCamera - p.pointCamera) <= reach) return int16_t(other.sequence % int32_t(kBatchSize));
         }
-        return int16_t(i & 0x7FFF);
+        return int16_t(me.sequence % int32_t(kBatchSize));
     }
 
     const TrenderScene& fScene;
@@ -331,10 +354,10 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
     if (options.height > 0) settings.height = options.height;
     if (options.samplesPerPixel > 0) settings.samplesPerPixel = options.samplesPerPixel;
     if (options.maxRayDepth >= 0) settings.maxRayDepth = options.maxRayDepth;
-    // Past 64 the per-pixel illumination indices would not fit a tile.
+    // The command line offers 1 to 64.
     settings.samplesPerPixel = std::clamp(settings.samplesPerPixel, 1, 64);
 
-    Ttile region{0, 0, settings.width, settings.height};
+    Trect region{0, 0, settings.width, settings.height};
     if (options.useRegion) {
         region = {std::max(0, options.regionX0), std::max(0, options.regionY0), std::min(settings.width, options.regionX1),
                   std::min(settings.height, options.regionY1)};
@@ -382,9 +405,11 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
 
     const int tileSize = std::max(4, options.tileSize);
     std::vector<Ttile> tiles;
-    for (int y = region.y0; y < region.y1; y += tileSize)
-        for (int x = region.x0; x < region.x1; x += tileSize)
-            tiles.push_back({x, y, std::min(x + tileSize, region.x1), std::min(y + tileSize, region.y1)});
+    for (int y = region.y0 / tileSize * tileSize; y < region.y1; y += tileSize)
+        for (int x = region.x0 / tileSize * tileSize; x < region.x1; x += tileSize)
+            tiles.push_back({x, y, std::min(x + tileSize, settings.width), std::min(y + tileSize, settings.height),
+                             std::max(x, region.x0), std::max(y, region.y0), std::min(x + tileSize, region.x1),
+                             std::min(y + tileSize, region.y1)});
 
     TpixelFilterKernel filter(settings.filter, settings.filterWidth);
     TtileRenderer tileRenderer(scene, settings.samplesPerPixel, filter, image);

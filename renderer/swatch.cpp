@@ -1,6 +1,7 @@
 #include "renderer/swatch.h"
 
 #include <string_view>
+#include <vector>
 
 #include "framework/host/depend_graph.h"
 #include "renderer/renderer.h"
@@ -60,6 +61,7 @@ bool renderSwatch(TdependGraph& graph, TdependNode* node, const TswatchOptions& 
         set(subject, "height", 2.2f);
     }
     TDNshadingEngine* group = groupFor(graph, "swatchSG", subject);
+    std::vector<TDNshadingEngine*> lit = {group};
     if (graph.connect(Tplug(node, out), Tplug(group, &TDNshadingEngine::saSurfaceShader())) != TconnectStatus::kOk) {
         error = "cannot preview '" + node->name().str() + "': its output does not connect to a shading group";
         return false;
@@ -77,22 +79,31 @@ bool renderSwatch(TdependGraph& graph, TdependNode* node, const TswatchOptions& 
             set(place, "repeatUV", T2Float{8, 8});
             graph.connect(Tplug(place, place->attribute("outUV")), Tplug(checks, checks->attribute("uvCoord")));
         }
-        graph.connect(Tplug(checks, checks->attribute("outColor")),
-                      Tplug(groupFor(graph, "swatchBackdropSG", wall), &TDNshadingEngine::saSurfaceShader()));
+        TDNshadingEngine* backdrop = groupFor(graph, "swatchBackdropSG", wall);
+        graph.connect(Tplug(checks, checks->attribute("outColor")), Tplug(backdrop, &TDNshadingEngine::saSurfaceShader()));
+        lit.push_back(backdrop);
     }
 
-    // The rig: a key from the upper left, a fill and an ambient.
+    // The rig: a key from the upper left, a fill and an ambient. Each light
+    // is linked straight to the swatch's groups, so that it lights them
+    // whatever links a scene file holds for its own objects.
     struct Light {
         const char* type;
         const char* name;
         T3Float translate, rotate;
         float intensity;
     };
+    int rigSize = 0;
     for (const Light& l : {Light{"directionalLight", "swatchKey", {0, 0, 0}, {-35, -40, 0}, 1.0f},
                            Light{"pointLight", "swatchFill", {3, 1, 3}, {0, 0, 0}, 0.5f},
                            Light{"ambientLight", "swatchAmbient", {0, 0, 0}, {0, 0, 0}, 0.15f}}) {
         if (!TdependGraph::findNodeType(l.type)) continue;
-        set(placed(graph, l.type, l.name, l.translate, l.rotate), "intensity", l.intensity);
+        TdependNode* light = placed(graph, l.type, l.name, l.translate, l.rotate);
+        set(light, "intensity", l.intensity);
+        const Tattribute* data = light ? light->attribute(Tstring("lightData")) : nullptr;
+        if (!data) continue;
+        for (TDNshadingEngine* g : lit) graph.connect(Tplug(light, data), Tplug(g, &TDNshadingEngine::saLinkedLights(), rigSize));
+        ++rigSize;
     }
 
     TrenderOptions render;

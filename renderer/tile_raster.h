@@ -21,6 +21,7 @@ struct TtileSlot {
     T3Float origin, direction;   // the world ray, for what lies behind
     float tHit = 0;
     float bu = 0, bv = 0;        // the tracer's barycentrics at the hit
+    int32_t sequence = -1;       // place among its object's samples dispatched in the tile; -1: none
 };
 
 class TtileRaster : public TbaseDeepRaster {

@@ -90,13 +90,37 @@ TDNshadingEngine::~TDNshadingEngine() {
 
 void TDNshadingEngine::setDeleteOpusHook(DeleteOpusHook hook) { gDeleteOpus.store(hook); }
 
-void TDNshadingEngine::initializeConnected(TvariantArena*, TframeSampleData*, TbaseDeepRaster* raster) {
+void TDNshadingEngine::initializeConnected(TvariantArena*, TframeSampleData* data, TbaseDeepRaster* raster) {
     resetShadingEngine();
     fInitialized = true;
     fDeepRaster = raster;
-    // Light collection and the node table are filled by the render side
-    // (light lists and network analysis) through setLightTables and
-    // addToNodeTable.
+    // The light tables come from the render side (setLightTables) before
+    // this call; the node table is built here, so that every node a render
+    // reaches is prepared for it and let go at the reset.
+    processNodeTable(data);
+}
+
+void TDNshadingEngine::processNodeTable(TframeSampleData* data) {
+    // Everything upstream of the group and of its lights. Other groups are
+    // not part of this network and are not walked through.
+    std::vector<TdependNode*> found;
+    auto reach = [&](TdependNode* node) {
+        if (!node || node == this || std::find(found.begin(), found.end(), node) != found.end()) return;
+        if (node->typeof()->istype(sMetaclass())) return;
+        found.push_back(node);
+    };
+    for (const auto* lights : {&fLights, &fShadowLights})
+        for (TdependNode* light : *lights) reach(light);
+    std::vector<std::pair<Tplug, Tplug>> incoming;
+    allIncoming(incoming);
+    for (const auto& connection : incoming) reach(connection.first.node());
+    for (size_t k = 0; k < found.size(); ++k) {
+        incoming.clear();
+        found[k]->allIncoming(incoming);
+        for (const auto& connection : incoming) reach(connection.first.node());
+    }
+    // Farthest upstream first: a node's init may read what feeds it.
+    for (auto it = found.rbegin(); it != found.rend(); ++it) addToNodeTable(*it, data);
 }
 
 void TDNshadingEngine::resetShadingEngine() {

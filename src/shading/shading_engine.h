@@ -163,8 +163,11 @@ public:
     bool transparencyConstant() const { return fTransparencyConstant; }
     bool displacementZero() const { return fDisplacementZero; }
 
-    // The nodes of the network this group holds a reference on.
+    // The nodes of the network this group holds a reference on; the first
+    // reference of a render runs a node's shadingNodeInit, the reset lets go.
     void addToNodeTable(TdependNode* node, TframeSampleData* data);
+    // Takes a reference on every node upstream of the group and of its lights.
+    void processNodeTable(TframeSampleData* data);
     const std::vector<TdependNode*>& nodeTable() const { return fNodeTable; }
 
     // Reference count of the group itself.

@@ -39,16 +39,22 @@ TlitNetwork::TlitNetwork() {
 }
 
 TlitNetwork::~TlitNetwork() {
-    for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
+    session.reset();
     for (TdependNode* light : lights) TshadingCatalog::deleteOpus(light, kSingleLight, true);
 }
 
-void TlitNetwork::useLights(std::vector<TbitFieldFixedN> rows) { group->setLightTables(lights, std::move(rows), {}, {}); }
+void TlitNetwork::useLights(std::vector<TbitFieldFixedN> perObject) {
+    rows = std::move(perObject);
+    lightsGiven = true;
+    group->setLightTables(lights, rows, {}, {});
+}
 
 TshadingOpus* TlitNetwork::analyse() {
-    TbitField64 result;
-    if (!group->analyse(kSurfaceColorTransparency, &result, nullptr, nullptr, nullptr)) return nullptr;
-    return group->option(kSurfaceColorTransparency).opus;
+    if (!session) {
+        if (lightsGiven) group->setLightTables(lights, rows, {}, {});
+        session.emplace(group);
+    }
+    return session->program();
 }
 
 std::vector<TlitNetwork::Result> TlitNetwork::shade(const std::vector<TsurfaceSample>& in, int object) {
@@ -72,5 +78,6 @@ std::vector<TlitNetwork::Result> TlitNetwork::shade(const std::vector<TsurfaceSa
     }
     opus->shade(unsigned(samples.size()), samples.data());
     for (Tsample* sample : samples) out.push_back({*sample->outColor(), *sample->outTransparency()});
+    session.reset();
     return out;
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <optional>
 #include <vector>
 
 #include "framework/host/depend_graph.h"
@@ -16,6 +17,7 @@
 #include "shading/shading_catalog.h"
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
+#include "shading/shading_session.h"
 
 // outColor = sum of the ambient records plus the diffuse ones times
 // max(N.L, 0); outTransparency = (lights seen, shadow fraction sum, luminance
@@ -109,7 +111,13 @@ struct TlitNetwork {
     }
     // Hands the lights to the group; `rows` per object, empty for none.
     void useLights(std::vector<TbitFieldFixedN> rows = {});
+    // The program, through the render's life cycle: the first call starts a
+    // render (lights handed over again, since a render's end clears them),
+    // and shade() ends it, so that later edits are seen.
     TshadingOpus* analyse();
+    std::vector<TbitFieldFixedN> rows;
+    bool lightsGiven = false;
+    std::optional<TshadingSession> session;
     struct Result {
         T3Float color, info;
     };

@@ -3,9 +3,8 @@
 #include <cstdint>
 
 TshadingOpus* TmaterialNetwork::analyse() {
-    TbitField64 provided;
-    if (!group->analyse(kSurfaceColorTransparency, &provided, nullptr, nullptr, nullptr)) return nullptr;
-    return group->option(kSurfaceColorTransparency).opus;
+    init();
+    return session->program(kSurfaceColorTransparency);
 }
 
 std::vector<TmaterialResult> TmaterialNetwork::shade(const std::vector<TmaterialSample>& in) {
@@ -38,8 +37,8 @@ std::vector<TmaterialResult> TmaterialNetwork::shade(const std::vector<Tmaterial
         if (sample->hasItem(kItemOutMatteOpacity)) r.matte = *sample->outMatteOpacity();
         results.push_back(r);
     }
-    // A later analysis must see later edits.
-    for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
+    // A later analysis must see later edits: the render ends here.
+    session.reset();
     return results;
 }
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <optional>
 #include <vector>
 
 #include "framework/host/depend_graph.h"
@@ -17,6 +18,7 @@
 #include "shading/shading_catalog.h"
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
+#include "shading/shading_session.h"
 
 // Traces nothing: answers every ray with fixed values and keeps a copy of
 // the rays it was given (fixed storage, so tracing touches no heap).
@@ -82,9 +84,7 @@ struct TmaterialNetwork {
         EXPECT_EQ(graph.connect(Tplug(node, &attribute("outColor")), Tplug(group, &TDNshadingEngine::saSurfaceShader())),
                   TconnectStatus::kOk);
     }
-    ~TmaterialNetwork() {
-        for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
-    }
+    ~TmaterialNetwork() { session.reset(); }
     const Tattribute& attribute(const char* name) const {
         const Tattribute* a = node ? node->attribute(Tstring(name)) : nullptr;
         EXPECT_NE(a, nullptr) << name;
@@ -107,8 +107,13 @@ struct TmaterialNetwork {
         void* p = sampler;
         set("raySampler", p);
     }
-    // Runs the per-frame set-up a render does first.
-    void init() { TshadingNode::fromNode(node)->shadingNodeInit(nullptr); }
+    // Starts a render of the group, as a renderer does: the network's
+    // per-frame set-up runs now. shade() ends it, so edits made after a
+    // shade are seen by the next.
+    void init() {
+        if (!session) session.emplace(group);
+    }
+    std::optional<TshadingSession> session;
 
     TshadingOpus* analyse();
     std::vector<TmaterialResult> shade(const std::vector<TmaterialSample>& in);

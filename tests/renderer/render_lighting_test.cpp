@@ -294,3 +294,31 @@ TEST(RenderLighting, WithoutALinkNodeEveryVisibleLightLightsEveryObject) {
     EXPECT_NEAR(both.x - one.x, 0.5f * 0.8f * 0.6f * std::cos(30 * 3.14159265f / 180), 0.01f);
     EXPECT_NEAR(hidden.x, one.x, 1e-4f);
 }
+
+// What a material prepares once per render must come from the node as the
+// file sets it: a lambert lit from behind at cosine -0.1 shows translucence
+// 0.5 scaled by the fade that translucenceDepth sets (threshold depth * -11.5,
+// fading in over min(0.15 - threshold, 1) of cosine).
+TEST(RenderLighting, TranslucenceDepthOfTheFileReachesTheRender) {
+    const float cosine = -0.1f, translucence = 0.5f;
+    for (float depth : {0.0f, 0.01f, 0.05f, 0.3f}) {
+        SCOPED_TRACE(testing::Message() << "translucenceDepth " << depth);
+        float threshold = depth * -11.5f, range = std::min(0.15f - threshold, 1.0f);
+        float expected = cosine > threshold ? translucence : 0.0f;
+        if (cosine > threshold && cosine < threshold + range) expected *= (cosine - threshold) / range;
+        // The light's transform turns its +Z (towards the light) to (0, -sin a, cos a).
+        float angle = std::acos(cosine) * 180.0f / 3.14159265f;
+        std::string nodes =
+            R"({"type": "transform", "name": "cardXf", "attributes": {"rotate": [90, 0, 0]}},
+               {"type": "plane", "name": "card", "parent": "cardXf", "attributes": {"width": 20, "height": 20}},
+               {"type": "shadingEngine", "name": "matSG", "members": ["|cardXf|card"]}, )" +
+            node(R"({"type": "lambert", "name": "mat", "attributes": {"color": [1, 1, 1], "diffuse": 0, "translucence": %g, "translucenceDepth": %g, "translucenceFocus": 0}}, )",
+                 translucence, depth) +
+            node(R"({"type": "transform", "name": "sunXf", "attributes": {"rotate": [%g, 0, 0]}}, )", angle) +
+            R"({"type": "directionalLight", "name": "sun", "parent": "sunXf"}, )" + quality(false);
+        TrenderRun run = render(nodes, R"(["mat.outColor", "matSG.surfaceShader"])");
+        ASSERT_TRUE(run.ok) << run.error;
+        for (auto [x, y] : {std::pair{kW / 2, kH / 2}, std::pair{3, 4}, std::pair{kW - 5, kH - 2}})
+            EXPECT_NEAR(rgb(run.image, x, y).x, expected, 2e-4f) << x << "," << y;
+    }
+}

@@ -157,6 +157,41 @@ TEST(Swatches, ATextureOfASceneFileFillsTheCardWithItsOwnSettings) {
     EXPECT_GT(blues, 350u);
 }
 
+// A file's light links are about the file's objects: the swatch's own rig
+// lights the ball all the same. The same material from a file with a link
+// node (its lamp linked to the file's ball only) and from one without
+// swatches alike, and the ball's centre is lit.
+TEST(Swatches, AMaterialOfAFileWithLightLinksSwatchesAsWithout) {
+    TtestTempDir dir;
+    const std::string common =
+        R"({"type": "lambert", "name": "clay", "attributes": {"color": [0.8, 0.5, 0.3]}},
+           {"type": "transform", "name": "ballXf"}, {"type": "sphere", "name": "ball", "parent": "ballXf"},
+           {"type": "shadingEngine", "name": "claySG", "members": ["|ballXf|ball"]},
+           {"type": "transform", "name": "lampXf", "attributes": {"translate": [2, 2, 2]}},
+           {"type": "pointLight", "name": "lamp", "parent": "lampXf"})";
+    const std::string shading = R"(["clay.outColor", "claySG.surfaceShader"])";
+    writeFile(dir.file("plain.json"), sceneText(common, shading));
+    writeFile(dir.file("linked.json"),
+              sceneText(common + R"(, {"type": "lightLinker", "name": "lightLinker1"})",
+                        shading + R"(, ["lamp.message", "lightLinker1.link[0].light"], ["claySG.message", "lightLinker1.link[0].object"])"));
+    constexpr int kSize = 32;
+    Timage images[2];
+    int k = 0;
+    for (const char* name : {"plain", "linked"}) {
+        const std::string file = dir.file(std::string(name) + ".png");
+        Trun r = shadenet(dir, "swatch '" + dir.file(std::string(name) + ".json") + ":clay' -o '" + file + "' --size 32 --spp 1");
+        ASSERT_EQ(r.status, 0) << name << ": " << r.err;
+        images[k] = readImage(file);
+        ASSERT_EQ(images[k].width, kSize) << name;
+        ++k;
+    }
+    const int a = kSize * 3 / 8, b = kSize * 5 / 8;
+    EXPECT_GT(meanLuma(images[1], a, a, b, b), 40.0) << "the ball's centre is lit";
+    for (int y = a; y < b; ++y)
+        for (int x = a; x < b; ++x)
+            for (int c = 0; c < 3; ++c) EXPECT_NEAR(images[1].at(x, y)[c], images[0].at(x, y)[c], 1) << x << "," << y;
+}
+
 TEST(Swatches, TheContactSheetHoldsEachSwatchLabelledInReadingOrder) {
     TtestTempDir dir;
     const std::vector<std::string>& types = kFamily2d;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "framework/host/depend_graph.h"
@@ -12,6 +13,7 @@
 #include "shading/shading_catalog.h"
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
+#include "shading/shading_session.h"
 
 struct TengineNetwork {
     TdependGraph graph;
@@ -26,14 +28,15 @@ struct TengineNetwork {
     }
     void toSurfaceShader(TdependNode* material, const Tattribute& out) { connect(material, out, group, TDNshadingEngine::saSurfaceShader()); }
 
+    // The group's program, through the render's life cycle: the first call
+    // starts the session that lasts until end() or the network's end.
     TshadingOpus* analyse(TSEoption option = kSurfaceColorTransparency, TbitField64* result = nullptr) {
-        TbitField64 ignored;
-        if (!group->analyse(option, result ? result : &ignored, nullptr, nullptr, nullptr)) return nullptr;
-        return group->option(option).opus;
+        if (!session) session.emplace(group);
+        return session->program(option, result);
     }
-    ~TengineNetwork() {
-        for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
-    }
+    // Ends the render: endOfRender on every node, programs dropped.
+    void end() { session.reset(); }
+    std::optional<TshadingSession> session;
 };
 
 struct TengineBatch {

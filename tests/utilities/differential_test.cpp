@@ -152,9 +152,8 @@ TEST(Differential, GeneratedNetworksAgreeWithTheScalarPullOnTwoThreads) {
         TutilityNetwork net;
         std::mt19937 rng(seed);
         totalConnections += generate(net, rng);
-        TbitField64 provided;
-        ASSERT_TRUE(net.group->analyse(kSurfaceColorTransparency, &provided, nullptr, nullptr, nullptr));
-        ASSERT_NE(net.group->option(kSurfaceColorTransparency).opus, nullptr);
+        net.session.emplace(net.group);
+        ASSERT_NE(net.session->program(), nullptr);
         // Two threads, each with its own samples, batches of 64 and a tail.
         std::vector<TprobeSample> in[2] = {varied(64 * 2 + 9, seed * 2), varied(64 + 33, seed * 2 + 1)};
         std::vector<TprobeResult> engine[2];

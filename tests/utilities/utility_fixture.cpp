@@ -18,9 +18,8 @@ bool TutilityTestSource::vectorComputePlug(const Tplug& plug, TdataBlock& block,
 
 std::vector<TprobeResult> TutilityNetwork::shade(const std::vector<TprobeSample>& in) {
     std::vector<TprobeResult> results;
-    TbitField64 provided;
-    EXPECT_TRUE(group->analyse(kSurfaceColorTransparency, &provided, nullptr, nullptr, nullptr));
-    TshadingOpus* opus = group->option(kSurfaceColorTransparency).opus;
+    session.emplace(group);
+    TshadingOpus* opus = session->program();
     EXPECT_NE(opus, nullptr);
     if (!opus) return results;
     unsigned size = group->sampleSize(kSurfaceColorTransparency);
@@ -42,6 +41,7 @@ std::vector<TprobeResult> TutilityNetwork::shade(const std::vector<TprobeSample>
         if (sample->hasItem(kItemOutTransparency)) r.transparency = *sample->outTransparency();
         results.push_back(r);
     }
+    session.reset();
     return results;
 }
 

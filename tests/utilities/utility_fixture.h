@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "framework/host/attribute_groups.h"
@@ -17,6 +18,7 @@
 #include "shading/shading_catalog.h"
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
+#include "shading/shading_session.h"
 #include "support/pass_through_surface.h"
 
 // outA = pointCamera and outB = normalCamera of the sample; counts the
@@ -67,9 +69,9 @@ struct TutilityNetwork {
     std::vector<TutilityTestSource*> sources;
 
     TutilityNetwork() { connect(probe, TtestPassThroughSurface::saOutColor(), group, TDNshadingEngine::saSurfaceShader()); }
-    ~TutilityNetwork() {
-        for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
-    }
+    ~TutilityNetwork() { session.reset(); }
+    // The render of one shade() call, or of a test that drives the group itself.
+    std::optional<TshadingSession> session;
     template <class T = TdependNode>
     T* make(const char* type) {
         TdependNode* node = graph.createNode(type);

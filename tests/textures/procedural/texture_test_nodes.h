@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <optional>
 #include <vector>
 
 #include "framework/host/attribute_groups.h"
@@ -15,6 +16,7 @@
 #include "shading/shading_catalog.h"
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
+#include "shading/shading_session.h"
 #include "support/pass_through_surface.h"
 
 struct TtexTestSourceVS : TdependNodeVS {
@@ -47,9 +49,7 @@ struct TtextureNetwork {
     TtestPassThroughSurface* surface = static_cast<TtestPassThroughSurface*>(graph.createNode("testPassThroughSurface"));
 
     TtextureNetwork() { connect(surface, TtestPassThroughSurface::saOutColor(), group, TDNshadingEngine::saSurfaceShader()); }
-    ~TtextureNetwork() {
-        for (unsigned o = 0; o < kTSEoptionCount; ++o) TshadingCatalog::deleteOpus(group, o, true);
-    }
+    ~TtextureNetwork() { session.reset(); }
     template <class T>
     T* make(const char* type) {
         return static_cast<T*>(graph.createNode(type));
@@ -60,11 +60,13 @@ struct TtextureNetwork {
     }
     // The texture's colour output becomes the surface colour.
     void show(TdependNode* texture, const Tattribute& out) { connect(texture, out, surface, TtestPassThroughSurface::saColor()); }
+    // The program, through the render's life cycle; the render lasts as
+    // long as the network.
     TshadingOpus* analyse() {
-        TbitField64 result;
-        if (!group->analyse(kSurfaceColorTransparency, &result, nullptr, nullptr, nullptr)) return nullptr;
-        return group->option(kSurfaceColorTransparency).opus;
+        if (!session) session.emplace(group);
+        return session->program();
     }
+    std::optional<TshadingSession> session;
 };
 
 // Samples laid out for the surface program, with their UVs (and filter sizes).
