@@ -176,17 +176,16 @@ bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, cons
             } else if (isNodeOf<TmeshShape>(node)) {
                 Tstring stored;
                 node->getAttributeValue(&TmeshShape::saFileName(), &stored);
-                if (stored.str().empty()) {
-                    error = "mesh '" + node->name().str() + "' names no file";
-                    return false;
-                }
                 // An instanced mesh is read once.
                 for (const auto& other : fObjects)
                     if (other->path.node() == node) object->mesh = other->mesh;
                 if (!object->mesh) {
                     auto mesh = std::make_shared<TtriangleMesh>();
                     std::string file = resolveScenePath(sceneFile, stored.str());
-                    if (!loadObjMesh(file, *mesh, error)) return false;
+                    if (!loadObjMesh(file, *mesh, error)) {
+                        error = "node '" + node->name().str() + "' attribute 'fileName': " + error;
+                        return false;
+                    }
                     if (!mesh->hasNormals() && renderValueOf<bool>(node, TmeshShape::saSmoothNormals(), false)) mesh->computeSmoothNormals();
                     object->mesh = std::move(mesh);
                 }

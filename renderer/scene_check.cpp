@@ -337,7 +337,7 @@ void Checker::loops(TDNshadingEngine* group) {
                 // Data runs from the cut node down the walk's stack and back.
                 std::string loop = quoted(upstream->name().str());
                 auto at = std::find(stack.begin(), stack.end(), upstream);
-                for (auto it = stack.rbegin(); it != std::make_reverse_iterator(at); ++it) loop += " -> " + quoted((*it)->name().str());
+                for (auto it = stack.rbegin(); it != std::make_reverse_iterator(at + 1); ++it) loop += " -> " + quoted((*it)->name().str());
                 loop += " -> " + quoted(upstream->name().str());
                 warning(group, "", "its network has a loop (" + loop + "); the engine cuts it where " + quoted(plugText(source)) +
                                        " feeds " + quoted(plugText(destination)) + ": " + quoted(upstream->name().str()) +
