@@ -235,7 +235,9 @@ TEST(SceneCheck, FrameMemoryAgainstTheClosedForm) {
     for (const Case& c : cases) {
         std::string problem = frameMemoryProblem(c.width, c.height, c.machine);
         EXPECT_EQ(problem.empty(), c.fits) << c.width << "x" << c.height << ": " << problem;
-        if (!c.fits) EXPECT_NE(problem.find(std::to_string(c.width) + "x" + std::to_string(c.height) + " frame needs"), std::string::npos);
+        if (!c.fits) {
+            EXPECT_NE(problem.find(std::to_string(c.width) + "x" + std::to_string(c.height) + " frame needs"), std::string::npos);
+        }
     }
     // 4 GiB needed against 2 GiB present, in the message's own units.
     EXPECT_NE(frameMemoryProblem(32768, 4096, uint64_t(2) << 30).find("needs 4.0 GiB of memory (32 bytes a pixel); this machine has 2.0 GiB"),
