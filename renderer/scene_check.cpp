@@ -169,7 +169,8 @@ void Checker::settings() {
 void Checker::camera() {
     TdagPath path = TrenderScene::sFindCamera(fGraph, fOptions.camera);
     if (!path.isValid()) {
-        bool anyCamera = std::any_of(fGraph.nodes().begin(), fGraph.nodes().end(), [](TdependNode* n) { return isNodeOf<Tcamera>(n); });
+        const std::vector<TdependNode*> nodes = fGraph.nodes();
+        bool anyCamera = std::any_of(nodes.begin(), nodes.end(), [](TdependNode* n) { return isNodeOf<Tcamera>(n); });
         if (!fOptions.camera.empty())
             error(nullptr, "", "no camera named " + quoted(fOptions.camera));
         else if (anyCamera || fOptions.requireCamera)
