@@ -5,6 +5,7 @@
 #include <map>
 
 #include "framework/host/depend_graph.h"
+#include "renderer/scene_check.h"
 #include "scene/scene_camera.h"
 #include "scene/scene_paths.h"
 #include "scene/scene_shapes.h"
@@ -13,18 +14,6 @@
 #include "shading/shading_engine.h"
 
 namespace {
-template <class T>
-T valueOf(TdependNode* node, const Tattribute& attribute, T fallback) {
-    T value = fallback;
-    if (!node || !node->getAttributeValue(&attribute, &value)) return fallback;
-    return value;
-}
-
-template <class Class>
-bool isA(const TdependNode* node) {
-    return node && node->typeof()->istype(Class::sMetaclass());
-}
-
 Tmatrix transposed(const Tmatrix& m) {
     Tmatrix t;
     for (int i = 0; i < 4; ++i)
@@ -35,7 +24,7 @@ Tmatrix transposed(const Tmatrix& m) {
 // A path is hidden when any transform on it has its visibility off.
 bool pathVisible(const TdagPath& path) {
     for (TdagNode* node : path.nodes())
-        if (isA<Ttransform>(node) && !valueOf<bool>(node, Ttransform::saVisibility(), true)) return false;
+        if (isNodeOf<Ttransform>(node) && !renderValueOf<bool>(node, Ttransform::saVisibility(), true)) return false;
     return true;
 }
 
@@ -62,84 +51,86 @@ TrenderScene::~TrenderScene() {
     if (fDevice) rtcReleaseDevice(fDevice);
 }
 
-bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, const std::string& cameraName, std::string& error) {
-    std::vector<TdependNode*> nodes = graph.nodes();
-
-    // Settings, from the default nodes when present.
+TrenderSettings TrenderScene::sReadSettings(TdependGraph& graph) {
+    TrenderSettings settings;
     TdependNode* resolution = graph.findNode("defaultResolution");
-    if (!isA<TdnResolution>(resolution)) resolution = nullptr;
+    if (!isNodeOf<TdnResolution>(resolution)) resolution = nullptr;
     TdependNode* quality = graph.findNode("defaultRenderQuality");
-    if (!isA<TdnRenderQuality>(quality)) quality = nullptr;
+    if (!isNodeOf<TdnRenderQuality>(quality)) quality = nullptr;
     if (resolution) {
-        fSettings.width = valueOf<int32_t>(resolution, TdnResolution::saWidth(), fSettings.width);
-        fSettings.height = valueOf<int32_t>(resolution, TdnResolution::saHeight(), fSettings.height);
+        settings.width = renderValueOf<int32_t>(resolution, TdnResolution::saWidth(), settings.width);
+        settings.height = renderValueOf<int32_t>(resolution, TdnResolution::saHeight(), settings.height);
     }
     if (quality) {
         static constexpr int kSamplesForQuality[] = {16, 8, 4, 1};  // highest, high, medium, low
-        short aa = valueOf<short>(quality, TdnRenderQuality::saEdgeAntiAliasing(), TdnRenderQuality::kLowAA);
-        fSettings.samplesPerPixel = kSamplesForQuality[std::clamp<int>(aa, 0, 3)];
-        short filter = valueOf<short>(quality, TdnRenderQuality::saPixelFilterType(), 1);
-        fSettings.filter = filter >= 0 && filter <= 3 ? TpixelFilter(filter) : TpixelFilter::kTriangle;
-        fSettings.filterWidth = valueOf<float>(quality, TdnRenderQuality::sVsData().pixelFilterWidthX, 2.2f);
-        bool raytracing = valueOf<bool>(quality, TdnRenderQuality::saEnableRaytracing(), false);
-        short reflections = valueOf<short>(quality, TdnRenderQuality::sVsData().reflections, 1);
-        short refractions = valueOf<short>(quality, TdnRenderQuality::sVsData().refractions, 6);
-        fSettings.maxRayDepth = raytracing ? std::max<int>(0, std::max(reflections, refractions)) : 0;
-        float bias = valueOf<float>(quality, TdnRenderQuality::sVsData().rayTraceBias, 0.0f);
-        if (bias > 0) fSettings.rayBias = bias;
+        short aa = renderValueOf<short>(quality, TdnRenderQuality::saEdgeAntiAliasing(), TdnRenderQuality::kLowAA);
+        settings.samplesPerPixel = kSamplesForQuality[std::clamp<int>(aa, 0, 3)];
+        short filter = renderValueOf<short>(quality, TdnRenderQuality::saPixelFilterType(), 1);
+        settings.filter = filter >= 0 && filter <= 3 ? TpixelFilter(filter) : TpixelFilter::kTriangle;
+        settings.filterWidth = renderValueOf<float>(quality, TdnRenderQuality::sVsData().pixelFilterWidthX, 2.2f);
+        bool raytracing = renderValueOf<bool>(quality, TdnRenderQuality::saEnableRaytracing(), false);
+        short reflections = renderValueOf<short>(quality, TdnRenderQuality::sVsData().reflections, 1);
+        short refractions = renderValueOf<short>(quality, TdnRenderQuality::sVsData().refractions, 6);
+        settings.maxRayDepth = raytracing ? std::max<int>(0, std::max(reflections, refractions)) : 0;
+        float bias = renderValueOf<float>(quality, TdnRenderQuality::sVsData().rayTraceBias, 0.0f);
+        if (bias > 0) settings.rayBias = bias;
     }
-    if (fSettings.width <= 0 || fSettings.height <= 0) {
-        error = "the resolution " + std::to_string(fSettings.width) + "x" + std::to_string(fSettings.height) + " is empty";
+    return settings;
+}
+
+TdagPath TrenderScene::sFindCamera(TdependGraph& graph, const std::string& cameraName) {
+    for (TdependNode* node : graph.nodes()) {
+        if (!isNodeOf<Tcamera>(node)) continue;
+        auto* dag = static_cast<TdagNode*>(node);
+        for (const TdagPath& p : dag->allPaths()) {
+            bool wanted = cameraName.empty() ? renderValueOf<bool>(node, Tcamera::sVsData().renderable, true)
+                                             : (node->name().str() == cameraName || p.fullPathName() == cameraName);
+            if (wanted && p.isValid()) return p;
+        }
+    }
+    return TdagPath();
+}
+
+bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, const std::string& cameraName, std::string& error) {
+    // Whatever the tracer cannot take is refused here, for every caller;
+    // meshes are read below and checked as they are. The warnings are for
+    // the command line, which runs the check itself.
+    TsceneCheck check;
+    TsceneCheckOptions checkOptions;
+    checkOptions.camera = cameraName;
+    checkOptions.readMeshes = false;
+    if (!check.run(graph, sceneFile, checkOptions)) {
+        error = check.errorText();
         return false;
     }
 
-    // The camera.
+    std::vector<TdependNode*> nodes = graph.nodes();
+    fSettings = sReadSettings(graph);
+
     TcameraVS& cameraVs = Tcamera::sVsData();
-    TdagPath cameraPath;
-    for (TdependNode* node : nodes) {
-        if (!isA<Tcamera>(node)) continue;
-        auto* dag = static_cast<TdagNode*>(node);
-        std::vector<TdagPath> paths = dag->allPaths();
-        for (const TdagPath& p : paths) {
-            bool wanted = cameraName.empty() ? valueOf<bool>(node, cameraVs.renderable, true)
-                                             : (node->name().str() == cameraName || p.fullPathName() == cameraName);
-            if (wanted && p.isValid()) {
-                cameraPath = p;
-                break;
-            }
-        }
-        if (cameraPath.isValid()) break;
-    }
-    if (!cameraPath.isValid()) {
-        error = cameraName.empty() ? "the scene has no renderable camera" : "no camera named '" + cameraName + "'";
-        return false;
-    }
+    TdagPath cameraPath = sFindCamera(graph, cameraName);
     TdependNode* cam = cameraPath.node();
     fCamera.name = cam->name().str();
-    fCamera.orthographic = valueOf<bool>(cam, cameraVs.orthographic, false);
-    float focal = valueOf<float>(cam, cameraVs.focalLength, 35);
-    float aperture = valueOf<float>(cam, cameraVs.horizontalFilmAperture, 36);
-    if (focal <= 0 || aperture <= 0) {
-        error = "camera '" + fCamera.name + "' needs a positive focal length and film aperture";
-        return false;
-    }
+    fCamera.orthographic = renderValueOf<bool>(cam, cameraVs.orthographic, false);
+    float focal = renderValueOf<float>(cam, cameraVs.focalLength, 35);
+    float aperture = renderValueOf<float>(cam, cameraVs.horizontalFilmAperture, 36);
     fCamera.tanHalfWidth = aperture / (2 * focal);
-    fCamera.orthographicWidth = valueOf<float>(cam, cameraVs.orthographicWidth, 10);
-    fCamera.nearClip = valueOf<float>(cam, cameraVs.nearClipPlane, 0.01f);
-    fCamera.farClip = valueOf<float>(cam, cameraVs.farClipPlane, 1.0e6f);
-    fCamera.background = valueOf<T3Float>(cam, cameraVs.backgroundColor.whole, T3Float());
+    fCamera.orthographicWidth = renderValueOf<float>(cam, cameraVs.orthographicWidth, 10);
+    fCamera.nearClip = renderValueOf<float>(cam, cameraVs.nearClipPlane, 0.01f);
+    fCamera.farClip = renderValueOf<float>(cam, cameraVs.farClipPlane, 1.0e6f);
+    fCamera.background = renderValueOf<T3Float>(cam, cameraVs.backgroundColor.whole, T3Float());
     fCamera.cameraToWorld = cameraPath.inclusiveMatrix();
     fCamera.worldToCamera = fCamera.cameraToWorld.inverse();
 
     // Group membership: a member path covers the shapes below it.
     std::map<std::vector<TdagNode*>, TDNshadingEngine*> memberOf;
     for (TdependNode* node : nodes) {
-        if (!isA<TDNshadingEngine>(node)) continue;
+        if (!isNodeOf<TDNshadingEngine>(node)) continue;
         auto* group = static_cast<TDNshadingEngine*>(node);
         for (const TdagPath& member : group->members()) memberOf.emplace(member.nodes(), group);
     }
     TdependNode* initial = graph.findNode(TDNshadingEngine::kInitialShadingGroup);
-    auto* fallbackGroup = isA<TDNshadingEngine>(initial) ? static_cast<TDNshadingEngine*>(initial) : nullptr;
+    auto* fallbackGroup = isNodeOf<TDNshadingEngine>(initial) ? static_cast<TDNshadingEngine*>(initial) : nullptr;
 
     fDevice = rtcNewDevice(nullptr);
     if (!fDevice) {
@@ -150,13 +141,66 @@ bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, cons
 
     std::map<TDNshadingEngine*, unsigned> membersSoFar;
     for (TdependNode* node : nodes) {
-        if (!isA<TgeometryShape>(node)) continue;
+        if (!isNodeOf<TgeometryShape>(node)) continue;
         auto* shape = static_cast<TgeometryShape*>(node);
         for (const TdagPath& path : shape->allPaths()) {
             if (!pathVisible(path)) continue;
             auto object = std::make_unique<TrenderObject>();
             object->path = path;
             object->name = path.fullPathName();
+            object->instance = int32_t(path.instanceNumber());
+            object->castsShadows = renderValueOf<bool>(node, TgeometryShape::saCastsShadows(), true);
+            object->fReceiveShadows = renderValueOf<bool>(node, TgeometryShape::saReceiveShadows(), true);
+            object->primaryVisibility = renderValueOf<bool>(node, TgeometryShape::saPrimaryVisibility(), true);
+            object->objectToWorld = path.inclusiveMatrix();
+            // A zero scale on an axis is a common way to hide an object.
+            if (isDegenerateTransform(object->objectToWorld)) continue;
+            object->worldToObject = object->objectToWorld.inverse();
+            object->objectToCamera = object->objectToWorld * fCamera.worldToCamera;
+            object->normalToCamera = transposed(object->objectToCamera.inverse());
+            object->objectToWorldF = convertMatrix<float>(object->objectToWorld);
+            object->worldToObjectF = convertMatrix<float>(object->worldToObject);
+
+            if (isNodeOf<TsphereShape>(node)) {
+                object->kind = TshapeKind::kSphere;
+                object->radius = renderValueOf<float>(node, TsphereShape::saRadius(), 1);
+            } else if (isNodeOf<TdiscShape>(node)) {
+                object->kind = TshapeKind::kDisc;
+                object->radius = renderValueOf<float>(node, TdiscShape::saRadius(), 1);
+            } else if (isNodeOf<TplaneShape>(node)) {
+                object->mesh = std::make_shared<TtriangleMesh>(TtriangleMesh::sPlane(
+                    renderValueOf<float>(node, TplaneShape::saWidth(), 1), renderValueOf<float>(node, TplaneShape::saHeight(), 1)));
+            } else if (isNodeOf<TboxShape>(node)) {
+                T3Float size = renderValueOf<T3Float>(node, TboxShape::saSize(), T3Float(1, 1, 1));
+                object->mesh = std::make_shared<TtriangleMesh>(TtriangleMesh::sBox(size));
+            } else if (isNodeOf<TmeshShape>(node)) {
+                Tstring stored;
+                node->getAttributeValue(&TmeshShape::saFileName(), &stored);
+                // An instanced mesh is read once.
+                for (const auto& other : fObjects)
+                    if (other->path.node() == node) object->mesh = other->mesh;
+                if (!object->mesh) {
+                    auto mesh = std::make_shared<TtriangleMesh>();
+                    std::string file = resolveScenePath(sceneFile, stored.str());
+                    if (!loadObjMesh(file, *mesh, error)) {
+                        error = "node '" + node->name().str() + "' attribute 'fileName': " + error;
+                        return false;
+                    }
+                    if (!mesh->hasNormals() && renderValueOf<bool>(node, TmeshShape::saSmoothNormals(), false)) mesh->computeSmoothNormals();
+                    object->mesh = std::move(mesh);
+                }
+            } else {
+                continue;  // a shape this renderer does not draw
+            }
+            if (object->kind == TshapeKind::kTriangles && object->mesh->triangleCount() == 0) continue;
+            if (object->kind != TshapeKind::kTriangles && object->radius == 0) continue;
+            T3Float lo(-object->radius, object->kind == TshapeKind::kDisc ? 0 : -object->radius, -object->radius);
+            T3Float hi = lo * -1.0f;
+            if (object->kind == TshapeKind::kTriangles) meshBounds(*object->mesh, lo, hi);
+            if (std::string far = reachProblem(object->objectToWorld, lo, hi); !far.empty()) {
+                error = "'" + object->name + "' " + far;
+                return false;
+            }
             std::vector<TdagNode*> prefix = path.nodes();
             while (!prefix.empty() && !object->group) {
                 auto it = memberOf.find(prefix);
@@ -170,50 +214,6 @@ bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, cons
                 object->groupIndex = int(known - fGroups.begin());
                 if (known == fGroups.end()) fGroups.push_back(object->group);
             }
-            object->instance = int32_t(path.instanceNumber());
-            object->castsShadows = valueOf<bool>(node, TgeometryShape::saCastsShadows(), true);
-            object->fReceiveShadows = valueOf<bool>(node, TgeometryShape::saReceiveShadows(), true);
-            object->primaryVisibility = valueOf<bool>(node, TgeometryShape::saPrimaryVisibility(), true);
-            object->objectToWorld = path.inclusiveMatrix();
-            object->worldToObject = object->objectToWorld.inverse();
-            object->objectToCamera = object->objectToWorld * fCamera.worldToCamera;
-            object->normalToCamera = transposed(object->objectToCamera.inverse());
-            object->objectToWorldF = convertMatrix<float>(object->objectToWorld);
-            object->worldToObjectF = convertMatrix<float>(object->worldToObject);
-
-            if (isA<TsphereShape>(node)) {
-                object->kind = TshapeKind::kSphere;
-                object->radius = valueOf<float>(node, TsphereShape::saRadius(), 1);
-            } else if (isA<TdiscShape>(node)) {
-                object->kind = TshapeKind::kDisc;
-                object->radius = valueOf<float>(node, TdiscShape::saRadius(), 1);
-            } else if (isA<TplaneShape>(node)) {
-                object->mesh = std::make_shared<TtriangleMesh>(TtriangleMesh::sPlane(
-                    valueOf<float>(node, TplaneShape::saWidth(), 1), valueOf<float>(node, TplaneShape::saHeight(), 1)));
-            } else if (isA<TboxShape>(node)) {
-                T3Float size = valueOf<T3Float>(node, TboxShape::saSize(), T3Float(1, 1, 1));
-                object->mesh = std::make_shared<TtriangleMesh>(TtriangleMesh::sBox(size));
-            } else if (isA<TmeshShape>(node)) {
-                Tstring stored;
-                node->getAttributeValue(&TmeshShape::saFileName(), &stored);
-                if (stored.str().empty()) {
-                    error = "mesh '" + node->name().str() + "' names no file";
-                    return false;
-                }
-                // An instanced mesh is read once.
-                for (const auto& other : fObjects)
-                    if (other->path.node() == node) object->mesh = other->mesh;
-                if (!object->mesh) {
-                    auto mesh = std::make_shared<TtriangleMesh>();
-                    std::string file = resolveScenePath(sceneFile, stored.str());
-                    if (!loadObjMesh(file, *mesh, error)) return false;
-                    if (!mesh->hasNormals() && valueOf<bool>(node, TmeshShape::saSmoothNormals(), false)) mesh->computeSmoothNormals();
-                    object->mesh = std::move(mesh);
-                }
-            } else {
-                continue;  // a shape this renderer does not draw
-            }
-            if (object->kind == TshapeKind::kTriangles && object->mesh->triangleCount() == 0) continue;
             object->index = unsigned(fObjects.size());
             if (!buildGeometry(*object, error)) return false;
             fObjects.push_back(std::move(object));

@@ -17,6 +17,20 @@
 class TDNshadingEngine;
 class TdependGraph;
 
+// The value of `attribute` on `node` (pulled through connections), or
+// `fallback` when the node is null or has no such value.
+template <class T>
+T renderValueOf(TdependNode* node, const Tattribute& attribute, T fallback) {
+    T value = fallback;
+    if (!node || !node->getAttributeValue(&attribute, &value)) return fallback;
+    return value;
+}
+
+template <class Class>
+bool isNodeOf(const TdependNode* node) {
+    return node && node->typeof()->istype(Class::sMetaclass());
+}
+
 // The context of every trace: Embree's, and whether the ray comes from the
 // camera, so that objects hidden from the camera still reflect and shadow.
 struct TtraceContext {
@@ -83,6 +97,12 @@ public:
     // working folder); `cameraName` picks a camera by node name or path ("" for
     // the first renderable one). False with `error` set on bad input.
     bool build(TdependGraph& graph, const std::string& sceneFile, const std::string& cameraName, std::string& error);
+
+    // The render settings the graph holds (defaults where it has none).
+    static TrenderSettings sReadSettings(TdependGraph& graph);
+    // The camera a render looks through: by node name or path, or the first
+    // renderable one for an empty name. Invalid when there is none.
+    static TdagPath sFindCamera(TdependGraph& graph, const std::string& cameraName);
 
     const TrenderCamera& camera() const { return fCamera; }
     const TrenderSettings& settings() const { return fSettings; }

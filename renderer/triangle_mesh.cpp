@@ -1,5 +1,6 @@
 #include "renderer/triangle_mesh.h"
 
+#include <cmath>
 #include <filesystem>
 #include <map>
 #include <tuple>
@@ -79,6 +80,11 @@ bool loadObjMesh(const std::string& path, TtriangleMesh& mesh, std::string& erro
     }
     const tinyobj::attrib_t& attrib = reader.GetAttrib();
     size_t positionCount = attrib.vertices.size() / 3;
+    for (size_t i = 0; i < attrib.vertices.size(); ++i)
+        if (!std::isfinite(attrib.vertices[i])) {
+            error = path + ": vertex " + std::to_string(i / 3 + 1) + " has a coordinate that is not a finite number";
+            return false;
+        }
     size_t normalCount = attrib.normals.size() / 3;
     size_t uvCount = attrib.texcoords.size() / 2;
 

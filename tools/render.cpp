@@ -2,16 +2,19 @@
 // image (PNG, EXR, TIFF ... by extension).
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "framework/host/depend_graph.h"
 #include "renderer/output_name.h"
 #include "renderer/renderer.h"
+#include "renderer/scene_check.h"
 #include "scene/scene_loader.h"
 #include "tools/subcommand.h"
 
@@ -32,15 +35,33 @@ void drawProgress(unsigned done, unsigned total) {
     std::fflush(stderr);
 }
 
+// Prints each line of a message that may hold several.
+void printErrorLines(const std::string& text) {
+    size_t start = 0;
+    while (start <= text.size()) {
+        size_t end = text.find('\n', start);
+        if (end == std::string::npos) end = text.size();
+        if (end > start) printError("render", text.substr(start, end - start));
+        start = end + 1;
+    }
+}
+
 int run(const TrenderCommand& c) {
     TdependGraph graph;
     TsceneLoader loader;
     if (!loader.load(c.scene, graph)) {
-        for (const TsceneError& e : loader.errors()) std::cerr << e.text() << "\n";
+        for (const TsceneError& e : loader.errors()) printError("render", e.text());
         return kExitFailure;
     }
     TrenderOptions options;
     options.threads = c.threads;
+    // More workers than cores only costs memory; 100000 of them exhaust it.
+    const int cores = int(std::max(1u, std::thread::hardware_concurrency()));
+    if (c.threads > cores) {
+        printWarning("render", "--threads " + std::to_string(c.threads) + " is more than the " + std::to_string(cores) +
+                                   " cores of this machine; using " + std::to_string(cores));
+        options.threads = cores;
+    }
     options.samplesPerPixel = c.spp;
     options.maxRayDepth = c.depth;
     options.camera = c.camera;
@@ -52,21 +73,33 @@ int run(const TrenderCommand& c) {
     }
     if (!c.quiet && isatty(STDERR_FILENO)) options.progress = drawProgress;
 
+    // The pre-flight: refuse what cannot render, say once what looks wrong.
+    // Meshes are read (and their problems reported) by the render itself.
+    TsceneCheck sceneCheck;
+    TsceneCheckOptions checkOptions;
+    checkOptions.camera = c.camera;
+    checkOptions.width = options.width, checkOptions.height = options.height;
+    checkOptions.readMeshes = false;
+    sceneCheck.run(graph, c.scene, checkOptions);
+    for (const TsceneIssue& issue : sceneCheck.issues())
+        (issue.isError() ? printError : printWarning)("render", c.scene + ": " + issue.text());
+    if (sceneCheck.hasErrors()) return kExitFailure;
+
     Trenderer renderer;
     TframeBuffer image;
     std::string error;
     if (!renderer.render(graph, c.scene, options, image, error)) {
-        std::cerr << c.scene << ": " << error << "\n";
+        printErrorLines(c.scene + ": " + error);
         return kExitFailure;
     }
-    for (const std::string& w : renderer.warnings()) std::cerr << c.scene << ": warning: " << w << "\n";
+    for (const std::string& w : renderer.warnings()) printWarning("render", c.scene + ": " + w);
 
     std::string output = c.output.empty() ? defaultImageName(graph, c.scene, options.camera) : c.output;
     std::error_code ec;
     std::filesystem::path folder = std::filesystem::path(output).parent_path();
     if (!folder.empty()) std::filesystem::create_directories(folder, ec);
     if (!image.write(output, error)) {
-        std::cerr << error << "\n";
+        printError("render", error);
         return kExitFailure;
     }
     if (c.stats) {

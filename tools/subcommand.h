@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include <functional>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -24,3 +25,12 @@ std::vector<Tsubcommand>& subcommands();
 struct TsubcommandRegistrar {
     explicit TsubcommandRegistrar(Tsubcommand command) { subcommands().push_back(std::move(command)); }
 };
+
+// Messages to the user, on stderr: "shadenet <command>: error: <what>" and
+// "shadenet <command>: warning: <what>".
+inline void printError(const std::string& command, const std::string& what) {
+    std::cerr << "shadenet " << command << ": error: " << what << "\n";
+}
+inline void printWarning(const std::string& command, const std::string& what) {
+    std::cerr << "shadenet " << command << ": warning: " << what << "\n";
+}

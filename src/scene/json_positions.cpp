@@ -189,3 +189,22 @@ TtextPosition textPositionOf(std::string_view text, size_t offset) {
     }
     return p;
 }
+
+TtextPosition firstTooDeep(std::string_view text, unsigned maxDepth) {
+    unsigned depth = 0;
+    bool inString = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        char c = text[i];
+        if (inString) {
+            if (c == '\\') ++i;
+            else if (c == '"') inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > maxDepth) return textPositionOf(text, i);
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+    return {};
+}

@@ -27,3 +27,8 @@ struct TjsonPositions {
 
 // Turns a byte offset into a line and column.
 TtextPosition textPositionOf(std::string_view text, size_t offset);
+
+// Where a JSON text first opens an array or object nested deeper than
+// `maxDepth`, or line 0 when it never does. Brackets inside strings do not
+// count.
+TtextPosition firstTooDeep(std::string_view text, unsigned maxDepth);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <optional>
@@ -466,6 +467,11 @@ bool TsceneLoader::load(const std::string& path, TdependGraph& graph) {
     fErrors.clear();
     fNodes.clear();
     fConnections = 0;
+    std::error_code ec;
+    if (std::filesystem::is_directory(path, ec)) {
+        fErrors.push_back({path, 0, 0, "is a folder, not a scene file"});
+        return false;
+    }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         fErrors.push_back({path, 0, 0, "cannot open the file"});
@@ -484,6 +490,17 @@ bool TsceneLoader::loadText(std::string_view text, const std::string& fileName, 
     fErrors.clear();
     fNodes.clear();
     fConnections = 0;
+    if (text.find_first_not_of(" \t\r\n") == std::string_view::npos) {
+        fErrors.push_back({fileName, 0, 0, "the file is empty; a scene file holds one JSON object"});
+        return false;
+    }
+    // The parser and the position index recurse once per level; a file
+    // nested past any real scene's depth would exhaust the stack.
+    if (TtextPosition at = firstTooDeep(text, kMaxDepth); at.line) {
+        fErrors.push_back({fileName, at.line, at.column,
+                           "malformed JSON: arrays and objects nested deeper than " + std::to_string(kMaxDepth) + " levels"});
+        return false;
+    }
     TsceneJson doc;
     try {
         doc = TsceneJson::parse(text.begin(), text.end());

@@ -20,6 +20,9 @@ public:
     static constexpr int kFormatVersion = 1;
     // Past this many problems the rest of a file is not reported.
     static constexpr unsigned kMaxErrors = 100;
+    // Deepest nesting of arrays and objects a file may have; a scene needs
+    // a handful of levels.
+    static constexpr unsigned kMaxDepth = 256;
 
     bool load(const std::string& path, TdependGraph& graph);
     // `fileName` is only used in messages.

@@ -1,0 +1,429 @@
+#include "renderer/scene_check.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <map>
+#include <set>
+
+#include "framework/host/depend_graph.h"
+#include "lights/light_visibility.h"
+#include "lights/render_light.h"
+#include "renderer/render_scene.h"
+#include "renderer/triangle_mesh.h"
+#include "scene/plug_text.h"
+#include "scene/scene_camera.h"
+#include "scene/scene_paths.h"
+#include "scene/scene_shapes.h"
+#include "settings/resolution.h"
+#include "shading/shading_engine.h"
+
+namespace {
+std::string quoted(const std::string& s) { return "'" + s + "'"; }
+
+std::string number(double v) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", v);
+    return text;
+}
+
+bool isFloatValue(const Tattribute& a) {
+    switch (a.valueType()) {
+        case TvalueType::kFloat:
+        case TvalueType::kDouble:
+        case TvalueType::kFloatLinear:
+        case TvalueType::kDoubleAngle: return true;
+        default: return false;
+    }
+}
+
+// A child of an RGB triple ("colorR" of "color").
+bool isColourChannel(const Tattribute& a) {
+    const Tattribute* p = a.parent();
+    return p && p->valueType() == TvalueType::k3Float && p->childCount() == 3 &&
+           p->child(0)->longName().str() == p->longName().str() + "R";
+}
+
+// A value set by a connection comes from upstream; what is stored under it
+// is never read.
+bool driven(TdependNode& node, const Tattribute& a, int element) {
+    for (const Tattribute* p = &a; p; p = p->parent())
+        if (node.sourceOf(Tplug(&node, p, element))) return true;
+    return false;
+}
+
+bool isDag(TdependNode* node) { return node->cast(TdagNode::sMetaclass()) != nullptr; }
+
+bool finiteMatrix(const Tmatrix& m) {
+    for (const auto& row : m.m)
+        for (double v : row)
+            if (!std::isfinite(v)) return false;
+    return true;
+}
+
+class Checker {
+public:
+    Checker(TdependGraph& graph, const std::string& file, const TsceneCheckOptions& options, std::vector<TsceneIssue>& issues)
+        : fGraph(graph), fFile(file), fOptions(options), fIssues(issues) {}
+
+    void run() {
+        values();
+        settings();
+        camera();
+        shapes();
+        lights();
+        groups();
+    }
+
+private:
+    void add(TsceneIssue::Kind kind, const TdependNode* node, const std::string& attribute, std::string message) {
+        fIssues.push_back({kind, node ? node->name().str() : std::string(), attribute, std::move(message)});
+    }
+    void error(const TdependNode* node, const std::string& attribute, std::string message) {
+        add(TsceneIssue::Kind::kError, node, attribute, std::move(message));
+    }
+    void warning(const TdependNode* node, const std::string& attribute, std::string message) {
+        add(TsceneIssue::Kind::kWarning, node, attribute, std::move(message));
+    }
+    // A path through a node whose own values are already reported.
+    bool reported(const TdagPath& path) const {
+        return std::any_of(path.nodes().begin(), path.nodes().end(), [&](TdagNode* n) { return fBadNodes.count(n) != 0; });
+    }
+
+    void values();
+    void value(TdependNode* node, const Tattribute& a, int element);
+    void settings();
+    void camera();
+    void shapes();
+    void shapePath(TdependNode* shape, const TdagPath& path, const TtriangleMesh* mesh);
+    void lights();
+    void groups();
+    void loops(TDNshadingEngine* group);
+
+    TdependGraph& fGraph;
+    const std::string& fFile;
+    const TsceneCheckOptions& fOptions;
+    std::vector<TsceneIssue>& fIssues;
+    std::set<const TdependNode*> fBadNodes;
+};
+
+// NaN and infinite values. Colours and the values that place things (every
+// DAG node's) are errors: the first shade NaN pixels, the second cannot be
+// traced. Elsewhere a render goes on, so they are warnings.
+void Checker::values() {
+    for (TdependNode* node : fGraph.nodes())
+        for (unsigned i = 0; i < node->staticAttributeCount(); ++i) {
+            const Tattribute* a = node->attribute(i);
+            if (a->childCount() || a->isComputed() || !(a->flags() & kAttrStorable) || !isFloatValue(*a)) continue;
+            const Tattribute* root = a->rootParent();
+            if (!root->isArray()) {
+                value(node, *a, Tplug::kNoIndex);
+                continue;
+            }
+            TuInt32Array indices;
+            node->getExistingMultiAttributeIndices(Tplug(node, root, true), indices);
+            for (unsigned k = 0; k < indices.length(); ++k) value(node, *a, int(indices[k]));
+        }
+}
+
+void Checker::value(TdependNode* node, const Tattribute& a, int element) {
+    if (driven(*node, a, element)) return;
+    const void* stored = node->storage(&a, unsigned(std::max(element, 0)));
+    if (!stored) return;
+    double v = a.numericValue(stored);
+    if (std::isfinite(v)) return;
+    // An endless far clip is a far clip.
+    if (&a == &Tcamera::sVsData().farClipPlane && v > 0) return;
+    std::string name = plugText(*node, a, element).substr(node->name().str().size() + 1);
+    std::string what = std::isnan(v) ? "is NaN" : "is infinite";
+    if (isColourChannel(a)) {
+        error(node, name, what + ": a colour must be a finite number, or the render shades NaN pixels");
+        fBadNodes.insert(node);
+    } else if (isDag(node)) {
+        error(node, name, what + ": what it places or shapes cannot be rendered");
+        fBadNodes.insert(node);
+    } else {
+        warning(node, name, what + "; what it feeds may shade NaN pixels");
+    }
+}
+
+void Checker::settings() {
+    TrenderSettings settings = TrenderScene::sReadSettings(fGraph);
+    TdependNode* resolution = isNodeOf<TdnResolution>(fGraph.findNode("defaultResolution")) ? fGraph.findNode("defaultResolution") : nullptr;
+    bool overridden = fOptions.width > 0 && fOptions.height > 0;
+    if (overridden) {
+        settings.width = fOptions.width, settings.height = fOptions.height;
+        resolution = nullptr;
+    }
+    if (settings.width <= 0 || settings.height <= 0) {
+        error(resolution, settings.width <= 0 ? "width" : "height",
+              "the resolution " + std::to_string(settings.width) + "x" + std::to_string(settings.height) + " is empty");
+        return;
+    }
+    if (std::string problem = frameMemoryProblem(settings.width, settings.height); !problem.empty())
+        error(resolution, "", problem + (overridden ? " (--resolution)" : ""));
+}
+
+void Checker::camera() {
+    TdagPath path = TrenderScene::sFindCamera(fGraph, fOptions.camera);
+    if (!path.isValid()) {
+        const std::vector<TdependNode*> nodes = fGraph.nodes();
+        bool anyCamera = std::any_of(nodes.begin(), nodes.end(), [](TdependNode* n) { return isNodeOf<Tcamera>(n); });
+        if (!fOptions.camera.empty())
+            error(nullptr, "", "no camera named " + quoted(fOptions.camera));
+        else if (anyCamera || fOptions.requireCamera)
+            error(nullptr, "", "the scene has no renderable camera");
+        else
+            warning(nullptr, "", "the scene has no camera: it cannot be rendered");
+        return;
+    }
+    TdependNode* cam = path.node();
+    if (fBadNodes.count(cam) || reported(path)) return;
+    const TcameraVS& vs = Tcamera::sVsData();
+    Tmatrix cameraToWorld = path.inclusiveMatrix();
+    if (isDegenerateTransform(cameraToWorld)) {
+        // Blame the node that flattens the view.
+        TdagNode* flat = path.node();
+        for (TdagNode* n : path.nodes())
+            if (isDegenerateTransform(n->localMatrix())) flat = n;
+        error(flat, isNodeOf<Ttransform>(flat) ? "scale" : "",
+              "camera " + quoted(cam->name().str()) + " is scaled to nothing on an axis: it has no view");
+    } else if (std::string far = reachProblem(cameraToWorld, T3Float(), T3Float()); !far.empty()) {
+        error(cam, "", "camera " + quoted(path.fullPathName()) + " " + far);
+    }
+    bool orthographic = renderValueOf<bool>(cam, vs.orthographic, false);
+    auto positive = [&](const TattributeFloat& a, const char* what) {
+        float v = renderValueOf<float>(cam, a, 1);
+        if (std::isfinite(v) && v <= 0) error(cam, a.longName().str(), std::string("the ") + what + " must be above 0, not " + number(v));
+    };
+    if (orthographic) {
+        positive(vs.orthographicWidth, "orthographic width");
+    } else {
+        positive(vs.focalLength, "focal length");
+        positive(vs.horizontalFilmAperture, "film aperture");
+    }
+    float nearClip = renderValueOf<float>(cam, vs.nearClipPlane, 0.01f);
+    float farClip = renderValueOf<float>(cam, vs.farClipPlane, 1.0e6f);
+    if (nearClip < 0)
+        error(cam, "nearClipPlane", "the near clip plane must be 0 or more, not " + number(nearClip));
+    else if (nearClip >= farClip)
+        error(cam, "nearClipPlane", "the near clip plane (" + number(nearClip) + ") must lie before the far clip plane (" +
+                                        number(farClip) + "): nothing could be seen");
+}
+
+void Checker::shapes() {
+    for (TdependNode* node : fGraph.nodes()) {
+        if (!isNodeOf<TgeometryShape>(node) || fBadNodes.count(node)) continue;
+        auto check = [&](const Tattribute& a, float v) {
+            if (std::isfinite(v) && v < 0) error(node, a.longName().str(), "must be 0 or more, not " + number(v));
+        };
+        if (isNodeOf<TsphereShape>(node)) check(TsphereShape::saRadius(), renderValueOf<float>(node, TsphereShape::saRadius(), 1));
+        if (isNodeOf<TdiscShape>(node)) check(TdiscShape::saRadius(), renderValueOf<float>(node, TdiscShape::saRadius(), 1));
+        if (isNodeOf<TplaneShape>(node)) {
+            check(TplaneShape::saWidth(), renderValueOf<float>(node, TplaneShape::saWidth(), 1));
+            check(TplaneShape::saHeight(), renderValueOf<float>(node, TplaneShape::saHeight(), 1));
+        }
+        if (isNodeOf<TboxShape>(node)) {
+            T3Float size = renderValueOf<T3Float>(node, TboxShape::saSize(), T3Float(1, 1, 1));
+            if (size.x < 0 || size.y < 0 || size.z < 0)
+                error(node, "size", "must be 0 or more on every axis, not " + number(size.x) + " " + number(size.y) + " " + number(size.z));
+        }
+        TtriangleMesh mesh;
+        bool haveMesh = false;
+        if (isNodeOf<TmeshShape>(node)) {
+            Tstring stored;
+            node->getAttributeValue(&TmeshShape::saFileName(), &stored);
+            if (stored.str().empty()) {
+                error(node, "fileName", "the mesh names no file");
+                continue;
+            }
+            if (fOptions.readMeshes) {
+                std::string why;
+                if (!loadObjMesh(resolveScenePath(fFile, stored.str()), mesh, why)) {
+                    error(node, "fileName", why);
+                    continue;
+                }
+                haveMesh = true;
+            }
+        }
+        if (std::any_of(fIssues.begin(), fIssues.end(), [&](const TsceneIssue& i) { return i.isError() && i.node == node->name().str(); }))
+            continue;
+        for (const TdagPath& path : static_cast<TdagNode*>(node)->allPaths()) shapePath(node, path, haveMesh ? &mesh : nullptr);
+    }
+}
+
+// One drawn instance of a shape: where it lies, and which group shades it.
+void Checker::shapePath(TdependNode* shape, const TdagPath& path, const TtriangleMesh* mesh) {
+    if (reported(path)) return;
+    Tmatrix objectToWorld = path.inclusiveMatrix();
+    if (!finiteMatrix(objectToWorld)) {
+        error(shape, "", quoted(path.fullPathName()) + " has a transform that is not finite");
+        return;
+    }
+    if (isDegenerateTransform(objectToWorld)) return;  // hidden by a zero scale: not drawn
+    T3Float lo, hi;
+    if (isNodeOf<TsphereShape>(shape) || isNodeOf<TdiscShape>(shape)) {
+        const Tattribute& a = isNodeOf<TsphereShape>(shape) ? TsphereShape::saRadius() : TdiscShape::saRadius();
+        float r = renderValueOf<float>(shape, a, 1);
+        lo = T3Float(-r, isNodeOf<TdiscShape>(shape) ? 0 : -r, -r);
+        hi = lo * -1.0f;
+    } else if (isNodeOf<TplaneShape>(shape)) {
+        float w = renderValueOf<float>(shape, TplaneShape::saWidth(), 1) / 2, h = renderValueOf<float>(shape, TplaneShape::saHeight(), 1) / 2;
+        lo = T3Float(-w, 0, -h), hi = T3Float(w, 0, h);
+    } else if (isNodeOf<TboxShape>(shape)) {
+        hi = renderValueOf<T3Float>(shape, TboxShape::saSize(), T3Float(1, 1, 1)) * 0.5f;
+        lo = hi * -1.0f;
+    } else if (mesh) {
+        meshBounds(*mesh, lo, hi);
+    }
+    if (std::string far = reachProblem(objectToWorld, lo, hi); !far.empty()) error(shape, "", quoted(path.fullPathName()) + " " + far);
+
+    bool grouped = false;
+    for (TdependNode* node : fGraph.nodes()) {
+        if (!isNodeOf<TDNshadingEngine>(node)) continue;
+        for (const TdagPath& member : static_cast<TDNshadingEngine*>(node)->members()) {
+            const auto& m = member.nodes();
+            if (m.size() <= path.nodes().size() && std::equal(m.begin(), m.end(), path.nodes().begin())) grouped = true;
+        }
+    }
+    if (!grouped && !isNodeOf<TDNshadingEngine>(fGraph.findNode(TDNshadingEngine::kInitialShadingGroup)))
+        warning(shape, "", quoted(path.fullPathName()) + " is in no shading group: it renders in the default colour");
+}
+
+void Checker::lights() {
+    for (TdependNode* node : fGraph.nodes())
+        if (isNodeOf<TrenderLightShape>(node) && TdagPathUtils::lightTakesPart(node)) return;
+    warning(nullptr, "", "the scene has no lights: lit materials render black");
+}
+
+void Checker::groups() {
+    for (TdependNode* node : fGraph.nodes()) {
+        if (!isNodeOf<TDNshadingEngine>(node)) continue;
+        auto* group = static_cast<TDNshadingEngine*>(node);
+        if (!group->sourceOf(Tplug(group, &TDNshadingEngine::saSurfaceShader()))) {
+            warning(group, "surfaceShader", "the shading group has no material: its objects render in the default colour");
+            continue;
+        }
+        loops(group);
+    }
+}
+
+// Walks the network upstream from the group's material the way the engine's
+// analysis does (each node's inputs in attribute order, depth first). Where
+// the walk comes back to a node it is still inside, the engine cuts the loop:
+// that node is computed on demand and may read a value of the batch before
+// it was computed.
+void Checker::loops(TDNshadingEngine* group) {
+    enum State { kNew, kInside, kDone };
+    std::map<TdependNode*, State> state;
+    std::vector<TdependNode*> stack;
+    std::set<TdependNode*> cuts;
+    auto walk = [&](auto& self, TdependNode* node) -> void {
+        state[node] = kInside;
+        stack.push_back(node);
+        std::vector<std::pair<Tplug, Tplug>> incoming;
+        node->allIncoming(incoming);
+        std::stable_sort(incoming.begin(), incoming.end(), [](const auto& a, const auto& b) {
+            return a.second.attribute()->rootParent()->index() < b.second.attribute()->rootParent()->index();
+        });
+        for (const auto& [source, destination] : incoming) {
+            TdependNode* upstream = source.node();
+            if (isNodeOf<TDNshadingEngine>(upstream)) continue;
+            State s = state.count(upstream) ? state[upstream] : kNew;
+            if (s == kNew) {
+                self(self, upstream);
+            } else if (s == kInside && cuts.insert(upstream).second) {
+                // Data runs from the cut node down the walk's stack and back.
+                std::string loop = quoted(upstream->name().str());
+                auto at = std::find(stack.begin(), stack.end(), upstream);
+                for (auto it = stack.rbegin(); it != std::make_reverse_iterator(at + 1); ++it) loop += " -> " + quoted((*it)->name().str());
+                loop += " -> " + quoted(upstream->name().str());
+                warning(group, "", "its network has a loop (" + loop + "); the engine cuts it where " + quoted(plugText(source)) +
+                                       " feeds " + quoted(plugText(destination)) + ": " + quoted(upstream->name().str()) +
+                                       " is computed on demand there and may read values not yet computed");
+            }
+        }
+        stack.pop_back();
+        state[node] = kDone;
+    };
+    walk(walk, group->sourceOf(Tplug(group, &TDNshadingEngine::saSurfaceShader()))->node());
+}
+}  // namespace
+
+std::string TsceneIssue::text() const {
+    std::string where;
+    if (!node.empty()) where = "node " + quoted(node);
+    if (!attribute.empty()) where += (where.empty() ? "" : " ") + std::string("attribute ") + quoted(attribute);
+    return where.empty() ? message : where + ": " + message;
+}
+
+bool TsceneCheck::run(TdependGraph& graph, const std::string& sceneFile, const TsceneCheckOptions& options) {
+    fIssues.clear();
+    Checker(graph, sceneFile, options, fIssues).run();
+    return !hasErrors();
+}
+
+bool TsceneCheck::hasErrors() const {
+    return std::any_of(fIssues.begin(), fIssues.end(), [](const TsceneIssue& i) { return i.isError(); });
+}
+
+std::string TsceneCheck::errorText() const {
+    std::string text;
+    for (const TsceneIssue& i : fIssues)
+        if (i.isError()) text += (text.empty() ? "" : "\n") + i.text();
+    return text;
+}
+
+bool isDegenerateTransform(const Tmatrix& m) {
+    // Relative to the size of the axes, so that a tiny but whole object is
+    // still drawn.
+    double scale = 0;
+    for (int i = 0; i < 3; ++i) scale = std::max(scale, std::hypot(m.m[i][0], m.m[i][1], m.m[i][2]));
+    double det = m.m[0][0] * (m.m[1][1] * m.m[2][2] - m.m[1][2] * m.m[2][1]) -
+                 m.m[0][1] * (m.m[1][0] * m.m[2][2] - m.m[1][2] * m.m[2][0]) +
+                 m.m[0][2] * (m.m[1][0] * m.m[2][1] - m.m[1][1] * m.m[2][0]);
+    return !(std::fabs(det) > 1e-12 * scale * scale * scale);
+}
+
+std::string reachProblem(const Tmatrix& objectToWorld, const T3Float& lo, const T3Float& hi) {
+    double farthest = 0;
+    for (int corner = 0; corner < 8; ++corner) {
+        double p[3] = {corner & 1 ? hi.x : lo.x, corner & 2 ? hi.y : lo.y, corner & 4 ? hi.z : lo.z};
+        for (int c = 0; c < 3; ++c) {
+            double w = p[0] * objectToWorld.m[0][c] + p[1] * objectToWorld.m[1][c] + p[2] * objectToWorld.m[2][c] + objectToWorld.m[3][c];
+            farthest = std::isnan(w) ? INFINITY : std::max(farthest, std::fabs(w));
+        }
+    }
+    if (farthest <= TsceneCheck::kMaxCoordinate) return "";
+    return "reaches " + number(farthest) + " units from the origin; the renderer works within " + number(TsceneCheck::kMaxCoordinate);
+}
+
+void meshBounds(const TtriangleMesh& mesh, T3Float& lo, T3Float& hi) {
+    lo = hi = T3Float();
+    for (size_t i = 0; i < mesh.positions.size(); ++i) {
+        const T3Float& p = mesh.positions[i];
+        lo = i ? T3Float(std::min(lo.x, p.x), std::min(lo.y, p.y), std::min(lo.z, p.z)) : p;
+        hi = i ? T3Float(std::max(hi.x, p.x), std::max(hi.y, p.y), std::max(hi.z, p.z)) : p;
+    }
+}
+
+uint64_t machineMemoryBytes() {
+    long pages = sysconf(_SC_PHYS_PAGES), size = sysconf(_SC_PAGE_SIZE);
+    return pages > 0 && size > 0 ? uint64_t(pages) * uint64_t(size) : 0;
+}
+
+std::string frameMemoryProblem(int64_t width, int64_t height, uint64_t machineBytes) {
+    if (machineBytes == 0) machineBytes = machineMemoryBytes();
+    if (machineBytes == 0 || width <= 0 || height <= 0) return "";
+    // In long double: a frame of 2^31 x 2^31 pixels overflows 64 bits of bytes.
+    long double needed = (long double)width * (long double)height * TsceneCheck::kBytesPerPixel;
+    if (needed <= (long double)machineBytes) return "";
+    constexpr long double kGiB = 1024.0L * 1024.0L * 1024.0L;
+    char text[160];
+    std::snprintf(text, sizeof text, "a %lldx%lld frame needs %.1Lf GiB of memory (%llu bytes a pixel); this machine has %.1Lf GiB",
+                  (long long)width, (long long)height, needed / kGiB, (unsigned long long)TsceneCheck::kBytesPerPixel,
+                  (long double)machineBytes / kGiB);
+    return text;
+}

@@ -1,0 +1,273 @@
+// The render pre-flight: each class of problem found where it lies, scenes
+// the tracer cannot take refused before it sees them, and objects hidden by
+// a zero scale left out of an image that is otherwise the same.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "framework/host/depend_graph.h"
+#include "renderer/render_fixture.h"
+#include "renderer/renderer_test_surface.h"
+#include "renderer/scene_check.h"
+#include "renderer/triangle_mesh.h"
+#include "scene/scene_loader.h"
+#include "support/temp_dir.h"
+
+namespace {
+// An orthographic camera 4 units wide over a 16 x 16 image with a one-pixel
+// box filter: pixel (x, y) is the sample at its centre. A flat red ball on
+// the left (x = -1), a flat green ball on the right (x = +1), a light.
+constexpr int kSize = 16;
+const T3Float kBackground(0.1f, 0.2f, 0.3f);
+
+std::string twoBalls(const std::string& leftTransform, const std::string& extraNodes = "", const std::string& leftRadius = "0.8") {
+    return R"({"nodes": [
+      {"type": "transform", "name": "camXf", "attributes": {"translate": [0, 0, 10]}},
+      {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 4, "backgroundColor": [0.1, 0.2, 0.3]}},
+      {"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1}},
+      {"type": "transform", "name": "holder"},
+      {"type": "transform", "name": "leftXf", "parent": "holder", "attributes": {"translate": [-1, 0, 0])" +
+           (leftTransform.empty() ? "" : ", " + leftTransform) + R"(}},
+      {"type": "sphere", "name": "left", "parent": "leftXf", "attributes": {"radius": )" + leftRadius + R"(}},
+      {"type": "transform", "name": "rightXf", "attributes": {"translate": [1, 0, 0]}},
+      {"type": "sphere", "name": "right", "parent": "rightXf", "attributes": {"radius": 0.8}},
+      {"type": "rendererTestSurface", "name": "red", "attributes": {"mode": 4, "color": [1, 0, 0]}},
+      {"type": "shadingEngine", "name": "redSG", "members": ["|holder|leftXf|left"]},
+      {"type": "rendererTestSurface", "name": "green", "attributes": {"mode": 4, "color": [0, 1, 0]}},
+      {"type": "shadingEngine", "name": "greenSG", "members": ["|rightXf|right"]},
+      {"type": "transform", "name": "sunXf"},
+      {"type": "directionalLight", "name": "sun", "parent": "sunXf"})" +
+           extraNodes + R"(
+    ], "connections": [["red.outColor", "redSG.surfaceShader"], ["green.outColor", "greenSG.surfaceShader"]]})";
+}
+
+TrenderOptions sharp() {
+    TrenderOptions o;
+    o.threads = 1, o.samplesPerPixel = 1, o.width = kSize, o.height = kSize;
+    return o;
+}
+
+T3Float rgb(const TframeBuffer& image, int x, int y) {
+    const float* p = image.pixel(x, y);
+    return {p[0], p[1], p[2]};
+}
+
+// Loads `text` and runs the check on it.
+std::vector<TsceneIssue> issuesOf(const std::string& text, const TsceneCheckOptions& options = {}) {
+    TdependGraph graph;
+    TsceneLoader loader;
+    EXPECT_TRUE(loader.loadText(text, "scene.json", graph)) << (loader.errors().empty() ? "" : loader.errors()[0].text());
+    TsceneCheck check;
+    check.run(graph, "scene.json", options);
+    return check.issues();
+}
+}  // namespace
+
+TEST(SceneCheck, ZeroScaleHidesAnObjectAndChangesNothingElse) {
+    // The reference: the same scene with the left ball left out by the
+    // ordinary road, its transform's visibility.
+    TrenderRun reference = renderText(twoBalls("\"visibility\": false"), sharp());
+    ASSERT_TRUE(reference.ok) << reference.error;
+    // Left ball centre (x = -1 is pixel 4) shows the background; right ball's is green.
+    EXPECT_EQ(rgb(reference.image, 4, 8), kBackground);
+    EXPECT_EQ(rgb(reference.image, 11, 8), T3Float(0, 1, 0));
+
+    struct Case {
+        const char* name;
+        std::string leftTransform, extraNodes, leftRadius = "0.8";
+    };
+    const std::string flatHolder = R"(, {"type": "transform", "name": "unused", "parent": "holder"})";
+    const Case cases[] = {
+        {"X flattened", R"("scale": [0, 1, 1])", ""},
+        {"Y flattened", R"("scale": [1, 0, 1])", ""},
+        {"Z flattened", R"("scale": [1, 1, 0])", ""},
+        {"all axes", R"("scale": [0, 0, 0])", ""},
+        {"flattened and turned", R"("scale": [0, 1, 1], "rotate": [30, 45, 10])", ""},
+        {"zero radius", "", "", "0"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        TrenderRun run = renderText(twoBalls(c.leftTransform, c.extraNodes, c.leftRadius), sharp());
+        ASSERT_TRUE(run.ok) << run.error;
+        for (int y = 0; y < kSize; ++y)
+            for (int x = 0; x < kSize; ++x)
+                for (int k = 0; k < 4; ++k) ASSERT_EQ(run.image.pixel(x, y)[k], reference.image.pixel(x, y)[k]) << x << " " << y;
+    }
+
+    // A flattened parent hides everything under it, and a tiny but whole
+    // scale still draws the ball (red at its centre).
+    TrenderRun parent = renderText(twoBalls("") , sharp());
+    ASSERT_TRUE(parent.ok) << parent.error;
+    EXPECT_EQ(rgb(parent.image, 4, 8), T3Float(1, 0, 0));
+    std::string flatParent = twoBalls("");
+    flatParent.replace(flatParent.find(R"("name": "holder"})"), 17, R"("name": "holder", "attributes": {"scale": [1, 0, 1]}})");
+    TrenderRun hidden = renderText(flatParent, sharp());
+    ASSERT_TRUE(hidden.ok) << hidden.error;
+    EXPECT_EQ(rgb(hidden.image, 4, 8), kBackground);
+    TrenderRun tiny = renderText(twoBalls(R"("scale": [1e-4, 1e-4, 1e-4])", "", "8000"), sharp());
+    ASSERT_TRUE(tiny.ok) << tiny.error;
+    EXPECT_EQ(rgb(tiny.image, 4, 8), T3Float(1, 0, 0));
+}
+
+TEST(SceneCheck, FindsEachClassOfProblemOnTheNodeAndAttributeAtFault) {
+    using K = TsceneIssue::Kind;
+    struct Case {
+        const char* name;
+        std::string from, to;  // a text replacement in the good scene
+        K kind;
+        std::string node, attribute, message;
+    };
+    const Case cases[] = {
+        {"NaN translation", R"("translate": [-1, 0, 0])", R"("translate": ["nan", 0, 0])", K::kError, "leftXf", "translateX", "is NaN"},
+        {"overflowing translation", R"("translate": [-1, 0, 0])", R"("translate": [1e39, 0, 0])", K::kError, "leftXf", "translateX", "is infinite"},
+        {"far translation", R"("translate": [-1, 0, 0])", R"("translate": [1e30, 0, 0])", K::kError, "left", "", "reaches 1e+30 units"},
+        {"infinite rotation", R"("translate": [-1, 0, 0])", R"("rotate": [0, "-inf", 0])", K::kError, "leftXf", "rotateY", "is infinite"},
+        {"zero-scale camera", R"("translate": [0, 0, 10])", R"("translate": [0, 0, 10], "scale": [0, 0, 0])", K::kError, "camXf", "scale", "no view"},
+        {"far camera", R"("translate": [0, 0, 10])", R"("translate": [0, 0, 1e16])", K::kError, "cam", "", "reaches 1e+16 units"},
+        {"zero ortho width", R"("orthographicWidth": 4)", R"("orthographicWidth": 0)", K::kError, "cam", "orthographicWidth", "must be above 0"},
+        {"negative focal length", R"("orthographic": true)", R"("orthographic": false, "focalLength": -35)", K::kError, "cam", "focalLength", "must be above 0"},
+        {"NaN film aperture", R"("orthographic": true)", R"("orthographic": false, "horizontalFilmAperture": "nan")", K::kError, "cam", "horizontalFilmAperture", "is NaN"},
+        {"near above far", R"("orthographicWidth": 4)", R"("orthographicWidth": 4, "nearClipPlane": 50, "farClipPlane": 20)", K::kError, "cam", "nearClipPlane", "must lie before the far clip plane"},
+        {"negative near", R"("orthographicWidth": 4)", R"("orthographicWidth": 4, "nearClipPlane": -0.5)", K::kError, "cam", "nearClipPlane", "0 or more"},
+        {"NaN colour", R"("color": [1, 0, 0])", R"("color": [1, "nan", 0])", K::kError, "red", "colorG", "a colour must be a finite number"},
+        {"infinite light colour", R"("name": "sun", "parent": "sunXf")", R"("name": "sun", "parent": "sunXf", "attributes": {"color": ["inf", 1, 1]})", K::kError, "sun", "colorR", "is infinite"},
+        {"negative radius", R"("parent": "leftXf", "attributes": {"radius": 0.8})", R"("parent": "leftXf", "attributes": {"radius": -2})", K::kError, "left", "radius", "0 or more, not -2"},
+        {"infinite radius", R"("parent": "leftXf", "attributes": {"radius": 0.8})", R"("parent": "leftXf", "attributes": {"radius": "inf"})", K::kError, "left", "radius", "is infinite"},
+        {"resolution beyond memory", R"({"type": "transform", "name": "holder"})", R"({"type": "resolution", "name": "defaultResolution", "attributes": {"width": 2000000, "height": 2000000}}, {"type": "transform", "name": "holder"})", K::kError, "defaultResolution", "", "GiB of memory"},
+        {"empty resolution", R"({"type": "transform", "name": "holder"})", R"({"type": "resolution", "name": "defaultResolution", "attributes": {"height": 0}}, {"type": "transform", "name": "holder"})", K::kError, "defaultResolution", "height", "is empty"},
+        {"no renderable camera", R"("orthographic": true)", R"("renderable": false, "orthographic": true)", K::kError, "", "", "no renderable camera"},
+        {"mesh without a file", R"({"type": "transform", "name": "holder"})", R"({"type": "mesh", "name": "m", "parent": "holder"}, {"type": "transform", "name": "holder"})", K::kError, "m", "fileName", "names no file"},
+        {"missing mesh file", R"({"type": "transform", "name": "holder"})", R"({"type": "mesh", "name": "m", "parent": "holder", "attributes": {"fileName": "gone.obj"}}, {"type": "transform", "name": "holder"})", K::kError, "m", "fileName", "gone.obj: mesh file not found"},
+        {"no lights", R"({"type": "directionalLight", "name": "sun", "parent": "sunXf"})", R"({"type": "transform", "name": "noSun", "parent": "sunXf"})", K::kWarning, "", "", "no lights"},
+        {"object in no group", R"("members": ["|rightXf|right"])", R"("members": [])", K::kWarning, "right", "", "'|rightXf|right' is in no shading group"},
+        {"group without material", R"(["green.outColor", "greenSG.surfaceShader"])", R"(["green.outColor", "green.color"])", K::kWarning, "greenSG", "surfaceShader", "has no material"},
+        {"NaN shading value", R"("mode": 4, "color": [0, 1, 0])", R"("mode": 4, "color": [0, 1, 0], "transparency": [0, 0, 0]}}, {"type": "lambert", "name": "stray", "attributes": {"diffuse": "nan")", K::kWarning, "stray", "diffuse", "is NaN"},
+    };
+    const std::string good = twoBalls("");
+    EXPECT_TRUE(issuesOf(good).empty()) << issuesOf(good)[0].text();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string text = good;
+        size_t at = text.find(c.from);
+        ASSERT_NE(at, std::string::npos);
+        text.replace(at, c.from.size(), c.to);
+        std::vector<TsceneIssue> issues = issuesOf(text);
+        ASSERT_EQ(issues.size(), 1u) << (issues.empty() ? "no issue" : issues[0].text() + " / " + issues.back().text());
+        const TsceneIssue& issue = issues[0];
+        EXPECT_EQ(issue.kind, c.kind);
+        EXPECT_EQ(issue.node, c.node);
+        EXPECT_EQ(issue.attribute, c.attribute);
+        EXPECT_NE(issue.message.find(c.message), std::string::npos) << issue.text();
+
+        // A render refuses exactly the errors, naming the same place, and
+        // leaves the image untouched.
+        if (c.kind == K::kError && c.node != "m") {
+            TrenderRun run = renderText(text, sharp());
+            EXPECT_FALSE(run.ok);
+            EXPECT_NE(run.error.find(issue.text()), std::string::npos) << run.error;
+            EXPECT_EQ(run.image.width(), 0);
+        }
+    }
+}
+
+TEST(SceneCheck, ALoopIsReportedWhereTheEngineCutsIt) {
+    // red.color <- blendA <- blendB <- blendA: the walk from the material
+    // enters blendA, then blendB, and comes back to blendA through blendB's
+    // color1, so that is where the loop is cut.
+    std::string text = twoBalls("", R"(, {"type": "blendColors", "name": "blendA"}, {"type": "blendColors", "name": "blendB"})");
+    text.replace(text.rfind("]]}"), 3,
+                 R"(], ["blendA.output", "red.color"], ["blendB.output", "blendA.color1"], ["blendA.output", "blendB.color1"]]})");
+    std::vector<TsceneIssue> issues = issuesOf(text);
+    ASSERT_EQ(issues.size(), 1u);
+    EXPECT_EQ(issues[0].kind, TsceneIssue::Kind::kWarning);
+    EXPECT_EQ(issues[0].node, "redSG");
+    EXPECT_NE(issues[0].message.find("('blendA' -> 'blendB' -> 'blendA')"), std::string::npos) << issues[0].message;
+    EXPECT_NE(issues[0].message.find("where 'blendA.output' feeds 'blendB.color1'"), std::string::npos) << issues[0].message;
+    // And it renders.
+    EXPECT_TRUE(renderText(text, sharp()).ok);
+}
+
+TEST(SceneCheck, MeshProblemsAreFoundByReadingTheFile) {
+    TtestTempDir dir;
+    writeFile(dir.file("far.obj"), "v 0 0 0\nv 2e15 0 0\nv 0 1 0\nf 1 2 3\n");
+    writeFile(dir.file("index.obj"), "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 9\n");
+    writeFile(dir.file("empty.obj"), "");
+    struct Case {
+        std::string file, message;
+    };
+    const Case cases[] = {
+        {"far.obj", "reaches 2e+15 units"},
+        {"index.obj", "a face refers to vertex 9 of 3"},
+        {"empty.obj", "the mesh has no faces"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.file);
+        std::string text = twoBalls("", R"(, {"type": "mesh", "name": "m", "parent": "holder", "attributes": {"fileName": ")" + c.file + "\"}}");
+        text.replace(text.find(R"("members": ["|holder|leftXf|left"])"), 34, R"("members": ["|holder|leftXf|left", "|holder|m"])");
+        TdependGraph graph;
+        TsceneLoader loader;
+        ASSERT_TRUE(loader.loadText(text, dir.file("scene.json"), graph));
+        TsceneCheck check;
+        EXPECT_FALSE(check.run(graph, dir.file("scene.json"), {}));
+        EXPECT_NE(check.errorText().find(c.message), std::string::npos) << check.errorText();
+        // The render reads the file itself and refuses it the same way.
+        Trenderer renderer;
+        TframeBuffer image;
+        std::string error;
+        EXPECT_FALSE(renderer.render(graph, dir.file("scene.json"), sharp(), image, error));
+        EXPECT_NE(error.find(c.message), std::string::npos) << error;
+    }
+}
+
+TEST(SceneCheck, FrameMemoryAgainstTheClosedForm) {
+    const uint64_t perPixel = TsceneCheck::kBytesPerPixel;
+    struct Case {
+        int64_t width, height;
+        uint64_t machine;
+        bool fits;
+    };
+    const Case cases[] = {
+        {1000, 1000, 1000 * 1000 * perPixel, true},        // exactly enough
+        {1000, 1001, 1000 * 1000 * perPixel, false},       // one row too many
+        {1, 1, perPixel, true},
+        {int64_t(1) << 31, int64_t(1) << 31, ~uint64_t(0), false},  // past 64 bits of bytes
+    };
+    for (const Case& c : cases) {
+        std::string problem = frameMemoryProblem(c.width, c.height, c.machine);
+        EXPECT_EQ(problem.empty(), c.fits) << c.width << "x" << c.height << ": " << problem;
+        if (!c.fits) {
+            EXPECT_NE(problem.find(std::to_string(c.width) + "x" + std::to_string(c.height) + " frame needs"), std::string::npos);
+        }
+    }
+    // 4 GiB needed against 2 GiB present, in the message's own units.
+    EXPECT_NE(frameMemoryProblem(32768, 4096, uint64_t(2) << 30).find("needs 4.0 GiB of memory (32 bytes a pixel); this machine has 2.0 GiB"),
+              std::string::npos);
+    EXPECT_GT(machineMemoryBytes(), 0u);
+}
+
+TEST(SceneCheck, DegenerateAndFarTransforms) {
+    Tmatrix turned;  // a rotation about Z by 30 degrees, a non-axis-aligned base
+    const double c = std::cos(0.5235987755982988), s = std::sin(0.5235987755982988);
+    turned.m[0][0] = c, turned.m[0][1] = s, turned.m[1][0] = -s, turned.m[1][1] = c;
+    struct Case {
+        const char* name;
+        Tmatrix m;
+        bool degenerate;
+    };
+    const Case cases[] = {
+        {"identity", Tmatrix(), false},
+        {"zero X", Tmatrix::scaling(0, 1, 1), true},
+        {"zero Z, turned", Tmatrix::scaling(1, 1, 0) * turned, true},
+        {"tiny but whole", Tmatrix::scaling(1e-9, 1e-9, 1e-9), false},
+        {"thin sliver", Tmatrix::scaling(1, 1, 1e-13), true},
+        {"far but whole", Tmatrix::translation(1e20, 0, 0), false},
+    };
+    for (const Case& k : cases) EXPECT_EQ(isDegenerateTransform(k.m), k.degenerate) << k.name;
+
+    const T3Float lo(-1, -1, -1), hi(1, 1, 1);
+    EXPECT_EQ(reachProblem(Tmatrix::translation(1e14, 0, 0), lo, hi), "");
+    EXPECT_NE(reachProblem(Tmatrix::translation(0, 0, -TsceneCheck::kMaxCoordinate), lo, hi), "");  // its far side is past
+    EXPECT_NE(reachProblem(Tmatrix::scaling(2e15, 1, 1), lo, hi), "");
+    Tmatrix nan = Tmatrix::translation(std::nan(""), 0, 0);
+    EXPECT_NE(reachProblem(nan, lo, hi), "");
+}
