@@ -13,6 +13,10 @@ namespace {
 int check(const std::vector<std::string>& files) {
     int status = kExitOk;
     for (const std::string& file : files) {
+        if (std::string why = unreadableInput(file); !why.empty()) {
+            status = reportError(file + ": " + why);
+            continue;
+        }
         TdependGraph graph;
         TsceneLoader loader;
         if (loader.load(file, graph)) {
@@ -21,8 +25,8 @@ int check(const std::vector<std::string>& files) {
                       << counted(loader.connectionCount(), "connection") << "\n";
             continue;
         }
-        for (const TsceneError& e : loader.errors()) std::cerr << e.text() << "\n";
-        if (loader.errors().size() >= TsceneLoader::kMaxErrors) std::cerr << file << ": too many problems; stopped\n";
+        for (const TsceneError& e : loader.errors()) reportError(e.text());
+        if (loader.errors().size() >= TsceneLoader::kMaxErrors) reportError(file + ": too many problems; stopped");
         status = kExitFailure;
     }
     return status;

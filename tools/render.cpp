@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,6 +15,12 @@
 #include "tools/subcommand.h"
 
 namespace {
+// Beyond these a request is a typing slip rather than a wish: 4096 threads
+// outnumber any machine's cores, and a 32768-pixel side already needs 16 GiB
+// of frame buffer.
+constexpr int kMaxThreads = 4096;
+constexpr int kMaxImageSide = 32768;
+
 struct TrenderCommand {
     std::string scene, output, camera;
     int threads = 0, spp = 0, depth = -1;
@@ -33,10 +38,11 @@ void drawProgress(unsigned done, unsigned total) {
 }
 
 int run(const TrenderCommand& c) {
+    if (std::string why = unreadableInput(c.scene); !why.empty()) return reportError(c.scene + ": " + why);
     TdependGraph graph;
     TsceneLoader loader;
     if (!loader.load(c.scene, graph)) {
-        for (const TsceneError& e : loader.errors()) std::cerr << e.text() << "\n";
+        for (const TsceneError& e : loader.errors()) reportError(e.text());
         return kExitFailure;
     }
     TrenderOptions options;
@@ -55,20 +61,14 @@ int run(const TrenderCommand& c) {
     Trenderer renderer;
     TframeBuffer image;
     std::string error;
-    if (!renderer.render(graph, c.scene, options, image, error)) {
-        std::cerr << c.scene << ": " << error << "\n";
-        return kExitFailure;
-    }
-    for (const std::string& w : renderer.warnings()) std::cerr << c.scene << ": warning: " << w << "\n";
+    if (!renderer.render(graph, c.scene, options, image, error)) return reportError(c.scene + ": " + error);
+    for (const std::string& w : renderer.warnings()) reportWarning(c.scene + ": " + w);
 
     std::string output = c.output.empty() ? defaultImageName(graph, c.scene, options.camera) : c.output;
     std::error_code ec;
     std::filesystem::path folder = std::filesystem::path(output).parent_path();
     if (!folder.empty()) std::filesystem::create_directories(folder, ec);
-    if (!image.write(output, error)) {
-        std::cerr << error << "\n";
-        return kExitFailure;
-    }
+    if (!image.write(output, error)) return reportError(error);
     if (c.stats) {
         const TrenderStatistics& s = renderer.statistics();
         std::fprintf(stderr, "%d threads, %.3f s wall; per thread %.3f s intersect, %.3f s shade, %.3f s total; %llu samples shaded\n",
@@ -84,12 +84,12 @@ const TsubcommandRegistrar kRegistrar{
          auto c = std::make_shared<TrenderCommand>();
          app.add_option("scene", c->scene, "Scene file")->required();
          app.add_option("-o,--output", c->output, "Image file; its extension picks the format (png, exr, tif)");
-         app.add_option("--threads", c->threads, "Worker threads (default: every core)")->check(CLI::PositiveNumber);
+         app.add_option("--threads", c->threads, "Worker threads (default: every core)")->check(wholeNumberBetween(1, kMaxThreads));
          app.add_option("--region", c->region, "Render only pixels x0 <= x < x1, y0 <= y < y1 (rows from the top)")
              ->expected(4);
-         app.add_option("--resolution", c->resolution, "Image width and height")->expected(2)->check(CLI::PositiveNumber);
-         app.add_option("--spp", c->spp, "Camera samples per pixel")->check(CLI::Range(1, 64));
-         app.add_option("--depth", c->depth, "Deepest reflection or refraction ray")->check(CLI::Range(0, 15));
+         app.add_option("--resolution", c->resolution, "Image width and height")->expected(2)->check(wholeNumberBetween(1, kMaxImageSide));
+         app.add_option("--spp", c->spp, "Camera samples per pixel")->check(wholeNumberBetween(1, 64));
+         app.add_option("--depth", c->depth, "Deepest reflection or refraction ray")->check(wholeNumberBetween(0, 15));
          app.add_option("--camera", c->camera, "Camera node name or path");
          app.add_flag("-q,--quiet", c->quiet, "No progress bar");
          app.add_flag("--stats", c->stats, "Print timings on stderr");
