@@ -25,8 +25,9 @@ std::string temporaryName(const fs::path& final) {
     unsigned bits = seed ^ (unsigned(::getpid()) * 2654435761u) ^ (counter++ * 40503u);
     std::string tag;
     for (int i = 0; i < 6; ++i, bits = bits * 1103515245u + 12345u) tag += kLetters[(bits >> 16) % 36];
-    // Hidden and marked, so that a listing or a glob for the images passes it by.
-    return (final.parent_path() / ("." + final.filename().string() + "." + tag + ".tmp")).string();
+    // Hidden and marked, so that a listing passes it by; it keeps the
+    // extension, as writers that go by the name (TIFF) need it.
+    return (final.parent_path() / ("." + final.filename().string() + ".tmp-" + tag + final.extension().string())).string();
 }
 
 bool closeChecked(int& descriptor) {
