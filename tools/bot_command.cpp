@@ -21,16 +21,27 @@ struct TbotOptions {
 };
 
 void corrupted(const std::string& path, const Tstring& why) {
-    std::fprintf(stderr, "Error: Corrupted data found in block ordered texture file %s: %s\n", path.c_str(), why.asC());
+    reportError("Corrupted data found in block ordered texture file " + path + ": " + why.str());
+}
+
+// Writing over the file being read would destroy it before it is read.
+bool refuseOverwritingInput(const TbotOptions& o) {
+    if (!sameFile(o.input, o.output)) return false;
+    reportError(o.output + ": the output is the input file " + o.input + "; give another output name", kExitUsage);
+    return true;
 }
 
 std::unique_ptr<Tpyramid> openOrComplain(const std::string& path) {
+    if (std::string why = unreadableInput(path); !why.empty()) {
+        reportError(path + ": " + why);
+        return nullptr;
+    }
     std::unique_ptr<Tpyramid> p(Tpyramid::openBOT(Tstring(path), false, Tstring(path)));
     if (p) return p;
     if (Tpyramid::IsItABOTFile(Tstring(path), nullptr, nullptr))
         corrupted(path, Tstring("the header or the block index is damaged or cut short"));
     else
-        std::fprintf(stderr, "Error: %s is not a block ordered texture file\n", path.c_str());
+        reportError(path + " is not a block ordered texture file");
     return p;
 }
 
@@ -38,25 +49,23 @@ int runConvert(const TbotOptions& o) {
     ThdrMapping mapping = o.hdrMapping == "clamp"         ? ThdrMapping::kClamp
                           : o.hdrMapping == "exponential" ? ThdrMapping::kExponential
                                                           : ThdrMapping::kLinear;
+    if (refuseOverwritingInput(o)) return kExitUsage;
     TpixelMap map;
     Tstring why;
     if (!TfilePixelMapCache::loadIMFPixelMap(Tstring(o.input), map, why, mapping, o.exposure)) {
-        std::fprintf(stderr, "Error: cannot read image %s: %s\n", o.input.c_str(), why.asC());
-        return kExitFailure;
+        return reportError("cannot read image " + o.input + ": " + why.str());
     }
     if (map.width() > Tpyramid::kMaxSide || map.height() > Tpyramid::kMaxSide) {
-        std::fprintf(stderr, "Error: %s is %dx%d; a texture side may be at most %d pixels\n", o.input.c_str(),
-                     map.width(), map.height(), Tpyramid::kMaxSide);
-        return kExitFailure;
+        return reportError(o.input + " is " + std::to_string(map.width()) + "x" + std::to_string(map.height()) +
+                           "; a texture side may be at most " + std::to_string(Tpyramid::kMaxSide) + " pixels");
     }
     TpyramidNonSwatch pyramid(Tstring(o.input), Tstring(o.input), map.width(), map.height(), map.channels(), 1,
                               o.keepSize);
     if (!pyramid.buildPyramidFromPixelMap(map)) {
-        std::fprintf(stderr, "Error: cannot build the pyramid of %s\n", o.input.c_str());
-        return kExitFailure;
+        return reportError("cannot build the pyramid of " + o.input);
     }
     const Tstring out(o.output);
-    if (!pyramid.remapPyramidToBlocks(&out, true)) return kExitFailure;  // the reason is printed already
+    if (!pyramid.remapPyramidToBlocks(&out, true)) return kExitFailure;  // the library reported why
     std::printf("%s: %dx%d, %d channels -> %s (%d levels, %d blocks, %" PRIu64 " bytes)\n", o.input.c_str(),
                 map.width(), map.height(), map.channels(), o.output.c_str(), pyramid.getMaxLevel() + 1,
                 pyramid.totalBlockCount(), pyramid.fileBytes());
@@ -105,21 +114,19 @@ int runInfo(const TbotOptions& o) {
 }
 
 int runExtract(const TbotOptions& o) {
+    if (refuseOverwritingInput(o)) return kExitUsage;
     std::unique_ptr<Tpyramid> p = openOrComplain(o.input);
     if (!p) return kExitFailure;
     const int level = o.level < 0 ? p->getMaxLevel() : o.level;
     if (level > p->getMaxLevel()) {
-        std::fprintf(stderr, "Error: %s has levels 0 to %d; there is no level %d\n", o.input.c_str(), p->getMaxLevel(),
-                     level);
-        return kExitUsage;
+        return reportError(o.input + " has levels 0 to " + std::to_string(p->getMaxLevel()) + "; there is no level " +
+                               std::to_string(level),
+                           kExitUsage);
     }
     TpixelMap map;
     if (!p->extractLevel(level, map)) return kExitFailure;
     Tstring why;
-    if (!TfilePixelMapCache::saveIMFPixelMap(Tstring(o.output), map, why)) {
-        std::fprintf(stderr, "Error: cannot write %s: %s\n", o.output.c_str(), why.asC());
-        return kExitFailure;
-    }
+    if (!TfilePixelMapCache::saveIMFPixelMap(Tstring(o.output), map, why)) return reportError(why.str());
     std::printf("level %d of %s: %dx%d -> %s\n", level, o.input.c_str(), map.width(), map.height(), o.output.c_str());
     return kExitOk;
 }
@@ -139,7 +146,7 @@ const TsubcommandRegistrar kBot{{"bot", "Block-ordered texture files: convert, i
     info->add_option("file", options->input, "BOT file")->required();
     CLI::App* extract = app.add_subcommand("extract", "Write one level of a BOT file as an image");
     extract->add_option("file", options->input, "BOT file")->required();
-    extract->add_option("--level", options->level, "Level (0 is 1x1; default the top level)")->check(CLI::NonNegativeNumber);
+    extract->add_option("--level", options->level, "Level (0 is 1x1; default the top level)")->check(wholeNumberBetween(0, Tpyramid::kLevels - 1));
     extract->add_option("-o,--output", options->output, "Image file to write")->required();
     return [options, convert, info, extract]() {
         if (convert->parsed()) return runConvert(*options);

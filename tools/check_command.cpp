@@ -16,11 +16,15 @@ namespace {
 int check(const std::vector<std::string>& files, const std::string& camera) {
     int status = kExitOk;
     for (const std::string& file : files) {
+        if (std::string why = unreadableInput(file); !why.empty()) {
+            status = reportError(file + ": " + why);
+            continue;
+        }
         TdependGraph graph;
         TsceneLoader loader;
         if (!loader.load(file, graph)) {
-            for (const TsceneError& e : loader.errors()) printError("check", e.text());
-            if (loader.errors().size() >= TsceneLoader::kMaxErrors) printError("check", file + ": too many problems; stopped");
+            for (const TsceneError& e : loader.errors()) reportError(e.text());
+            if (loader.errors().size() >= TsceneLoader::kMaxErrors) reportError(file + ": too many problems; stopped");
             status = kExitFailure;
             continue;
         }
@@ -30,8 +34,12 @@ int check(const std::vector<std::string>& files, const std::string& camera) {
         // A file without any camera still serves swatches and compiles.
         options.requireCamera = !camera.empty();
         sceneCheck.run(graph, file, options);
-        for (const TsceneIssue& issue : sceneCheck.issues())
-            (issue.isError() ? printError : printWarning)("check", file + ": " + issue.text());
+        for (const TsceneIssue& issue : sceneCheck.issues()) {
+            if (issue.isError())
+                reportError(file + ": " + issue.text());
+            else
+                reportWarning(file + ": " + issue.text());
+        }
         if (sceneCheck.hasErrors()) {
             status = kExitFailure;
             continue;

@@ -180,30 +180,28 @@ private:
 int compile(const std::string& file, const std::string& groupName, const std::string& optionName) {
     int option = optionIndex(optionName);
     if (option < 0) {
-        std::cerr << "compile: unknown option '" << optionName << "'; options are:";
-        for (const char* n : kOptionNames) std::cerr << " " << n;
-        std::cerr << "\n";
-        return kExitUsage;
+        std::string known;
+        for (const char* n : kOptionNames) known += std::string(known.empty() ? "" : ", ") + n;
+        return reportError("unknown option '" + optionName + "' (options: " + known + ")", kExitUsage);
     }
+    if (std::string why = unreadableInput(file); !why.empty()) return reportError(file + ": " + why);
     TdependGraph graph;
     TsceneLoader loader;
     if (!loader.load(file, graph)) {
-        for (const TsceneError& e : loader.errors()) std::cerr << e.text() << "\n";
+        for (const TsceneError& e : loader.errors()) reportError(e.text());
         return kExitFailure;
     }
     TDNshadingEngine* group = nullptr;
     for (TdependNode* node : loader.nodes())
         if (node->name().str() == groupName) {
             if (!node->typeof()->istype(TDNshadingEngine::sMetaclass())) {
-                std::cerr << "compile: " << file << ": '" << groupName << "' is a " << node->typeName().str()
-                          << ", not a shading group\n";
-                return kExitUsage;
+                return reportError(file + ": '" + groupName + "' is a " + node->typeName().str() + ", not a shading group",
+                                   kExitUsage);
             }
             group = static_cast<TDNshadingEngine*>(node);
         }
     if (!group) {
-        std::cerr << "compile: " << file << ": no shading group named '" << groupName << "'\n";
-        return kExitUsage;
+        return reportError(file + ": no shading group named '" + groupName + "'", kExitUsage);
     }
     TbitField64 result;
     bool found = group->analyse(TSEoption(option), &result, nullptr, nullptr, nullptr);

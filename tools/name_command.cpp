@@ -22,10 +22,10 @@ struct TnameOptions {
     bool verbose = false;
 };
 
-int usageError(const std::string& message) {
-    std::cerr << "shadenet name: " << message << "\n";
-    return kExitUsage;
-}
+int usageError(const std::string& message) { return reportError(message, kExitUsage); }
+
+// Frames of a shot are far inside this; a number beyond it is a slip.
+constexpr int kMaxFrame = 1000000;
 
 std::function<int()> setupName(CLI::App& app) {
     auto o = std::make_shared<TnameOptions>();
@@ -38,7 +38,8 @@ std::function<int()> setupName(CLI::App& app) {
         app.add_option("--layer", o->layer, "render layer name (%l, <Layer>)"),
         app.add_option("--pass", o->pass, "render pass, joined to the layer with \"_\""),
         app.add_option("--field", o->field, "field name, joined to the camera with \"_\""),
-        app.add_option("--frame", o->frame, "frame number; negative frames get a leading \"-\""),
+        app.add_option("--frame", o->frame, "frame number; negative frames get a leading \"-\"")
+            ->check(wholeNumberBetween(-kMaxFrame, kMaxFrame)),
         app.add_option("--ext", o->extension, "file extension (%e, <Extension>)"),
         app.add_option("--version-label", o->version, "version label (%v, <Version>)"),
         app.add_option("--frame-override", o->frameOverride, "text that replaces every frame token"),

@@ -90,8 +90,7 @@ int listTypes(const Options& options) {
 int listAttributes(const Options& options) {
     TdependNodeMetaClass* type = TdependGraph::findNodeType(options.type);
     if (!type) {
-        std::cerr << "shadenet nodes: unknown node type '" << options.type << "' (shadenet nodes lists them)\n";
-        return kExitUsage;
+        return reportError("unknown node type '" + options.type + "' (shadenet nodes lists them)", kExitUsage);
     }
     if (type->fInitialize) type->fInitialize();
     const TattributeList& attributes = type->fVs().attributes();

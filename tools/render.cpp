@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <iostream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -19,6 +18,12 @@
 #include "tools/subcommand.h"
 
 namespace {
+// Beyond these a request is a typing slip rather than a wish: 4096 threads
+// outnumber any machine's cores, and a 32768-pixel side already needs 16 GiB
+// of frame buffer.
+constexpr int kMaxThreads = 4096;
+constexpr int kMaxImageSide = 32768;
+
 struct TrenderCommand {
     std::string scene, output, camera;
     int threads = 0, spp = 0, depth = -1;
@@ -41,16 +46,17 @@ void printErrorLines(const std::string& text) {
     while (start <= text.size()) {
         size_t end = text.find('\n', start);
         if (end == std::string::npos) end = text.size();
-        if (end > start) printError("render", text.substr(start, end - start));
+        if (end > start) reportError(text.substr(start, end - start));
         start = end + 1;
     }
 }
 
 int run(const TrenderCommand& c) {
+    if (std::string why = unreadableInput(c.scene); !why.empty()) return reportError(c.scene + ": " + why);
     TdependGraph graph;
     TsceneLoader loader;
     if (!loader.load(c.scene, graph)) {
-        for (const TsceneError& e : loader.errors()) printError("render", e.text());
+        for (const TsceneError& e : loader.errors()) reportError(e.text());
         return kExitFailure;
     }
     TrenderOptions options;
@@ -58,8 +64,8 @@ int run(const TrenderCommand& c) {
     // More workers than cores only costs memory; 100000 of them exhaust it.
     const int cores = int(std::max(1u, std::thread::hardware_concurrency()));
     if (c.threads > cores) {
-        printWarning("render", "--threads " + std::to_string(c.threads) + " is more than the " + std::to_string(cores) +
-                                   " cores of this machine; using " + std::to_string(cores));
+        reportWarning("--threads " + std::to_string(c.threads) + " is more than the " + std::to_string(cores) +
+                      " cores of this machine; using " + std::to_string(cores));
         options.threads = cores;
     }
     options.samplesPerPixel = c.spp;
@@ -81,8 +87,12 @@ int run(const TrenderCommand& c) {
     checkOptions.width = options.width, checkOptions.height = options.height;
     checkOptions.readMeshes = false;
     sceneCheck.run(graph, c.scene, checkOptions);
-    for (const TsceneIssue& issue : sceneCheck.issues())
-        (issue.isError() ? printError : printWarning)("render", c.scene + ": " + issue.text());
+    for (const TsceneIssue& issue : sceneCheck.issues()) {
+        if (issue.isError())
+            reportError(c.scene + ": " + issue.text());
+        else
+            reportWarning(c.scene + ": " + issue.text());
+    }
     if (sceneCheck.hasErrors()) return kExitFailure;
 
     Trenderer renderer;
@@ -92,16 +102,13 @@ int run(const TrenderCommand& c) {
         printErrorLines(c.scene + ": " + error);
         return kExitFailure;
     }
-    for (const std::string& w : renderer.warnings()) printWarning("render", c.scene + ": " + w);
+    for (const std::string& w : renderer.warnings()) reportWarning(c.scene + ": " + w);
 
     std::string output = c.output.empty() ? defaultImageName(graph, c.scene, options.camera) : c.output;
     std::error_code ec;
     std::filesystem::path folder = std::filesystem::path(output).parent_path();
     if (!folder.empty()) std::filesystem::create_directories(folder, ec);
-    if (!image.write(output, error)) {
-        printError("render", error);
-        return kExitFailure;
-    }
+    if (!image.write(output, error)) return reportError(error);
     if (c.stats) {
         const TrenderStatistics& s = renderer.statistics();
         std::fprintf(stderr, "%d threads, %.3f s wall; per thread %.3f s intersect, %.3f s shade, %.3f s total; %llu samples shaded\n",
@@ -117,12 +124,12 @@ const TsubcommandRegistrar kRegistrar{
          auto c = std::make_shared<TrenderCommand>();
          app.add_option("scene", c->scene, "Scene file")->required();
          app.add_option("-o,--output", c->output, "Image file; its extension picks the format (png, exr, tif)");
-         app.add_option("--threads", c->threads, "Worker threads (default: every core)")->check(CLI::PositiveNumber);
+         app.add_option("--threads", c->threads, "Worker threads (default: every core)")->check(wholeNumberBetween(1, kMaxThreads));
          app.add_option("--region", c->region, "Render only pixels x0 <= x < x1, y0 <= y < y1 (rows from the top)")
              ->expected(4);
-         app.add_option("--resolution", c->resolution, "Image width and height")->expected(2)->check(CLI::PositiveNumber);
-         app.add_option("--spp", c->spp, "Camera samples per pixel")->check(CLI::Range(1, 64));
-         app.add_option("--depth", c->depth, "Deepest reflection or refraction ray")->check(CLI::Range(0, 15));
+         app.add_option("--resolution", c->resolution, "Image width and height")->expected(2)->check(wholeNumberBetween(1, kMaxImageSide));
+         app.add_option("--spp", c->spp, "Camera samples per pixel")->check(wholeNumberBetween(1, 64));
+         app.add_option("--depth", c->depth, "Deepest reflection or refraction ray")->check(wholeNumberBetween(0, 15));
          app.add_option("--camera", c->camera, "Camera node name or path");
          app.add_flag("-q,--quiet", c->quiet, "No progress bar");
          app.add_flag("--stats", c->stats, "Print timings on stderr");

@@ -22,15 +22,25 @@ struct Tsubcommand {
 
 std::vector<Tsubcommand>& subcommands();
 
+// Messages, in one form for every subcommand, on stderr:
+//   shadenet <command>: error: <what>
+//   shadenet <command>: warning: <what>
+// <command> is the subcommand that runs ("render", "bot convert"); main
+// names it before the subcommand starts.
+void setMessageCommand(const std::string& command);
+// Prints the error and returns `status`, so that a failure reads
+// `return reportError("...");`.
+int reportError(const std::string& what, int status = kExitFailure);
+void reportWarning(const std::string& what);
+// Why `path` cannot be read as an input file ("No such file or
+// directory", "is a directory"); empty when it can be opened.
+std::string unreadableInput(const std::string& path);
+// True when the two names reach the same file, however spelled (links,
+// "..", "./"), whether or not it exists yet.
+bool sameFile(const std::string& a, const std::string& b);
+// A check for whole-number options: "must be between <low> and <high>".
+CLI::Validator wholeNumberBetween(long long low, long long high);
+
 struct TsubcommandRegistrar {
     explicit TsubcommandRegistrar(Tsubcommand command) { subcommands().push_back(std::move(command)); }
 };
-
-// Messages to the user, on stderr: "shadenet <command>: error: <what>" and
-// "shadenet <command>: warning: <what>".
-inline void printError(const std::string& command, const std::string& what) {
-    std::cerr << "shadenet " << command << ": error: " << what << "\n";
-}
-inline void printWarning(const std::string& command, const std::string& what) {
-    std::cerr << "shadenet " << command << ": warning: " << what << "\n";
-}

@@ -20,24 +20,19 @@ struct TswatchCommand {
 
 int run(const TswatchCommand& c) {
     if (c.what.empty() == c.sheet.empty()) {
-        std::cerr << "give either a node type (or FILE:NODE) or --sheet NAME\n";
-        return kExitUsage;
+        return reportError("give either a node type (or FILE:NODE) or --sheet NAME", kExitUsage);
     }
     TframeBuffer image;
     std::string error;
     if (!c.sheet.empty()) {
         std::vector<std::string> types = contactSheetTypes(c.sheet);
         if (types.empty()) {
-            std::cerr << "unknown contact sheet '" << c.sheet << "' (known: " << contactSheetNames() << ")\n";
-            return kExitUsage;
+            return reportError("unknown contact sheet '" + c.sheet + "' (known: " + contactSheetNames() + ")", kExitUsage);
         }
-        if (!renderContactSheet(types, c.options, c.columns, image, error) || !image.write(c.output, error)) {
-            std::cerr << error << "\n";
-            return kExitFailure;
-        }
+        if (!renderContactSheet(types, c.options, c.columns, image, error) || !image.write(c.output, error))
+            return reportError(error);
     } else if (!renderAnySwatch(c.what, c.options, image, error) || !image.write(c.output, error)) {
-        std::cerr << error << "\n";
-        return kExitFailure;
+        return reportError(error);
     }
     std::cout << c.output << "\n";
     return kExitOk;
@@ -48,10 +43,10 @@ const TsubcommandRegistrar kRegistrar{
          auto c = std::make_shared<TswatchCommand>();
          app.add_option("what", c->what, "A node type, or FILE:NODE for a node of a scene file");
          app.add_option("--sheet", c->sheet, "A contact sheet of a family of types (textures-2d)");
-         app.add_option("--columns", c->columns, "Swatches per row of a contact sheet")->check(CLI::Range(1, 64));
+         app.add_option("--columns", c->columns, "Swatches per row of a contact sheet")->check(wholeNumberBetween(1, 64));
          app.add_option("-o,--output", c->output, "Image file (png, exr, tif ...)");
-         app.add_option("--size", c->options.size, "Width and height in pixels of a swatch")->check(CLI::Range(8, 4096));
-         app.add_option("--spp", c->options.samplesPerPixel, "Camera samples per pixel")->check(CLI::Range(1, 64));
+         app.add_option("--size", c->options.size, "Width and height in pixels of a swatch")->check(wholeNumberBetween(8, 4096));
+         app.add_option("--spp", c->options.samplesPerPixel, "Camera samples per pixel")->check(wholeNumberBetween(1, 64));
          return [c] { return run(*c); };
      }}};
 }  // namespace

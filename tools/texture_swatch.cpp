@@ -9,6 +9,7 @@
 #include "shading/shading_engine.h"
 #include "textures/ramp.h"
 #include "textures/texture_3d.h"
+#include "tools/subcommand.h"
 
 namespace {
 // The view spans kViewWidth; the card reaches kMargin of that further on
@@ -141,6 +142,10 @@ bool renderAnySwatch(const std::string& what, const TswatchOptions& options, Tfr
     size_t colon = what.rfind(':');
     if (colon != std::string::npos && colon > 0) {
         std::string file = what.substr(0, colon), name = what.substr(colon + 1);
+        if (std::string why = unreadableInput(file); !why.empty()) {
+            error = file + ": " + why;
+            return false;
+        }
         TdependGraph graph;
         TsceneLoader loader;
         if (!loader.load(file, graph)) {

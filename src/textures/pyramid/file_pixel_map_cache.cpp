@@ -1,10 +1,16 @@
 #include "textures/pyramid/file_pixel_map_cache.h"
 
+#include <sys/stat.h>
+
 #include <OpenImageIO/imageio.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <vector>
+
+#include "settings/image_writer.h"
 
 TfilePixelMapCache& TfilePixelMapCache::theCache() {
     static TfilePixelMapCache cache;
@@ -104,7 +110,14 @@ bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Ts
     config.attribute("oiio:UnassociatedAlpha", 1);
     auto in = OIIO::ImageInput::open(path.str(), &config);
     if (!in) {
-        error = Tstring(OIIO::geterror().empty() ? "cannot open " + path.str() : OIIO::geterror());
+        // The system's reason is the clearer one for a file that cannot be
+        // opened at all; the image library's for one it cannot decode.
+        // geterror() clears what it returns: it is asked once.
+        const std::string why = OIIO::geterror();
+        struct stat file {};
+        if (::stat(path.asC(), &file) != 0) error = Tstring(std::strerror(errno));
+        else if (S_ISDIR(file.st_mode)) error = Tstring("is a directory");
+        else error = Tstring(why.empty() ? "the image library cannot read it" : why);
         return false;
     }
     // Only the size and pixel type are needed; the cheaper query skips the metadata.
@@ -138,16 +151,10 @@ bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Ts
 }
 
 bool TfilePixelMapCache::saveIMFPixelMap(const Tstring& path, const TpixelMap& map, Tstring& error) {
-    auto out = OIIO::ImageOutput::create(path.str());
-    if (!out) {
-        error = Tstring(OIIO::geterror().empty() ? "no writer for " + path.str() : OIIO::geterror());
-        return false;
-    }
     OIIO::ImageSpec imageSpec(map.width(), map.height(), map.channels(), OIIO::TypeDesc::UINT8);
     imageSpec.attribute("oiio:UnassociatedAlpha", 1);
-    if (!out->open(path.str(), imageSpec) || !out->write_image(OIIO::TypeDesc::UINT8, map.pixels()) || !out->close()) {
-        error = Tstring(out->geterror());
-        return false;
-    }
-    return true;
+    std::string why;
+    if (writeImageFile(path.str(), imageSpec, OIIO::TypeDesc::UINT8, map.pixels(), why)) return true;
+    error = Tstring(why);
+    return false;
 }

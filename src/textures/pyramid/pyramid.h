@@ -198,6 +198,9 @@ public:
     void getCachePyrFileName(int thread, Tstring& name, Tstring& directory) const;
     // Opens a cache file for writing after the disk test; -1 on failure.
     int openCpFile(uint64_t size, const Tstring& name, const Tstring& directory, int flag) const;
+    // The disk test: room for `size` more bytes in `directory` under the
+    // cache limit or the free-space reserve; warns when there is none.
+    bool hasRoomFor(uint64_t size, const Tstring& directory) const;
 
     // The temporary folder for cache files; empty takes the system's.
     static Tstring fsTempDirectory;

@@ -15,6 +15,7 @@
 #include <new>
 #include <vector>
 
+#include "framework/host/atomic_file.h"
 #include "framework/host/command_engine.h"
 #include "textures/pyramid/bot_codec.h"
 #include "textures/pyramid/file_texture_cache.h"
@@ -274,7 +275,7 @@ void TpyramidNonSwatch::getCachePyrFileName(int thread, Tstring& name, Tstring& 
     name = Tstring(text);
 }
 
-int TpyramidNonSwatch::openCpFile(uint64_t size, const Tstring& name, const Tstring& directory, int flag) const {
+bool TpyramidNonSwatch::hasRoomFor(uint64_t size, const Tstring& directory) const {
     const int limit = TfileTextureCache::threadCache().limitMB();
     const uint64_t mb = 1024ull * 1024ull;
     bool room;
@@ -284,10 +285,12 @@ int TpyramidNonSwatch::openCpFile(uint64_t size, const Tstring& name, const Tstr
     } else {
         room = fsCacheBytesUsed.load() + size <= uint64_t(limit) * mb;
     }
-    if (!room) {
-        consoleReport("Warning: Not enough disk space or limit exceeded for caching texture %s\n", fFileName.asC());
-        return -1;
-    }
+    if (!room) consoleReport("Warning: Not enough disk space or limit exceeded for caching texture %s\n", fFileName.asC());
+    return room;
+}
+
+int TpyramidNonSwatch::openCpFile(uint64_t size, const Tstring& name, const Tstring& directory, int flag) const {
+    if (!hasRoomFor(size, directory)) return -1;
     int fd = ::open(name.asC(), flag | O_CLOEXEC, 0644);
     if (fd < 0) {
         int error = errno;
@@ -315,15 +318,34 @@ bool TpyramidNonSwatch::remapPyramidToBlocks(const Tstring* path, bool keepDirec
 
     const uint64_t w32 = uint64_t((fWidth + 31) & ~31), h32 = uint64_t((fHeight + 31) & ~31);
     const uint64_t needed = uint64_t(fChannels) * (w32 * h32 + fsSpaceRequired[fMaxLevel]);
-    int fd = openCpFile(needed, file, directory, O_WRONLY | O_CREAT | O_TRUNC);
-    if (fd == -1) return false;
+    // A file the user names is replaced only once it is complete; a cache
+    // file is ours alone and written in place.
+    const bool userFile = path && keepDirectory;
+    TatomicFile userTarget(file.str());
+    int fd = -1;
+    if (userFile) {
+        std::string why;
+        if (!hasRoomFor(needed, directory)) return false;
+        if (!userTarget.open(why)) {
+            consoleReport("Error: Can't use block ordered texture - %s\n", why.c_str());
+            return false;
+        }
+        fd = userTarget.descriptor();
+    } else {
+        fd = openCpFile(needed, file, directory, O_WRONLY | O_CREAT | O_TRUNC);
+        if (fd == -1) return false;
+    }
 
     std::unique_ptr<uint32_t[]> index;
     auto fail = [&](const char* format) {
         int error = errno;
         consoleReport(format, name, std::strerror(error));
-        ::close(fd);
-        ::unlink(name);
+        if (userFile) {
+            userTarget.discard();
+        } else {
+            ::close(fd);
+            ::unlink(name);
+        }
         return false;
     };
 
@@ -383,12 +405,20 @@ bool TpyramidNonSwatch::remapPyramidToBlocks(const Tstring* path, bool keepDirec
     for (int i = 0; i <= n; ++i) put32(indexBytes.data() + 4 * size_t(i), index[size_t(i)]);
     if (!writeAll(fd, indexBytes.data(), indexBytes.size()))
         return fail("Error: Can't use block ordered texture - write error in file %s: %s\n");
-    ::close(fd);
+    if (userFile) {
+        std::string why;
+        if (!userTarget.commit(why)) {
+            consoleReport("Error: Can't use block ordered texture - %s\n", why.c_str());
+            return false;
+        }
+    } else {
+        ::close(fd);
+    }
 
     int readFd = ::open(name, O_RDONLY | O_CLOEXEC);
     if (readFd < 0) {
         consoleReport("Error: Can't reopen converted texture file %s\n", name);
-        ::unlink(name);
+        if (!userFile) ::unlink(name);
         return false;
     }
     freePyramid();

@@ -243,8 +243,8 @@ TEST(BotCommand, DamagedFilesGiveTheCorruptionMessageAndAFailingStatus) {
         std::string content;
         const char* message;
     } cases[] = {
-        {"cut-index.bot", bytes.substr(0, 30), "Error: Corrupted data found in block ordered texture file"},
-        {"cut-data.bot", bytes.substr(0, bytes.size() - 10), "Error: Corrupted data found in block ordered texture file"},
+        {"cut-index.bot", bytes.substr(0, 30), "shadenet bot info: error: Corrupted data found in block ordered texture file"},
+        {"cut-data.bot", bytes.substr(0, bytes.size() - 10), "shadenet bot info: error: Corrupted data found in block ordered texture file"},
         {"not.bot", "hello, world, this is text", "is not a block ordered texture file"},
     };
     for (const Tcase& c : cases) {
@@ -264,6 +264,6 @@ TEST(BotCommand, DamagedFilesGiveTheCorruptionMessageAndAFailingStatus) {
     std::ofstream(dir.file("bad.bot"), std::ios::binary) << damaged;
     auto r = run("bot extract " + dir.file("bad.bot") + " -o " + dir.file("bad.png"));
     EXPECT_EQ(r.status, 1) << r.out;
-    EXPECT_NE(r.out.find("Error: Decode error in block ordered texture file"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("shadenet bot extract: error: Decode error in block ordered texture file"), std::string::npos) << r.out;
     EXPECT_NE(run("bot convert " + dir.file("missing.png") + " -o " + dir.file("m.bot")).status, 0);
 }

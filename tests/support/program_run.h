@@ -1,0 +1,17 @@
+#pragma once
+// Runs a program as a user does, without a shell (arguments need no
+// quoting), and collects its exit status and both output streams.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct TprogramRun {
+    int status = -1;  // the exit status; -1 when the program did not exit by itself
+    std::string out, err;
+};
+
+struct TprogramLimits {
+    uint64_t fileSizeBytes = 0;  // the largest file it may write; 0 for no limit
+};
+
+TprogramRun runProgram(const std::string& program, const std::vector<std::string>& args, TprogramLimits limits = {});

@@ -1,0 +1,102 @@
+// Every subcommand speaks in one form, "shadenet <command>: error: <what>",
+// and exits 2 when the request itself is wrong, 1 when the work fails.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "support/program_run.h"
+#include "support/temp_dir.h"
+
+namespace {
+TprogramRun shadenet(const std::vector<std::string>& args) { return runProgram(SHADENET_CLI, args); }
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::stringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+const std::regex kMessageForm("shadenet( [a-z]+)*: (error|warning): .+");
+}  // namespace
+
+TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
+    TtestTempDir dir;
+    const std::string scene = std::string(SHADENET_SOURCE_DIR) + "/examples/renderer-smoke.json";
+    const std::string folder = dir.file("folder"), missing = dir.file("nosuch.json");
+    std::filesystem::create_directories(folder);
+    const std::string noImage = dir.file("nosuch.png"), noBot = dir.file("nosuch.bot"), out = dir.file("out.png");
+    struct Tcase {
+        std::vector<std::string> args;
+        int status;
+        std::string firstLine;  // what the first line of stderr starts with
+    };
+    const Tcase cases[] = {
+        // The request itself is wrong: 2.
+        {{"frobnicate"}, 2, "shadenet: error: unknown subcommand 'frobnicate'"},
+        {{"bot", "frob"}, 2, "shadenet bot: error: unknown subcommand 'frob'"},
+        {{"bot"}, 2, "shadenet bot: error: a subcommand is required"},
+        {{}, 2, "shadenet: error: a subcommand is required"},
+        {{"render", scene, "--threads", "0"}, 2, "shadenet render: error: --threads: must be between 1 and 4096"},
+        {{"render", scene, "--threads", "4097"}, 2, "shadenet render: error: --threads: must be between 1 and 4096"},
+        {{"render", scene, "--threads", "many"}, 2,
+         "shadenet render: error: --threads: 'many' is not a whole number; it must be between 1 and 4096"},
+        {{"render", scene, "--spp", "65"}, 2, "shadenet render: error: --spp: must be between 1 and 64"},
+        {{"render", scene, "--depth", "16"}, 2, "shadenet render: error: --depth: must be between 0 and 15"},
+        {{"render", scene, "--resolution", "0", "8"}, 2, "shadenet render: error: --resolution: must be between 1 and 32768"},
+        {{"swatch", "checker", "--size", "4"}, 2, "shadenet swatch: error: --size: must be between 8 and 4096"},
+        {{"swatch", "checker", "--spp", "0"}, 2, "shadenet swatch: error: --spp: must be between 1 and 64"},
+        {{"name", "%s", "--frame", "2000000"}, 2, "shadenet name: error: --frame: must be between -1000000 and 1000000"},
+        {{"bot", "extract", noBot, "--level", "14", "-o", out}, 2,
+         "shadenet bot extract: error: --level: must be between 0 and 13"},
+        {{"bot", "convert", noImage}, 2, "shadenet bot convert: error: --output is required"},
+        {{"nodes", "noSuchType"}, 2, "shadenet nodes: error: unknown node type 'noSuchType'"},
+        // The work fails: 1, with the system's or the library's reason.
+        {{"render", missing}, 1, "shadenet render: error: " + missing + ": No such file or directory"},
+        {{"render", folder}, 1, "shadenet render: error: " + folder + ": is a directory"},
+        {{"check", folder}, 1, "shadenet check: error: " + folder + ": is a directory"},
+        {{"compile", folder, "group"}, 1, "shadenet compile: error: " + folder + ": is a directory"},
+        {{"swatch", missing + ":node"}, 1, "shadenet swatch: error: " + missing + ": No such file or directory"},
+        {{"bot", "convert", noImage, "-o", dir.file("a.bot")}, 1,
+         "shadenet bot convert: error: cannot read image " + noImage + ": No such file or directory"},
+        {{"bot", "convert", folder, "-o", dir.file("a.bot")}, 1,
+         "shadenet bot convert: error: cannot read image " + folder + ": is a directory"},
+        {{"bot", "info", noBot}, 1, "shadenet bot info: error: " + noBot + ": No such file or directory"},
+        {{"bot", "extract", folder, "-o", out}, 1, "shadenet bot extract: error: " + folder + ": is a directory"},
+    };
+    for (const Tcase& c : cases) {
+        std::string what;
+        for (const std::string& a : c.args) what += " " + a;
+        SCOPED_TRACE("shadenet" + what);
+        const TprogramRun r = shadenet(c.args);
+        EXPECT_EQ(r.status, c.status) << r.err;
+        EXPECT_EQ(r.out, "");
+        const std::vector<std::string> lines = linesOf(r.err);
+        ASSERT_FALSE(lines.empty());
+        EXPECT_EQ(lines[0].substr(0, c.firstLine.size()), c.firstLine);
+        for (const std::string& line : lines) EXPECT_TRUE(std::regex_match(line, kMessageForm)) << line;
+    }
+}
+
+TEST(CommandLineMessages, AnImageTheLibraryCannotDecodeGetsTheLibrarysReason) {
+    TtestTempDir dir;
+    const std::string image = dir.file("text.png");
+    std::ofstream(image) << "this is not a picture";
+    const TprogramRun r = shadenet({"bot", "convert", image, "-o", dir.file("a.bot")});
+    EXPECT_EQ(r.status, 1);
+    const std::string lead = "shadenet bot convert: error: cannot read image " + image + ": ";
+    ASSERT_EQ(r.err.substr(0, lead.size()), lead) << r.err;
+    EXPECT_GT(r.err.size(), lead.size() + 1) << "the reason is empty: " << r.err;
+}
+
+TEST(CommandLineMessages, HelpAndVersionStillGoToStandardOutput) {
+    for (const char* flag : {"--help", "--version"}) {
+        const TprogramRun r = shadenet({flag});
+        EXPECT_EQ(r.status, 0) << flag;
+        EXPECT_NE(r.out, "") << flag;
+        EXPECT_EQ(r.err, "") << flag;
+    }
+}

@@ -1,0 +1,75 @@
+// The message form shared by every subcommand, and the checks of inputs
+// that every subcommand makes the same way.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <mutex>
+
+#include "tools/subcommand.h"
+
+namespace {
+std::string& messageCommand() {
+    static std::string command;
+    return command;
+}
+
+// Render threads report too: one line goes out whole.
+void report(const char* severity, const std::string& what) {
+    static std::mutex mutex;
+    const std::string& command = messageCommand();
+    const std::string line = "shadenet" + std::string(command.empty() ? "" : " ") + command + ": " + severity + ": " + what + "\n";
+    std::lock_guard lock(mutex);
+    std::cerr << line << std::flush;
+}
+}  // namespace
+
+void setMessageCommand(const std::string& command) { messageCommand() = command; }
+
+int reportError(const std::string& what, int status) {
+    report("error", what);
+    return status;
+}
+
+void reportWarning(const std::string& what) { report("warning", what); }
+
+std::string unreadableInput(const std::string& path) {
+    struct stat file {};
+    if (::stat(path.c_str(), &file) != 0) return std::strerror(errno);
+    if (S_ISDIR(file.st_mode)) return "is a directory";
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return std::strerror(errno);
+    ::close(fd);
+    return {};
+}
+
+bool sameFile(const std::string& a, const std::string& b) {
+    std::error_code ec;
+    if (std::filesystem::equivalent(a, b, ec)) return true;
+    // An output that does not exist yet can only be the input by its name.
+    const std::filesystem::path first = std::filesystem::weakly_canonical(a, ec);
+    if (ec) return false;
+    const std::filesystem::path second = std::filesystem::weakly_canonical(b, ec);
+    return !ec && first == second;
+}
+
+CLI::Validator wholeNumberBetween(long long low, long long high) {
+    const std::string range = "must be between " + std::to_string(low) + " and " + std::to_string(high);
+    return CLI::Validator(
+        [low, high, range](std::string& text) -> std::string {
+            long long value = 0;
+            size_t used = 0;
+            try {
+                value = std::stoll(text, &used);
+            } catch (const std::exception&) {
+                used = 0;
+            }
+            if (used == 0 || used != text.size()) return "'" + text + "' is not a whole number; it " + range;
+            return value < low || value > high ? range + " (got " + text + ")" : std::string();
+        },
+        "[" + std::to_string(low) + " - " + std::to_string(high) + "]");
+}
