@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <limits>
 #include <mutex>
 
 #include "tools/subcommand.h"
@@ -57,8 +58,9 @@ bool sameFile(const std::string& a, const std::string& b) {
     return !ec && first == second;
 }
 
-CLI::Validator wholeNumberBetween(long long low, long long high) {
-    const std::string range = "must be between " + std::to_string(low) + " and " + std::to_string(high);
+namespace {
+// A whole-number check whose message states `range` in plain words.
+CLI::Validator wholeNumberIn(long long low, long long high, const std::string& range, const std::string& description) {
     return CLI::Validator(
         [low, high, range](std::string& text) -> std::string {
             long long value = 0;
@@ -71,5 +73,16 @@ CLI::Validator wholeNumberBetween(long long low, long long high) {
             if (used == 0 || used != text.size()) return "'" + text + "' is not a whole number; it " + range;
             return value < low || value > high ? range + " (got " + text + ")" : std::string();
         },
-        "[" + std::to_string(low) + " - " + std::to_string(high) + "]");
+        description);
+}
+}  // namespace
+
+CLI::Validator wholeNumberBetween(long long low, long long high) {
+    return wholeNumberIn(low, high, "must be between " + std::to_string(low) + " and " + std::to_string(high),
+                         "[" + std::to_string(low) + " - " + std::to_string(high) + "]");
+}
+
+CLI::Validator wholeNumberAtLeast(long long low) {
+    return wholeNumberIn(low, std::numeric_limits<int>::max(), "must be at least " + std::to_string(low),
+                         "[" + std::to_string(low) + " or more]");
 }

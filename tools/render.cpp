@@ -18,10 +18,9 @@
 #include "tools/subcommand.h"
 
 namespace {
-// Beyond these a request is a typing slip rather than a wish: 4096 threads
-// outnumber any machine's cores, and a 32768-pixel side already needs 16 GiB
-// of frame buffer.
-constexpr int kMaxThreads = 4096;
+// Beyond this a request is a typing slip rather than a wish: a 32768-pixel
+// side already needs 16 GiB of frame buffer. More threads than cores are
+// clamped to the cores, with a warning.
 constexpr int kMaxImageSide = 32768;
 
 struct TrenderCommand {
@@ -124,7 +123,7 @@ const TsubcommandRegistrar kRegistrar{
          auto c = std::make_shared<TrenderCommand>();
          app.add_option("scene", c->scene, "Scene file")->required();
          app.add_option("-o,--output", c->output, "Image file; its extension picks the format (png, exr, tif)");
-         app.add_option("--threads", c->threads, "Worker threads (default: every core)")->check(wholeNumberBetween(1, kMaxThreads));
+         app.add_option("--threads", c->threads, "Worker threads (default: every core)")->check(wholeNumberAtLeast(1));
          app.add_option("--region", c->region, "Render only pixels x0 <= x < x1, y0 <= y < y1 (rows from the top)")
              ->expected(4);
          app.add_option("--resolution", c->resolution, "Image width and height")->expected(2)->check(wholeNumberBetween(1, kMaxImageSide));

@@ -40,6 +40,8 @@ std::string unreadableInput(const std::string& path);
 bool sameFile(const std::string& a, const std::string& b);
 // A check for whole-number options: "must be between <low> and <high>".
 CLI::Validator wholeNumberBetween(long long low, long long high);
+// The same for options with no useful upper bound (up to the largest int).
+CLI::Validator wholeNumberAtLeast(long long low);
 
 struct TsubcommandRegistrar {
     explicit TsubcommandRegistrar(Tsubcommand command) { subcommands().push_back(std::move(command)); }

@@ -49,12 +49,14 @@ std::string TatomicFile::errorText(const std::string& target, int code) {
 bool TatomicFile::open(std::string& error) {
     discard();
     if (fTarget.empty()) {
+        fErrorCode = ENOENT;
         error = "cannot write a file without a name";
         return false;
     }
     std::error_code ec;
     const fs::file_status linked = fs::status(fTarget, ec);
     if (linked.type() == fs::file_type::directory) {
+        fErrorCode = EISDIR;
         error = fTarget + ": cannot write: is a directory";
         return false;
     }
@@ -64,7 +66,8 @@ bool TatomicFile::open(std::string& error) {
         fWritePath = fTarget;
         fDescriptor = ::open(fTarget.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
         if (fDescriptor < 0) {
-            error = errorText(fTarget, errno);
+            fErrorCode = errno;
+            error = errorText(fTarget, fErrorCode);
             return false;
         }
         return true;
@@ -83,7 +86,8 @@ bool TatomicFile::open(std::string& error) {
         if (fDescriptor < 0 && errno != EEXIST) break;
     }
     if (fDescriptor < 0) {
-        error = errorText(fTarget, errno);
+        fErrorCode = errno;
+        error = errorText(fTarget, fErrorCode);
         fWritePath.clear();
         return false;
     }

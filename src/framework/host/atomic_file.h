@@ -24,8 +24,10 @@ public:
     TatomicFile(const TatomicFile&) = delete;
     TatomicFile& operator=(const TatomicFile&) = delete;
 
-    // Creates the file to write; false with `error` set.
+    // Creates the file to write; false with `error` set, and errorCode()
+    // the system's reason.
     bool open(std::string& error);
+    int errorCode() const { return fErrorCode; }
     // Where the writer writes: the temporary, or the target itself when it
     // is written directly. Valid after open.
     const std::string& path() const { return fWritePath; }
@@ -48,4 +50,5 @@ private:
     std::string fWritePath;
     int fDescriptor = -1;
     bool fDirect = false;
+    int fErrorCode = 0;
 };

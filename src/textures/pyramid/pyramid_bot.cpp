@@ -327,7 +327,8 @@ bool TpyramidNonSwatch::remapPyramidToBlocks(const Tstring* path, bool keepDirec
         std::string why;
         if (!hasRoomFor(needed, directory)) return false;
         if (!userTarget.open(why)) {
-            consoleReport("Error: Can't use block ordered texture - %s\n", why.c_str());
+            consoleReport("Warning: Can't open cache file for texture %s: %s\n", fFileName.asC(),
+                          std::strerror(userTarget.errorCode()));
             return false;
         }
         fd = userTarget.descriptor();
