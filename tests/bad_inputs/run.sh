@@ -11,7 +11,6 @@
 #   error    a line "shadenet <command>: error: ..."
 #   warning  a line "shadenet <command>: warning: ..."
 #   quiet    nothing
-#   message  any message (commands whose message form is not settled yet)
 # $S is the folder of the bad scenes, $T a scratch folder, $OUT an image in it.
 set -u
 program=${1:?usage: run.sh PATH/TO/shadenet}
@@ -26,6 +25,9 @@ mkdir "$T/folder"
 awk 'BEGIN { for (i = 0; i < 100000; i++) printf "["; for (i = 0; i < 100000; i++) printf "]"; print "" }' >"$T/deep.json"
 awk 'BEGIN { printf "{\"nodes\": "; for (i = 0; i < 300; i++) printf "["; for (i = 0; i < 300; i++) printf "]"; print "}" }' >"$T/deep300.json"
 printf '\001\002\377\376' >"$T/binary.json"
+# A disk that is full, and an image to convert.
+ln -s /dev/full "$T/full.png"
+"$program" swatch checker --size 16 -o "$T/small.png" >/dev/null 2>&1
 
 cases=$(cat <<'EOF'
 0 quiet   check $S/good.json
@@ -54,7 +56,7 @@ cases=$(cat <<'EOF'
 1 error   render $S/huge_resolution.json -o $OUT -q
 1 error   check $S/huge_resolution.json
 1 error   render $S/zero_resolution.json -o $OUT -q
-2 message render $S/good.json -o $OUT -q --resolution 200000 200000
+2 error   render $S/good.json -o $OUT -q --resolution 200000 200000
 1 error   render $S/nan_colour.json -o $OUT -q
 1 error   check $S/nan_colour.json
 1 error   render $S/inf_colour.json -o $OUT -q
@@ -100,37 +102,44 @@ cases=$(cat <<'EOF'
 1 error   check $T/missing.json
 1 error   render $T/missing.json -o $OUT -q
 0 warning render $S/good.json -o $OUT -q --threads 100000
-2 message render $S/good.json -o $OUT -q --threads 0
-2 message render $S/good.json -o $OUT -q --threads many
-2 message render $S/good.json -o $OUT -q --resolution 0 16
-2 message render $S/good.json -o $OUT -q --resolution wide 16
-2 message render $S/good.json -o $OUT -q --spp 0
-2 message render $S/good.json -o $OUT -q --spp 100000
-2 message render $S/good.json -o $OUT -q --depth -1
+2 error   render $S/good.json -o $OUT -q --threads 0
+2 error   render $S/good.json -o $OUT -q --threads many
+2 error   render $S/good.json -o $OUT -q --resolution 0 16
+2 error   render $S/good.json -o $OUT -q --resolution wide 16
+2 error   render $S/good.json -o $OUT -q --spp 0
+2 error   render $S/good.json -o $OUT -q --spp 100000
+2 error   render $S/good.json -o $OUT -q --depth -1
 1 error   render $S/good.json -o $OUT -q --region 10 10 5 5
 1 error   render $S/good.json -o $OUT -q --camera nobody
-2 message render
-2 message check
-1 message compile $T/folder ballSG
-1 message compile $T/missing.json ballSG
-1 message compile $T/deep.json ballSG
-2 message compile $S/good.json noSuchGroup
-2 message compile $S/good.json ballSG --option noSuchOption
+2 error   render
+2 error   check
+1 error   compile $T/folder ballSG
+1 error   compile $T/missing.json ballSG
+1 error   compile $T/deep.json ballSG
+2 error   compile $S/good.json noSuchGroup
+2 error   compile $S/good.json ballSG --option noSuchOption
 0 quiet   compile $S/loop.json ballSG
-1 message swatch $T/folder:mat -o $OUT
-1 message swatch $T/missing.json:mat -o $OUT
-1 message swatch $T/deep.json:mat -o $OUT
-1 message swatch $S/nan_colour.json:mat -o $OUT
-1 message swatch noSuchType -o $OUT
-2 message swatch lambert -o $OUT --size 0
-2 message swatch lambert -o $OUT --size 100000
-2 message swatch --sheet noSuchSheet -o $OUT
-1 message bot info $T/missing.bot
-1 message bot info $S/good.json
-1 message bot info $T/folder
-1 message bot convert $T/missing.png -o $T/out.bot
-2 message frobnicate
-2 message
+1 error   swatch $T/folder:mat -o $OUT
+1 error   swatch $T/missing.json:mat -o $OUT
+1 error   swatch $T/deep.json:mat -o $OUT
+1 error   swatch $S/nan_colour.json:mat -o $OUT
+1 error   swatch noSuchType -o $OUT
+2 error   swatch lambert -o $OUT --size 0
+2 error   swatch lambert -o $OUT --size 100000
+2 error   swatch --sheet noSuchSheet -o $OUT
+1 error   bot info $T/missing.bot
+1 error   bot info $S/good.json
+1 error   bot info $T/folder
+1 error   bot convert $T/missing.png -o $T/out.bot
+2 error   bot convert $T/small.png -o $T/small.png
+2 error   bot convert $T/small.png -o $T/../$(basename $T)/small.png
+1 error   bot convert $T/small.png -o $T/full.png
+1 error   render $S/good.json -q -o $T/full.png
+1 error   swatch checker --size 16 -o $T/full.png
+1 error   render $S/good.json -q -o $T/folder
+2 error   frobnicate
+2 error   bot frobnicate
+2 error
 EOF
 )
 
@@ -148,7 +157,12 @@ while read -r expect wants rest; do
     rm -f "$OUT"
     "$program" "$@" >"$T/stdout" 2>"$T/stderr"
     status=$?
-    command=${1:-}
+    # The command a message names: "render", "bot info", or none at all.
+    case ${1:-} in
+        bot) case ${2:-} in convert | info | extract) command=" bot $2" ;; *) command=" bot" ;; esac ;;
+        check | compile | name | nodes | render | swatch) command=" $1" ;;
+        *) command="" ;;
+    esac
     if [ "$status" -ge 128 ]; then
         fail "$rest" "crashed with status $status: $(head -c 300 "$T/stderr")"
         continue
@@ -158,10 +172,9 @@ while read -r expect wants rest; do
         continue
     fi
     case $wants in
-        error) grep -q "^shadenet $command: error: ." "$T/stderr" || fail "$rest" "no 'shadenet $command: error:' message" ;;
-        warning) grep -q "^shadenet $command: warning: ." "$T/stderr" || fail "$rest" "no 'shadenet $command: warning:' message" ;;
+        error) grep -q "^shadenet$command: error: ." "$T/stderr" || fail "$rest" "no 'shadenet$command: error:' message" ;;
+        warning) grep -q "^shadenet$command: warning: ." "$T/stderr" || fail "$rest" "no 'shadenet$command: warning:' message" ;;
         quiet) [ -s "$T/stderr" ] && fail "$rest" "unexpected message: $(head -c 300 "$T/stderr")" ;;
-        message) [ -s "$T/stderr" ] || fail "$rest" "refused without a message" ;;
     esac
     if [ "$status" -ne 0 ] && [ -e "$OUT" ]; then
         fail "$rest" "refused, yet wrote $OUT"
