@@ -308,15 +308,15 @@ void TuseShadowMap::sampleShadow(unsigned count, const T3Float* pointCamera, flo
         if (!chosen) continue;
         const int res = chosen->view.resolution;
         const float depth = at.depth - bias;
-        auto shadowed = [&](int column, int row) -> float {
-            column = std::clamp(column, 0, res - 1);
+        // One row of the map, edge rows repeating; null when its band cannot be had.
+        auto rowOf = [&](int row) -> const float* {
             row = std::clamp(row, 0, res - 1);
             const float* band = bandValues(*chosen, row / chosen->tileRows);
-            if (!band) return 0.0f;
-            return depth > band[(row % chosen->tileRows) * res + column] ? 1.0f : 0.0f;
+            return band ? band + (row % chosen->tileRows) * res : nullptr;
         };
         if (width == 0) {
-            fraction[i] = shadowed(int(at.column), int(at.row));
+            const float* line = rowOf(int(at.row));
+            fraction[i] = line && depth > line[std::clamp(int(at.column), 0, res - 1)] ? 1.0f : 0.0f;
             continue;
         }
         // A box `width` texels wide over the texel grid, each texel weighed
@@ -326,11 +326,14 @@ void TuseShadowMap::sampleShadow(unsigned count, const T3Float* pointCamera, flo
         float sum = 0;
         for (int row = int(std::floor(y0)); float(row) < y1; ++row) {
             float wy = std::min(y1, float(row + 1)) - std::max(y0, float(row));
-            if (wy <= 0) continue;
+            const float* line = wy > 0 ? rowOf(row) : nullptr;
+            if (!line) continue;
+            float across = 0;
             for (int column = int(std::floor(x0)); float(column) < x1; ++column) {
                 float wx = std::min(x1, float(column + 1)) - std::max(x0, float(column));
-                if (wx > 0) sum += wx * wy * shadowed(column, row);
+                if (wx > 0 && depth > line[std::clamp(column, 0, res - 1)]) across += wx;
             }
+            sum += wy * across;
         }
         fraction[i] = std::clamp(sum / (float(width) * float(width)), 0.0f, 1.0f);
     }

@@ -297,8 +297,12 @@ void TdnRampShader::lightSamples(TdataBlock& block, unsigned start, unsigned cou
                 w += translucenceTerm(d, P, V, translucence.asFloat(i), f, cosine, threshold, range);
                 shadowPass.add(d, cosine);
                 faded.add(d, cosine, shadowFade(cosine));
-                angleSum += strength * std::clamp((cosine + 1.0f) * 0.5f, 0.0f, 1.0f);
-                angleWeight += strength;
+                // Weighted by the light before its shadow, so that the value
+                // follows the surface's angle across a shadow's edge rather than
+                // jumping where one light is blocked; the shadow darkens through
+                // the brightness instead.
+                angleSum += d.preShadowIntensity * std::clamp((cosine + 1.0f) * 0.5f, 0.0f, 1.0f);
+                angleWeight += d.preShadowIntensity;
             }
             lit.brightness = lit.brightness + d.lightIntensity * w;
 

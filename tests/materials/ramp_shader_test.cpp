@@ -168,6 +168,10 @@ TEST(RampShaderLighting, EachColorInputReadsItsValue) {
         {"light angle, one light", TdnRampShader::kLightAngle, {0, 0, -1}, {distantLight(L1, 1)}, (c1 + 1) / 2},
         {"light angle, weighted by intensity", TdnRampShader::kLightAngle, {0, 0, -1},
          {distantLight(L1, 1.5f), distantLight(L2, 0.5f)}, (1.5f * (c1 + 1) / 2 + 0.5f * (-0.6f + 1) / 2) / 2.0f},
+        // A blocked light still counts: the value follows the angle across a
+        // shadow's edge instead of jumping to the other lights' value.
+        {"light angle, one light shadowed", TdnRampShader::kLightAngle, {0, 0, -1},
+         {distantLight(L1, 1.5f, 1.0f), distantLight({0, 0.6f, 0.8f}, 0.5f)}, (1.5f * (c1 + 1) / 2 + 0.5f * (0.8f + 1) / 2) / 2.0f},
         {"facing angle, head on", TdnRampShader::kFacingAngle, {0, 0, -1}, {distantLight(L1, 1)}, 1.0f},
         {"facing angle, slanted", TdnRampShader::kFacingAngle, slanted, {distantLight(L1, 1)}, -slanted.z},
         {"brightness", TdnRampShader::kBrightness, {0, 0, -1}, {distantLight(L1, 1.2f)}, 1.2f * 0.9f * c1},
