@@ -4,7 +4,7 @@ JOBS    ?= $(shell nproc)
 GEN     := -G Ninja
 BUILD   ?= build
 
-.PHONY: all deps build test test-asan test-tsan bench demo contact-sheet clean
+.PHONY: all deps build test test-asan test-tsan bench demo lights-demo contact-sheet clean
 
 all: build
 
@@ -42,6 +42,12 @@ bench: build
 demo: build
 	@mkdir -p out
 	@$(BUILD)/bin/shadenet render examples/showcase.json -o out/showcase.png --quiet
+
+# The lights example (spot with barn doors and depth-map shadows, soft area
+# light, ramp-shaded objects) kept in docs/images/; prints its path.
+lights-demo: deps $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
+	@$(BUILD)/bin/shadenet render examples/lights.json -o docs/images/lights.png --quiet
 
 # The contact sheet of the 2D textures kept in docs/images/; prints its path.
 contact-sheet: deps $(BUILD)/build.ninja
