@@ -45,6 +45,9 @@ const char* kSun = R"({"type": "transform", "name": "lightXf", "attributes": {"r
   {"type": "directionalLight", "name": "key", "parent": "lightXf")";
 const char* kLamp = R"({"type": "transform", "name": "lightXf", "attributes": {"translate": [-2, 3, 1.5]}},
   {"type": "pointLight", "name": "key", "parent": "lightXf")";
+// Aimed at the middle of the scene, its cone wide enough for every object.
+const char* kSpot = R"({"type": "transform", "name": "lightXf", "attributes": {"translate": [-2, 4, 1.5], "rotate": [-61, -53, 0]}},
+  {"type": "spotLight", "name": "key", "parent": "lightXf")";
 
 struct Image {
     int width = 0, height = 0;
@@ -98,17 +101,18 @@ TEST(DepthMapRender, DepthMapShadowsAgreeWithRayTracedOnes) {
     struct Case {
         const char* name;
         const char* light;
+        std::string settings;  // the light's own, before the shadow switch
     };
-    const Case cases[] = {{"directional", kSun}, {"point", kLamp}};
+    const Case cases[] = {{"directional", kSun, ""}, {"point", kLamp, ""}, {"spot", kSpot, R"("coneAngle": 1.9, "penumbraAngle": 0.1, )"}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         TtestTempDir dir;
         std::string err;
-        Image traced = render(dir, "traced", shadowScene(c.light, R"("useRayTraceShadows": true)"), err);
+        Image traced = render(dir, "traced", shadowScene(c.light, c.settings + R"("useRayTraceShadows": true)"), err);
         ASSERT_EQ(traced.width, kSize) << err;
-        Image mapped = render(dir, "mapped", shadowScene(c.light, R"("useDepthMapShadows": true)"), err);
+        Image mapped = render(dir, "mapped", shadowScene(c.light, c.settings + R"("useDepthMapShadows": true)"), err);
         ASSERT_EQ(mapped.width, kSize) << err;
-        Image unshadowed = render(dir, "plain", shadowScene(c.light, R"("useRayTraceShadows": false)"), err);
+        Image unshadowed = render(dir, "plain", shadowScene(c.light, c.settings + R"("useRayTraceShadows": false)"), err);
         ASSERT_EQ(unshadowed.width, kSize) << err;
         EXPECT_GT(shadowedShare(traced), 0.03) << "the scene has shadows to compare";
         EXPECT_LE(differingShare(mapped, traced, 0.05f), 0.02);
