@@ -11,7 +11,6 @@
 SN_REGISTER_NODE_CLASS(TareaLightShape)
 
 namespace {
-constexpr float kUnitThreshold = 0.000001f;   // below this the direction to the centre stays unnormalised
 constexpr float kCornerThreshold = 0.00001f;  // a corner nearer than this stays unnormalised
 constexpr float kSquaredThreshold = 1e-20f;
 constexpr float kTwoPi = 6.2831855f;
@@ -217,10 +216,8 @@ bool TareaLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, un
         T3Float toLight[kBatchSize];
         for (unsigned k = 0; k < n; ++k) {
             unsigned i = start + k;
-            T3Float d = fCentre - points.asFloat3(i);
-            float dist = length(d);
+            const float dist = directionToLight(fCentre, points.asFloat3(i), toLight[k]);
             distance[k] = dist;
-            toLight[k] = dist > kUnitThreshold ? d * (1.0f / dist) : d;
             intensity[k] = intensityIn.asFloat(i) * decayFactor(decay.asShort(i), dist);
         }
         finishRecords(block, start, n, toLight, distance, intensity, doShadow, 0, false);
@@ -251,9 +248,7 @@ void TareaLightShape::computeRtShadow(unsigned count, const T3Float* points, con
             float s0 = float(r) * strata, t0 = radicalInverse(r);
             for (unsigned k = 0; k < n; ++k) {
                 T3Float target = polygonPoint(s0 + offsetS[k] * strata, fraction(t0 + offsetT[k]));
-                T3Float d = target - points[first + k];
-                distance[k] = length(d);
-                direction[k] = distance[k] > kUnitThreshold ? d * (1.0f / distance[k]) : d;
+                distance[k] = directionToLight(target, points[first + k], direction[k]);
             }
             // One straight ray per point, through the point light's road.
             TrenderLightShape::computeRtShadow(n, points + first, direction, distance, 0, false, 1, skip ? skip + first : nullptr,

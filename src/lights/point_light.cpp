@@ -11,7 +11,6 @@ SN_REGISTER_NODE_CLASS(TpointLightShape)
 SN_REGISTER_NODE_CLASS(TdirectionalLightShape)
 
 namespace {
-constexpr float kUnitThreshold = 0.000001f;
 constexpr float kPi = 3.14159265358979f;
 }  // namespace
 
@@ -125,10 +124,8 @@ bool TpointLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, u
         for (unsigned k = 0; k < n; ++k) intensity[k] = intensityIn.asFloat(start + k);
         for (unsigned k = 0; k < n; ++k) {
             unsigned i = start + k;
-            T3Float d = position - points.asFloat3(i);
-            float dist = length(d);
+            const float dist = directionToLight(position, points.asFloat3(i), toLight[k]);
             distance[k] = dist;
-            toLight[k] = dist > kUnitThreshold ? d * (1.0f / dist) : d;
             void* object = objectId.as<void*>(i);
             if (fFogObject && object == fFogObject) {
                 T3Float a0 = fWorldToFog.transformPoint(near.asFloat3(i));

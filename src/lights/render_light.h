@@ -18,6 +18,16 @@ inline float lightLuminance(const T3Float& c) { return 0.3f * c.x + 0.59f * c.y 
 // Unit vector by a reciprocal square root refined by one Newton step; a
 // vector of squared length at most `threshold` comes back unchanged.
 T3Float fastNormalize(const T3Float& v, float threshold = 1e-20f);
+// The distance from `point` to a light at `position`, and in `toLight` the
+// unit direction towards it; within a millionth of a unit the direction
+// stays unnormalised rather than blow up.
+inline float directionToLight(const T3Float& position, const T3Float& point, T3Float& toLight) {
+    constexpr float kUnitThreshold = 0.000001f;
+    const T3Float d = position - point;
+    const float distance = length(d);
+    toLight = distance > kUnitThreshold ? d * (1.0f / distance) : d;
+    return distance;
+}
 
 struct TrenderLightShapeVS : TdependNodeVS {
     TattributeInt32 rayInstance{"rayInstance", "ryi", TiffTag("RAYI")};

@@ -335,10 +335,8 @@ bool TspotLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, un
         for (unsigned k = 0; k < n; ++k) {
             unsigned i = start + k;
             intensity[k] = intensityIn.asFloat(i);
-            T3Float d = position - points.asFloat3(i);
-            float dist = length(d);
+            const float dist = directionToLight(position, points.asFloat3(i), toLight[k]);
             distance[k] = dist;
-            toLight[k] = dist > kUnitThreshold ? d * (1.0f / dist) : d;
             void* object = objectId.as<void*>(i);
             if (fFogObject && object == fFogObject) {
                 T3Float a0 = fWorldInverse.transformPoint(near.asFloat3(i));
