@@ -1,8 +1,5 @@
 #include "renderer/depth_maps.h"
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-
 #include <algorithm>
 
 #include "framework/host/depend_graph.h"
@@ -10,6 +7,7 @@
 #include "lights/render_light.h"
 #include "renderer/ray_tracer.h"
 #include "renderer/render_scene.h"
+#include "renderer/thread_team.h"
 #include "scene/scene_paths.h"
 
 namespace {
@@ -71,21 +69,21 @@ std::vector<TworldBox> shadowCasterBoxes(const TrenderScene& scene) {
 void renderDepthMap(const TrenderScene& scene, const TshadowMapView& view, float* first, float* second) {
     const int res = view.resolution;
     const Tmatrix viewToWorld = view.worldToView.inverse();
-    tbb::parallel_for(tbb::blocked_range<int>(0, res), [&](const tbb::blocked_range<int>& rows) {
-        for (int row = rows.begin(); row != rows.end(); ++row)
-            for (int column = 0; column < res; ++column) {
-                const size_t i = size_t(row) * size_t(res) + size_t(column);
-                TworldRay ray;
-                view.texelRay(viewToWorld, column, row, ray.origin, ray.direction);
-                ray.tNear = view.nearClip;
-                ray.tFar = view.farClip;
-                float t = 0;
-                first[i] = nearestCaster(scene, ray, t) ? t : TuseShadowMap::kNoSurface;
-                if (!second) continue;
-                float behind = 0;
-                ray.tNear = t + stepPast(t);
-                second[i] = first[i] < TuseShadowMap::kNoSurface && nearestCaster(scene, ray, behind) ? behind : TuseShadowMap::kNoSurface;
-            }
+    forEachOnThreads(size_t(res), defaultThreadCount(), [&](size_t rowIndex, int) {
+        const int row = int(rowIndex);
+        for (int column = 0; column < res; ++column) {
+            const size_t i = size_t(row) * size_t(res) + size_t(column);
+            TworldRay ray;
+            view.texelRay(viewToWorld, column, row, ray.origin, ray.direction);
+            ray.tNear = view.nearClip;
+            ray.tFar = view.farClip;
+            float t = 0;
+            first[i] = nearestCaster(scene, ray, t) ? t : TuseShadowMap::kNoSurface;
+            if (!second) continue;
+            float behind = 0;
+            ray.tNear = t + stepPast(t);
+            second[i] = first[i] < TuseShadowMap::kNoSurface && nearestCaster(scene, ray, behind) ? behind : TuseShadowMap::kNoSurface;
+        }
     });
 }
 

@@ -1,15 +1,10 @@
 #include "renderer/renderer.h"
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <memory>
 #include <mutex>
-#include <thread>
 
 #include "framework/host/depend_graph.h"
 #include "lights/light_link.h"
@@ -20,6 +15,7 @@
 #include "renderer/pixel_filter.h"
 #include "renderer/ray_tracer.h"
 #include "renderer/render_scene.h"
+#include "renderer/thread_team.h"
 #include "renderer/tile_raster.h"
 #include "scene/scene_loader.h"
 #include "shading/sample.h"
@@ -416,27 +412,21 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
     int side = tileSize + 2 * filter.margin();
     unsigned slotCapacity = unsigned(side * side * settings.samplesPerPixel);
 
-    int threads = options.threads > 0 ? options.threads : int(std::max(1u, std::thread::hardware_concurrency()));
-    tbb::task_arena arena(threads);
-    std::vector<std::unique_ptr<Tworker>> workers(size_t(arena.max_concurrency()));
+    const int threads = options.threads > 0 ? options.threads : defaultThreadCount();
+    std::vector<std::unique_ptr<Tworker>> workers(static_cast<size_t>(threads));
     for (auto& w : workers) w = std::make_unique<Tworker>(scene, tileRenderer.pixelAngle(), slotCapacity);
 
     std::mutex progressLock;
     unsigned done = 0;
-    arena.execute([&] {
-        tbb::parallel_for(tbb::blocked_range<size_t>(0, tiles.size(), 1), [&](const tbb::blocked_range<size_t>& range) {
-            int slot = tbb::this_task_arena::current_thread_index();
-            Tworker& w = *workers[size_t(std::max(0, slot)) % workers.size()];
-            // Lights and materials trace through this worker's tracer.
-            TcurrentRaySamplerScope tracing(&w.tracer);
-            for (size_t t = range.begin(); t != range.end(); ++t) {
-                tileRenderer.render(w, tiles[t]);
-                if (options.progress) {
-                    std::lock_guard<std::mutex> lock(progressLock);
-                    options.progress(++done, unsigned(tiles.size()));
-                }
-            }
-        });
+    forEachOnThreads(tiles.size(), threads, [&](size_t t, int member) {
+        Tworker& w = *workers[size_t(member)];
+        // Lights and materials trace through this worker's tracer.
+        TcurrentRaySamplerScope tracing(&w.tracer);
+        tileRenderer.render(w, tiles[t]);
+        if (options.progress) {
+            std::lock_guard<std::mutex> lock(progressLock);
+            options.progress(++done, unsigned(tiles.size()));
+        }
     });
 
     for (auto& w : workers) {

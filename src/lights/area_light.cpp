@@ -226,13 +226,12 @@ bool TareaLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, un
     return true;
 }
 
-void TareaLightShape::computeRtShadow(unsigned count, const T3Float* points, const T3Float*, const float*, float, bool, unsigned,
+void TareaLightShape::computeRtShadow(unsigned count, const T3Float* points, const T3Float*, const float*, float, bool, unsigned wanted,
                                       const bool* skip, T3Float* passed) {
     for (unsigned i = 0; i < count; ++i) passed[i] = {1, 1, 1};
     if (!threadRaySampler() || !count || (fVertexCount != 2 && fVertexCount != 4)) return;
-    short wanted = 1;
-    getAttributeValue(&attrShadowRays(), &wanted);
-    const unsigned rays = std::clamp<unsigned>(unsigned(std::max<short>(wanted, 1)), 1u, kMaxShadowSamples);
+    // The caller read the shadow ray count before shading began.
+    const unsigned rays = std::clamp<unsigned>(wanted, 1u, kMaxShadowSamples);
     const float strata = 1.0f / float(rays);
     for (unsigned first = 0; first < count; first += kBatchSize) {
         const unsigned n = std::min(count - first, kBatchSize);

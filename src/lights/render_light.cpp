@@ -274,6 +274,12 @@ void TnonExtendedLightShape::shadingNodeOnDemand(Tplug& plug, TdataBlock& block)
     bool on = false;
     getAttributeValue(&attrUseDepthMapShadows(), &on);
     fUseDepthMap = on;
+    fShadowRays = 1;
+    fDmapFilterSize = 1;
+    fDmapBias = 0.001f;
+    getAttributeValue(&attrShadowRays(), &fShadowRays);
+    getAttributeValue(&attrDmapFilterSize(), &fDmapFilterSize);
+    getAttributeValue(&attrDmapBias(), &fDmapBias);
 }
 
 bool TnonExtendedLightShape::setDependentsDirty(TmsgDirty& msg) {
@@ -391,11 +397,7 @@ void TnonExtendedLightShape::finishRecords(TdataBlock& block, unsigned first, un
     if (fShadowMap && fUseDepthMap && doShadow) {
         T3Float p[kBatchSize];
         for (unsigned k = 0; k < count; ++k) p[k] = points.asFloat3(first + k);
-        short filter = 1;
-        float bias = 0.001f;
-        getAttributeValue(&attrDmapFilterSize(), &filter);
-        getAttributeValue(&attrDmapBias(), &bias);
-        fShadowMap->sampleShadow(count, p, bias, filter, fraction, nullptr);
+        fShadowMap->sampleShadow(count, p, fDmapBias, fDmapFilterSize, fraction, nullptr);
         for (unsigned k = 0; k < count; ++k) {
             unsigned i = first + k;
             float s = fraction[k];
@@ -412,9 +414,7 @@ void TnonExtendedLightShape::finishRecords(TdataBlock& block, unsigned first, un
                 // Nothing to darken where no light arrives.
                 skip[k] = intensity[k] <= 0;
             }
-            short rays = 1;
-            getAttributeValue(&attrShadowRays(), &rays);
-            computeRtShadow(count, p, toLight, distance, softRadius, angular, unsigned(std::max<short>(rays, 1)), skip, passed);
+            computeRtShadow(count, p, toLight, distance, softRadius, angular, unsigned(std::max<short>(fShadowRays, 1)), skip, passed);
             for (unsigned k = 0; k < count; ++k) {
                 if (skip[k]) continue;
                 const T3Float& t = passed[k];

@@ -265,4 +265,10 @@ protected:
 
     TuseShadowMap* fShadowMap = nullptr;
     bool fUseDepthMap = false;
+    // Read once per render before shading: computes run on many threads at
+    // once and reading an attribute goes through the dependency graph,
+    // which writes the node.
+    short fShadowRays = 1;
+    short fDmapFilterSize = 1;
+    float fDmapBias = 0.001f;
 };

@@ -12,6 +12,7 @@
 #include "framework/host/iff_tag.h"
 #include "framework/host/math.h"
 #include "framework/host/threads.h"
+#include "support/alloc_counter.h"
 
 TEST(HostArray, InsertRemoveAndFindKeepElementOrder) {
     TuInt32Array a{1, 2, 3};
@@ -186,4 +187,27 @@ TEST(HostMath, InverseUndoesATransform) {
     EXPECT_NEAR(m.determinant(), 24.0, 1e-12);
     EXPECT_EQ(TiffTag("XPIX").value(), 0x58504958u);
     EXPECT_EQ(TiffTag("RPO3").withLast('X').asString(), "RPOX");
+}
+
+// The zero-allocation checks of the shading tests prove nothing unless the
+// counter sees allocations at all, with either way of counting (replaced
+// operators or, under the thread sanitizer, its allocator hook).
+TEST(AllocationCounter, CountsTheCallingThreadsAllocationsOnly) {
+    static void* volatile sink = nullptr;
+    TallocationCounter counter;
+    sink = ::operator new(48);
+    ::operator delete(sink);
+    sink = ::operator new[](16);
+    ::operator delete[](sink);
+    EXPECT_EQ(counter.allocations(), 2u);
+    std::thread other([] {
+        for (int i = 0; i < 8; ++i) {
+            sink = ::operator new(32);
+            ::operator delete(sink);
+        }
+    });
+    size_t afterStart = counter.allocations();
+    other.join();
+    // Starting the thread may allocate here; the other thread's eight must not show.
+    EXPECT_EQ(counter.allocations(), afterStart);
 }
