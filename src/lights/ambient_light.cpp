@@ -58,11 +58,9 @@ bool TambientLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block,
             toLight[k] = fastNormalize(d);
             passed[k] = {1, 1, 1};
         }
-        if (doShadow) {
-            short rays = 1;
-            getAttributeValue(&attrShadowRays(), &rays);
-            computeRtShadow(n, p, toLight, distance, radius.asFloat(first), false, unsigned(std::max<short>(rays, 1)), nullptr, passed);
-        }
+        if (doShadow)
+            computeRtShadow(n, p, toLight, distance, radius.asFloat(first), false, unsigned(std::max<short>(fShadowRays, 1)), nullptr,
+                            passed);
         for (unsigned k = 0; k < n; ++k) {
             unsigned i = start + k;
             float weight = shadeWeight(shade.asFloat(i), toLight[k], normals.asFloat3(i));
@@ -83,4 +81,12 @@ bool TambientLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block,
     }
     block.setClean(TlightShape::saLightData());
     return true;
+}
+
+void TambientLightShape::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TrenderLightShape::shadingNodeOnDemand(plug, block);
+    // Read once here: a read through the graph writes to the node, so the
+    // render threads must not do it while shading.
+    fShadowRays = 1;
+    getAttributeValue(&attrShadowRays(), &fShadowRays);
 }

@@ -125,8 +125,13 @@ public:
     // max(1 + shade (dot(L, N) - 1), 0): 0 lights alike from everywhere, 1 is a pure cosine.
     static float shadeWeight(float ambientShade, const T3Float& toLight, const T3Float& normal);
 
+    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
+
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
+
+private:
+    short fShadowRays = 1;
 };
 
 struct TnonAmbientLightShapeVS : TdependNodeVS {
