@@ -6,7 +6,7 @@ find_package(benchmark REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
 find_package(embree 3 REQUIRED)
-find_package(TBB REQUIRED)
+find_package(TBB REQUIRED)  # Embree schedules its BVH builds on it
 find_package(OpenGL REQUIRED COMPONENTS OpenGL EGL)
 
 # Debian's CMake package for OpenImageIO points at an OpenCV folder that is not
