@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include <OpenImageIO/imageio.h>
 
 #include <cmath>
 #include <cstdio>
@@ -17,6 +16,7 @@
 
 #include "lights/form_factor.h"
 #include "support/temp_dir.h"
+#include "support/test_image.h"
 
 namespace {
 
@@ -30,12 +30,6 @@ T3Float groundAt(float px, float py) {
     return {(px + 0.5f) * kPixel - 0.5f * kPixel * float(kW), 0, (py + 0.5f) * kPixel - 0.5f * kPixel * float(kH)};
 }
 
-struct Timage {
-    int width = 0, height = 0, channels = 0;
-    std::vector<float> pixels;
-    float at(int x, int y, int c = 0) const { return pixels[(size_t(y) * size_t(width) + size_t(x)) * size_t(channels) + size_t(c)]; }
-};
-
 std::string format(const char* text, double a = 0, double b = 0, double c = 0, double d = 0, double e = 0) {
     char out[1024];
     std::snprintf(out, sizeof out, text, a, b, c, d, e);
@@ -43,7 +37,7 @@ std::string format(const char* text, double a = 0, double b = 0, double c = 0, d
 }
 
 // Renders `nodes` under the camera to an EXR through the program and reads it back.
-Timage render(const TtestTempDir& dir, const std::string& name, const std::string& nodes, const std::string& connections) {
+TtestImage render(const TtestTempDir& dir, const std::string& name, const std::string& nodes, const std::string& connections) {
     const std::string scene = dir.file(name + ".json"), image = dir.file(name + ".exr"), err = dir.file(name + ".err");
     std::ofstream(scene) << R"({"nodes": [
         {"type": "transform", "name": "camXf", "attributes": {"translate": [0, 10, 0], "rotate": [-90, 0, 0]}},
@@ -59,14 +53,7 @@ Timage render(const TtestTempDir& dir, const std::string& name, const std::strin
     std::stringstream messages;
     messages << std::ifstream(err).rdbuf();
     EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 0) << messages.str();
-    Timage out;
-    auto in = OIIO::ImageInput::open(image);
-    if (!in) return out;
-    const OIIO::ImageSpec& spec = in->spec();
-    out.width = spec.width, out.height = spec.height, out.channels = spec.nchannels;
-    out.pixels.resize(size_t(out.width) * size_t(out.height) * size_t(out.channels));
-    if (!in->read_image(0, 0, 0, out.channels, OIIO::TypeDesc::FLOAT, out.pixels.data())) out = Timage{};
-    return out;
+    return readTestImage(image);
 }
 
 // A light under a transform at `centre`, turned to shine straight down, its
@@ -88,21 +75,21 @@ TEST(AreaLightRender, LambertAndPhongGetTheFormFactorAndAPointLightDoesNot) {
     const std::string surface = format(R"("color": [%g, %g, %g], "diffuse": %g)", color.x, color.y, color.z, diffuse);
     const std::string group = R"({"type": "shadingEngine", "name": "floorSG", "members": ["|floorXf|floor"]}, )";
     const std::string lit = format(R"("intensity": %g)", intensity);
-    Timage lambert = render(dir, "lambert",
+    TtestImage lambert = render(dir, "lambert",
                             group + R"({"type": "lambert", "name": "mat", "attributes": {)" + surface + "}}, " +
                                 lightNodes("areaLight", centre, sizeX, sizeZ, lit),
                             R"(["mat.outColor", "floorSG.surfaceShader"])");
-    Timage phong = render(dir, "phong",
+    TtestImage phong = render(dir, "phong",
                           group + R"({"type": "phong", "name": "mat", "attributes": {)" + surface +
                               format(R"(, "reflectivity": 0, "cosinePower": 20, "specularColor": [%g, %g, %g]}}, )", specular, specular,
                                      specular) +
                               lightNodes("areaLight", centre, sizeX, sizeZ, lit),
                           R"(["mat.outColor", "floorSG.surfaceShader"])");
-    Timage point = render(dir, "point",
+    TtestImage point = render(dir, "point",
                           group + R"({"type": "lambert", "name": "mat", "attributes": {)" + surface + "}}, " +
                               lightNodes("pointLight", centre, sizeX, sizeZ, lit),
                           R"(["mat.outColor", "floorSG.surfaceShader"])");
-    for (const Timage* image : {&lambert, &phong, &point}) ASSERT_EQ(image->width, kW);
+    for (const TtestImage* image : {&lambert, &phong, &point}) ASSERT_EQ(image->width, kW);
 
     const Tparallelogram quad = lightQuad(centre, sizeX, sizeZ);
     struct Case {
@@ -139,7 +126,7 @@ TEST(AreaLightRender, LambertAndPhongGetTheFormFactorAndAPointLightDoesNot) {
 // The width of the penumbra in the first row band, from the visible fraction
 // (shadowed over unshadowed) crossing 0.1 and 0.9 going out from the umbra
 // at `from` towards `step`; a linear ramp spans 0.8 of its width between them.
-double penumbraWidth(const Timage& shadowed, const Timage& open, int from, int step) {
+double penumbraWidth(const TtestImage& shadowed, const TtestImage& open, int from, int step) {
     auto visible = [&](int x) {
         double s = 0, o = 0;
         for (int y = 40; y < 80; ++y) s += shadowed.at(x, y), o += open.at(x, y);
@@ -169,7 +156,7 @@ TEST(AreaLightRender, ThePenumbraWidensWithTheLightBySimilarTriangles) {
            {"type": "shadingEngine", "name": "greySG", "members": ["|floorXf|floor", "|stripXf|strip"]}, )";
     for (float side : {1.0f, 3.0f}) {
         SCOPED_TRACE(testing::Message() << "light side " << side);
-        Timage images[2];
+        TtestImage images[2];
         for (bool shadows : {false, true})
             images[shadows] = render(dir, shadows ? "shadowed" : "open",
                                      scene + lightNodes("areaLight", {0, hLight, 0}, side, side,

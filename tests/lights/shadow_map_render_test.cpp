@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include <OpenImageIO/imageio.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "support/temp_dir.h"
+#include "support/test_image.h"
 
 namespace {
 constexpr int kSize = 96;
@@ -49,33 +49,20 @@ const char* kLamp = R"({"type": "transform", "name": "lightXf", "attributes": {"
 const char* kSpot = R"({"type": "transform", "name": "lightXf", "attributes": {"translate": [-2, 4, 1.5], "rotate": [-61, -53, 0]}},
   {"type": "spotLight", "name": "key", "parent": "lightXf")";
 
-struct Image {
-    int width = 0, height = 0;
-    std::vector<float> pixels;  // RGBA
-    float at(int x, int y, int c) const { return pixels[(size_t(y) * size_t(width) + size_t(x)) * 4 + size_t(c)]; }
-};
-
 // Renders `scene` (written into `dir` as `name`) to an EXR and reads it back.
-Image render(const TtestTempDir& dir, const std::string& name, const std::string& scene, std::string& err) {
+TtestImage render(const TtestTempDir& dir, const std::string& name, const std::string& scene, std::string& err) {
     const std::string file = dir.file(name + ".json"), image = dir.file(name + ".exr"), log = dir.file(name + ".err");
     std::ofstream(file) << scene;
     const std::string command = std::string("'") + SHADENET_CLI + "' render '" + file + "' -o '" + image + "' -q --threads 2 >/dev/null 2>'" + log + "'";
     const int raw = std::system(command.c_str());
     std::ifstream in(log);
     err.assign(std::istreambuf_iterator<char>(in), {});
-    Image result;
-    if (!WIFEXITED(raw) || WEXITSTATUS(raw) != 0) return result;
-    auto input = OIIO::ImageInput::open(image);
-    if (!input) return result;
-    const OIIO::ImageSpec& spec = input->spec();
-    result.width = spec.width, result.height = spec.height;
-    result.pixels.resize(size_t(spec.width) * size_t(spec.height) * 4);
-    input->read_image(0, 0, 0, 4, OIIO::TypeDesc::FLOAT, result.pixels.data());
-    return result;
+    if (!WIFEXITED(raw) || WEXITSTATUS(raw) != 0) return {};
+    return readTestImage(image);
 }
 
 // Pixels whose colour differs by more than `tolerance` in any channel.
-double differingShare(const Image& a, const Image& b, float tolerance) {
+double differingShare(const TtestImage& a, const TtestImage& b, float tolerance) {
     int differing = 0;
     for (int y = 0; y < a.height; ++y)
         for (int x = 0; x < a.width; ++x)
@@ -88,7 +75,7 @@ double differingShare(const Image& a, const Image& b, float tolerance) {
 }
 
 // The share of pixels darker than a lit floor could be: some shadow must show.
-double shadowedShare(const Image& a) {
+double shadowedShare(const TtestImage& a) {
     int dark = 0;
     for (int y = 0; y < a.height; ++y)
         for (int x = 0; x < a.width; ++x)
@@ -108,11 +95,11 @@ TEST(DepthMapRender, DepthMapShadowsAgreeWithRayTracedOnes) {
         SCOPED_TRACE(c.name);
         TtestTempDir dir;
         std::string err;
-        Image traced = render(dir, "traced", shadowScene(c.light, c.settings + R"("useRayTraceShadows": true)"), err);
+        TtestImage traced = render(dir, "traced", shadowScene(c.light, c.settings + R"("useRayTraceShadows": true)"), err);
         ASSERT_EQ(traced.width, kSize) << err;
-        Image mapped = render(dir, "mapped", shadowScene(c.light, c.settings + R"("useDepthMapShadows": true)"), err);
+        TtestImage mapped = render(dir, "mapped", shadowScene(c.light, c.settings + R"("useDepthMapShadows": true)"), err);
         ASSERT_EQ(mapped.width, kSize) << err;
-        Image unshadowed = render(dir, "plain", shadowScene(c.light, c.settings + R"("useRayTraceShadows": false)"), err);
+        TtestImage unshadowed = render(dir, "plain", shadowScene(c.light, c.settings + R"("useRayTraceShadows": false)"), err);
         ASSERT_EQ(unshadowed.width, kSize) << err;
         EXPECT_GT(shadowedShare(traced), 0.03) << "the scene has shadows to compare";
         EXPECT_LE(differingShare(mapped, traced, 0.05f), 0.02);
@@ -134,7 +121,7 @@ TEST(DepthMapRender, WrittenMapsRenderTheIdenticalImageWhenReused) {
         std::string err;
         const std::string common = std::string(R"("useDepthMapShadows": true, "dmapResolution": 256, "dmapFilterSize": 2, "useMidDistDmap": )") +
                                    c.midDistance;
-        Image written = render(dir, "write", shadowScene(c.light, common + R"(, "writeDmap": true)"), err);
+        TtestImage written = render(dir, "write", shadowScene(c.light, common + R"(, "writeDmap": true)"), err);
         ASSERT_EQ(written.width, kSize) << err;
         int files = 0;
         for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
@@ -142,7 +129,7 @@ TEST(DepthMapRender, WrittenMapsRenderTheIdenticalImageWhenReused) {
         EXPECT_EQ(files, c.files);
         EXPECT_TRUE(std::filesystem::exists(dir.path() / (std::string("depthmap_key") + (c.files == 6 ? "_zn" : "") + ".iff")));
 
-        Image reused = render(dir, "reuse", shadowScene(c.light, common + R"(, "reuseDmap": true)"), err);
+        TtestImage reused = render(dir, "reuse", shadowScene(c.light, common + R"(, "reuseDmap": true)"), err);
         ASSERT_EQ(reused.width, kSize) << err;
         EXPECT_EQ(err.find("Warning"), std::string::npos) << err;
         // The maps came from the files, not from a new render that happens to match.

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include <OpenImageIO/imageio.h>
 
 #include <cmath>
 #include <cstdio>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "support/temp_dir.h"
+#include "support/test_image.h"
 
 namespace {
 constexpr double kDeg = 3.14159265358979323846 / 180;
@@ -47,19 +47,6 @@ std::string sceneFor(const Tspot& s) {
     return text;
 }
 
-// The red channel of an image file, rows from the top; empty when unreadable.
-std::vector<float> readRed(const std::string& path, int& width, int& height) {
-    auto in = OIIO::ImageInput::open(path);
-    if (!in) return {};
-    const OIIO::ImageSpec& spec = in->spec();
-    width = spec.width, height = spec.height;
-    std::vector<float> pixels(size_t(width) * height * spec.nchannels);
-    if (!in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, pixels.data())) return {};
-    std::vector<float> red(size_t(width) * height);
-    for (size_t i = 0; i < red.size(); ++i) red[i] = pixels[i * spec.nchannels];
-    return red;
-}
-
 // Distance on the floor from below the light to the centre of pixel (x, y).
 double floorRadius(int x, int y) {
     double u = (x + 0.5) * kPixel - kViewWidth / 2, v = (y + 0.5) * kPixel - kViewWidth / 2;
@@ -79,10 +66,9 @@ TEST(SpotLightRender, PixelsFollowTheConeOnAFloorBelow) {
                               " >/dev/null 2>&1";
         int status = std::system(command.c_str());
         ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
-        int width = 0, height = 0;
-        std::vector<float> red = readRed(image, width, height);
-        ASSERT_EQ(width, kSize);
-        ASSERT_EQ(height, kSize);
+        const TtestImage rendered = readTestImage(image);
+        ASSERT_EQ(rendered.width, kSize);
+        ASSERT_EQ(rendered.height, kSize);
 
         const double half = s.cone / 2, outer = (half + std::max(s.penumbra, 0.0)) * kDeg,
                      inner = (half + std::min(s.penumbra, 0.0)) * kDeg;
@@ -96,7 +82,7 @@ TEST(SpotLightRender, PixelsFollowTheConeOnAFloorBelow) {
                 if (std::fabs(theta - outer) < 3e-4) continue;
                 double ramp = c >= ci ? 1 : c <= co ? 0 : (c - co) / (ci - co);
                 double want = c * std::pow(c, s.dropoff) * ramp;  // N.L is the cosine to the axis here
-                float got = red[size_t(y) * kSize + x];
+                float got = rendered.at(x, y);
                 EXPECT_NEAR(got, want, 2e-3) << "pixel " << x << ", " << y;
                 if (got > 0) litRadius = std::max(litRadius, r);
                 inRamp += ramp > 0.05 && ramp < 0.95;

@@ -2,7 +2,6 @@
 // no forward scatter, each colour input, each shadow mode, the focus and
 // eccentricity limits, curve ends; and a ramp-shaded sphere rendered from a
 // scene file by the command-line program, read back at known pixels.
-#include <OpenImageIO/imageio.h>
 
 #include <algorithm>
 #include <cmath>
@@ -16,6 +15,7 @@
 #include "materials/ramp_shader.h"
 #include "support/alloc_counter.h"
 #include "support/temp_dir.h"
+#include "support/test_image.h"
 
 namespace {
 T3Float unit(T3Float v) { return v * (1.0f / std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z)); }
@@ -395,20 +395,6 @@ int runProgram(const TtestTempDir& dir, const std::string& arguments) {
     std::string command = std::string("'") + SHADENET_CLI + "' " + arguments + " >'" + dir.file("out.txt") + "' 2>&1";
     return std::system(command.c_str());
 }
-
-bool readImage(const std::string& path, int& width, int& height, std::vector<float>& pixels) {
-    auto in = OIIO::ImageInput::open(path);
-    if (!in) return false;
-    const OIIO::ImageSpec& spec = in->spec();
-    width = spec.width;
-    height = spec.height;
-    std::vector<float> all(size_t(width) * height * spec.nchannels);
-    bool ok = in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, all.data());
-    pixels.clear();
-    for (size_t p = 0; p < size_t(width) * height; ++p)
-        for (int c = 0; c < 3; ++c) pixels.push_back(all[p * spec.nchannels + c]);
-    return ok;
-}
 }  // namespace
 
 // A ramp-shaded sphere under a distant light, seen by an orthographic
@@ -439,11 +425,9 @@ TEST(RampShaderRender, SphereFromASceneFileMatchesTheClosedForm) {
     const std::string image = dir.file("ramp.exr");
     ASSERT_EQ(runProgram(dir, "render '" + scene + "' -o '" + image + "' --resolution 40 40 --spp 1 --threads 2"), 0)
         << std::ifstream(dir.file("out.txt")).rdbuf();
-    int w = 0, h = 0;
-    std::vector<float> pixels;
-    ASSERT_TRUE(readImage(image, w, h, pixels));
-    ASSERT_EQ(w, size);
-    ASSERT_EQ(h, size);
+    const TtestImage rendered = readTestImage(image);
+    ASSERT_EQ(rendered.width, size);
+    ASSERT_EQ(rendered.height, size);
 
     // The light's transform turns its -Z shine by -110 degrees about X: it
     // comes from above and behind, so much of the visible side is its far side.
@@ -461,10 +445,9 @@ TEST(RampShaderRender, SphereFromASceneFileMatchesTheClosedForm) {
             float weight = kd * std::max(d, 0.0f);
             if (d > threshold) weight += translucence * (d < threshold + range ? (d - threshold) / range : 1.0f);
             T3Float expected = lerp3(low, high, (d + 1) / 2) * weight;
-            const float* p = &pixels[(size_t(py) * size + px) * 3];
-            EXPECT_NEAR(p[0], expected.x, 2e-3f) << px << "," << py;
-            EXPECT_NEAR(p[1], expected.y, 2e-3f) << px << "," << py;
-            EXPECT_NEAR(p[2], expected.z, 2e-3f) << px << "," << py;
+            EXPECT_NEAR(rendered.at(px, py, 0), expected.x, 2e-3f) << px << "," << py;
+            EXPECT_NEAR(rendered.at(px, py, 1), expected.y, 2e-3f) << px << "," << py;
+            EXPECT_NEAR(rendered.at(px, py, 2), expected.z, 2e-3f) << px << "," << py;
             ++checked;
             farSide += d < -0.3f ? 1 : 0;
         }
