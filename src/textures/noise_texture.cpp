@@ -9,7 +9,7 @@
 
 SN_REGISTER_NODE_CLASS(TdnNoise)
 
-TdnVSNoise::TdnVSNoise() {
+TnoiseAttributes::TnoiseAttributes(const char* waveLabel) {
     amplitude.setNativeDefaultData(1.0);
     amplitude.setSoftMin(0);
     amplitude.setSoftMax(1);
@@ -27,7 +27,7 @@ TdnVSNoise::TdnVSNoise() {
     frequencyRatio.setSoftMax(10);
     time.setSoftMin(0);
     time.setSoftMax(1);
-    const char* types[] = {"Perlin Noise", "Billow", "Wave", "Wispy", "SpaceTime"};
+    const char* types[] = {"Perlin Noise", "Billow", waveLabel, "Wispy", "SpaceTime"};
     const char* typeKeys[] = {"kPerlinNoise", "kBillow", "kWave", "kWispy", "kSpaceTime"};
     for (short i = 0; i < 5; ++i) noiseType.addField(typeKeys[i], types[i], i);
     noiseType.setNativeDefaultData(1.0);
@@ -43,14 +43,43 @@ TdnVSNoise::TdnVSNoise() {
     numWaves.setSoftMax(20);
     implode.setSoftMin(-1);
     implode.setSoftMax(1);
-    implodeCenter.setNativeDefaultData(0.5f, 0.5f);
 }
+
+TnoiseParamHandles::TnoiseParamHandles(TdataBlock& block, const TnoiseAttributes& a, unsigned first, unsigned count)
+    : amplitude(block.inputValue(a.amplitude, first, count)), ratio(block.inputValue(a.ratio, first, count)),
+      threshold(block.inputValue(a.threshold, first, count)), depthMax(block.inputValue(a.depthMax, first, count)),
+      frequency(block.inputValue(a.frequency, first, count)), frequencyRatio(block.inputValue(a.frequencyRatio, first, count)),
+      inflection(block.inputValue(a.inflection, first, count)), time(block.inputValue(a.time, first, count)),
+      noiseType(block.inputValue(a.noiseType, first, count)), density(block.inputValue(a.density, first, count)),
+      spottyness(block.inputValue(a.spottyness, first, count)), sizeRand(block.inputValue(a.sizeRand, first, count)),
+      randomness(block.inputValue(a.randomness, first, count)), falloff(block.inputValue(a.falloff, first, count)),
+      numWaves(block.inputValue(a.numWaves, first, count)), implode(block.inputValue(a.implode, first, count)) {}
+
+void TnoiseParamHandles::read(unsigned i, TnoiseParams& p) const {
+    p.amplitude = amplitude.asFloat(i);
+    p.ratio = ratio.asFloat(i);
+    p.threshold = threshold.asFloat(i);
+    p.depthMax = depthMax.asShort(i);
+    p.frequency = frequency.asFloat(i);
+    p.frequencyRatio = frequencyRatio.asFloat(i);
+    p.inflection = inflection.asBool(i);
+    p.time = time.asFloat(i);
+    p.noiseType = noiseType.asShort(i);
+    p.density = density.asFloat(i);
+    p.spottyness = spottyness.asFloat(i);
+    p.sizeRand = sizeRand.asFloat(i);
+    p.randomness = randomness.asFloat(i);
+    p.falloff = falloff.asShort(i);
+    p.numWaves = numWaves.asShort(i);
+    p.implode = implode.asFloat(i);
+}
+
+TdnVSNoise::TdnVSNoise() { implodeCenter.setNativeDefaultData(0.5f, 0.5f); }
 
 bool TdnVSNoise::setupDependencies(TdependencyMatrix& m) {
     if (!TdependNodeVS::setupDependencies(m)) return false;
-    TdnVSTx2D::affectsOutputs(m, {&amplitude, &ratio, &threshold, &depthMax, &frequency, &frequencyRatio, &inflection, &time,
-                                  &noiseType, &density, &spottyness, &sizeRand, &randomness, &falloff, &numWaves, &implode,
-                                  &implodeCenter});
+    for (const Tattribute* a : noise.all()) TdnVSTx2D::affectsOutputs(m, {a});
+    TdnVSTx2D::affectsOutputs(m, {&implodeCenter});
     return true;
 }
 
@@ -66,7 +95,6 @@ static void sSetCommon(TvolumeTexture& t, const TnoiseParams& p) {
     t.setFrequency(p.frequency);
     t.setAbsolute(p.inflection);
     t.setImplode(p.implode);
-    t.setImplodeCenter(T3Float(p.implodeCenter.x, p.implodeCenter.y, 0.0f));
 }
 
 float TdnNoise::sBillowMean(float density, float randomness, short falloff) {
@@ -83,10 +111,22 @@ float TdnNoise::sValue(const TnoiseParams& p, float u, float v) {
 }
 
 float TdnNoise::sRawValue(const TnoiseParams& p, float u, float v) {
+    return sEvaluate(p, false, T3Float(u, v, 0.0f), T3Float(p.implodeCenter.x, p.implodeCenter.y, 0.0f));
+}
+
+float TdnNoise::sSolidValue(const TnoiseParams& p, const T3Float& point, const T3Float& implodeCenter) {
+    return std::max(0.0f, sEvaluate(p, true, point, implodeCenter));
+}
+
+float TdnNoise::sEvaluate(const TnoiseParams& p, bool solid, const T3Float& q, const T3Float& implodeCenter) {
+    // The solid form reads every type in three dimensions; the flat form
+    // reads the plane, except the wispy smear, which only exists in space.
+    auto read = [&](const TvolumeTexture& t) { return solid ? t.getValue(q.x, q.y, q.z, p.time) : t.getValue2(q.x, q.y, p.time); };
     switch (p.noiseType) {
         case kBillow: {
             TbillowTexture t;
             sSetCommon(t, p);
+            t.setImplodeCenter(implodeCenter);
             // Overlapping blobs sum well past 1 (about 0.79 on average at the
             // defaults), which left a quarter of the texture clipped to white.
             // Scale the sum so that its mean sits at amplitude / 2, like the
@@ -98,62 +138,40 @@ float TdnNoise::sRawValue(const TnoiseParams& p, float u, float v) {
             t.setSizeRand(p.sizeRand);
             t.setRandomness(p.randomness);
             t.setFalloff(TbillowTexture::FalloffType(std::clamp<short>(p.falloff, 0, 3)));
-            return t.getValue2(u, v, p.time);
+            return read(t);
         }
         case kWave: {
             TcosTexture t;
             sSetCommon(t, p);
+            t.setImplodeCenter(implodeCenter);
             t.setNWaves(std::max<short>(p.numWaves, 1));
-            return t.getValue2(u, v, p.time);
+            return read(t);
         }
         default: {
             TperlinTexture t;
             sSetCommon(t, p);
+            t.setImplodeCenter(implodeCenter);
             // Space-time runs through the time cells instead of sliding.
             // Wispy drags each octave along its own direction, which only
-            // the solid form does: it is read in the plane z = 0.
+            // the solid form does: the flat texture reads it in the plane
+            // z = 0.
             t.setAnimated(p.noiseType == kSpaceTime);
             if (p.noiseType == kWispy) {
                 t.setDoSmear(true);
-                return t.getValue(u, v, 0.0f, p.time);
+                return t.getValue(q.x, q.y, solid ? q.z : 0.0f, p.time);
             }
-            return t.getValue2(u, v, p.time);
+            return read(t);
         }
     }
 }
 
 bool TdnNoise::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isColorOutput(plug)) return TdnTx2D::vectorComputePlug(plug, block, first, count);
-    TdataHandle amplitude = block.inputValue(attrAmplitude(), first, count), ratio = block.inputValue(attrRatio(), first, count),
-                threshold = block.inputValue(attrThreshold(), first, count), depth = block.inputValue(attrDepthMax(), first, count),
-                frequency = block.inputValue(attrFrequency(), first, count),
-                frequencyRatio = block.inputValue(attrFrequencyRatio(), first, count),
-                inflection = block.inputValue(attrInflection(), first, count), time = block.inputValue(attrTime(), first, count),
-                type = block.inputValue(attrNoiseType(), first, count), density = block.inputValue(attrDensity(), first, count),
-                spottyness = block.inputValue(attrSpottyness(), first, count),
-                sizeRand = block.inputValue(attrSizeRand(), first, count),
-                randomness = block.inputValue(attrRandomness(), first, count),
-                falloff = block.inputValue(attrFalloff(), first, count), waves = block.inputValue(attrNumWaves(), first, count),
-                implode = block.inputValue(attrImplode(), first, count),
-                centre = block.inputValue(attrImplodeCenter(), first, count);
+    TnoiseParamHandles params(block, fsVs->noise, first, count);
+    TdataHandle centre = block.inputValue(attrImplodeCenter(), first, count);
     computeValueTexture(*this, block, first, count, [&](unsigned i, T2Float uv) {
         TnoiseParams p;
-        p.amplitude = amplitude.asFloat(i);
-        p.ratio = ratio.asFloat(i);
-        p.threshold = threshold.asFloat(i);
-        p.depthMax = depth.asShort(i);
-        p.frequency = frequency.asFloat(i);
-        p.frequencyRatio = frequencyRatio.asFloat(i);
-        p.inflection = inflection.asBool(i);
-        p.time = time.asFloat(i);
-        p.noiseType = type.asShort(i);
-        p.density = density.asFloat(i);
-        p.spottyness = spottyness.asFloat(i);
-        p.sizeRand = sizeRand.asFloat(i);
-        p.randomness = randomness.asFloat(i);
-        p.falloff = falloff.asShort(i);
-        p.numWaves = waves.asShort(i);
-        p.implode = implode.asFloat(i);
+        params.read(i, p);
         p.implodeCenter = centre.asFloat2(i);
         return sValue(p, uv.x, uv.y);
     });

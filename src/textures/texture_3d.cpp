@@ -137,3 +137,86 @@ T3Float TdnTx3D::recurrence3(const T3Float& p, float levels, float ratio) {
     return T3Float(recurrence(p, levels, ratio), recurrence(p + T3Float(0.31f, 0.17f, 0.53f), levels, ratio),
                    recurrence(p + T3Float(0.67f, 0.43f, 0.11f), levels, ratio));
 }
+
+TdnVSSolid::TdnVSSolid() {}
+
+bool TdnVSSolid::setupDependencies(TdependencyMatrix& m) {
+    if (!TdependNodeVS::setupDependencies(m)) return false;
+    TdnVSTx3D::affectsOutputs(m, {&refPointObj.whole, &refPointCamera.whole});
+    return true;
+}
+
+TdnVSSolidView::TdnVSSolidView() {
+    xPixelAngle.setNativeDefaultData(0.002053);
+    xPixelAngle.setFlag(kAttrHidden, true);
+}
+
+bool TdnVSSolidView::setupDependencies(TdependencyMatrix& m) {
+    if (!TdnVSSolid::setupDependencies(m)) return false;
+    TdnVSTx3D::affectsOutputs(m, {&xPixelAngle, &normalCamera.whole});
+    return true;
+}
+
+TsolidOctaveAttributes::TsolidOctaveAttributes() { ripples.setDefault(1, 1, 1); }
+
+Ttx3dEffectsHandles::Ttx3dEffectsHandles(TdataBlock& block, unsigned first, unsigned count)
+    : invert(block.inputValue(TdnTx3D::saInvert(), first, count)),
+      alphaIsLuminance(block.inputValue(TdnTx3D::saAlphaIsLuminance(), first, count)),
+      colorGain(block.inputValue(TdnTx3D::saColorGain(), first, count)),
+      colorOffset(block.inputValue(TdnTx3D::saColorOffset(), first, count)),
+      alphaGain(block.inputValue(TdnTx3D::saAlphaGain(), first, count)),
+      alphaOffset(block.inputValue(TdnTx3D::saAlphaOffset(), first, count)),
+      defaultColor(block.inputValue(TdnTx3D::saDefaultColor(), first, count)) {}
+
+Ttx3dEffects Ttx3dEffectsHandles::at(unsigned i) const {
+    Ttx3dEffects e;
+    e.invert = invert.asBool(i);
+    e.gain = colorGain.asFloat3(i);
+    e.offset = colorOffset.asFloat3(i);
+    e.alphaGain = alphaGain.asFloat(i);
+    e.alphaOffset = alphaOffset.asFloat(i);
+    e.defaultColor = defaultColor.asFloat3(i);
+    return e;
+}
+
+void TdnTx3D::sPlacementScale(const TfltMatrix& placement, float& scale, float& det) {
+    scale = 0.0f;
+    for (int row = 0; row < 3; ++row) {
+        const float* r = placement.m[row];
+        scale = std::max(scale, std::sqrt(r[0] * r[0] + r[1] * r[1] + r[2] * r[2]));
+    }
+    const auto& a = placement.m;
+    det = std::fabs(a[0][0] * (a[1][1] * a[2][2] - a[1][2] * a[2][1]) - a[0][1] * (a[1][0] * a[2][2] - a[1][2] * a[2][0]) +
+                    a[0][2] * (a[1][0] * a[2][1] - a[1][1] * a[2][0]));
+}
+
+float TdnTx3D::sPixelFootprint(const T3Float& pointCamera, const T3Float& normal, float pixelAngle, float scale, float det,
+                               float filter, float filterOffset, float depthFactor) {
+    float d = std::fabs(dot(normal, pointCamera));
+    if (!(d > 1e-10f)) return 1e10f;
+    float z = pointCamera.z;
+    float w = (z * z * depthFactor * pixelAngle * scale * det / d) * filter + filterOffset;
+    return std::max(w, 1e-08f);
+}
+
+float TdnTx3D::sLevels(float width, T2Float depth) {
+    float levels = -std::log(width) / 0.6931f;
+    if (depth.y > depth.x) levels = std::clamp(levels, depth.x, depth.y);
+    return std::clamp(levels, 0.0f, kMaxLevels);
+}
+
+float TdnTx3D::sFractalSum(const T3Float& q, float levels, float ratio, const T3Float& ripples, const T3Float& offset,
+                           const T3Float& step) {
+    int n = int(levels);
+    float sum = 0.0f, amplitude = 1.0f;
+    T3Float x = q, shift = offset;
+    for (int i = 0; i <= n; ++i) {
+        float w = i == n ? amplitude * (levels - float(n)) : amplitude;
+        if (w == 0.0f) break;
+        sum += w * Tnoise::noise3(x.x * ripples.x + shift.x, x.y * ripples.y + shift.y, x.z * ripples.z + shift.z);
+        amplitude *= ratio;
+        x = x * 2.0f;
+        shift = shift + step;
+    }
+    return sum;
+}

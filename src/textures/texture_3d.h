@@ -9,6 +9,7 @@
 #include "framework/node_registry.h"
 #include "framework/render_node.h"
 #include "shading/shading_types.h"
+#include "textures/texture_2d.h"
 #include "textures/texture_attributes.h"
 
 struct TdnVSTx3D : TdependNodeVS {
@@ -38,6 +39,29 @@ struct TdnVSTx3D : TdependNodeVS {
     bool setupDependencies(TdependencyMatrix& m) override;
     // For a solid texture's own description: its inputs affect outColor and outAlpha.
     static void affectsOutputs(TdependencyMatrix& m, std::initializer_list<const Tattribute*> inputs);
+};
+
+// The inputs every solid texture adds to the base: the reference points,
+// which the renderer sets to the undeformed surface.
+struct TdnVSSolid : TdependNodeVS {
+    TvectorAttribute refPointObj{"refPointObj", "rpo", TiffTag("RPO3")};
+    TvectorAttribute refPointCamera{"refPointCamera", "rpc", TiffTag("RPC3")};
+    TdnVSSolid();
+    bool setupDependencies(TdependencyMatrix& m) override;
+};
+// A solid texture that also sees the pixel's angle and the surface normal:
+// its footprint follows the camera depth and the slant of the surface.
+struct TdnVSSolidView : TdnVSSolid {
+    TattributeFloat xPixelAngle{"xPixelAngle", "xpa", TiffTag("XPIX")};
+    TvectorAttribute normalCamera{"normalCamera", "n", TiffTag("NCAM")};
+    TdnVSSolidView();
+    bool setupDependencies(TdependencyMatrix& m) override;
+};
+// `ripples` and `depth` of the fractal solid textures.
+struct TsolidOctaveAttributes {
+    TvectorAttribute ripples{"ripples", "r", TiffTag("RPL3")};
+    TpairAttribute depth{"depth", "d", TiffTag("DEP2"), "depthMin", "dmn", TiffTag("DMIN"), "depthMax", "dmx", TiffTag("DMAX")};
+    TsolidOctaveAttributes();
 };
 
 // The colour effects of a solid texture for one sample.
@@ -110,4 +134,147 @@ public:
     static float recurrence(const T3Float& p, float levels, float ratio);
     static float recurrenceN(const T3Float& p, int octaves);
     static T3Float recurrence3(const T3Float& p, float levels, float ratio);
+
+    // The footprint of a sample in placement space, from the camera depth
+    // z of the point, the pixel angle and the slant d = |n . p| of the
+    // surface, times the placement's largest axis scale s and its
+    // determinant det; `depthFactor` scales z^2. Floored at 1e-08; 1e10
+    // when the surface is seen edge on.
+    static float sPixelFootprint(const T3Float& pointCamera, const T3Float& normal, float pixelAngle, float scale, float det,
+                                 float filter, float filterOffset, float depthFactor = 1.0f);
+    // The largest axis scale of a placement and the absolute determinant.
+    static void sPlacementScale(const TfltMatrix& placement, float& scale, float& det);
+    // Fractional octave count -log2(w), held to the depth range; a range
+    // whose maximum is not above its minimum (the default 0, 0) sets no
+    // limit but kMaxLevels.
+    static float sLevels(float width, T2Float depth);
+    static constexpr float kMaxLevels = 24.0f;
+    // A fractal sum of value noise: octave i reads noise3 at q * 2^i *
+    // ripples + offset + i * step with amplitude ratio^i; the octave after
+    // the whole ones is weighted by the fraction of `levels`.
+    static float sFractalSum(const T3Float& q, float levels, float ratio, const T3Float& ripples, const T3Float& offset,
+                             const T3Float& step);
 };
+
+// The handles of a solid texture's colour effects, read by pointer and stride.
+struct Ttx3dEffectsHandles {
+    TdataHandle invert, alphaIsLuminance, colorGain, colorOffset, alphaGain, alphaOffset, defaultColor;
+    Ttx3dEffectsHandles(TdataBlock& block, unsigned first, unsigned count);
+    Ttx3dEffects at(unsigned i) const;
+};
+
+// The three-pass form of a solid texture's vector compute. begin() runs the
+// shared first steps of a sample: the placed point, the outside test and
+// the edge blend; a sample it turns away shows the default colour. The
+// pattern then sets weights and its own colour as in Ttx2dBatch, and
+// finish() computes the lazy inputs, mixes, and applies the colour effects
+// with the blend.
+template <unsigned kInputs>
+class Ttx3dBatch : public Ttx2dBatch<kInputs> {
+    using Base = Ttx2dBatch<kInputs>;
+
+public:
+    Ttx3dBatch(TdataBlock& block, unsigned first, unsigned count, const Tattribute& refPointObj, const Tattribute& refPointCamera)
+        : Base(first, count), fRefObj(block.inputValue(refPointObj, first, count)),
+          fRefCamera(block.inputValue(refPointCamera, first, count)),
+          fLocal(block.inputValue(TdnTx3D::saLocal(), first, count)),
+          fWrap(block.inputValue(TdnTx3D::saWrap(), first, count)),
+          fBlend(block.inputValue(TdnTx3D::saBlend(), first, count)),
+          fEyeToWorld(block.inputValue(TdnTx3D::saMatrixEyeToWorld(), first, count)),
+          fPlacement(block.inputValue(TdnTx3D::saPlacementMatrix(), first, count)),
+          fFilter(block.inputValue(TdnTx3D::saFilter(), first, count)),
+          fFilterOffset(block.inputValue(TdnTx3D::saFilterOffset(), first, count)),
+          fFilterSize(block.inputValue(TdnTx3D::saFilterSize(), first, count)),
+          fDefault(block.inputValue(TdnTx3D::saDefaultColor(), first, count)) {
+        if (count > kBatchSize) {
+            fBlendHeap.reset(new float[count]);
+            fBlends = fBlendHeap.get();
+        }
+    }
+
+    // The placed point of sample i; false when the sample shows only the
+    // default colour (outside the box with wrap off, or blended away).
+    bool begin(unsigned i, T3Float& p) {
+        p = TdnTx3D::sPlacePoint(fRefObj.asFloat3(i), fRefCamera.asFloat3(i), fLocal.asBool(i),
+                                 fEyeToWorld.template as<TfltMatrix>(i), fPlacement.template as<TfltMatrix>(i));
+        bool wrap = fWrap.asBool(i);
+        float b = wrap ? 0.0f : TdnTx3D::sComputeBlend(p, fBlend.asFloat(i));
+        fBlends[i - this->first()] = b;
+        if (TdnTx3D::sOutside(p, wrap) || b >= TdnTx3D::kFullBlend) {
+            this->setOutside(i, fDefault.asFloat3(i));
+            return false;
+        }
+        return true;
+    }
+    const T3Float& pointCamera(unsigned i) const { return fRefCamera.asFloat3(i); }
+    // The footprint of sample i seen through the pixel angle.
+    float pixelFootprint(unsigned i, const T3Float& normal, float pixelAngle, float depthFactor = 1.0f) const {
+        float scale, det;
+        TdnTx3D::sPlacementScale(fPlacement.template as<TfltMatrix>(i), scale, det);
+        return TdnTx3D::sPixelFootprint(fRefCamera.asFloat3(i), normal, pixelAngle, scale, det, fFilter.asFloat(i),
+                                        fFilterOffset.asFloat(i), depthFactor);
+    }
+    // The footprint of sample i from the renderer's filter size, for the
+    // classes that do not see the pixel angle.
+    float filterFootprint(unsigned i) const {
+        float scale, det;
+        TdnTx3D::sPlacementScale(fPlacement.template as<TfltMatrix>(i), scale, det);
+        float w = TdnTx3D::filteredSize(fFilterSize.asFloat3(i), fFilter.asFloat(i), fFilterOffset.asFloat(i)) * scale;
+        return w > 1e-08f ? w : 1e-08f;
+    }
+    // The placement's linear part, which takes a gradient in placement
+    // space back to the space of the sample point.
+    const TfltMatrix& placement(unsigned i) const { return fPlacement.template as<TfltMatrix>(i); }
+    const TfltMatrix& eyeToWorld(unsigned i) const { return fEyeToWorld.template as<TfltMatrix>(i); }
+    bool local(unsigned i) const { return fLocal.asBool(i); }
+
+    // Lazy inputs, mix, effects and blend. Alpha: the pattern's, or the
+    // colour's luminance (before the effects) when `alphaFromColour` or
+    // alphaIsLuminance says so.
+    void finish(TdataBlock& block, const Tattribute* const* inputs, const Tattribute& outColor, const Tattribute& outAlpha,
+                bool alphaFromColour = false) {
+        TdataHandle in[kInputs > 0 ? kInputs : 1];
+        for (unsigned k = 0; k < kInputs; ++k) in[k] = this->computeInput(block, k, *inputs[k]);
+        Ttx3dEffectsHandles effects(block, this->first(), this->count());
+        TdataHandle color = block.outputValue(outColor, this->first(), this->count());
+        TdataHandle alpha = block.outputValue(outAlpha, this->first(), this->count());
+        for (unsigned i = this->first(); i < this->first() + this->count(); ++i) {
+            const typename Base::Record& r = this->at(i);
+            T3Float c = r.own;
+            float a = r.alpha, b = 0.0f;
+            if (!r.done) {
+                for (unsigned k = 0; k < kInputs; ++k)
+                    if (r.need[k]) c = c + in[k].asFloat3(i) * r.weight[k];
+                if (alphaFromColour || effects.alphaIsLuminance.asBool(i)) a = luminance(c);
+                b = fBlends[i - this->first()];
+            }
+            TdnTx3D::sColorEffects(effects.at(i), b, c, a);
+            color.asFloat3(i) = c;
+            alpha.asFloat(i) = a;
+        }
+        block.setClean(outColor);
+        block.setClean(outAlpha);
+    }
+
+private:
+    TdataHandle fRefObj, fRefCamera, fLocal, fWrap, fBlend, fEyeToWorld, fPlacement, fFilter, fFilterOffset, fFilterSize,
+        fDefault;
+    float fBlendLocal[kBatchSize] = {};
+    float* fBlends = fBlendLocal;
+    std::unique_ptr<float[]> fBlendHeap;
+};
+
+// The common form of a solid texture with no colour inputs: the value
+// `pattern(i, p)` returns in all channels, alpha the same value unless
+// alphaIsLuminance.
+template <class Node, class Pattern>
+void computeSolidValue(Node& node, TdataBlock& block, unsigned first, unsigned count, Pattern&& pattern) {
+    Ttx3dBatch<0> batch(block, first, count, node.attrRefPointObj(), node.attrRefPointCamera());
+    for (unsigned i = first; i < first + count; ++i) {
+        T3Float p;
+        if (!batch.begin(i, p)) continue;
+        float value = pattern(i, p, batch);
+        batch.setOwn(i, T3Float(value, value, value), value);
+    }
+    batch.finish(block, nullptr, node.attrOutColor(), node.attrOutAlpha());
+}
