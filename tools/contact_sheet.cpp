@@ -13,6 +13,9 @@ struct Tsheet {
 
 const Tsheet kSheets[] = {
     {"textures-2d", {"checker", "grid", "bulge", "cloth", "ramp", "fractal", "noise", "mountain", "stencil", "water", "ocean"}},
+    {"textures-3d",
+     {"brownian", "cloud", "crater", "granite", "leather", "marble", "rock", "snow", "solidFractal", "stucco", "volumeNoise",
+      "wood"}},
 };
 
 constexpr int kGlyphWidth = 5, kGlyphHeight = 7, kGlyphAdvance = 6;

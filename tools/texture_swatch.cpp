@@ -94,6 +94,13 @@ void dressTextureForSwatch(TdependGraph& graph, TdependNode* texture) {
         set(texture, "waveAmplitude", 0.3f);
         set(texture, "rippleAmplitude", 0.3f);
     }
+    if (type == "wood") {
+        // The rings repeat every unit about the centre of the unit square:
+        // show one square, centred, rather than four corners.
+        TfltMatrix placement = TfltMatrix::scaling(0.5f, 0.5f, 0.5f);
+        placement.m[3][0] = placement.m[3][1] = 0.5f;
+        set(texture, "placementMatrix", placement);
+    }
     // 2D textures read their UV through a placement; solid textures read
     // the point and keep theirs.
     if (!texture->attribute(Tstring("uvCoord")) || isConnectedInput(texture, "uvCoord")) return;

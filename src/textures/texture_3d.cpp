@@ -220,3 +220,10 @@ float TdnTx3D::sFractalSum(const T3Float& q, float levels, float ratio, const T3
     }
     return sum;
 }
+
+T3Float TdnTx3D::sBumpNormal(const T3Float& n, const T3Float& g, float depth) {
+    T3Float tangential = g - n * dot(n, g);
+    T3Float bent = n - tangential * depth;
+    float l = length(bent);
+    return l > 1e-12f ? bent * (1.0f / l) : n;
+}

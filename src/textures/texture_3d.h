@@ -154,6 +154,21 @@ public:
     // the whole ones is weighted by the fraction of `levels`.
     static float sFractalSum(const T3Float& q, float levels, float ratio, const T3Float& ripples, const T3Float& offset,
                              const T3Float& step);
+    // The gradient of a height field of placement space at p, by central
+    // differences of step h, taken back to the space of the sample point:
+    // with q = p M, the gradient in p is M times the gradient in q.
+    template <class Height>
+    static T3Float sGradient(Height&& height, const T3Float& p, float h, const TfltMatrix& toPlacement) {
+        T3Float g((height(p + T3Float(h, 0, 0)) - height(p - T3Float(h, 0, 0))) / (2.0f * h),
+                  (height(p + T3Float(0, h, 0)) - height(p - T3Float(0, h, 0))) / (2.0f * h),
+                  (height(p + T3Float(0, 0, h)) - height(p - T3Float(0, 0, h))) / (2.0f * h));
+        const auto& m = toPlacement.m;
+        return T3Float(m[0][0] * g.x + m[0][1] * g.y + m[0][2] * g.z, m[1][0] * g.x + m[1][1] * g.y + m[1][2] * g.z,
+                       m[2][0] * g.x + m[2][1] * g.y + m[2][2] * g.z);
+    }
+    // The normal n tilted against the tangential part of a height gradient
+    // g scaled by `depth`, normalised; n itself where the result vanishes.
+    static T3Float sBumpNormal(const T3Float& n, const T3Float& g, float depth);
 };
 
 // The handles of a solid texture's colour effects, read by pointer and stride.
@@ -222,11 +237,11 @@ public:
         float w = TdnTx3D::filteredSize(fFilterSize.asFloat3(i), fFilter.asFloat(i), fFilterOffset.asFloat(i)) * scale;
         return w > 1e-08f ? w : 1e-08f;
     }
-    // The placement's linear part, which takes a gradient in placement
-    // space back to the space of the sample point.
-    const TfltMatrix& placement(unsigned i) const { return fPlacement.template as<TfltMatrix>(i); }
-    const TfltMatrix& eyeToWorld(unsigned i) const { return fEyeToWorld.template as<TfltMatrix>(i); }
-    bool local(unsigned i) const { return fLocal.asBool(i); }
+    // The map from the sample's point to placement space.
+    TfltMatrix toPlacement(unsigned i) const {
+        const TfltMatrix& placement = fPlacement.template as<TfltMatrix>(i);
+        return fLocal.asBool(i) ? placement : fEyeToWorld.template as<TfltMatrix>(i) * placement;
+    }
 
     // Lazy inputs, mix, effects and blend. Alpha: the pattern's, or the
     // colour's luminance (before the effects) when `alphaFromColour` or
