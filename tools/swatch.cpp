@@ -42,11 +42,12 @@ const TsubcommandRegistrar kRegistrar{
     {"swatch", "Render the preview of a node type or of FILE:NODE, or a contact sheet", [](CLI::App& app) -> std::function<int()> {
          auto c = std::make_shared<TswatchCommand>();
          app.add_option("what", c->what, "A node type, or FILE:NODE for a node of a scene file");
-         app.add_option("--sheet", c->sheet, "A contact sheet of a family of types (textures-2d)");
+         app.add_option("--sheet", c->sheet, "A contact sheet of a family of types (textures-2d, textures-3d)");
          app.add_option("--columns", c->columns, "Swatches per row of a contact sheet")->check(wholeNumberBetween(1, 64));
          app.add_option("-o,--output", c->output, "Image file (png, exr, tif ...)");
          app.add_option("--size", c->options.size, "Width and height in pixels of a swatch")->check(wholeNumberBetween(8, 4096));
          app.add_option("--spp", c->options.samplesPerPixel, "Camera samples per pixel")->check(wholeNumberBetween(1, 64));
+         app.add_option("--threads", c->options.threads, "Worker threads (default: every core)")->check(wholeNumberBetween(1, 256));
          return [c] { return run(*c); };
      }}};
 }  // namespace

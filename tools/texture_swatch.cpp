@@ -94,6 +94,19 @@ void dressTextureForSwatch(TdependGraph& graph, TdependNode* texture) {
         set(texture, "waveAmplitude", 0.3f);
         set(texture, "rippleAmplitude", 0.3f);
     }
+    if (type == "snow") {
+        // A card facing the camera has one normal, so the snow alone would
+        // be one flat tone. Tilt the view so the card faces up, and show the
+        // edge blend: the snow fades into a dark default colour towards the
+        // faces of the unit box around the card's middle.
+        TfltMatrix up;
+        up.m[1][1] = 0.0f, up.m[1][2] = -1.0f, up.m[2][1] = 1.0f, up.m[2][2] = 0.0f;
+        set(texture, "eyeToTextureMatrix", up);
+        set(texture, "local", true);
+        set(texture, "wrap", false);
+        set(texture, "blend", 0.6f);
+        set(texture, "defaultColor", T3Float(0.1f, 0.1f, 0.12f));
+    }
     if (type == "wood") {
         // The rings repeat every unit about the centre of the unit square:
         // show one square, centred, rather than four corners.
