@@ -130,7 +130,8 @@ TwoodWeights TdnWood::sWeights(const TwoodTables& t, const TwoodParams& m, const
     float fs = std::clamp(w * 0.1f * kRingScale, 0.0f, 2.0f);
     float r = std::sqrt((x - m.center.x) * (x - m.center.x) + (y - m.center.y) * (y - m.center.y)) * kRingScale;
     // Radii beyond the last index read the last entry.
-    int lo = std::clamp(int(r - fs), 0, kLastRingIndex), hi = std::clamp(int(r + fs), lo, kLastRingIndex);
+    const float last = float(kLastRingIndex);
+    int lo = int(std::clamp(r - fs, 0.0f, last)), hi = int(std::clamp(r + fs, float(lo), last));
     float d = std::max(m.veinSpread, 0.01f);
     float filler = 0.0f;
     int ring = 0;
