@@ -49,10 +49,11 @@ lights-demo: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
 	@$(BUILD)/bin/shadenet render examples/lights.json -o docs/images/lights.png --quiet
 
-# The contact sheet of the 2D textures kept in docs/images/; prints its path.
+# The contact sheets of the 2D and the solid textures kept in docs/images/; prints their paths.
 contact-sheet: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
 	@$(BUILD)/bin/shadenet swatch --sheet textures-2d --size 160 --spp 8 -o docs/images/textures-2d.png
+	@$(BUILD)/bin/shadenet swatch --sheet textures-3d --size 160 --spp 8 -o docs/images/textures-3d.png
 
 clean:
 	rm -rf $(BUILD) build-asan build-tsan
