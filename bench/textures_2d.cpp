@@ -3,10 +3,8 @@
 // Prints CPU nanoseconds per sample and each pattern's cost against the checker.
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
-#include <map>
-#include <string>
 
+#include "bench/per_sample_report.h"
 #include "textures/bulge.h"
 #include "textures/checker.h"
 #include "textures/fractal.h"
@@ -17,7 +15,6 @@
 
 namespace {
 constexpr int kSide = 64;
-std::map<std::string, double> gNanos;
 
 template <class F>
 void runGrid(benchmark::State& state, const char* name, F f) {
@@ -72,25 +69,4 @@ BENCHMARK(Mountain);
 BENCHMARK(Water);
 BENCHMARK(Ocean);
 
-namespace {
-class Treporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& r : runs)
-            gNanos[r.benchmark_name()] = r.GetAdjustedCPUTime() * (r.time_unit == benchmark::kMicrosecond ? 1000.0 : 1.0) /
-                                          double(kSide * kSide);
-    }
-};
-}  // namespace
-
-int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    Treporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    double base = gNanos.count("Checker") ? gNanos["Checker"] : 0;
-    std::printf("\nper sample (ns), and against the checker:\n");
-    for (auto& [name, ns] : gNanos) std::printf("  %-14s %9.1f  x%.1f\n", name.c_str(), ns, base > 0 ? ns / base : 0.0);
-    benchmark::Shutdown();
-    return 0;
-}
+int main(int argc, char** argv) { return runPerSampleReport(argc, argv, double(kSide * kSide), "Checker", "checker"); }

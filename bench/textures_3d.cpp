@@ -4,11 +4,10 @@
 // per sample and each texture's cost against the marble.
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
-#include <map>
 #include <memory>
 #include <string>
 
+#include "bench/per_sample_report.h"
 #include "textures/brownian.h"
 #include "textures/cloud.h"
 #include "textures/crater.h"
@@ -25,7 +24,6 @@
 namespace {
 constexpr int kSide = 64;
 constexpr float kWidth = 0.01f;
-std::map<std::string, double> gNanos;
 
 template <class F>
 void runGrid(benchmark::State& state, F f) {
@@ -111,25 +109,4 @@ BENCHMARK(Stucco);
 BENCHMARK(VolumeNoise)->DenseRange(0, 4);
 BENCHMARK(Wood);
 
-namespace {
-class Treporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& r : runs)
-            gNanos[r.benchmark_name()] = r.GetAdjustedCPUTime() * (r.time_unit == benchmark::kMicrosecond ? 1000.0 : 1.0) /
-                                          double(kSide * kSide);
-    }
-};
-}  // namespace
-
-int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    Treporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    double base = gNanos.count("Marble") ? gNanos["Marble"] : 0;
-    std::printf("\nper sample (ns), and against the marble:\n");
-    for (auto& [name, ns] : gNanos) std::printf("  %-14s %9.1f  x%.2f\n", name.c_str(), ns, base > 0 ? ns / base : 0.0);
-    benchmark::Shutdown();
-    return 0;
-}
+int main(int argc, char** argv) { return runPerSampleReport(argc, argv, double(kSide * kSide), "Marble", "marble"); }

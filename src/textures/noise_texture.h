@@ -32,6 +32,25 @@ struct TnoiseAttributes {
     }
 };
 
+// The accessors of a class whose description holds a TnoiseAttributes `noise`.
+#define SN_NOISE_ATTRIBUTES \
+    SN_ATTRIBUTE(Amplitude, noise.amplitude) \
+    SN_ATTRIBUTE(Ratio, noise.ratio) \
+    SN_ATTRIBUTE(Threshold, noise.threshold) \
+    SN_ATTRIBUTE(DepthMax, noise.depthMax) \
+    SN_ATTRIBUTE(Frequency, noise.frequency) \
+    SN_ATTRIBUTE(FrequencyRatio, noise.frequencyRatio) \
+    SN_ATTRIBUTE(Inflection, noise.inflection) \
+    SN_ATTRIBUTE(Time, noise.time) \
+    SN_ATTRIBUTE(NoiseType, noise.noiseType) \
+    SN_ATTRIBUTE(Density, noise.density) \
+    SN_ATTRIBUTE(Spottyness, noise.spottyness) \
+    SN_ATTRIBUTE(SizeRand, noise.sizeRand) \
+    SN_ATTRIBUTE(Randomness, noise.randomness) \
+    SN_ATTRIBUTE(Falloff, noise.falloff) \
+    SN_ATTRIBUTE(NumWaves, noise.numWaves) \
+    SN_ATTRIBUTE(Implode, noise.implode)
+
 struct TnoiseParams;
 // Their values for each sample of a run.
 struct TnoiseParamHandles {
@@ -69,22 +88,7 @@ public:
     // The deepest fractal the node will sum, whatever depthMax says.
     static constexpr short kMaxDepth = 80;
 
-    SN_ATTRIBUTE(Amplitude, noise.amplitude)
-    SN_ATTRIBUTE(Ratio, noise.ratio)
-    SN_ATTRIBUTE(Threshold, noise.threshold)
-    SN_ATTRIBUTE(DepthMax, noise.depthMax)
-    SN_ATTRIBUTE(Frequency, noise.frequency)
-    SN_ATTRIBUTE(FrequencyRatio, noise.frequencyRatio)
-    SN_ATTRIBUTE(Inflection, noise.inflection)
-    SN_ATTRIBUTE(Time, noise.time)
-    SN_ATTRIBUTE(NoiseType, noise.noiseType)
-    SN_ATTRIBUTE(Density, noise.density)
-    SN_ATTRIBUTE(Spottyness, noise.spottyness)
-    SN_ATTRIBUTE(SizeRand, noise.sizeRand)
-    SN_ATTRIBUTE(Randomness, noise.randomness)
-    SN_ATTRIBUTE(Falloff, noise.falloff)
-    SN_ATTRIBUTE(NumWaves, noise.numWaves)
-    SN_ATTRIBUTE(Implode, noise.implode)
+    SN_NOISE_ATTRIBUTES
     SN_ATTRIBUTE(ImplodeCenter, implodeCenter)
 
     // The value at (u, v), held to 0 to 1: it is a colour and an alpha.

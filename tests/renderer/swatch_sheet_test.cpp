@@ -253,7 +253,7 @@ TEST(Swatches, UsageErrorsExitWithTwoAndSayWhy) {
     } cases[] = {
         {"swatch", "give either a node type"},
         {"swatch checker --sheet textures-2d", "give either a node type"},
-        {"swatch --sheet textures-9d", "unknown contact sheet 'textures-9d' (known: textures-2d)"},
+        {"swatch --sheet textures-9d", "unknown contact sheet 'textures-9d' (known: textures-2d, textures-3d)"},
     };
     for (const Case& c : cases) {
         Trun r = shadenet(dir, c.arguments + " -o '" + dir.file("x.png") + "'");
