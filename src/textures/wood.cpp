@@ -108,7 +108,13 @@ void TdnWood::analyse(TDNshadingEngine*, TSEnodeDescription* description, void*,
     description->markLazyInput(attrGrainColor());
 }
 
+void TdnWood::shadingNodeInit(TframeSampleData* data) {
+    TdnTx3D::shadingNodeInit(data);
+    if (!fTables) fTables = std::make_unique<TwoodTables>();
+}
+
 void TdnWood::shadingNodeOnDemand(Tplug&, TdataBlock& block) {
+    // A pull outside a render has had no init.
     if (!fTables) fTables = std::make_unique<TwoodTables>();
     unsigned i = block.currentIndex();
     TwoodTableParams p{block.inputValue(attrLayerSize(), i, 1).asFloat(i), block.inputValue(attrRandomness(), i, 1).asFloat(i),

@@ -91,6 +91,9 @@ public:
     static constexpr int kLastRingIndex = 9999;
 
     void analyse(TDNshadingEngine*, TSEnodeDescription* description, void*, TbitField64&) override;
+    // Makes room for the tables when a render starts, so that the first
+    // shading run only fills them.
+    void shadingNodeInit(TframeSampleData* data) override;
     void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
     // The tables of the current render, or null before the first compute.
     const TwoodTables* tables() const { return fTables.get(); }

@@ -10,6 +10,7 @@
 #include <memory>
 #include <vector>
 
+#include "support/alloc_counter.h"
 #include "textures/brownian.h"
 #include "textures/cloud.h"
 #include "textures/crater.h"
@@ -349,4 +350,31 @@ TEST(SolidBatch, OutsidePointsAndTheEdgeBlendThroughTheEngine) {
             EXPECT_NEAR(blended[i][c], fallback[c] * b + plain[i][c] * (1 - b), 2e-5f) << "point " << i << " channel " << c;
     }
     EXPECT_GT(partly, 5u) << "the points cross the blend band";
+}
+
+TEST(SolidBatch, ShadingAllocatesNothing) {
+    // Points inside the box and out of it, on a batch of every solid type.
+    std::vector<T3Float> points;
+    for (int i = 0; i < 64; ++i) points.push_back(T3Float(-1.3f + 0.04f * float(i), 0.3f * std::sin(float(i)), -0.4f));
+    // The noise library makes its gradient table at the first call in the
+    // process, once: not a cost of shading.
+    Tnoise::gNoise3(0.5f, 0.5f, 0.5f);
+    for (const char* type : {"brownian", "cloud", "crater", "granite", "leather", "marble", "rock", "snow", "solidFractal",
+                             "stucco", "volumeNoise", "wood"}) {
+        TtextureNetwork net;
+        TdependNode* texture = net.graph.createNode(type);
+        ASSERT_NE(texture, nullptr) << type;
+        setValue(texture, TdnTx3D::saWrap(), false);
+        setValue(texture, TdnTx3D::saBlend(), 0.3f);
+        setValue(texture, TdnTx3D::saDefaultColor(), T3Float(0.9f, 0.1f, 0.3f));
+        net.show(texture, TdnTx3D::saOutColor());
+        TshadingOpus* opus = net.analyse();
+        ASSERT_NE(opus, nullptr) << type;
+        TsolidBatch batch(net.group, points);
+        TallocationCounter counter;
+        opus->shade(unsigned(points.size()), batch.samples.data());
+        EXPECT_EQ(counter.allocations(), 0u) << type;
+        EXPECT_EQ(batch.colour(0).y, 0.1f) << type << ": outside the box, the default colour";
+        EXPECT_NE(batch.colour(32).y, 0.1f) << type << ": inside, the texture";
+    }
 }
