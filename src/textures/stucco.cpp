@@ -35,7 +35,9 @@ void TdnStucco::analyse(TDNshadingEngine*, TSEnodeDescription* description, void
     description->markLazyInput(attrChannel2());
 }
 
-float TdnStucco::sNoise(const T3Float& p, float shaker) { return recurrence(p * (shaker * 0.03125f), kOctaves, 0.5f); }
+float TdnStucco::sNoise(const T3Float& p, float shaker) {
+    return sFractalSum(p * (shaker * 0.03125f), kOctaves, 0.5f, T3Float(1, 1, 1), T3Float(), T3Float(0.1f, 0.03f, 0.13f));
+}
 
 float TdnStucco::sHeight(const T3Float& p, float shaker, float melt) {
     float m = std::max(melt, 0.001f) * 0.5f;
@@ -58,10 +60,12 @@ bool TdnStucco::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned
             }
             float s = shaker.asFloat(i), m = melt.asFloat(i);
             // The lattice cell is 1 / shaker and the finest of the four
-            // octaves 1 / (8 shaker): step a quarter of that.
-            float h = 0.25f / (8.0f * std::max(std::fabs(s), 1e-3f));
+            // octaves 1 / (8 shaker). The noise is only once differentiable
+            // at the cell walls: a step of 1/32 of the finest cell keeps
+            // the difference close to the slope there.
+            float h = 1.0f / (256.0f * std::max(std::fabs(s), 1e-3f));
             T3Float g = sGradient([&](const T3Float& x) { return sHeight(x, s, m); }, p, h, batch.toPlacement(i));
-            out.asFloat3(i) = g * (-depth.asFloat(i) * kBumpScale);
+            out.asFloat3(i) = g * (-depth.asFloat(i) * kBumpScale / std::max(std::fabs(s), 1e-3f));
         }
         block.setClean(attrOutNormal());
         return true;

@@ -1,8 +1,9 @@
 #pragma once
-// TdnStucco: blotches of two channels from a recursively warped noise whose
-// frequency `shaker` sets, and the plaster's relief as a bump: outNormal is
+// TdnStucco: blotches of two channels from a fractal noise whose frequency
+// `shaker` sets, and the plaster's relief as a bump: outNormal is
 // the offset that relief gives a normal (add it to the normal, then
-// normalise), since the texture does not see the surface's own normal.
+// normalise), since the texture does not see the surface's own normal:
+// minus normalDepth * kBumpScale / shaker times the relief's gradient.
 #include "textures/texture_3d.h"
 
 struct TdnVSStucco : TdnVSSolid {
@@ -28,14 +29,16 @@ public:
     SN_ATTRIBUTE(NormalDepth, normalDepth)
     SN_VECTOR_ATTRIBUTE(OutNormal, outNormal)
 
-    // Octaves of the warped noise.
+    // Octaves of the noise.
     static constexpr float kOctaves = 4.0f;
-    // Height gradient to normal offset, per unit of normalDepth.
-    static constexpr float kBumpScale = 0.1f;
+    // Height gradient to normal offset, per unit of normalDepth and of the
+    // feature size 1 / shaker: the relief stands as high as its blotches are
+    // wide, whatever the frequency.
+    static constexpr float kBumpScale = 0.05f;
 
     void analyse(TDNshadingEngine*, TSEnodeDescription* description, void*, TbitField64&) override;
 
-    // The warped noise at the placed point p, about -1 to 1.
+    // The noise at the placed point p, about -1 to 1.
     static float sNoise(const T3Float& p, float shaker);
     // The weight of channel2 for a noise value; channel1 has 1 minus it.
     static float sChannel2Weight(float noise) { return noise <= -0.5f ? 0.0f : noise >= 0.5f ? 1.0f : noise + 0.5f; }

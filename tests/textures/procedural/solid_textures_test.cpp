@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "support/alloc_counter.h"
@@ -19,7 +20,9 @@
 #include "textures/noise/noise.h"
 #include "textures/procedural/texture_test_nodes.h"
 #include "textures/snow.h"
+#include "textures/solid_cells.h"
 #include "textures/solid_fractal.h"
+#include "textures/stucco.h"
 #include "textures/volume_noise.h"
 #include "textures/wood.h"
 
@@ -377,4 +380,96 @@ TEST(SolidBatch, ShadingAllocatesNothing) {
         EXPECT_EQ(batch.colour(0).y, 0.1f) << type << ": outside the box, the default colour";
         EXPECT_NE(batch.colour(32).y, 0.1f) << type << ": inside, the texture";
     }
+}
+
+TEST(SolidCells, NearestCentresMatchASearchOfEveryCell) {
+    // Every cell of the repeating grid and its images in the neighbouring
+    // repeats, against the 27-cell search.
+    const float pitch = 0.7f, randomness = 0.8f;
+    const int n = TsolidCells::kCells;
+    for (int k = 0; k < 40; ++k) {
+        T3Float p(-1.3f + 0.071f * float(k), 0.9f * std::sin(float(k)), 0.37f * float(k % 7) - 1.0f);
+        float g[3];
+        for (int a = 0; a < 3; ++a) g[a] = (p[a] / pitch - std::floor(p[a] / pitch)) * float(n);
+        float best = 1e30f, second = 1e30f;
+        unsigned bestKey = 0;
+        for (int z = 0; z < n; ++z)
+            for (int y = 0; y < n; ++y)
+                for (int x = 0; x < n; ++x) {
+                    unsigned key = unsigned((z * n + y) * n + x) * TsolidCells::kEntriesPerCell;
+                    T3Float centre = T3Float(float(x), float(y), float(z)) + Tnoise::valuesInNoiseTable(key) * (randomness * 0.5f) +
+                                     T3Float(0.5f, 0.5f, 0.5f);
+                    for (int iz = -1; iz <= 1; ++iz)
+                        for (int iy = -1; iy <= 1; ++iy)
+                            for (int ix = -1; ix <= 1; ++ix) {
+                                T3Float d = T3Float(g[0], g[1], g[2]) - centre - T3Float(float(ix * n), float(iy * n), float(iz * n));
+                                float l = length(d);
+                                if (l < best) {
+                                    second = best;
+                                    best = l;
+                                    bestKey = key;
+                                } else if (l < second) {
+                                    second = l;
+                                }
+                            }
+                }
+        TcellSample c = TsolidCells::sNearest(p, pitch, randomness);
+        EXPECT_NEAR(c.nearest, best, 1e-4f) << k;
+        EXPECT_NEAR(c.second, second, 1e-4f) << k;
+        EXPECT_EQ(c.key, bestKey) << k;
+    }
+}
+
+TEST(SolidBatch, BumpOutputsThroughTheEngine) {
+    std::vector<T3Float> points;
+    for (int i = 0; i < 24; ++i) points.push_back(T3Float(-0.9f + 0.075f * float(i), 0.2f * std::cos(float(i)), -0.3f));
+    auto shadeNormal = [&](const char* type, const Tattribute& depth, float value) {
+        TtextureNetwork net;
+        TdependNode* texture = net.graph.createNode(type);
+        setValue(texture, depth, value);
+        if (std::string(type) == "stucco") {
+            // A smooth, broad relief, whose slope a difference of any small
+            // step finds.
+            setValue(texture, TdnStucco::saNormalMelt(), 1.0f);
+            setValue(texture, TdnStucco::saShaker(), 2.0f);
+        }
+        net.connect(texture, *texture->attribute(Tstring("outNormal")), net.surface, TtestPassThroughSurface::saColor());
+        TshadingOpus* opus = net.analyse();
+        std::vector<T3Float> out;
+        EXPECT_NE(opus, nullptr) << type;
+        if (!opus) return out;
+        TsolidBatch batch(net.group, points);
+        opus->shade(unsigned(points.size()), batch.samples.data());
+        for (unsigned i = 0; i < points.size(); ++i) out.push_back(batch.colour(i));
+        return out;
+    };
+    // Stucco: the offset is -depth * kBumpScale / shaker times the relief's
+    // slope, here by differences of its own, finer step.
+    std::vector<T3Float> flat = shadeNormal("stucco", TdnStucco::saNormalDepth(), 0.0f);
+    std::vector<T3Float> deep = shadeNormal("stucco", TdnStucco::saNormalDepth(), 2.0f);
+    ASSERT_EQ(deep.size(), points.size());
+    float steepest = 0.0f;
+    for (unsigned i = 0; i < points.size(); ++i) {
+        EXPECT_EQ(length(flat[i]), 0.0f) << i;
+        for (int a = 0; a < 3; ++a) {
+            T3Float e;
+            e[a] = 2e-4f;
+            float slope = (TdnStucco::sHeight(points[i] + e, 2.0f, 1.0f) - TdnStucco::sHeight(points[i] - e, 2.0f, 1.0f)) / 4e-4f;
+            float want = -2.0f * TdnStucco::kBumpScale / 2.0f * slope;
+            EXPECT_NEAR(deep[i][a], want, 0.002f + 0.05f * std::fabs(want)) << i << " axis " << a;
+        }
+        steepest = std::max(steepest, length(deep[i]));
+    }
+    EXPECT_GT(steepest, 0.01f) << "the relief shows";
+    // Crater: the normal itself at no depth, a unit normal bent somewhere.
+    std::vector<T3Float> straight = shadeNormal("crater", TdnCrater::saNormDepth(), 0.0f);
+    std::vector<T3Float> bent = shadeNormal("crater", TdnCrater::saNormDepth(), 5.0f);
+    ASSERT_EQ(bent.size(), points.size());
+    unsigned tilted = 0;
+    for (unsigned i = 0; i < points.size(); ++i) {
+        EXPECT_EQ(straight[i].z, 1.0f) << i;
+        EXPECT_NEAR(length(bent[i]), 1.0f, 1e-5f) << i;
+        tilted += bent[i].z < 0.999f;
+    }
+    EXPECT_GT(tilted, 0u);
 }
