@@ -148,6 +148,12 @@ void TdnEnvFogMaterial::shadingNodeInit(TframeSampleData*) {
     // The eye is the render's camera; lights already hold its placement.
     fEyeToWorld = TrenderLightShape::worldToCamera().inverse();
     fSkyFog = skyFog();
+    fPrepared = true;
+}
+
+void TdnEnvFogMaterial::endOfRender(TDNshadingEngine* engine) {
+    fPrepared = false;
+    TrenderNode::endOfRender(engine);
 }
 
 bool TdnEnvFogMaterial::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
@@ -252,10 +258,12 @@ void TdnEnvFogMaterial::skyFogVectorComputePlug(TdataBlock& block, unsigned star
     TdataHandle outColor = block.outputValue(vs.io.outColor.whole, start, count);
     TdataHandle outTransparency = block.outputValue(vs.io.outTransparency.whole, start, count);
     const double thicknessScale = inSampleSwatchMode ? kSwatchThickness : 1.0;
+    const TskyFog outside = fPrepared ? TskyFog() : skyFog();
+    const TskyFog& model = fPrepared ? fSkyFog : outside;
     for (unsigned i = start; i < end; ++i) {
         const T3Float p = point.asFloat3(i), dir = directionOf(fEyeToWorld, ray.asFloat3(i));
         T3Double color(0, 0, 0), transparency(1, 1, 1);
-        if (!fSkyFog.getFog(T4dDblPoint(p.x, p.y, p.z), T4dDblVector(dir.x, dir.y, dir.z), filter.asFloat3(i).z * thicknessScale,
+        if (!model.getFog(T4dDblPoint(p.x, p.y, p.z), T4dDblVector(dir.x, dir.y, dir.z), filter.asFloat3(i).z * thicknessScale,
                             color, transparency)) {
             color = T3Double(0, 0, 0);
             transparency = T3Double(1, 1, 1);

@@ -97,13 +97,16 @@ public:
     void skyFogVectorComputePlug(TdataBlock& block, unsigned start, unsigned end);
 
     void shadingNodeInit(TframeSampleData* data) override;
+    void endOfRender(TDNshadingEngine* engine) override;
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
 
 private:
     void simpleFog(TdataBlock& block, unsigned first, unsigned count);
-    // Read once per render: the eye's placement and the physical model.
+    // Read once per render: the eye's placement and the physical model. A
+    // compute outside a render reads the attributes each time instead.
+    bool fPrepared = false;
     Tmatrix fEyeToWorld;
     TskyFog fSkyFog;
 };

@@ -1,0 +1,212 @@
+// Fog through the road users take: scene files rendered by `shadenet
+// render` (orthographic camera, one box-filtered sample at each pixel's
+// centre), read back and compared with closed forms of Beer-Lambert
+// attenuation along each pixel's ray.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include "support/temp_dir.h"
+#include "support/test_image.h"
+
+namespace {
+constexpr double kDeg = 3.14159265358979323846 / 180;
+constexpr int kSize = 24;         // pixels, square
+constexpr double kViewWidth = 8;  // scene units across the orthographic view
+
+// Renders `scene` and reads the image back; fails the test when either fails.
+TtestImage render(const TtestTempDir& dir, const std::string& scene) {
+    const std::string path = dir.file("fog.json"), image = dir.file("fog.exr");
+    std::ofstream(path) << scene;
+    const std::string command = std::string("'") + SHADENET_CLI + "' render '" + path + "' -o '" + image +
+                                "' -q --threads 2 --spp 1 --resolution " + std::to_string(kSize) + " " + std::to_string(kSize) +
+                                " >/dev/null 2>&1";
+    const int status = std::system(command.c_str());
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
+    return readTestImage(image);
+}
+
+// Scene units of a pixel centre across the view, from its left or top edge.
+double across(int pixel) { return (pixel + 0.5) * kViewWidth / kSize - kViewWidth / 2; }
+
+// The camera, box filter and a self-lit floor of brightness `floor` under
+// the transform `floorXf`; then `more` nodes and connections.
+std::string sceneText(const std::string& camera, const std::string& floorXf, double floor, const std::string& more,
+                      const std::string& connections) {
+    char text[4096];
+    std::snprintf(text, sizeof text, R"({
+  "nodes": [
+    %s,
+    {"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1}},
+    {"type": "transform", "name": "floorXf", "attributes": %s},
+    {"type": "plane", "name": "floor", "parent": "floorXf", "attributes": {"width": 40, "height": 40}},
+    {"type": "lambert", "name": "floorMat", "attributes": {"color": [0, 0, 0], "incandescence": [%g, %g, %g]}},
+    {"type": "shadingEngine", "name": "floorSG", "members": ["|floorXf|floor"]}%s
+  ],
+  "connections": [["floorMat.outColor", "floorSG.surfaceShader"]%s]
+})",
+                  camera.c_str(), floorXf.c_str(), floor, floor, floor, more.c_str(), connections.c_str());
+    return text;
+}
+
+// Looking straight down from y = 10.
+const std::string kTopCamera =
+    R"({"type": "transform", "name": "camXf", "attributes": {"translate": [0, 10, 0], "rotate": [-90, 0, 0]}},
+    {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 8, "farClipPlane": 1000}})";
+}  // namespace
+
+// A uniform environment fog between the eye and a floor tilted about Z:
+// each pixel's ray is fogged over its own distance d to the floor.
+//   simple: opacity o = 1 - exp(-d / s) (1 where s <= 0); the fog's colour is
+//     light * colour * o from a distant light; its transparency 1 - o, or
+//     with colorBasedTransparency 1 - that colour per channel;
+//   physical uniform: transparency exp(-(-ln(1 - opacity) * density) d) and
+//     no colour without a sun;
+//   Fog Near/Far: only the part of the ray between the two distances from
+//     the eye counts, the eye's distance being |pointCamera|.
+TEST(FogRender, EnvironmentFogOverATiltedFloorFollowsBeerLambert) {
+    struct Case {
+        const char* what;
+        double tilt, saturation;
+        bool byColor, physical, nearFar;
+        double light;
+    };
+    const Case cases[] = {
+        {"plain", 30, 10, false, false, false, 0},     {"steeper", 50, 4, false, false, false, 0},
+        {"lit", 20, 6, false, false, false, 0.8},      {"colour based", 20, 6, true, false, false, 0.8},
+        {"saturated", 0, 0, false, false, false, 0.8}, {"near far", 30, 3, false, false, true, 0},
+        {"physical", 30, 0, false, true, false, 0},
+    };
+    const double color[3] = {1, 0.5, 0.25}, floor = 0.9, nearD = 9.5, farD = 11;
+    const double sigmaPhysical = -std::log(1 - 0.4) * 0.2;  // opacity 0.4, density 0.2
+    TtestTempDir dir;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        char fog[1024];
+        std::snprintf(fog, sizeof fog, R"(,
+    {"type": "transform", "name": "hazeXf"},
+    {"type": "environmentFog", "name": "haze", "parent": "hazeXf"},
+    {"type": "envFog", "name": "hazeFog", "attributes": {"color": [%g, %g, %g], "saturationDistance": %g,
+      "colorBasedTransparency": %s, "physicalFog": %s, "fogDensity": 0.2, "fogOpacity": [0.4, 0.4, 0.4], "sunIntensity": 0,
+      "distanceClipPlanes": %d, "fogNearDistance": %g, "fogFarDistance": %g}},
+    {"type": "shadingEngine", "name": "hazeSG", "members": ["|hazeXf|haze"]},
+    {"type": "transform", "name": "sunXf", "attributes": {"rotate": [-60, 20, 0]}},
+    {"type": "directionalLight", "name": "sun", "parent": "sunXf", "attributes": {"intensity": %g}})",
+                      color[0], color[1], color[2], c.saturation, c.byColor ? "true" : "false", c.physical ? "true" : "false",
+                      c.nearFar ? 1 : 0, nearD, farD, c.light);
+        const std::string floorXf = "{\"rotate\": [0, 0, " + std::to_string(c.tilt) + "]}";
+        const TtestImage image = render(dir, sceneText(kTopCamera, floorXf, floor, fog, R"(, ["hazeFog.outColor", "hazeSG.volumeShader"])"));
+        ASSERT_EQ(image.width, kSize);
+        for (int y = 0; y < kSize; ++y)
+            for (int x = 0; x < kSize; ++x) {
+                const double px = across(x), pz = across(y);
+                const double d = 10 - px * std::tan(c.tilt * kDeg);  // eye plane to floor, straight down
+                double expected[3];
+                if (c.physical) {
+                    for (double& e : expected) e = floor * std::exp(-sigmaPhysical * d);
+                } else {
+                    double thickness = d;
+                    if (c.nearFar) {
+                        const double lateral = std::hypot(px, pz);
+                        const double from = std::max(lateral, nearD), to = std::min(std::hypot(lateral, d), farD);
+                        thickness = std::max(to - from, 0.0);
+                    }
+                    const double o = c.saturation > 0 ? 1 - std::exp(-thickness / c.saturation) : 1;
+                    for (int k = 0; k < 3; ++k) {
+                        const double fogColor = c.light * color[k] * o;
+                        const double transparency = c.byColor ? 1 - fogColor : 1 - o;
+                        expected[k] = fogColor + transparency * floor;
+                    }
+                }
+                for (int k = 0; k < 3; ++k)
+                    ASSERT_NEAR(image.at(x, y, k), expected[k], 0.01 * expected[k] + 1e-4) << "pixel " << x << " " << y << " channel " << k;
+            }
+    }
+}
+
+// A volume fog sphere of radius R over a self-lit floor, seen from above:
+// a ray at distance r from the centre crosses a chord of 2 sqrt(R^2 - r^2)
+// and keeps T^(density * chord) of the floor; rays that miss keep all of it.
+TEST(FogRender, VolumeFogSphereFollowsTheChordLength) {
+    struct Case {
+        double radius, transparency, density;
+        const char* shape;  // the drop-off shape, off here: uniform fog
+    };
+    const Case cases[] = {{1.5, 0.5, 1, "Off"}, {3.2, 0.8, 0.6, "Off"}};
+    const double floor = 0.8;
+    TtestTempDir dir;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.radius);
+        char fog[1024];
+        std::snprintf(fog, sizeof fog, R"(,
+    {"type": "transform", "name": "ballXf", "attributes": {"scale": [%g, %g, %g]}},
+    {"type": "renderSphere", "name": "ball", "parent": "ballXf"},
+    {"type": "volumeFog", "name": "ballFog", "attributes": {"color": [0, 0, 0], "transparency": [%g, %g, %g], "density": %g,
+      "dropoffShape": "%s"}},
+    {"type": "shadingEngine", "name": "ballSG", "members": ["|ballXf|ball"]})",
+                      c.radius, c.radius, c.radius, c.transparency, c.transparency, c.transparency, c.density, c.shape);
+        const TtestImage image =
+            render(dir, sceneText(kTopCamera, R"({"translate": [0, -4, 0]})", floor, fog, R"(, ["ballFog.outColor", "ballSG.volumeShader"])"));
+        ASSERT_EQ(image.width, kSize);
+        int inside = 0;
+        for (int y = 0; y < kSize; ++y)
+            for (int x = 0; x < kSize; ++x) {
+                const double r = std::hypot(across(x), across(y));
+                // The chord changes fastest at the rim: pixels within a pixel of it are left out.
+                if (std::fabs(r - c.radius) < kViewWidth / kSize) continue;
+                const double chord = r < c.radius ? 2 * std::sqrt(c.radius * c.radius - r * r) : 0;
+                const double expected = floor * std::pow(c.transparency, c.density * chord);
+                inside += chord > 0;
+                for (int k = 0; k < 3; ++k) ASSERT_NEAR(image.at(x, y, k), expected, 0.01 * expected) << "pixel " << x << " " << y;
+            }
+        EXPECT_GT(inside, 20);  // through the centre and well off it
+    }
+}
+
+// A spot light pointing down with its fog in a cone that matches its own,
+// seen from the side against black: a pixel whose ray crosses the cone
+// shows fog, one whose ray misses it shows none at all.
+TEST(FogRender, SpotLightFogLiesInsideTheConeOnly) {
+    const double height = 3.5, length = 6, half = 20;  // the cone: apex height, depth, half angle in degrees
+    const double radius = length * std::tan(half * kDeg);
+    char fog[2048];
+    std::snprintf(fog, sizeof fog, R"(,
+    {"type": "transform", "name": "spotXf", "attributes": {"translate": [0, %g, 0], "rotate": [-90, 0, 0]}},
+    {"type": "spotLight", "name": "spot", "parent": "spotXf", "attributes": {"coneAngle": %.9g, "intensity": 2}},
+    {"type": "transform", "name": "beamXf", "parent": "spotXf", "attributes": {"scale": [%.9g, %.9g, %g]}},
+    {"type": "renderCone", "name": "beam", "parent": "beamXf"},
+    {"type": "lightFog", "name": "beamFog", "attributes": {"density": 0.5}},
+    {"type": "shadingEngine", "name": "beamSG", "members": ["|spotXf|beamXf|beam"]})",
+                  height, 2 * half * kDeg, 2 * radius, 2 * radius, length);
+    const std::string sideCamera =
+        R"({"type": "transform", "name": "camXf", "attributes": {"translate": [0, 0, 10]}},
+    {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 8}})";
+    TtestTempDir dir;
+    // The floor is moved out of sight: only the fog can show.
+    const TtestImage image = render(dir, sceneText(sideCamera, R"({"translate": [0, 0, -100], "scale": [0, 0, 0]})", 0, fog,
+                                                   R"(, ["beamFog.outColor", "beamSG.volumeShader"], ["beam.message", "spot.fogGeometry"])"));
+    ASSERT_EQ(image.width, kSize);
+    int lit = 0, dark = 0;
+    for (int y = 0; y < kSize; ++y)
+        for (int x = 0; x < kSize; ++x) {
+            const double px = across(x), py = -across(y), depth = height - py;
+            const double reach = depth * std::tan(half * kDeg);  // the cone's radius at this height
+            const double margin = kViewWidth / kSize;
+            const bool in = depth > margin && depth < length - margin && std::fabs(px) < reach - margin;
+            const bool out = depth < -margin || std::fabs(px) > reach + margin;
+            if (in) {
+                EXPECT_GT(image.at(x, y, 0), 0.005) << "pixel " << x << " " << y << " inside the cone";
+                ++lit;
+            } else if (out) {
+                EXPECT_EQ(image.at(x, y, 0), 0.0f) << "pixel " << x << " " << y << " outside the cone";
+                ++dark;
+            }
+        }
+    EXPECT_GT(lit, 30);
+    EXPECT_GT(dark, 100);
+}
