@@ -42,7 +42,7 @@ std::string sceneText(const std::string& camera, const std::string& floorXf, dou
     std::snprintf(text, sizeof text, R"({
   "nodes": [
     %s,
-    {"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1}},
+    {"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1, "enableRaytracing": true}},
     {"type": "transform", "name": "floorXf", "attributes": %s},
     {"type": "plane", "name": "floor", "parent": "floorXf", "attributes": {"width": 40, "height": 40}},
     {"type": "lambert", "name": "floorMat", "attributes": {"color": [0, 0, 0], "incandescence": [%g, %g, %g]}},
@@ -168,45 +168,94 @@ TEST(FogRender, VolumeFogSphereFollowsTheChordLength) {
     }
 }
 
+namespace {
+constexpr double kBeamHeight = 3.5, kBeamLength = 6, kBeamHalfAngle = 20;  // apex height, depth, half angle in degrees
+
 // A spot light pointing down with its fog in a cone that matches its own,
-// seen from the side against black: a pixel whose ray crosses the cone
-// shows fog, one whose ray misses it shows none at all.
-TEST(FogRender, SpotLightFogLiesInsideTheConeOnly) {
-    const double height = 3.5, length = 6, half = 20;  // the cone: apex height, depth, half angle in degrees
-    const double radius = length * std::tan(half * kDeg);
+// seen from the side against black, with `more` nodes.
+TtestImage renderBeam(const TtestTempDir& dir, const std::string& spotAttributes, const std::string& more) {
+    const double radius = kBeamLength * std::tan(kBeamHalfAngle * kDeg);
     char fog[2048];
     std::snprintf(fog, sizeof fog, R"(,
     {"type": "transform", "name": "spotXf", "attributes": {"translate": [0, %g, 0], "rotate": [-90, 0, 0]}},
-    {"type": "spotLight", "name": "spot", "parent": "spotXf", "attributes": {"coneAngle": %.9g, "intensity": 2}},
+    {"type": "spotLight", "name": "spot", "parent": "spotXf", "attributes": {"coneAngle": %.9g, "intensity": 2%s}},
     {"type": "transform", "name": "beamXf", "parent": "spotXf", "attributes": {"scale": [%.9g, %.9g, %g]}},
     {"type": "renderCone", "name": "beam", "parent": "beamXf"},
     {"type": "lightFog", "name": "beamFog", "attributes": {"density": 0.5}},
-    {"type": "shadingEngine", "name": "beamSG", "members": ["|spotXf|beamXf|beam"]})",
-                  height, 2 * half * kDeg, 2 * radius, 2 * radius, length);
+    {"type": "shadingEngine", "name": "beamSG", "members": ["|spotXf|beamXf|beam"]}%s)",
+                  kBeamHeight, 2 * kBeamHalfAngle * kDeg, spotAttributes.c_str(), 2 * radius, 2 * radius, kBeamLength, more.c_str());
     const std::string sideCamera =
         R"({"type": "transform", "name": "camXf", "attributes": {"translate": [0, 0, 10]}},
     {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 8}})";
-    TtestTempDir dir;
     // The floor is moved out of sight: only the fog can show.
-    const TtestImage image = render(dir, sceneText(sideCamera, R"({"translate": [0, 0, -100], "scale": [0, 0, 0]})", 0, fog,
-                                                   R"(, ["beamFog.outColor", "beamSG.volumeShader"], ["beam.message", "spot.fogGeometry"])"));
+    return render(dir, sceneText(sideCamera, R"({"translate": [0, 0, -100], "scale": [0, 0, 0]})", 0, fog,
+                                 R"(, ["beamFog.outColor", "beamSG.volumeShader"], ["beam.message", "spot.fogGeometry"])"));
+}
+
+// Whether the side view's ray through pixel (x, y) crosses the beam well
+// inside (1), well outside (-1) or near its edge (0).
+int beamSide(int x, int y) {
+    const double px = across(x), depth = kBeamHeight + across(y);
+    const double reach = depth * std::tan(kBeamHalfAngle * kDeg), margin = kViewWidth / kSize;
+    if (depth > margin && depth < kBeamLength - margin && std::fabs(px) < reach - margin) return 1;
+    if (depth < -margin || std::fabs(px) > reach + margin) return -1;
+    return 0;
+}
+}  // namespace
+
+// A pixel whose ray crosses the cone shows fog, one whose ray misses it
+// shows none at all.
+TEST(FogRender, SpotLightFogLiesInsideTheConeOnly) {
+    TtestTempDir dir;
+    const TtestImage image = renderBeam(dir, "", "");
     ASSERT_EQ(image.width, kSize);
     int lit = 0, dark = 0;
     for (int y = 0; y < kSize; ++y)
         for (int x = 0; x < kSize; ++x) {
-            const double px = across(x), py = -across(y), depth = height - py;
-            const double reach = depth * std::tan(half * kDeg);  // the cone's radius at this height
-            const double margin = kViewWidth / kSize;
-            const bool in = depth > margin && depth < length - margin && std::fabs(px) < reach - margin;
-            const bool out = depth < -margin || std::fabs(px) > reach + margin;
-            if (in) {
+            const int side = beamSide(x, y);
+            if (side > 0) {
                 EXPECT_GT(image.at(x, y, 0), 0.005) << "pixel " << x << " " << y << " inside the cone";
                 ++lit;
-            } else if (out) {
+            } else if (side < 0) {
                 EXPECT_EQ(image.at(x, y, 0), 0.0f) << "pixel " << x << " " << y << " outside the cone";
                 ++dark;
             }
         }
     EXPECT_GT(lit, 30);
     EXPECT_GT(dark, 100);
+}
+
+// A plate hidden from the camera shadows the far half (z < 0) of the beam
+// below it. Each ray of the side view crosses the beam along z, symmetric
+// about the axis, so of the points sampled along its interval exactly half
+// lie in shadow: the fog keeps 1 - min(1, 0.5 * fogShadowIntensity) of its
+// light there, and all of it above the plate.
+TEST(FogRender, SpotLightFogTakesShadowsByFogShadowIntensity) {
+    const double plate = 1.5;  // height of the plate
+    const std::string plateNodes = R"(,
+    {"type": "transform", "name": "plateXf", "attributes": {"translate": [0, 1.5, -5]}},
+    {"type": "plane", "name": "plate", "parent": "plateXf", "attributes": {"width": 20, "height": 10, "primaryVisibility": false}},
+    {"type": "shadingEngine", "name": "plateSG", "members": ["|plateXf|plate"]})";
+    TtestTempDir dir;
+    const TtestImage open = renderBeam(dir, ", \"useRayTraceShadows\": true", "");
+    ASSERT_EQ(open.width, kSize);
+    for (int strength : {1, 2}) {
+        SCOPED_TRACE(strength);
+        const std::string attributes = ", \"useRayTraceShadows\": true, \"volumeShadowSamples\": 8, \"fogShadowIntensity\": " +
+                                       std::to_string(strength);
+        const TtestImage shaded = renderBeam(dir, attributes, plateNodes);
+        ASSERT_EQ(shaded.width, kSize);
+        const double kept = 1 - std::min(1.0, 0.5 * strength);
+        int below = 0;
+        for (int y = 0; y < kSize; ++y)
+            for (int x = 0; x < kSize; ++x) {
+                if (beamSide(x, y) <= 0) continue;
+                const double height = -across(y), margin = kViewWidth / kSize;
+                if (std::fabs(height - plate) < margin) continue;
+                const double expected = open.at(x, y, 0) * (height < plate ? kept : 1.0);
+                below += height < plate;
+                EXPECT_NEAR(shaded.at(x, y, 0), expected, 0.01 * open.at(x, y, 0) + 1e-6) << "pixel " << x << " " << y;
+            }
+        EXPECT_GT(below, 10);
+    }
 }
