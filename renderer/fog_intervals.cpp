@@ -180,8 +180,9 @@ void TfogScene::releaseLights() {
 
 TfogTracer::TfogTracer(const TfogScene& fog, const TrenderScene& scene, TraySampler* sampler)
     : fFog(fog), fScene(scene), fThread(std::make_unique<Tthread>(&fConstants, sampler, unsigned(fog.groups().size()))) {
-    fPending.reserve(kChunk * 2);
-    fShaded.reserve(kChunk * 2);
+    // Room for every interval a chunk can hold: tiles grow nothing.
+    fPending.reserve(kChunk * kMaxIntervals);
+    fShaded.reserve(kChunk * kMaxIntervals);
     // Standalone records for the integrator: the intervals of one ray and the surface behind.
     TbitField64 needed;
     for (unsigned item : {kItemOutColor, kItemOutTransparency, kItemOutGlowColor, kItemBlobbySurfaceFactor, kItemParticleWeight,
