@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "lights/shadow_map.h"
+#include "shading/ray_sampler.h"
 #include "shading/sample.h"
 #include "shading/shading_types.h"
 
@@ -32,11 +33,14 @@ void TnonExtendedLightShape::fogSegmentShadows(TdataBlock& block, unsigned first
     float lit[kBatchSize] = {};
     bool skip[kBatchSize];
     for (unsigned k = 0; k < count; ++k) skip[k] = intensity[k] <= 0;
+    // One point in each of `steps` equal stretches, placed at random within
+    // it: fixed places would step the shadow's edge in visible bands.
+    TraySampler* tracer = currentRaySampler();
     for (unsigned step = 0; step < steps; ++step) {
-        const float u = (float(step) + 0.5f) / float(steps);
         T3Float p[kBatchSize], toLight[kBatchSize], passed[kBatchSize];
         float distance[kBatchSize], fraction[kBatchSize] = {};
         for (unsigned k = 0; k < count; ++k) {
+            const float u = (float(step) + (tracer ? tracer->random() : 0.5f)) / float(steps);
             p[k] = toCamera.transformPoint(near[k] + (far[k] - near[k]) * u);
             distance[k] = directionToLight(position, p[k], toLight[k]);
         }

@@ -8,4 +8,4 @@
 void analyzeLightFog(TnonExtendedLightShape& light, const Tattribute& fogGeometry, TbitField64& mask);
 
 // The most points along a fog segment whose shadow is sampled.
-inline constexpr unsigned kMaxFogShadowPoints = 8;
+inline constexpr unsigned kMaxFogShadowPoints = 16;

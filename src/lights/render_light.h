@@ -258,7 +258,8 @@ protected:
                        float* intensity, bool doShadow, float softRadius, bool angular);
     // Shadows inside the light's own fog: each segment from near to far
     // (world space) is lit by the mean of the light reaching a few points
-    // along it, and fogShadowIntensity deepens what is missing. Scales
+    // along it, one jittered in each of as many equal stretches, and
+    // fogShadowIntensity deepens what is missing. Scales
     // `intensity`; the caller then finishes the records without shadows.
     void fogSegmentShadows(TdataBlock& block, unsigned first, unsigned count, const T3Float* near, const T3Float* far,
                            float* intensity);
