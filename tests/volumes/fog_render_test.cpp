@@ -68,19 +68,22 @@ const std::string kTopCamera =
 //   physical uniform: transparency exp(-(-ln(1 - opacity) * density) d) and
 //     no colour without a sun;
 //   Fog Near/Far: only the part of the ray between the two distances from
-//     the eye counts, the eye's distance being |pointCamera|.
+//     the eye counts, the eye's distance being |pointCamera|;
+//   height band: only the part of the ray between heights 0 and 5 counts
+//     (the eye lies above the band, so no blend ramp applies).
 TEST(FogRender, EnvironmentFogOverATiltedFloorFollowsBeerLambert) {
     struct Case {
         const char* what;
         double tilt, saturation;
         bool byColor, physical, nearFar;
         double light;
+        bool band = false;
     };
     const Case cases[] = {
         {"plain", 30, 10, false, false, false, 0},     {"steeper", 50, 4, false, false, false, 0},
         {"lit", 20, 6, false, false, false, 0.8},      {"colour based", 20, 6, true, false, false, 0.8},
         {"saturated", 0, 0, false, false, false, 0.8}, {"near far", 30, 3, false, false, true, 0},
-        {"physical", 30, 0, false, true, false, 0},
+        {"physical", 30, 0, false, true, false, 0},    {"height band", 30, 4, false, false, false, 0, true},
     };
     const double color[3] = {1, 0.5, 0.25}, floor = 0.9, nearD = 9.5, farD = 11;
     const double sigmaPhysical = -std::log(1 - 0.4) * 0.2;  // opacity 0.4, density 0.2
@@ -93,12 +96,12 @@ TEST(FogRender, EnvironmentFogOverATiltedFloorFollowsBeerLambert) {
     {"type": "environmentFog", "name": "haze", "parent": "hazeXf"},
     {"type": "envFog", "name": "hazeFog", "attributes": {"color": [%g, %g, %g], "saturationDistance": %g,
       "colorBasedTransparency": %s, "physicalFog": %s, "fogDensity": 0.2, "fogOpacity": [0.4, 0.4, 0.4], "sunIntensity": 0,
-      "distanceClipPlanes": %d, "fogNearDistance": %g, "fogFarDistance": %g}},
+      "distanceClipPlanes": %d, "fogNearDistance": %g, "fogFarDistance": %g, "useHeight": %s, "minHeight": 0, "maxHeight": 5}},
     {"type": "shadingEngine", "name": "hazeSG", "members": ["|hazeXf|haze"]},
     {"type": "transform", "name": "sunXf", "attributes": {"rotate": [-60, 20, 0]}},
     {"type": "directionalLight", "name": "sun", "parent": "sunXf", "attributes": {"intensity": %g}})",
                       color[0], color[1], color[2], c.saturation, c.byColor ? "true" : "false", c.physical ? "true" : "false",
-                      c.nearFar ? 1 : 0, nearD, farD, c.light);
+                      c.nearFar ? 1 : 0, nearD, farD, c.band ? "true" : "false", c.light);
         const std::string floorXf = "{\"rotate\": [0, 0, " + std::to_string(c.tilt) + "]}";
         const TtestImage image = render(dir, sceneText(kTopCamera, floorXf, floor, fog, R"(, ["hazeFog.outColor", "hazeSG.volumeShader"])"));
         ASSERT_EQ(image.width, kSize);
@@ -116,6 +119,7 @@ TEST(FogRender, EnvironmentFogOverATiltedFloorFollowsBeerLambert) {
                         const double from = std::max(lateral, nearD), to = std::min(std::hypot(lateral, d), farD);
                         thickness = std::max(to - from, 0.0);
                     }
+                    if (c.band) thickness = std::max(std::min(d, 10.0) - 5, 0.0);
                     const double o = c.saturation > 0 ? 1 - std::exp(-thickness / c.saturation) : 1;
                     for (int k = 0; k < 3; ++k) {
                         const double fogColor = c.light * color[k] * o;
