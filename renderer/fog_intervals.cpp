@@ -7,51 +7,13 @@
 #include "lights/point_light.h"
 #include "lights/render_light.h"
 #include "lights/spot_light.h"
+#include "renderer/level_thread.h"
 #include "renderer/render_scene.h"
 #include "renderer/scene_check.h"
 #include "shading/sample.h"
 #include "shading/sample_manager.h"
 #include "shading/shading_engine.h"
 #include "volumes/volume_utils.h"
-
-// The render thread through which fog intervals reach the engine: one
-// program per fog group, started on first use.
-class TfogTracer::Tthread : public TrenderThreadBase {
-public:
-    Tthread(TframeConstants* constants, TraySampler* sampler, unsigned groupCount)
-        : TrenderThreadBase(constants), fSampler(sampler), fStarted(groupCount) {}
-    ~Tthread() override { endSampling(); }
-    TraySampler* raySampler() override { return fSampler; }
-
-    Tsample* allocate(TfogVolume& volume) {
-        Started& started = fStarted[volume.groupIndex];
-        if (!started.group) {
-            started.group = volume.group;
-            started.renderGroup = &volume;
-            startSampling(volume.group, kVolumeColorTransparency, &volume, &volume);
-            started.ok = volume.group->option(kVolumeColorTransparency).opus != nullptr;
-        }
-        if (!started.ok) return nullptr;
-        Tsample* sample = nullptr;
-        sampleManager()->allocateSamples(volume.group, kVolumeColorTransparency, &volume, 1, &sample);
-        return sample;
-    }
-    void endSampling() {
-        for (Started& s : fStarted) {
-            if (s.group) TrenderThreadBase::endSampling(s.group, kVolumeColorTransparency, s.renderGroup);
-            s = Started();
-        }
-    }
-
-private:
-    struct Started {
-        TDNshadingEngine* group = nullptr;
-        TrenderGroupBase* renderGroup = nullptr;
-        bool ok = false;
-    };
-    TraySampler* fSampler;
-    std::vector<Started> fStarted;
-};
 
 namespace {
 bool pathVisible(const TdagPath& path) {
@@ -179,7 +141,7 @@ void TfogScene::releaseLights() {
 // ---------------------------------------------------------------- tracer
 
 TfogTracer::TfogTracer(const TfogScene& fog, const TrenderScene& scene, TraySampler* sampler)
-    : fFog(fog), fScene(scene), fThread(std::make_unique<Tthread>(&fConstants, sampler, unsigned(fog.groups().size()))) {
+    : fFog(fog), fScene(scene), fThread(std::make_unique<TrenderLevelThread>(&fConstants, sampler, unsigned(fog.groups().size()), kVolumeColorTransparency)) {
     // Room for every interval a chunk can hold: tiles grow nothing.
     fPending.reserve(kChunk * kMaxIntervals);
     fShaded.reserve(kChunk * kMaxIntervals);
@@ -227,7 +189,7 @@ void TfogTracer::applyChunk(unsigned n, TfogRay* rays) {
                 leave = b;
                 if (!(enter < leave)) continue;
             }
-            Tsample* s = fThread->allocate(*v);
+            Tsample* s = fThread->allocate(v->group, int(v->groupIndex), v.get(), v.get());
             if (!s) continue;
             fillSample(*s, *v, ray, enter, leave);
             fPending.push_back({i, enter, leave, s});

@@ -20,6 +20,7 @@
 
 class TDNshadingEngine;
 class TdependGraph;
+class TrenderLevelThread;
 class TrenderScene;
 class TraySampler;
 class Tsample;
@@ -96,7 +97,6 @@ public:
     uint64_t intervals = 0;  // shaded so far
 
 private:
-    class Tthread;
     struct Tpending {
         unsigned ray;
         float enter, leave;
@@ -109,7 +109,7 @@ private:
     const TfogScene& fFog;
     const TrenderScene& fScene;
     TframeConstants fConstants;  // fog batches go to no raster
-    std::unique_ptr<Tthread> fThread;
+    std::unique_ptr<TrenderLevelThread> fThread;  // the fog groups' volume programs
     std::vector<Tpending> fPending;
     std::vector<Tsample*> fShaded;
     // Records the integrator reads: the intervals of one ray and its surface.
