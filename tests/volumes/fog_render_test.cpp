@@ -172,6 +172,50 @@ TEST(FogRender, VolumeFogSphereFollowsTheChordLength) {
     }
 }
 
+// Reflected rays are fogged too. A mirror tilted 45 degrees under the
+// downward view reflects each ray sideways to a self-lit wall at x = -6;
+// from the eye plane (y = 10) down to the mirror (y = x) and across to the
+// wall every path is 16 long, so fog scales every mirrored pixel by
+// exp(-16 / s) against the same render without fog, whatever the mirror
+// keeps of what it reflects.
+TEST(FogRender, ReflectedRaysAreFoggedAlongTheirWholePath) {
+    const double saturation = 20;
+    auto scene = [&](bool fog) {
+        std::string more = R"(,
+    {"type": "transform", "name": "mirrorXf", "attributes": {"rotate": [0, 0, 45]}},
+    {"type": "plane", "name": "mirror", "parent": "mirrorXf", "attributes": {"width": 12, "height": 12}},
+    {"type": "phong", "name": "mirrorMat", "attributes": {"color": [0, 0, 0], "diffuse": 0, "specularColor": [1, 1, 1],
+      "reflectivity": 0.8}},
+    {"type": "shadingEngine", "name": "mirrorSG", "members": ["|mirrorXf|mirror"]})";
+        std::string connections = R"(, ["mirrorMat.outColor", "mirrorSG.surfaceShader"])";
+        if (fog) {
+            more += R"(,
+    {"type": "transform", "name": "hazeXf"},
+    {"type": "environmentFog", "name": "haze", "parent": "hazeXf"},
+    {"type": "envFog", "name": "hazeFog", "attributes": {"saturationDistance": )" + std::to_string(saturation) + R"(}},
+    {"type": "shadingEngine", "name": "hazeSG", "members": ["|hazeXf|haze"]})";
+            connections += R"(, ["hazeFog.outColor", "hazeSG.volumeShader"])";
+        }
+        // The floor stands up as the wall at x = -6, facing the mirror.
+        return sceneText(kTopCamera, R"({"translate": [-6, 0, 0], "rotate": [0, 0, -90]})", 0.9, more, connections);
+    };
+    TtestTempDir dir;
+    const TtestImage clear = render(dir, scene(false));
+    const TtestImage fogged = render(dir, scene(true));
+    ASSERT_EQ(clear.width, kSize);
+    ASSERT_EQ(fogged.width, kSize);
+    const double kept = std::exp(-16 / saturation);
+    int mirrored = 0;
+    for (int y = 0; y < kSize; ++y)
+        for (int x = 0; x < kSize; ++x) {
+            if (clear.at(x, y, 0) < 0.05f) continue;  // the mirror shows nothing here
+            ++mirrored;
+            for (int k = 0; k < 3; ++k)
+                EXPECT_NEAR(fogged.at(x, y, k), clear.at(x, y, k) * kept, 0.01 * clear.at(x, y, k)) << "pixel " << x << " " << y;
+        }
+    EXPECT_GT(mirrored, kSize * kSize / 2);
+}
+
 namespace {
 constexpr double kBeamHeight = 3.5, kBeamLength = 6, kBeamHalfAngle = 20;  // apex height, depth, half angle in degrees
 
