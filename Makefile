@@ -4,7 +4,7 @@ JOBS    ?= $(shell nproc)
 GEN     := -G Ninja
 BUILD   ?= build
 
-.PHONY: all deps build test test-asan test-tsan bench demo lights-demo contact-sheet clean
+.PHONY: all deps build test test-asan test-tsan bench demo lights-demo fog-demo contact-sheet clean
 
 all: build
 
@@ -48,6 +48,10 @@ demo: build
 lights-demo: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
 	@$(BUILD)/bin/shadenet render examples/lights.json -o docs/images/lights.png --quiet
+
+fog-demo: deps $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
+	@$(BUILD)/bin/shadenet render examples/fog.json -o docs/images/fog.png --quiet
 
 # The contact sheets of the 2D and the solid textures kept in docs/images/; prints their paths.
 contact-sheet: deps $(BUILD)/build.ninja

@@ -6,30 +6,35 @@
 #include "shading/sample_manager.h"
 #include "shading/shading_engine.h"
 
-TrenderLevelThread::TrenderLevelThread(TframeConstants* constants, TraySampler* sampler, unsigned groupCount)
-    : TrenderThreadBase(constants), fSampler(sampler), fStarted(groupCount) {}
+TrenderLevelThread::TrenderLevelThread(TframeConstants* constants, TraySampler* sampler, unsigned groupCount, TSEoption option)
+    : TrenderThreadBase(constants), fSampler(sampler), fOption(option), fStarted(groupCount) {}
 
 TrenderLevelThread::~TrenderLevelThread() { endSampling(); }
 
 Tsample* TrenderLevelThread::allocate(const TrenderObject& object) {
-    if (object.groupIndex < 0 || unsigned(object.groupIndex) >= fStarted.size()) return nullptr;
-    Started& started = fStarted[object.groupIndex];
     auto* renderGroup = const_cast<TrenderObject*>(&object);
+    return allocate(object.group, object.groupIndex, renderGroup, &object);
+}
+
+Tsample* TrenderLevelThread::allocate(TDNshadingEngine* group, int groupIndex, TrenderGroupBase* renderGroup,
+                                      const TgeoManagerBase* geometry) {
+    if (groupIndex < 0 || unsigned(groupIndex) >= fStarted.size()) return nullptr;
+    Started& started = fStarted[groupIndex];
     if (!started.group) {
-        started.group = object.group;
+        started.group = group;
         started.renderGroup = renderGroup;
-        startSampling(object.group, kSurfaceColorTransparency, renderGroup, &object);
-        started.ok = object.group->option(kSurfaceColorTransparency).opus != nullptr;
+        startSampling(group, fOption, renderGroup, geometry);
+        started.ok = group->option(fOption).opus != nullptr;
     }
     if (!started.ok) return nullptr;
     Tsample* sample = nullptr;
-    sampleManager()->allocateSamples(object.group, kSurfaceColorTransparency, renderGroup, 1, &sample);
+    sampleManager()->allocateSamples(group, fOption, renderGroup, 1, &sample);
     return sample;
 }
 
 void TrenderLevelThread::endSampling() {
     for (Started& s : fStarted) {
-        if (s.group) TrenderThreadBase::endSampling(s.group, kSurfaceColorTransparency, s.renderGroup);
+        if (s.group) TrenderThreadBase::endSampling(s.group, fOption, s.renderGroup);
         s = Started();
     }
 }

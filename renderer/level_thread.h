@@ -7,13 +7,16 @@
 #include <vector>
 
 #include "shading/render_thread.h"
+#include "shading/shading_types.h"
 
 class TrenderObject;
 class Tsample;
 
 class TrenderLevelThread : public TrenderThreadBase {
 public:
-    TrenderLevelThread(TframeConstants* constants, TraySampler* sampler, unsigned groupCount);
+    // Shades `option` of up to `groupCount` groups (surfaces unless told).
+    TrenderLevelThread(TframeConstants* constants, TraySampler* sampler, unsigned groupCount,
+                       TSEoption option = kSurfaceColorTransparency);
     ~TrenderLevelThread() override;
 
     TraySampler* raySampler() override { return fSampler; }
@@ -21,6 +24,8 @@ public:
     // A fresh sample for a hit on `object`, or null when its group has no
     // program (the caller then draws the default colour).
     Tsample* allocate(const TrenderObject& object);
+    // The same for any render group of `group`, the group's `groupIndex`-th.
+    Tsample* allocate(TDNshadingEngine* group, int groupIndex, TrenderGroupBase* renderGroup, const TgeoManagerBase* geometry);
     // Gives up this thread's use of the programs it started.
     void endSampling();
 
@@ -31,6 +36,7 @@ private:
         bool ok = false;
     };
     TraySampler* fSampler;
+    TSEoption fOption;
     std::vector<Started> fStarted;  // per group index
 };
 

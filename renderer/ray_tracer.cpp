@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 
+#include "renderer/fog_intervals.h"
 #include "shading/sample.h"
 #include "shading/sample_manager.h"
 
@@ -164,7 +165,9 @@ void TrendererRaySampler::traceChunk(Level& lv, unsigned n, const TworldRay* ray
     const int levelIndex = fActiveLevel + 1;
 
     unsigned liveCount = n;
+    float firstHit[kChunk];
     for (unsigned i = 0; i < n; ++i) {
+        firstHit[i] = -1;
         lv.rays[i] = rays[i];
         lv.throughput[i] = {1, 1, 1};
         lv.live[i] = i;
@@ -188,6 +191,7 @@ void TrendererRaySampler::traceChunk(Level& lv, unsigned n, const TworldRay* ray
             TsurfacePoint& p = lv.points[i];
             evaluateSurface(object, camera, hit.hit.primID, hit.hit.u, hit.hit.v, ray.origin, ray.direction, hit.ray.tfar, p);
             if (layer == 0) {
+                firstHit[i] = hit.ray.tfar;
                 results[i].hit = true;
                 results[i].distance = p.distance;
                 results[i].primitive = p.primitive;
@@ -239,5 +243,26 @@ void TrendererRaySampler::traceChunk(Level& lv, unsigned n, const TworldRay* ray
         }
         manager.releaseSamples(sampleCount, lv.samples.data());
         liveCount = stillLive;
+    }
+    if (fFog) applyFog(n, rays, firstHit, results);
+}
+
+void TrendererRaySampler::applyFog(unsigned n, const TworldRay* rays, const float* firstHit, TtraceResult* results) {
+    // Fog from the ray's start to its first hit, or to the far clip.
+    const float farClip = fScene.camera().farClip;
+    TfogRay fog[kChunk];
+    for (unsigned i = 0; i < n; ++i) {
+        fog[i].origin = rays[i].origin;
+        fog[i].direction = rays[i].direction;
+        fog[i].tNear = rays[i].tNear;
+        fog[i].tFar = firstHit[i] >= 0 ? firstHit[i] : std::min(rays[i].tFar, farClip);
+        fog[i].depth = rays[i].depth;
+        fog[i].color = results[i].radiance;
+        fog[i].transmittance = results[i].transmittance;
+    }
+    fFog->apply(n, fog);
+    for (unsigned i = 0; i < n; ++i) {
+        results[i].radiance = fog[i].color;
+        results[i].transmittance = fog[i].transmittance;
     }
 }

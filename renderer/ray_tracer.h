@@ -13,6 +13,8 @@
 #include "renderer/surface_point.h"
 #include "shading/ray_sampler.h"
 
+class TfogTracer;
+
 // A ray in world space, for the renderer's own use.
 struct TworldRay {
     T3Float origin, direction;  // direction unit length
@@ -60,6 +62,8 @@ public:
     void seed(uint64_t value) { fRandomState = value ? value : 0x9E3779B97F4A7C15ull; }
     // Ends sampling on every nested level.
     void endSampling();
+    // The fog that rays traced here pass through; null for none.
+    void setFog(TfogTracer* fog) { fFog = fog; }
 
     TtraceCounters counters;
 
@@ -75,12 +79,14 @@ private:
     };
     Level* level(int index);
     void traceChunk(Level& lv, unsigned n, const TworldRay* rays, TtraceResult* results);
+    void applyFog(unsigned n, const TworldRay* rays, const float* firstHit, TtraceResult* results);
 
     const TrenderScene& fScene;
     float fPixelAngle;
     TframeConstants fConstants;  // nested levels hand shaded batches to no raster
     std::vector<std::unique_ptr<Level>> fLevels;
     int fActiveLevel = 0;
+    TfogTracer* fFog = nullptr;
     uint64_t fRandomState = 1;
 };
 

@@ -11,6 +11,7 @@
 #include "lights/light_visibility.h"
 #include "lights/render_light.h"
 #include "renderer/depth_maps.h"
+#include "renderer/fog_intervals.h"
 #include "renderer/level_thread.h"
 #include "renderer/pixel_filter.h"
 #include "renderer/ray_tracer.h"
@@ -118,12 +119,14 @@ struct Tworker {
     void endSampling() {
         thread.endSampling();
         tracer.endSampling();
+        if (fog) fog->endSampling();
     }
 
     TframeConstants constants;
     TtileRaster raster;
     TrendererRaySampler tracer;
     TrenderLevelThread thread;
+    std::unique_ptr<TfogTracer> fog;  // null when the scene has no fog
     std::vector<Tsample*> samples;
     std::vector<unsigned> dispatched;  // per object, samples handed to the engine in this tile
     uint64_t cameraRays = 0, cameraIntersectNs = 0, shadeNs = 0, tileNs = 0, shaded = 0;
@@ -267,6 +270,7 @@ public:
             if (pending == TrendererRaySampler::kChunk) flushBehind();
         }
         if (pending) flushBehind();
+        if (w.fog) applyFog(w, count);
         w.shadeNs += (nowNs() - start) - (w.tracer.counters.intersectNs - nestedBefore);
 
         // Reconstruction: every pixel of the tile gathers the samples within
@@ -294,6 +298,33 @@ public:
     }
 
 private:
+    // Fog from the eye to each slot's first hit, or to the far clip, in
+    // front of what the slot shows.
+    void applyFog(Tworker& w, unsigned count) {
+        TfogRay rays[TfogTracer::kChunk];
+        for (unsigned first = 0; first < count; first += TfogTracer::kChunk) {
+            const unsigned n = std::min(TfogTracer::kChunk, count - first);
+            for (unsigned k = 0; k < n; ++k) {
+                const TtileSlot& slot = w.raster.slot(first + k);
+                const TworldRay camera = fRays.world(slot.x, slot.y);
+                TfogRay& r = rays[k];
+                r.origin = slot.origin;
+                r.direction = slot.direction;
+                r.tNear = 0;
+                r.tFar = slot.object >= 0 ? slot.tHit : camera.tFar;
+                r.depth = 0;
+                r.color = slot.color;
+                r.transmittance = T3Float(1, 1, 1) * (1 - slot.alpha);
+            }
+            w.fog->apply(n, rays);
+            for (unsigned k = 0; k < n; ++k) {
+                TtileSlot& slot = w.raster.slot(first + k);
+                slot.color = rays[k].color;
+                slot.alpha = 1 - average(rays[k].transmittance);
+            }
+        }
+    }
+
     // Stratified positions in the pixel; one sample sits at the centre.
     void samplePosition(int px, int py, int k, float& x, float& y) const {
         if (fSpp == 1) {
@@ -345,6 +376,8 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
 
     TrenderScene scene;
     if (!scene.build(graph, sceneFile, options.camera, error)) return false;
+    TfogScene fog;
+    fog.build(graph, scene, fWarnings);
     TrenderSettings& settings = scene.settings();
     if (options.width > 0) settings.width = options.width;
     if (options.height > 0) settings.height = options.height;
@@ -382,9 +415,11 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
         for (TbitFieldFixedN& row : rows) row.setAll();
         group->setLightTables(everyLight, rows, everyLight, rows);
     }
+    if (!fog.empty()) fog.setUpLights(linked, linked ? lightsOf(graph) : everyLight);
     TframeConstants setupConstants;
     TrenderThreadBase setup(&setupConstants);
     for (TDNshadingEngine* group : scene.groups()) setup.initShadingGroup(group);
+    for (TDNshadingEngine* group : fog.groups()) setup.initShadingGroup(group);
     std::vector<std::pair<TDNshadingEngine*, TrenderObject*>> started;
     for (const auto& object : scene.objects()) {
         if (!object->group) continue;
@@ -395,6 +430,16 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
         if (!object->group->option(kSurfaceColorTransparency).opus)
             fWarnings.push_back("shading group '" + object->group->name().str() +
                                 "' cannot be shaded; its objects render in the default colour");
+    }
+
+    std::vector<std::pair<TDNshadingEngine*, TfogVolume*>> fogStarted;
+    for (const auto& volume : fog.volumes()) {
+        bool seen = std::any_of(fogStarted.begin(), fogStarted.end(), [&](auto& s) { return s.first == volume->group; });
+        if (seen) continue;
+        fogStarted.emplace_back(volume->group, volume.get());
+        setup.startSampling(volume->group, kVolumeColorTransparency, volume.get(), volume.get());
+        if (!volume->group->option(kVolumeColorTransparency).opus)
+            fWarnings.push_back("shading group '" + volume->group->name().str() + "' cannot shade its fog; the fog does not render");
     }
 
     TdepthMaps depthMaps(graph, scene, sceneFile, fWarnings);
@@ -414,7 +459,12 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
 
     const int threads = options.threads > 0 ? options.threads : defaultThreadCount();
     std::vector<std::unique_ptr<Tworker>> workers(static_cast<size_t>(threads));
-    for (auto& w : workers) w = std::make_unique<Tworker>(scene, tileRenderer.pixelAngle(), slotCapacity);
+    for (auto& w : workers) {
+        w = std::make_unique<Tworker>(scene, tileRenderer.pixelAngle(), slotCapacity);
+        if (fog.empty()) continue;
+        w->fog = std::make_unique<TfogTracer>(fog, scene, &w->tracer);
+        w->tracer.setFog(w->fog.get());
+    }
 
     std::mutex progressLock;
     unsigned done = 0;
@@ -434,12 +484,14 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
         fStatistics.secondaryRays += w->tracer.counters.secondaryRays;
         fStatistics.shadowRays += w->tracer.counters.shadowRays;
         fStatistics.shadedSamples += w->shaded + w->tracer.counters.shadedSamples;
+        if (w->fog) fStatistics.fogIntervals += w->fog->intervals;
         fStatistics.intersectSeconds += double(w->cameraIntersectNs + w->tracer.counters.intersectNs) * 1e-9;
         fStatistics.shadeSeconds += double(w->shadeNs) * 1e-9;
         fStatistics.threadSeconds += double(w->tileNs) * 1e-9;
         w->endSampling();
     }
     for (auto& [group, object] : started) setup.endSampling(group, kSurfaceColorTransparency, object);
+    for (auto& [group, volume] : fogStarted) setup.endSampling(group, kVolumeColorTransparency, volume);
     workers.clear();
     TrenderThreadBase::resetShadingGroups();
     fStatistics.threads = unsigned(threads);

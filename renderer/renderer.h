@@ -32,6 +32,7 @@ struct TrenderStatistics {
     double threadSeconds = 0;     // tile time summed over threads
     uint64_t cameraRays = 0, secondaryRays = 0, shadowRays = 0;
     uint64_t shadedSamples = 0;
+    uint64_t fogIntervals = 0;    // volume intervals shaded for fog
     unsigned threads = 0;
 };
 

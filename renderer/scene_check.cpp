@@ -302,7 +302,9 @@ void Checker::groups() {
     for (TdependNode* node : fGraph.nodes()) {
         if (!isNodeOf<TDNshadingEngine>(node)) continue;
         auto* group = static_cast<TDNshadingEngine*>(node);
-        if (!group->sourceOf(Tplug(group, &TDNshadingEngine::saSurfaceShader()))) {
+        // A fog's group shades volumes only.
+        if (!group->sourceOf(Tplug(group, &TDNshadingEngine::saSurfaceShader())) &&
+            !group->sourceOf(Tplug(group, &TDNshadingEngine::saVolumeShader()))) {
             warning(group, "surfaceShader", "the shading group has no material: its objects render in the default colour");
             continue;
         }
@@ -348,7 +350,8 @@ void Checker::loops(TDNshadingEngine* group) {
         stack.pop_back();
         state[node] = kDone;
     };
-    walk(walk, group->sourceOf(Tplug(group, &TDNshadingEngine::saSurfaceShader()))->node());
+    for (const Tattribute* slot : {&TDNshadingEngine::saSurfaceShader(), &TDNshadingEngine::saVolumeShader()})
+        if (const Tplug* shader = group->sourceOf(Tplug(group, slot)); shader && !state.count(shader->node())) walk(walk, shader->node());
 }
 }  // namespace
 

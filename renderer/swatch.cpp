@@ -5,6 +5,7 @@
 
 #include "framework/host/depend_graph.h"
 #include "renderer/renderer.h"
+#include "shading/swatch_mode.h"
 #include "scene/scene_camera.h"
 #include "scene/scene_loader.h"
 #include "scene/scene_shapes.h"
@@ -112,6 +113,11 @@ bool renderSwatch(TdependGraph& graph, TdependNode* node, const TswatchOptions& 
     render.threads = options.threads;
     render.camera = camera->name().str();
     Trenderer renderer;
+    // Fog nodes scale their tiny swatch thickness while this is set.
+    struct TswatchModeScope {
+        TswatchModeScope() { inSampleSwatchMode = true; }
+        ~TswatchModeScope() { inSampleSwatchMode = false; }
+    } swatchMode;
     return renderer.render(graph, sceneFile, render, image, error);
 }
 

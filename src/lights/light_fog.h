@@ -6,3 +6,6 @@
 // fog's items are dropped; with one, depth-map shadows in the fog need the ray
 // instance.
 void analyzeLightFog(TnonExtendedLightShape& light, const Tattribute& fogGeometry, TbitField64& mask);
+
+// The most points along a fog segment whose shadow is sampled.
+inline constexpr unsigned kMaxFogShadowPoints = 16;

@@ -256,6 +256,13 @@ protected:
     // direction, distance and intensity are known: shadows and the record.
     void finishRecords(TdataBlock& block, unsigned first, unsigned count, const T3Float* toLight, const float* distance,
                        float* intensity, bool doShadow, float softRadius, bool angular);
+    // Shadows inside the light's own fog: each segment from near to far
+    // (world space) is lit by the mean of the light reaching a few points
+    // along it, one jittered in each of as many equal stretches, and
+    // fogShadowIntensity deepens what is missing. Scales
+    // `intensity`; the caller then finishes the records without shadows.
+    void fogSegmentShadows(TdataBlock& block, unsigned first, unsigned count, const T3Float* near, const T3Float* far,
+                           float* intensity);
 
     // Shared by the lights' map views.
     int shadowMapResolution();

@@ -331,7 +331,9 @@ bool TspotLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, un
     for (unsigned start = first; start < first + count; start += kBatchSize) {
         unsigned n = std::min(first + count - start, kBatchSize);
         float intensity[kBatchSize], distance[kBatchSize];
-        T3Float toLight[kBatchSize];
+        T3Float toLight[kBatchSize], fogNear[kBatchSize], fogFar[kBatchSize];
+        // A batch is one object: the light's own fog or not.
+        const bool ownFog = fFogObject && objectId.as<void*>(start) == fFogObject;
         for (unsigned k = 0; k < n; ++k) {
             unsigned i = start + k;
             intensity[k] = intensityIn.asFloat(i);
@@ -339,6 +341,8 @@ bool TspotLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, un
             distance[k] = dist;
             void* object = objectId.as<void*>(i);
             if (fFogObject && object == fFogObject) {
+                fogNear[k] = near.asFloat3(i);
+                fogFar[k] = far.asFloat3(i);
                 T3Float a0 = fWorldInverse.transformPoint(near.asFloat3(i));
                 T3Float b0 = fWorldInverse.transformPoint(far.asFloat3(i));
                 intensity[k] *= fogWeight(a0, b0, fogSpread.asFloat(i), decay.asShort(i)) * fogIntensity.asFloat(i);
@@ -357,7 +361,8 @@ bool TspotLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, un
             }
             intensity[k] *= decayFactor(decay.asShort(i), dist);
         }
-        finishRecords(block, start, n, toLight, distance, intensity, doShadow, radius.asFloat(first), false);
+        if (ownFog && doShadow) fogSegmentShadows(block, start, n, fogNear, fogFar, intensity);
+        finishRecords(block, start, n, toLight, distance, intensity, doShadow && !ownFog, radius.asFloat(first), false);
     }
     block.setClean(TlightShape::saLightData());
     return true;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "volumes/height_band.h"
+
 namespace {
 
 constexpr double kFourPi = 12.566370614359172;
@@ -13,7 +15,6 @@ constexpr double kLeastWaterExtinction = 0.00001;
 constexpr double kLevelSlope = 0.000001;      // below this a ray counts as parallel to the ground
 constexpr double kLeastDensity = 0.000000001;  // the sky fog's test for an empty path
 constexpr double kNoSunPath = 1000000;         // sun-side depth when the sun is not reached
-constexpr double kNoTop = 100000;              // top of a height band without one
 constexpr double kSaturated = 15;              // 1 - exp(-x) is 1 in float beyond this
 
 // Extinction per unit length of a medium of this opacity and density.
@@ -380,28 +381,13 @@ bool TskyFog::getToviFog(const T4dDblPoint& point, const T4dDblVector& direction
     double length = distance, heightFactor = 0;
 
     if (fUseHeight) {
-        const double low = fFogMinHeight;
-        const double high = fFogMaxHeight < fFogMinHeight ? kNoTop : fFogMaxHeight;
-        const double y = point.y, dy = direction.y;
-        if (dy == 0) {
-            // Deliberate: a level ray inside the band takes the band's height as its length.
-            length = y >= low && y <= high ? high - low : 0;
-        } else {
-            const double ta = (low - y) / dy, tb = (high - y) / dy;
-            const double enter = std::max(0.0, std::min(ta, tb)), leave = std::min(distance, std::max(ta, tb));
-            length = leave - enter;
-        }
+        const double high = fFogMaxHeight < fFogMinHeight ? kOpenBandTop : fFogMaxHeight;
+        length = heightBandLength(point.y, direction.y, distance, fFogMinHeight, high, 0);
         if (!(length > 0)) {
             setNoFog(color, transparency);
             return false;
         }
-        if (y > low && y < high) {
-            heightFactor = 1;
-            if (fFogDecay > 0) {
-                if (y - low < fFogDecay) heightFactor = (y - low) / fFogDecay;
-                if (high - y < fFogDecay && heightFactor != 0) heightFactor *= (high - y) / fFogDecay;
-            }
-        }
+        heightFactor = heightBandFactor(point.y, fFogMinHeight, high, fFogDecay);
     }
 
     double opacity = 1;

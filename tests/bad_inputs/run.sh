@@ -62,6 +62,7 @@ cases=$(cat <<'EOF'
 1 error   render $S/inf_colour.json -o $OUT -q
 1 error   render $S/nan_light_colour.json -o $OUT -q
 0 warning render $S/nan_diffuse.json -o $OUT -q
+0 warning render $S/fog_without_group.json -o $OUT -q
 0 warning check $S/nan_diffuse.json
 1 error   render $S/negative_radius.json -o $OUT -q
 1 error   render $S/inf_radius.json -o $OUT -q

@@ -1,0 +1,3 @@
+#include "shading/swatch_mode.h"
+
+bool inSampleSwatchMode = false;
