@@ -49,6 +49,8 @@ lights-demo: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
 	@$(BUILD)/bin/shadenet render examples/lights.json -o docs/images/lights.png --quiet
 
+# The fog example (a spot light's fog, a lit fog ball, a sunlit haze) kept in
+# docs/images/; prints its path.
 fog-demo: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
 	@$(BUILD)/bin/shadenet render examples/fog.json -o docs/images/fog.png --quiet
