@@ -13,6 +13,7 @@
 #include "renderer/depth_maps.h"
 #include "renderer/level_thread.h"
 #include "renderer/pixel_filter.h"
+#include "renderer/post_effects.h"
 #include "renderer/ray_tracer.h"
 #include "renderer/render_scene.h"
 #include "renderer/thread_team.h"
@@ -140,12 +141,13 @@ T3Float times(const T3Float& a, const T3Float& b) { return {a.x * b.x, a.y * b.y
 
 class TtileRenderer {
 public:
-    TtileRenderer(const TrenderScene& scene, int spp, const TpixelFilterKernel& filter, TframeBuffer& image)
+    TtileRenderer(const TrenderScene& scene, int spp, const TpixelFilterKernel& filter, TframeBuffer& image, bool depositGlow)
         : fScene(scene),
           fSpp(spp),
           fFilter(filter),
           fImage(image),
-          fRays(scene.camera(), image.width(), image.height()) {}
+          fRays(scene.camera(), image.width(), image.height()),
+          fDepositGlow(depositGlow) {}
 
     float pixelAngle() const { return fRays.pixelAngle(); }
 
@@ -198,6 +200,7 @@ public:
         for (unsigned i = 0; i < count; ++i) {
             TtileSlot& slot = raster.slot(i);
             slot.transparency = {0, 0, 0};
+            slot.glow = {0, 0, 0};
             slot.sequence = -1;
             if (slot.object < 0) {
                 slot.color = camera.background;
@@ -289,6 +292,13 @@ public:
                         }
                 float* out = fImage.pixel(x, y);
                 for (int c = 0; c < 4; ++c) out[c] = weights > 0 ? sum[c] / weights : 0.0f;
+                // Each pixel's own samples deposit their glow once, here,
+                // where the tile owns the pixel.
+                if (fDepositGlow)
+                    for (int k = 0; k < fSpp; ++k) {
+                        const TtileSlot& slot = raster.slot(unsigned(((y - ey0) * ew + (x - ex0)) * fSpp + k));
+                        TpostEffects::deposit(slot.glow, slot.x - 0.5f, slot.y - 0.5f, 1.0f / float(fSpp));
+                    }
             }
         w.tileNs += nowNs() - tileStart;
     }
@@ -334,6 +344,7 @@ private:
     const TpixelFilterKernel& fFilter;
     TframeBuffer& fImage;
     TcameraRays fRays;
+    bool fDepositGlow;
 };
 }  // namespace
 
@@ -398,6 +409,8 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
     }
 
     TdepthMaps depthMaps(graph, scene, sceneFile, fWarnings);
+    TpostEffects post;
+    if (options.postEffects) post.begin(graph, scene, settings.width, settings.height, fWarnings);
 
     const int tileSize = std::max(4, options.tileSize);
     std::vector<Ttile> tiles;
@@ -408,7 +421,7 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
                              std::min(y + tileSize, region.y1)});
 
     TpixelFilterKernel filter(settings.filter, settings.filterWidth);
-    TtileRenderer tileRenderer(scene, settings.samplesPerPixel, filter, image);
+    TtileRenderer tileRenderer(scene, settings.samplesPerPixel, filter, image, post.depositing());
     int side = tileSize + 2 * filter.margin();
     unsigned slotCapacity = unsigned(side * side * settings.samplesPerPixel);
 
@@ -442,6 +455,7 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
     for (auto& [group, object] : started) setup.endSampling(group, kSurfaceColorTransparency, object);
     workers.clear();
     TrenderThreadBase::resetShadingGroups();
+    post.finish(image, scene);
     fStatistics.threads = unsigned(threads);
     fStatistics.wallSeconds = double(nowNs() - wallStart) * 1e-9;
     return true;
