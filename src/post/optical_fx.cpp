@@ -11,7 +11,7 @@
 namespace {
 // Spreads are given in units that read well in the attribute editor; this
 // turns them into the cosine space the falloff works in.
-constexpr double kSpreadUnit = 0.04;
+constexpr double kSpreadUnit = 0.02;
 // The fog veil is an order wider than a glow of the same spread.
 constexpr double kFogSpreadUnit = 0.25;
 // Exponential falloffs take their spread this much wider.
@@ -154,7 +154,7 @@ void TdnOpticalFX::computeSpreads() {
         case 5: fGlowSpread = spreadConstant(2 * g, 3); break;
         default: fGlowSpread = spreadConstant(g, 3); break;
     }
-    const double h = fS.haloSpread * kSpreadUnit * 4 / kExponentialScale;
+    const double h = fS.haloSpread * kSpreadUnit * 3 / kExponentialScale;
     switch (fS.haloType) {
         case 2: fHaloSpread = spreadConstant(h * kExponentialScale, 2); break;
         case 3: fHaloSpread = 1 - h * h; break;
@@ -397,10 +397,10 @@ bool TdnOpticalFX::glowEffect(const T3Float& direction, QV_Rgba* out, const Topt
         haloPart = {v, v, v};
     }
     const float fogPart = float(fS.fogIntensity * 2 * f);
-    // Colours are 0..255 and the parts are weights: the product is rescaled.
-    out->r += (glowPart.r * fS.glowColor.x + haloPart.r * fS.haloColor.x + fogPart * fS.fogColor.x) / 255 * fLightColour.x;
-    out->g += (glowPart.g * fS.glowColor.y + haloPart.g * fS.haloColor.y + fogPart * fS.fogColor.y) / 255 * fLightColour.y;
-    out->b += (glowPart.b * fS.glowColor.z + haloPart.b * fS.haloColor.z + fogPart * fS.fogColor.z) / 255 * fLightColour.z;
+    // Effect colours are 0..255; the light's colour is a factor around 1.
+    out->r += (glowPart.r * fS.glowColor.x + haloPart.r * fS.haloColor.x + fogPart * fS.fogColor.x) * fLightColour.x;
+    out->g += (glowPart.g * fS.glowColor.y + haloPart.g * fS.haloColor.y + fogPart * fS.fogColor.y) * fLightColour.y;
+    out->b += (glowPart.b * fS.glowColor.z + haloPart.b * fS.haloColor.z + fogPart * fS.fogColor.z) * fLightColour.z;
 
     if (flare) {
         double base = 0.5 - std::sqrt(fLightPlane.x * fLightPlane.x + fLightPlane.y * fLightPlane.y) * 0.5;

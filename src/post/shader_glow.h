@@ -97,6 +97,7 @@ public:
     SN_COLOR_ATTRIBUTE(GlowColor, glowColor)
     SN_ATTRIBUTE(HaloIntensity, haloIntensity)
     SN_COLOR_ATTRIBUTE(HaloColor, haloColor)
+    SN_ATTRIBUTE(AutoExposure, autoExposure)
 
     // Whether any material of `graph` can glow: a shader answering a glow
     // intensity other than 0 (a driven one counts as glowing).
