@@ -579,13 +579,14 @@ bool TdnShaderGlow::glowArray(const QV_GlowParams* p, unsigned char* image, cons
     const int wide = p->wide, high = p->high;
     for (int y = firstRow; y < lastRow; ++y) {
         unsigned char* pixel = image + (scanlineMode ? 0 : size_t(y - firstRow) * rowBytes);
-        const double fy = double(y - (scanlineMode ? rect.y0 : firstRow)) * rowScale;
+        // Cell values stand for their cells' centres, pixels for theirs.
+        const double fy = std::max(0.0, (double(y - (scanlineMode ? rect.y0 : firstRow)) + 0.5 / (rowScale / p->resolution)) * rowScale - 0.5);
         int iy = int(fy);
         const float ty = float(fy - iy);
         iy = std::min(iy, high - 1);
         const int iy1 = std::min(iy + 1, high - 1);
         for (int x = rect.x0; x < rect.x1; ++x, pixel += bytes) {
-            const double fx = double(x - rect.x0) * p->resolution;
+            const double fx = std::max(0.0, (double(x - rect.x0) + 0.5) * p->resolution - 0.5);
             int ix = int(fx);
             const float tx = float(fx - ix);
             ix = std::min(ix, wide - 1);
