@@ -4,7 +4,7 @@ JOBS    ?= $(shell nproc)
 GEN     := -G Ninja
 BUILD   ?= build
 
-.PHONY: all deps build test test-asan test-tsan bench demo lights-demo contact-sheet clean
+.PHONY: all deps build test test-asan test-tsan bench demo lights-demo glow-demo contact-sheet clean
 
 all: build
 
@@ -48,6 +48,12 @@ demo: build
 lights-demo: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
 	@$(BUILD)/bin/shadenet render examples/lights.json -o docs/images/lights.png --quiet
+
+# The post-effects example (a glowing material, a light with glow, halo and
+# lens flare) kept in docs/images/; prints its path.
+glow-demo: deps $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
+	@$(BUILD)/bin/shadenet render examples/glow.json -o docs/images/glow.png --quiet
 
 # The contact sheet of the 2D textures kept in docs/images/; prints its path.
 contact-sheet: deps $(BUILD)/build.ninja
