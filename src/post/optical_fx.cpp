@@ -6,6 +6,7 @@
 
 #include "lights/render_light.h"
 #include "post/post_messages.h"
+#include "post/shader_glow.h"
 #include "textures/noise/noise.h"
 
 namespace {
@@ -47,16 +48,8 @@ double rainbowWeight(double w) { return w < 0 ? 1.0 : w > 1 ? 0.0 : 1 - w; }
 }  // namespace
 
 TdnVSOpticalFX::TdnVSOpticalFX() {
-    const std::initializer_list<std::pair<const char*, const char*>> glowKinds = {
-        {"None", "kgNoGlow"}, {"Linear", "kgLinearGlow"}, {"Exponential", "kgExpGlow"},
-        {"Ball", "kgBallGlow"}, {"Lens Flare", "kgLensGlow"}, {"Rim Halo", "kgRimGlow"}};
-    addSettingFields(glowType, glowKinds);
-    addSettingFields(haloType, {{"None", "khNoGlow"},
-                                {"Linear", "khLinearGlow"},
-                                {"Exponential", "khExpGlow"},
-                                {"Ball", "khBallGlow"},
-                                {"Lens Flare", "khLensGlow"},
-                                {"Rim Halo", "khRimGlow"}});
+    addGlowTypeFields(glowType, 'g');
+    addGlowTypeFields(haloType, 'h');
     addSettingFields(fogType, {{"None", "kfNoFog"}, {"Linear", "kfLinearFog"}, {"Exponential", "kfExpFog"}, {"Ball", "kfBallFog"}});
     active.setNativeDefaultData(1.0);
     glowType.setNativeDefaultData(1.0);

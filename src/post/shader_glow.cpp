@@ -147,19 +147,16 @@ bool convolveFFT(const std::vector<QV_Rgb>& cells, int wide, int high, const flo
 }
 }  // namespace
 
+void addGlowTypeFields(TattributeEnum& attribute, char effect) {
+    static constexpr const char* kKinds[][2] = {{"None", "NoGlow"},      {"Linear", "LinearGlow"},  {"Exponential", "ExpGlow"},
+                                                {"Ball", "BallGlow"},    {"Lens Flare", "LensGlow"}, {"Rim Halo", "RimGlow"}};
+    short value = 0;
+    for (const auto& [label, key] : kKinds) attribute.addField(std::string("k") + effect + key, label, value++);
+}
+
 TdnVSShaderGlow::TdnVSShaderGlow() {
-    addSettingFields(glowType, {{"None", "kgNoGlow"},
-                                {"Linear", "kgLinearGlow"},
-                                {"Exponential", "kgExpGlow"},
-                                {"Ball", "kgBallGlow"},
-                                {"Lens Flare", "kgLensGlow"},
-                                {"Rim Halo", "kgRimGlow"}});
-    addSettingFields(haloType, {{"None", "khNoGlow"},
-                                {"Linear", "khLinearGlow"},
-                                {"Exponential", "khExpGlow"},
-                                {"Ball", "khBallGlow"},
-                                {"Lens Flare", "khLensGlow"},
-                                {"Rim Halo", "khRimGlow"}});
+    addGlowTypeFields(glowType, 'g');
+    addGlowTypeFields(haloType, 'h');
     // A soft linear glow is on by default; the halo waits for an intensity.
     glowType.setNativeDefaultData(double(kLinearGlow));
     haloType.setNativeDefaultData(double(kLinearGlow));

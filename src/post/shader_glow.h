@@ -22,6 +22,10 @@ class TdependGraph;
 
 enum TglowType { kNoGlow = 0, kLinearGlow = 1, kExpGlow = 2, kBallGlow = 3, kLensGlow = 4, kRimGlow = 5 };
 
+// The six kinds of glow and halo as enumeration fields, keyed "kgNoGlow" ...
+// for a glow ('g') and "khNoGlow" ... for a halo ('h').
+void addGlowTypeFields(TattributeEnum& attribute, char effect);
+
 struct QV_GlowParams {
     int type = 0;
     float intensity = 0;
