@@ -106,14 +106,8 @@ void TpostEffects::begin(TdependGraph& graph, const TrenderScene&, int width, in
     if (!glows.empty() && TdnShaderGlow::isShaderGlowOn(graph)) {
         Trect rect{0, 0, width, height};
         fGlow = glows.front()->initShaderGlow(rect, short(std::min(height, 32767)), false);
+        if (fGlow) fPixelGlow.assign(size_t(width) * size_t(height), T3Float());
     }
-}
-
-void TpostEffects::deposit(const T3Float& glow, float x, float y, float weight) {
-    if (glow.x <= 0 && glow.y <= 0 && glow.z <= 0) return;
-    const float scale = 255.0f * weight;
-    QV_Rgba colour{glow.x * scale, glow.y * scale, glow.z * scale, 0};
-    TdnShaderGlow::addShaderGlow(&colour, std::max(0.0f, x), std::max(0.0f, y));
 }
 
 void TpostEffects::finish(TframeBuffer& image, const TrenderScene& scene) {
@@ -133,6 +127,14 @@ void TpostEffects::finish(TframeBuffer& image, const TrenderScene& scene) {
     const Trect rect{0, 0, width, height};
 
     if (fGlow) {
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x) {
+                const T3Float& glow = fPixelGlow[size_t(y) * size_t(width) + size_t(x)];
+                if (glow.x <= 0 && glow.y <= 0 && glow.z <= 0) continue;
+                const QV_Rgba colour{glow.x * 255, glow.y * 255, glow.z * 255, 0};
+                TdnShaderGlow::addShaderGlow(&colour, x, y);
+            }
+        fPixelGlow = std::vector<T3Float>();
         if (TdnShaderGlow::calculateGlow()) TdnShaderGlow::addShaderGlowToArray(rect, bytes, false, kPostShortPixels);
         TdnShaderGlow::endGlow();
         fGlow = false;

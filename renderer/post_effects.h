@@ -24,11 +24,12 @@ public:
     // Finds the scene's glow node and the lights that carry an active
     // optical effect. Problems that do not stop a render go to `warnings`.
     void begin(TdependGraph& graph, const TrenderScene& scene, int width, int height, std::vector<std::string>& warnings);
-    // Whether the tiles should deposit glow.
-    bool depositing() const { return fGlow; }
-    // A sample's glow colour (0..1 linear) over the pixel square from (x, y),
-    // weighted by its share of the pixel. Any render thread.
-    static void deposit(const T3Float& glow, float x, float y, float weight);
+    // Where tiles leave each pixel's glow colour (0..1, the mean of its
+    // samples'), one entry per pixel, rows from the top; null when nothing
+    // glows. Each tile writes only its own pixels, and the buffer is
+    // deposited in pixel order after the render, so the glow does not depend
+    // on which thread shaded what.
+    T3Float* pixelGlow() { return fGlow ? fPixelGlow.data() : nullptr; }
     // Adds glow and the lights' effects to `image`, which keeps what it held
     // before as its pre-post layer. Nothing happens when begin() found nothing.
     void finish(TframeBuffer& image, const TrenderScene& scene);
@@ -36,5 +37,6 @@ public:
 private:
     struct Teffect;
     bool fGlow = false;
+    std::vector<T3Float> fPixelGlow;
     std::vector<Teffect> fEffects;
 };

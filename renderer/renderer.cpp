@@ -141,13 +141,13 @@ T3Float times(const T3Float& a, const T3Float& b) { return {a.x * b.x, a.y * b.y
 
 class TtileRenderer {
 public:
-    TtileRenderer(const TrenderScene& scene, int spp, const TpixelFilterKernel& filter, TframeBuffer& image, bool depositGlow)
+    TtileRenderer(const TrenderScene& scene, int spp, const TpixelFilterKernel& filter, TframeBuffer& image, T3Float* pixelGlow)
         : fScene(scene),
           fSpp(spp),
           fFilter(filter),
           fImage(image),
           fRays(scene.camera(), image.width(), image.height()),
-          fDepositGlow(depositGlow) {}
+          fPixelGlow(pixelGlow) {}
 
     float pixelAngle() const { return fRays.pixelAngle(); }
 
@@ -292,13 +292,12 @@ public:
                         }
                 float* out = fImage.pixel(x, y);
                 for (int c = 0; c < 4; ++c) out[c] = weights > 0 ? sum[c] / weights : 0.0f;
-                // Each pixel's own samples deposit their glow once, here,
-                // where the tile owns the pixel.
-                if (fDepositGlow)
-                    for (int k = 0; k < fSpp; ++k) {
-                        const TtileSlot& slot = raster.slot(unsigned(((y - ey0) * ew + (x - ex0)) * fSpp + k));
-                        TpostEffects::deposit(slot.glow, slot.x - 0.5f, slot.y - 0.5f, 1.0f / float(fSpp));
-                    }
+                // The glow of the pixel's own samples, for the glow pass.
+                if (fPixelGlow) {
+                    T3Float glow;
+                    for (int k = 0; k < fSpp; ++k) glow = glow + raster.slot(unsigned(((y - ey0) * ew + (x - ex0)) * fSpp + k)).glow;
+                    fPixelGlow[size_t(y) * size_t(W) + size_t(x)] = glow * (1.0f / float(fSpp));
+                }
             }
         w.tileNs += nowNs() - tileStart;
     }
@@ -344,7 +343,7 @@ private:
     const TpixelFilterKernel& fFilter;
     TframeBuffer& fImage;
     TcameraRays fRays;
-    bool fDepositGlow;
+    T3Float* fPixelGlow;  // null: nothing glows
 };
 }  // namespace
 
@@ -421,7 +420,7 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
                              std::min(y + tileSize, region.y1)});
 
     TpixelFilterKernel filter(settings.filter, settings.filterWidth);
-    TtileRenderer tileRenderer(scene, settings.samplesPerPixel, filter, image, post.depositing());
+    TtileRenderer tileRenderer(scene, settings.samplesPerPixel, filter, image, post.pixelGlow());
     int side = tileSize + 2 * filter.margin();
     unsigned slotCapacity = unsigned(side * side * settings.samplesPerPixel);
 

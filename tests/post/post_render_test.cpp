@@ -75,6 +75,11 @@ TEST(PostRender, GlowSpreadsAroundAGlowingObjectAndNoPostLeavesItOut) {
     for (float v : {left, up, down}) EXPECT_NEAR(v, right, 0.2f * right);
     EXPECT_LT(r.post.at(33, 20, 1), right);
     EXPECT_LT(r.post.at(0, 0, 1), r.post.at(33, 20, 1));
+    // One thread or several, small tiles or not: the same glow.
+    const TprogramRun single = runProgram(SHADENET_CLI, {"render", dir.file("scene.json"), "-o", dir.file("single.png"), "--quiet",
+                                                         "--spp", "1", "--threads", "1"});
+    ASSERT_EQ(single.status, 0) << single.err;
+    EXPECT_EQ(readTestImage(dir.file("single.png")).pixels, r.post.pixels);
 }
 
 TEST(PostRender, ALightsGlowCentresOnItsProjectionAndAnOccluderHidesIt) {
