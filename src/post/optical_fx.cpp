@@ -404,26 +404,8 @@ bool TdnOpticalFX::glowEffect(const T3Float& direction, QV_Rgba* out, const Topt
                 double cx, cy, radius;
                 flareCircle(i, cx, cy, radius);
                 if (radius <= 0) continue;
-                const double dx = px - cx, dy = py - cy;
-                double d = std::sqrt(dx * dx + dy * dy);
-                if (d >= radius) continue;
-                if (fS.hexagonFlare) {
-                    // Inside the inscribed circle is inside; beyond it three
-                    // pairs of sides are tested, each pair turned by 60 degrees
-                    // from a first turn of 20 degrees.
-                    constexpr double kInner = 0.8660254;
-                    if (d >= kInner * radius) {
-                        double x = dx * 0.9396926 - dy * 0.3420201, y = dx * 0.3420201 + dy * 0.9396926;
-                        double reach = 0;
-                        for (int side = 0; side < 3; ++side) {
-                            reach = std::max(reach, std::fabs(y));
-                            const double nx = x * 0.5 - y * 0.8660254, ny = x * 0.8660254 + y * 0.5;
-                            x = nx, y = ny;
-                        }
-                        if (reach >= kInner * radius) continue;
-                        d = reach / kInner;
-                    }
-                }
+                double d;
+                if (!insideFlareShape(px - cx, py - cy, radius, fS.hexagonFlare, d)) continue;
                 double brightness;
                 QV_Rgb colour;
                 if (i < fS.flareNumCircles) {
@@ -446,6 +428,25 @@ bool TdnOpticalFX::glowEffect(const T3Float& direction, QV_Rgba* out, const Topt
             }
         }
     }
+    return true;
+}
+
+bool TdnOpticalFX::insideFlareShape(double dx, double dy, double radius, bool hexagon, double& distance) {
+    distance = std::sqrt(dx * dx + dy * dy);
+    if (distance >= radius) return false;
+    // Inside the inscribed circle is inside; beyond it three pairs of sides
+    // are tested, each pair turned by 60 degrees from a first turn of 20.
+    constexpr double kInner = 0.8660254;
+    if (!hexagon || distance < kInner * radius) return true;
+    double x = dx * 0.9396926 - dy * 0.3420201, y = dx * 0.3420201 + dy * 0.9396926;
+    double reach = 0;
+    for (int side = 0; side < 3; ++side) {
+        reach = std::max(reach, std::fabs(y));
+        const double nx = x * 0.5 - y * 0.8660254, ny = x * 0.8660254 + y * 0.5;
+        x = nx, y = ny;
+    }
+    if (reach >= kInner * radius) return false;
+    distance = reach / kInner;
     return true;
 }
 

@@ -135,6 +135,9 @@ public:
     // random circles 0 .. flareNumCircles - 1 and then the ten fixed ones.
     bool flareCircle(int i, double& cx, double& cy, double& radius) const;
     static constexpr int kFixedFlareCircles = 10;
+    // Whether (dx, dy) from a flare circle's centre lies in the circle, or
+    // in the hexagon inscribed in it; `distance` is how far in, for the rim.
+    static bool insideFlareShape(double dx, double dy, double radius, bool hexagon, double& distance);
 
     static QV_Hsv RGBtoHSV(const QV_Rgb& rgb);
     static QV_Rgb HSVtoRGB(const QV_Hsv& hsv);

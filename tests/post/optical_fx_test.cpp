@@ -144,6 +144,14 @@ TEST_F(TopticalFixture, GlowAndHaloFallByTheirLawsAroundTheLight) {
     QV_Rgba out;
     ASSERT_TRUE(fx->glowEffect(d, &out, light));
     EXPECT_NEAR(out.r, 0.01 * 4 * (1 + kh) / (c * c + kh) * 255, 1e-3);
+    // The fog veil falls as the halo does, with a spread a quarter unit wide.
+    setShort("haloType", 0);
+    setShort("fogType", 1);
+    setFloat("fogIntensity", 0.01f);
+    fx->reset(view, light, nullptr);
+    const double kf = 1 / (0.25 * 0.25 - 1);
+    ASSERT_TRUE(fx->glowEffect(d, &out, light));
+    EXPECT_NEAR(out.b, 0.01 * 2 * (1 + kf) / (c * c + kf) * 255, 1e-3);
 }
 
 TEST_F(TopticalFixture, FlareCirclesLieOnTheLineThroughTheLightAndTheCentre) {
@@ -235,6 +243,26 @@ TEST_F(TopticalFixture, OpacityReplacesThePixelAndBytePixelsWork) {
     // A corner far from the light keeps most of its colour under a faint tail.
     EXPECT_GE(bytes[0], 90);
     EXPECT_LT(bytes[0], 110);
+}
+
+TEST(OpticalFXFlare, HexagonsAreInscribedInTheirCirclesWithSixfoldSymmetry) {
+    // Counted on a fine grid: a hexagon inscribed in a circle covers
+    // 3 sqrt(3) / (2 pi) of it.
+    int circle = 0, hexagon = 0;
+    double d;
+    for (int y = -400; y <= 400; ++y)
+        for (int x = -400; x <= 400; ++x) {
+            const double dx = x / 400.0, dy = y / 400.0;
+            circle += TdnOpticalFX::insideFlareShape(dx, dy, 1, false, d);
+            const bool in = TdnOpticalFX::insideFlareShape(dx, dy, 1, true, d);
+            hexagon += in;
+            const double c = std::cos(1.0471976), s = std::sin(1.0471976);
+            if (std::fabs(std::hypot(dx, dy) - 0.93) < 0.02) {
+                EXPECT_EQ(TdnOpticalFX::insideFlareShape(dx * c - dy * s, dx * s + dy * c, 1, true, d), in) << dx << " " << dy;
+            }
+        }
+    EXPECT_NEAR(double(circle) / (3.14159265 * 400 * 400), 1.0, 1e-3);
+    EXPECT_NEAR(double(hexagon) / circle, 3 * std::sqrt(3.0) / (2 * 3.14159265), 2e-3);
 }
 
 TEST(OpticalFXColour, HsvRoundTripsAndKnownHues) {
