@@ -99,7 +99,7 @@ struct TdnVSOpticalFX : TdependNodeVS {
 
 class TdnOpticalFX : public TnodeClass<TdnOpticalFX, TdependNode, TdnVSOpticalFX> {
 public:
-    static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnOpticalFX", 0x1BB, "kOpticalFX");
+    static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnOpticalFX", 443, "kOpticalFX");
     SN_ATTRIBUTE(Active, active)
     SN_ATTRIBUTE(LightConnection, lightConnection)
 

@@ -7,8 +7,6 @@
 //
 // The state is static: one glow per process and one render at a time.
 // Deposits come from render threads; everything else runs on one thread.
-#include <functional>
-#include <string>
 
 #include "framework/host/attribute_groups.h"
 #include "framework/host/double_math.h"
@@ -93,7 +91,7 @@ struct TdnVSShaderGlow : TdependNodeVS {
 
 class TdnShaderGlow : public TnodeClass<TdnShaderGlow, TdependNode, TdnVSShaderGlow> {
 public:
-    static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnShaderGlow", 0x1BA, "kShaderGlow");
+    static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnShaderGlow", 442, "kShaderGlow");
 
     SN_ATTRIBUTE(GlowType, glowType)
     SN_ATTRIBUTE(HaloType, haloType)
