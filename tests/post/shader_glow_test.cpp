@@ -4,7 +4,9 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <atomic>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "framework/host/depend_graph.h"
@@ -219,6 +221,30 @@ TEST_F(TglowFixture, DepositsSpreadAPixelOverCellsWithoutLosingIt) {
     EXPECT_TRUE(TdnShaderGlow::addShaderGlow(nullptr, 5, 5));
     TdnShaderGlow::endGlow();
     EXPECT_FALSE(TdnShaderGlow::addShaderGlow(&colour, 5, 5));
+}
+
+TEST_F(TglowFixture, DepositsFromManyThreadsLoseNothing) {
+    set(TdnShaderGlow::saGlowType(), short(kLinearGlow));
+    ASSERT_TRUE(node->initShaderGlow({0, 0, 16, 16}, 16, false));
+    const double res = TdnShaderGlow::sSettings().glow.resolution;
+    // Few cells, so that threads keep meeting in the same one.
+    constexpr int kThreads = 4, kEach = 200000;
+    std::atomic<int> ready{0};
+    std::vector<std::thread> team;
+    for (int t = 0; t < kThreads; ++t)
+        team.emplace_back([t, &ready] {
+            std::mt19937 random{unsigned(t)};
+            ready.fetch_add(1);
+            while (ready.load() < kThreads) std::this_thread::yield();
+            const QV_Rgba one{1, 0, 0, 0};
+            for (int k = 0; k < kEach; ++k)
+                TdnShaderGlow::addShaderGlow(&one, std::uniform_real_distribution<double>(0, 15)(random),
+                                             std::uniform_real_distribution<double>(0, 15)(random));
+        });
+    for (std::thread& t : team) t.join();
+    double sum = 0;
+    for (int i = 0; i < TdnShaderGlow::sDepositWide() * TdnShaderGlow::sDepositHigh(); ++i) sum += TdnShaderGlow::sDepositBuffer()[i].r;
+    EXPECT_NEAR(sum, kThreads * kEach * res * res, 1e-3 * kThreads * kEach * res * res);
 }
 
 TEST_F(TglowFixture, OverlayTakesTheColourOrBlendsThroughTransparency) {
