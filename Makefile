@@ -4,7 +4,7 @@ JOBS    ?= $(shell nproc)
 GEN     := -G Ninja
 BUILD   ?= build
 
-.PHONY: all deps build test test-asan test-tsan bench demo lights-demo fog-demo contact-sheet clean
+.PHONY: all deps build test test-asan test-tsan bench demo lights-demo fog-demo glow-demo contact-sheet clean
 
 all: build
 
@@ -54,6 +54,12 @@ lights-demo: deps $(BUILD)/build.ninja
 fog-demo: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
 	@$(BUILD)/bin/shadenet render examples/fog.json -o docs/images/fog.png --quiet
+
+# The post-effects example (a glowing material, a light with glow, halo and
+# lens flare) kept in docs/images/; prints its path.
+glow-demo: deps $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
+	@$(BUILD)/bin/shadenet render examples/glow.json -o docs/images/glow.png --quiet
 
 # The contact sheets of the 2D and the solid textures kept in docs/images/; prints their paths.
 contact-sheet: deps $(BUILD)/build.ninja

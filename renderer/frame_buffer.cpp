@@ -10,6 +10,7 @@ void TframeBuffer::resize(int width, int height) {
     fWidth = width;
     fHeight = height;
     fData.assign(size_t(width) * size_t(height) * 4, 0.0f);
+    fBeforePost.clear();
 }
 
 bool TframeBuffer::write(const std::string& path, std::string& error) const {
@@ -20,5 +21,9 @@ bool TframeBuffer::write(const std::string& path, std::string& error) const {
     else if (extension == ".tif" || extension == ".tiff") format = OIIO::TypeDesc::UINT16;
     OIIO::ImageSpec layout(fWidth, fHeight, 4, format);
     layout.attribute("Software", "shadenet");
+    if (extension == ".exr" && fBeforePost.size() == fData.size()) {
+        std::vector<float> layered = appendImageLayer(layout, fData.data(), fBeforePost.data(), 4, "beforePost");
+        return writeImageFile(path, layout, OIIO::TypeDesc::FLOAT, layered.data(), error);
+    }
     return writeImageFile(path, layout, OIIO::TypeDesc::FLOAT, fData.data(), error);
 }

@@ -14,6 +14,7 @@
 #include "renderer/fog_intervals.h"
 #include "renderer/level_thread.h"
 #include "renderer/pixel_filter.h"
+#include "renderer/post_effects.h"
 #include "renderer/ray_tracer.h"
 #include "renderer/render_scene.h"
 #include "renderer/thread_team.h"
@@ -143,12 +144,13 @@ T3Float times(const T3Float& a, const T3Float& b) { return {a.x * b.x, a.y * b.y
 
 class TtileRenderer {
 public:
-    TtileRenderer(const TrenderScene& scene, int spp, const TpixelFilterKernel& filter, TframeBuffer& image)
+    TtileRenderer(const TrenderScene& scene, int spp, const TpixelFilterKernel& filter, TframeBuffer& image, T3Float* pixelGlow)
         : fScene(scene),
           fSpp(spp),
           fFilter(filter),
           fImage(image),
-          fRays(scene.camera(), image.width(), image.height()) {}
+          fRays(scene.camera(), image.width(), image.height()),
+          fPixelGlow(pixelGlow) {}
 
     float pixelAngle() const { return fRays.pixelAngle(); }
 
@@ -201,6 +203,7 @@ public:
         for (unsigned i = 0; i < count; ++i) {
             TtileSlot& slot = raster.slot(i);
             slot.transparency = {0, 0, 0};
+            slot.glow = {0, 0, 0};
             slot.sequence = -1;
             if (slot.object < 0) {
                 slot.color = camera.background;
@@ -293,6 +296,12 @@ public:
                         }
                 float* out = fImage.pixel(x, y);
                 for (int c = 0; c < 4; ++c) out[c] = weights > 0 ? sum[c] / weights : 0.0f;
+                // The glow of the pixel's own samples, for the glow pass.
+                if (fPixelGlow) {
+                    T3Float glow;
+                    for (int k = 0; k < fSpp; ++k) glow = glow + raster.slot(unsigned(((y - ey0) * ew + (x - ex0)) * fSpp + k)).glow;
+                    fPixelGlow[size_t(y) * size_t(W) + size_t(x)] = glow * (1.0f / float(fSpp));
+                }
             }
         w.tileNs += nowNs() - tileStart;
     }
@@ -365,6 +374,7 @@ private:
     const TpixelFilterKernel& fFilter;
     TframeBuffer& fImage;
     TcameraRays fRays;
+    T3Float* fPixelGlow;  // null: nothing glows
 };
 }  // namespace
 
@@ -443,6 +453,8 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
     }
 
     TdepthMaps depthMaps(graph, scene, sceneFile, fWarnings);
+    TpostEffects post;
+    if (options.postEffects) post.begin(graph, scene, settings.width, settings.height, fWarnings);
 
     const int tileSize = std::max(4, options.tileSize);
     std::vector<Ttile> tiles;
@@ -453,7 +465,7 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
                              std::min(y + tileSize, region.y1)});
 
     TpixelFilterKernel filter(settings.filter, settings.filterWidth);
-    TtileRenderer tileRenderer(scene, settings.samplesPerPixel, filter, image);
+    TtileRenderer tileRenderer(scene, settings.samplesPerPixel, filter, image, post.pixelGlow());
     int side = tileSize + 2 * filter.margin();
     unsigned slotCapacity = unsigned(side * side * settings.samplesPerPixel);
 
@@ -494,6 +506,7 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
     for (auto& [group, volume] : fogStarted) setup.endSampling(group, kVolumeColorTransparency, volume);
     workers.clear();
     TrenderThreadBase::resetShadingGroups();
+    post.finish(image, scene);
     fStatistics.threads = unsigned(threads);
     fStatistics.wallSeconds = double(nowNs() - wallStart) * 1e-9;
     return true;

@@ -20,6 +20,7 @@ struct TrenderOptions {
     int regionX0 = 0, regionY0 = 0, regionX1 = 0, regionY1 = 0;
     int tileSize = 16;
     std::string camera;              // node name or path; "" for the first renderable
+    bool postEffects = true;         // shader glow and the lights' optical effects
     // Called as tiles finish, with the count done and the total, from one
     // thread at a time.
     std::function<void(unsigned done, unsigned total)> progress;

@@ -39,5 +39,6 @@ void TtileRaster::receiveSamples(TSEoption, TrenderGroupBase* group, Tsample** s
         --fPending;
         fSlots[s].color = *samples[i]->outColor();
         fSlots[s].transparency = *samples[i]->outTransparency();
+        fSlots[s].glow = *samples[i]->outGlowColor();
     }
 }

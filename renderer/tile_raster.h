@@ -13,6 +13,7 @@
 struct TtileSlot {
     float x = 0, y = 0;          // raster position, pixels from the top left
     T3Float color, transparency;
+    T3Float glow;                // the surface's glow colour, for the glow pass
     T3Float pointCamera;
     float alpha = 0;             // coverage
     int32_t object = -1;         // -1: the ray hit nothing

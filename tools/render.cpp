@@ -27,7 +27,7 @@ struct TrenderCommand {
     std::string scene, output, camera;
     int threads = 0, spp = 0, depth = -1;
     std::vector<int> region, resolution;
-    bool quiet = false, stats = false;
+    bool quiet = false, stats = false, noPost = false;
 };
 
 void drawProgress(unsigned done, unsigned total) {
@@ -70,6 +70,7 @@ int run(const TrenderCommand& c) {
     options.samplesPerPixel = c.spp;
     options.maxRayDepth = c.depth;
     options.camera = c.camera;
+    options.postEffects = !c.noPost;
     if (c.resolution.size() == 2) options.width = c.resolution[0], options.height = c.resolution[1];
     if (c.region.size() == 4) {
         options.useRegion = true;
@@ -131,6 +132,7 @@ const TsubcommandRegistrar kRegistrar{
          app.add_option("--depth", c->depth, "Deepest reflection or refraction ray")->check(wholeNumberBetween(0, 15));
          app.add_option("--camera", c->camera, "Camera node name or path");
          app.add_flag("-q,--quiet", c->quiet, "No progress bar");
+         app.add_flag("--no-post", c->noPost, "Leave out shader glow and the lights' optical effects");
          app.add_flag("--stats", c->stats, "Print timings on stderr");
          return [c] { return run(*c); };
      }}};

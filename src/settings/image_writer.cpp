@@ -102,3 +102,19 @@ bool writeImageFile(const std::string& path, const OIIO::ImageSpec& layout, OIIO
     }
     return file.commit(error);
 }
+
+std::vector<float> appendImageLayer(OIIO::ImageSpec& layout, const float* pixels, const float* layer, int layerChannels,
+                                    const std::string& name) {
+    static constexpr const char* kSuffix[4] = {"R", "G", "B", "A"};
+    const int base = layout.nchannels;
+    const size_t count = size_t(layout.width) * size_t(layout.height);
+    for (int c = 0; c < layerChannels; ++c) layout.channelnames.push_back(name + "." + kSuffix[c % 4]);
+    layout.nchannels = base + layerChannels;
+    std::vector<float> out(count * size_t(layout.nchannels));
+    for (size_t p = 0; p < count; ++p) {
+        float* o = &out[p * size_t(layout.nchannels)];
+        std::copy(pixels + p * size_t(base), pixels + (p + 1) * size_t(base), o);
+        std::copy(layer + p * size_t(layerChannels), layer + (p + 1) * size_t(layerChannels), o + base);
+    }
+    return out;
+}

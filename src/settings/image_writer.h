@@ -5,9 +5,16 @@
 #include <OpenImageIO/imageio.h>
 
 #include <string>
+#include <vector>
 
 // Writes `pixels`, laid out as `layout` says and stored as `pixelType`, to
 // `path` in the file type of `layout.format`. False with `error` set
 // ("<path>: cannot write: <reason>"); the earlier file is then untouched.
 bool writeImageFile(const std::string& path, const OIIO::ImageSpec& layout, OIIO::TypeDesc pixelType,
                     const void* pixels, std::string& error);
+
+// Adds a layer of `layerChannels` channels named "<name>.R", "<name>.G",
+// "<name>.B", "<name>.A" to `layout`, and gives the pixels of both
+// interleaved as the grown layout lays them out.
+std::vector<float> appendImageLayer(OIIO::ImageSpec& layout, const float* pixels, const float* layer, int layerChannels,
+                                    const std::string& name);

@@ -1,0 +1,121 @@
+// Glow and a light's effects through the program users run: scene files
+// rendered with and without post effects, read back and compared.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <string>
+
+#include "support/program_run.h"
+#include "support/temp_dir.h"
+#include "support/test_image.h"
+
+namespace {
+constexpr int kSide = 40;  // pixels; the orthographic view is 4 units wide
+
+// An orthographic camera at z = 5, one box-filtered sample per pixel, then `nodes`.
+std::string scene(const std::string& nodes, const std::string& connections) {
+    return R"({"nodes": [
+      {"type": "transform", "name": "camXf", "attributes": {"translate": [0, 0, 5]}},
+      {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 4}},
+      {"type": "resolution", "name": "defaultResolution", "attributes": {"width": 40, "height": 40}},
+      {"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1}},
+      )" + nodes + R"(], "connections": [)" + connections + "]}";
+}
+
+// A sphere of radius 0.5 at the origin lit by nothing, glowing by its incandescence.
+const std::string kEmber = R"(
+      {"type": "transform", "name": "emberXf"},
+      {"type": "sphere", "name": "ember", "parent": "emberXf", "attributes": {"radius": 0.5}},
+      {"type": "lambert", "name": "emberMat", "attributes": {"color": [0, 0, 0], "incandescence": [0.8, 0.8, 0.8], "glowIntensity": 1}},
+      {"type": "shadingEngine", "name": "emberSG", "members": ["|emberXf|ember"]})";
+const std::string kEmberLink = R"(["emberMat.outColor", "emberSG.surfaceShader"])";
+
+// A light at (1.05, 0.55, 2) with a plain glow; it projects to the centre of pixel (30, 14).
+const std::string kLamp = R"(
+      {"type": "transform", "name": "lampXf", "attributes": {"translate": [1.05, 0.55, 2]}},
+      {"type": "pointLight", "name": "lamp", "parent": "lampXf"},
+      {"type": "opticalFX", "name": "lampFX", "attributes": {"glowType": "Linear", "haloType": "None", "glowIntensity": 0.5}})";
+const std::string kLampLink = R"(["lampFX.message", "lamp.lightGlow"])";
+
+struct Trendered {
+    TtestImage post, plain;
+};
+
+Trendered renderBoth(const TtestTempDir& dir, const std::string& text, const std::string& extension = ".png") {
+    const std::string path = dir.file("scene.json");
+    std::ofstream(path) << text;
+    Trendered r;
+    for (bool post : {true, false}) {
+        const std::string image = dir.file(std::string(post ? "post" : "plain") + extension);
+        std::vector<std::string> args = {"render", path, "-o", image, "--quiet", "--spp", "1"};
+        if (!post) args.push_back("--no-post");
+        const TprogramRun run = runProgram(SHADENET_CLI, args);
+        EXPECT_EQ(run.status, 0) << run.err;
+        (post ? r.post : r.plain) = readTestImage(image);
+    }
+    return r;
+}
+}  // namespace
+
+TEST(PostRender, GlowSpreadsAroundAGlowingObjectAndNoPostLeavesItOut) {
+    TtestTempDir dir;
+    const std::string glow = R"(, {"type": "shaderGlow", "name": "glow",
+        "attributes": {"glowType": "Linear", "haloType": "None", "glowSpread": 1.3, "autoExposure": false, "glowIntensity": 0.2}})";
+    const Trendered r = renderBoth(dir, scene(kEmber + glow, kEmberLink));
+    ASSERT_EQ(r.post.width, kSide);
+    ASSERT_EQ(r.plain.width, kSide);
+    // Without post effects: the incandescence on the sphere, black around it.
+    EXPECT_NEAR(r.plain.at(20, 20, 0), 0.8f, 1.0f / 255);
+    EXPECT_EQ(r.plain.at(20, 28, 0), 0.0f);
+    // With them: light beyond the sphere's edge (5 pixels), the same on
+    // every side, falling outward.
+    const float right = r.post.at(27, 20, 1), left = r.post.at(12, 20, 1), up = r.post.at(20, 12, 1), down = r.post.at(20, 27, 1);
+    EXPECT_GT(right, 4.0f / 255);
+    for (float v : {left, up, down}) EXPECT_NEAR(v, right, 0.2f * right);
+    EXPECT_LT(r.post.at(33, 20, 1), right);
+    EXPECT_LT(r.post.at(0, 0, 1), r.post.at(33, 20, 1));
+    // One thread or several, small tiles or not: the same glow.
+    const TprogramRun single = runProgram(SHADENET_CLI, {"render", dir.file("scene.json"), "-o", dir.file("single.png"), "--quiet",
+                                                         "--spp", "1", "--threads", "1"});
+    ASSERT_EQ(single.status, 0) << single.err;
+    EXPECT_EQ(readTestImage(dir.file("single.png")).pixels, r.post.pixels);
+}
+
+TEST(PostRender, ALightsGlowCentresOnItsProjectionAndAnOccluderHidesIt) {
+    TtestTempDir dir;
+    const Trendered open = renderBoth(dir, scene(kLamp, kLampLink));
+    ASSERT_EQ(open.post.width, kSide);
+    int bestX = -1, bestY = -1;
+    float best = 0;
+    for (int y = 0; y < kSide; ++y)
+        for (int x = 0; x < kSide; ++x) {
+            const float added = open.post.at(x, y, 0) - open.plain.at(x, y, 0);
+            if (added > best) best = added, bestX = x, bestY = y;
+        }
+    EXPECT_GT(best, 0.5f);
+    EXPECT_NEAR(bestX, 30, 1);
+    EXPECT_NEAR(bestY, 14, 1);
+    // A ball across the sight line from the camera to the light: nothing added.
+    const std::string blocker = R"(,
+      {"type": "transform", "name": "blockXf", "attributes": {"translate": [0.525, 0.275, 3.5]}},
+      {"type": "sphere", "name": "block", "parent": "blockXf", "attributes": {"radius": 0.4}})";
+    const Trendered hidden = renderBoth(dir, scene(kLamp + blocker, kLampLink));
+    ASSERT_EQ(hidden.post.width, kSide);
+    EXPECT_EQ(hidden.post.pixels, hidden.plain.pixels);
+}
+
+TEST(PostRender, ExrKeepsTheImageBeforePostEffectsAsASecondLayer) {
+    TtestTempDir dir;
+    const Trendered r = renderBoth(dir, scene(kLamp, kLampLink), ".exr");
+    ASSERT_EQ(r.post.channels, 8);
+    ASSERT_EQ(r.plain.channels, 4);
+    bool differs = false;
+    for (int y = 0; y < kSide; ++y)
+        for (int x = 0; x < kSide; ++x)
+            for (int c = 0; c < 4; ++c) {
+                EXPECT_EQ(r.post.at(x, y, 4 + c), r.plain.at(x, y, c));
+                differs = differs || r.post.at(x, y, c) != r.plain.at(x, y, c);
+            }
+    EXPECT_TRUE(differs);
+}
