@@ -72,7 +72,10 @@ class Scene:
 
     def connect(self, source, destination):
         """Connects "node.attr" to "node.attr", as a scene file's connections."""
-        self._scene.connect(source, destination)
+        self._scene.connect(source, destination, True)
+
+    def disconnect(self, source, destination):
+        self._scene.connect(source, destination, False)
 
     def set(self, plug, value):
         """Sets "node.attr" to a value as a scene file would hold it: a

@@ -118,7 +118,7 @@ public:
         return node->name().str();
     }
 
-    void connect(const std::string& source, const std::string& destination) {
+    void connect(const std::string& source, const std::string& destination, bool make) {
         std::lock_guard lock(fMutex);
         Tplug ends[2];
         const std::string* texts[2] = {&source, &destination};
@@ -126,9 +126,10 @@ public:
             std::string why;
             if (!fGraph.findPlug(*texts[i], ends[i], &why)) throw TpythonError("bad plug '" + *texts[i] + "': " + why);
         }
-        TconnectStatus status = fGraph.connect(ends[0], ends[1]);
+        TconnectStatus status = make ? fGraph.connect(ends[0], ends[1]) : fGraph.disconnect(ends[0], ends[1]);
         if (status != TconnectStatus::kOk)
-            throw TpythonError("cannot connect '" + source + "' to '" + destination + "': " + connectStatusText(status));
+            throw TpythonError(std::string(make ? "cannot connect '" : "cannot disconnect '") + source + (make ? "' to '" : "' from '") +
+                               destination + "': " + connectStatusText(status));
     }
 
     // "node.attr" and a value as JSON text, checked as a scene file's value.

@@ -105,7 +105,7 @@ def test_built_scene_saves_loads_and_renders_like_the_file(flat_scene, tmp_path)
             scene.set(f"{node['name']}.{attribute}", value)
     for source, destination in FLAT_SCENE["connections"]:
         scene.connect(source, destination)
-    with pytest.raises(shadenet.Error, match="cannot connect"):
+    with pytest.raises(shadenet.Error, match="cannot connect .* to"):
         scene.connect("floorMat.outColor", "floorMat.outColor")
     # Parents and members are the file's business; the built scene takes them
     # through a save and a load of text that adds them.
