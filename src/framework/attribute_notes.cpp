@@ -29,9 +29,21 @@ TattributeNotes::TattributeNotes(std::initializer_list<const char*> typeNames, s
 
 TattributeDescription describeAttribute(const TdependNodeMetaClass& type, const Tattribute& attribute) {
     TattributeDescription d{"-", "-", "-"};
-    const Note* note = nullptr;
-    if (auto t = notesByType().find(type.fTypeName().str()); t != notesByType().end())
-        if (auto a = t->second.find(attribute.longName().str()); a != t->second.end()) note = &a->second;
+    auto noteOf = [&](const Tattribute& a) -> const Note* {
+        auto t = notesByType().find(type.fTypeName().str());
+        if (t == notesByType().end()) return nullptr;
+        auto found = t->second.find(a.longName().str());
+        return found == t->second.end() ? nullptr : &found->second;
+    };
+    const Note* note = noteOf(attribute);
+    if (!note && attribute.parent()) {
+        // A child (colorR of color) shares its parent's unit and range.
+        if (const Note* parent = noteOf(*attribute.parent())) {
+            d.description = "part of " + attribute.parent()->longName().str();
+            if (!parent->unit.empty()) d.unit = parent->unit;
+            if (!parent->range.empty()) d.range = parent->range;
+        }
+    }
     if (note) {
         d.description = note->description;
         if (!note->unit.empty()) d.unit = note->unit;

@@ -13,6 +13,8 @@ const TattributeNotes kEveryLight{
         {"shadowRays", "Shadow rays per shaded point; more gives smoother soft shadows", "rays", "1..64"},
         {"castSoftShadows", "Soft shadows from a light of lightRadius (ambient: shadowRadius)", "", ""},
         {"receiveShadows", "Whether this light's illumination can be shadowed at all", "", ""},
+        {"lightData", "Per-sample illumination, filled by the engine; connect, never set", "", ""},
+        {"rayInstance", "Per-sample ray identity, filled by the engine", "", ""},
     }};
 
 const TattributeNotes kShapedLights{
@@ -32,6 +34,35 @@ const TattributeNotes kShapedLights{
         {"dmapName", "Base name of depth-map files to reuse or write", "file name", ""},
         {"reuseDmap", "Reads an existing depth-map file instead of rendering one", "", ""},
         {"writeDmap", "Writes the depth map to a file", "", ""},
+        {"dmapWidthFocus", "Widens the fitted depth map by this percentage", "percent", "0..1000"},
+        {"useDmapAutoClipping", "Fits the depth map's near and far planes to the objects", "", ""},
+        {"dmapNearClipPlane", "Near plane of the depth map when not fitted", "scene units", "> 0"},
+        {"dmapFarClipPlane", "Far plane of the depth map when not fitted", "scene units", "> near"},
+        {"useOnlySingleDmap", "Stored; a point light always renders its cube of six maps", "", ""},
+        {"useX+Dmap", "Point light: renders the +X face of the cube of maps", "", ""},
+        {"useX-Dmap", "Point light: renders the -X face", "", ""},
+        {"useY+Dmap", "Point light: renders the +Y face", "", ""},
+        {"useY-Dmap", "Point light: renders the -Y face", "", ""},
+        {"useZ+Dmap", "Point light: renders the +Z face", "", ""},
+        {"useZ-Dmap", "Point light: renders the -Z face", "", ""},
+        {"dmapUseMacro", "Macro handed to the depth-map write callback", "", ""},
+        {"dmapLightName", "Puts the light's name in depth-map file names", "", ""},
+        {"dmapSceneName", "Puts the scene's name in depth-map file names", "", ""},
+        {"dmapFrameExt", "Puts the frame number in depth-map file names", "", ""},
+        {"lastWrittenDmapAnimExtName", "Frame extension of the last depth map written (set by the render)", "", ""},
+        {"volumeShadowSamples", "Stored; not read by the reference renderer", "samples", ""},
+        {"fogShadowIntensity", "Stored; not read by the reference renderer", "", ""},
+        {"mentalRayControls", "Stored for other renderers; not read here", "", ""},
+    }};
+
+const TattributeNotes kFogLights{
+    {"pointLight", "spotLight"},
+    {
+        {"fogIntensity", "Brightness of the light's fog", "", ">= 0"},
+        {"fogRadius", "Point light: radius of its fog sphere", "scene units", "> 0"},
+        {"fogType", "Point light: how its fog falls off from the centre", "", ""},
+        {"fogSpread", "Spot light: how fog brightness falls off across the cone", "", ">= 0"},
+        {"psIllumSamples", "Stored; not read by the reference renderer", "", ""},
     }};
 
 const TattributeNotes kSpot{

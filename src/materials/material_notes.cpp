@@ -21,6 +21,53 @@ const TattributeNotes kEveryMaterial{
         {"refractionLimit", "Deepest chain of refracted rays", "rays", "0..10"},
         {"shadowAttenuation", "How much transparency brightens towards the shadow's centre", "", "0..1"},
         {"normalCamera", "Shading normal in camera space; connect a bump here", "", ""},
+        {"translucenceDepth", "Distance light travels through a translucent surface", "scene units", "0..5"},
+        {"opacityDepth", "Thickness at which a transparent object becomes opaque", "scene units", "0..10"},
+        {"materialAlphaGain", "Multiplies the surface's alpha", "", "0..1"},
+        {"surfaceThickness", "Thickness of a single-sided refracting surface", "scene units", "0..10"},
+        {"transparencyDepth", "Depth of the transparency fade", "scene units", "0..10"},
+        {"lightAbsorbance", "Light absorbed per unit travelled through the material", "", "0..10"},
+        {"chromaticAberration", "Refracts each colour channel with its own index", "", ""},
+    }};
+
+// Stored so that scenes from other renderers load and save intact; the
+// reference renderer reads none of them.
+const TattributeNotes kOtherRenderers{
+    {"lambert", "blinn", "phong", "phongE", "anisotropic"},
+    {
+        {"vrOverwriteDefaults", "Stored for other renderers; not read here", "", ""},
+        {"vrFillObject", "Stored for other renderers; not read here", "", ""},
+        {"vrEdgeWeight", "Stored for other renderers; not read here", "", ""},
+        {"vrEdgeColor", "Stored for other renderers; not read here", "", ""},
+        {"vrEdgeStyle", "Stored for other renderers; not read here", "", ""},
+        {"vrEdgePriority", "Stored for other renderers; not read here", "", ""},
+        {"vrHiddenEdges", "Stored for other renderers; not read here", "", ""},
+        {"vrHiddenEdgesOnTransparent", "Stored for other renderers; not read here", "", ""},
+        {"vrOutlinesAtIntersections", "Stored for other renderers; not read here", "", ""},
+        {"hardwareShader", "Stored for other renderers; not read here", "", ""},
+        {"miRefractionBlur", "Stored for other renderers; not read here", "", ""},
+        {"miRefractionRays", "Stored for other renderers; not read here", "", ""},
+        {"miIrradiance", "Stored for other renderers; not read here", "", ""},
+        {"miIrradianceColor", "Stored for other renderers; not read here", "", ""},
+        {"miDeriveFromTovi", "Stored for other renderers; not read here", "", ""},
+        {"miRefractiveIndex", "Stored for other renderers; not read here", "", ""},
+        {"miRefractions", "Stored for other renderers; not read here", "", ""},
+        {"miAbsorbs", "Stored for other renderers; not read here", "", ""},
+        {"miDiffuse", "Stored for other renderers; not read here", "", ""},
+        {"miColor", "Stored for other renderers; not read here", "", ""},
+        {"miTransparency", "Stored for other renderers; not read here", "", ""},
+        {"miTranslucence", "Stored for other renderers; not read here", "", ""},
+        {"miTranslucenceFocus", "Stored for other renderers; not read here", "", ""},
+        {"miNormalCamera", "Stored for other renderers; not read here", "", ""},
+        {"miReflectionBlur", "Stored for other renderers; not read here", "", ""},
+        {"miShinyness", "Stored for other renderers; not read here", "", ""},
+        {"miSpecularColor", "Stored for other renderers; not read here", "", ""},
+        {"miReflectivity", "Stored for other renderers; not read here", "", ""},
+        {"miReflectionRays", "Stored for other renderers; not read here", "", ""},
+        {"miWhiteness", "Stored for other renderers; not read here", "", ""},
+        {"miAngle", "Stored for other renderers; not read here", "", ""},
+        {"miSpreadX", "Stored for other renderers; not read here", "", ""},
+        {"miSpreadY", "Stored for other renderers; not read here", "", ""},
     }};
 
 const TattributeNotes kSpecular{
@@ -38,6 +85,7 @@ const TattributeNotes kBlinn{
     {
         {"eccentricity", "Size of the highlight; small is tight", "", "0..1"},
         {"specularRollOff", "Strength of highlights at grazing angles", "", "0..1"},
+        {"reflectionRolloff", "Stored; not read by the reference renderer", "", ""},
     }};
 
 const TattributeNotes kPhong{
@@ -73,5 +121,8 @@ const TattributeNotes kRampShader{
         {"specularRollOff", "Highlight strength ramp by angle", "", ""},
         {"environment", "Ramp of colours reflected by view angle", "", ""},
         {"shadowMode", "How shadows colour the surface", "", ""},
+        {"shadowColor", "Colour of shadowed parts in the colour shadow mode", "colour", "0..1"},
+        {"shadowThreshold", "Light level below which a point counts as shadowed", "", "0..1"},
+        {"specularGlow", "Lets highlights glow", "", ""},
     }};
 }  // namespace

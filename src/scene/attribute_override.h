@@ -3,7 +3,7 @@
 // render command's --set and the Python module's set. VALUE is written as in
 // the scene file ("0.5", "[1, 0, 0]", "true", "\"text\""); text that is not
 // JSON is taken as a string, so enumeration fields and file names need no
-// quotes ("ramp1.type=uRamp", "file1.fileTextureName=maps/wood.png").
+// quotes ("ramp1.type=kURamp", "file1.fileTextureName=maps/wood.png").
 #include <string>
 #include <vector>
 
