@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -178,7 +179,9 @@ public:
             std::lock_guard lock(fMutex);
             ok = renderLocked(options, image, warnings, error);
         }
-        for (const std::string& w : warnings) PyErr_WarnEx(PyExc_RuntimeWarning, w.c_str(), 1);
+        // A warning filter may turn warnings into errors.
+        for (const std::string& w : warnings)
+            if (PyErr_WarnEx(PyExc_RuntimeWarning, w.c_str(), 1) < 0) throw py::error_already_set();
         if (!ok) throw TpythonError(error);
         return toArray(image);
     }

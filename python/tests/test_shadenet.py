@@ -8,7 +8,7 @@ import numpy as np
 import pytest
 
 import shadenet
-from conftest import CLI, SOURCE_DIR, read_exr, run_cli
+from conftest import SOURCE_DIR, read_exr, run_cli, same_pixels
 
 SHOWCASE = os.path.join(SOURCE_DIR, "examples", "showcase.json")
 
@@ -22,16 +22,18 @@ def test_render_matches_closed_form_and_the_command_line(flat_scene, tmp_path):
     assert by_file.shape == (8, 12, 4) and by_file.dtype == np.float32
     np.testing.assert_allclose(by_file, np.broadcast_to(lambert_pixel([0.2, 0.4, 0.6], 0.5, 1.5), by_file.shape), rtol=1e-5)
 
-    # A loaded scene renders the same; a resolution overrides the scene's.
+    # A loaded scene renders the same.
     scene = shadenet.Scene.load(flat_scene)
     np.testing.assert_array_equal(scene.render(), by_file)
-    wide = shadenet.render(flat_scene, resolution=(20, 5))
-    assert wide.shape == (5, 20, 4)
 
-    exr = tmp_path / "flat.exr"
-    r = run_cli("render", flat_scene, "-o", exr, "--resolution", 20, 5)
+    # A scene with no symmetry against the program's EXR: a flipped, mirrored
+    # or transposed array differs. The resolution overrides the scene's.
+    showcase = shadenet.render(SHOWCASE, resolution=(40, 30), spp=1)
+    assert showcase.shape == (30, 40, 4)
+    exr = tmp_path / "showcase.exr"
+    r = run_cli("render", SHOWCASE, "-o", exr, "--resolution", 40, 30, "--spp", 1)
     assert r.returncode == 0, r.stderr
-    np.testing.assert_array_equal(read_exr(exr), wide)
+    same_pixels(read_exr(exr), showcase)
 
 
 def test_set_agrees_with_render_set_and_a_closed_form(flat_scene, tmp_path):
@@ -49,7 +51,7 @@ def test_set_agrees_with_render_set_and_a_closed_form(flat_scene, tmp_path):
         args += ["--set", f"{plug}={shadenet._json(value)}"]
     r = run_cli(*args)
     assert r.returncode == 0, r.stderr
-    np.testing.assert_array_equal(read_exr(exr), image)
+    same_pixels(read_exr(exr), image)
 
 
 @pytest.mark.parametrize(
@@ -122,7 +124,7 @@ def test_swatches_listings_and_bot_files_equal_the_command_lines(tmp_path):
     image = shadenet.swatch("checker", size=24, spp=1)
     r = run_cli("swatch", "checker", "--size", 24, "--spp", 1, "-o", tmp_path / "checker.exr")
     assert r.returncode == 0, r.stderr
-    np.testing.assert_array_equal(read_exr(tmp_path / "checker.exr"), image)
+    same_pixels(read_exr(tmp_path / "checker.exr"), image)
     # The swatch of a scene's node leaves the scene as it was.
     scene = shadenet.Scene.load(SHOWCASE)
     before = scene.text()
@@ -188,3 +190,18 @@ def test_render_releases_the_interpreter():
     # Holding the interpreter lock through the render would let this loop
     # run only in the moment before the render starts.
     assert steps > 10000
+
+
+def test_render_warnings_are_the_command_lines(tmp_path):
+    # A ball in no shading group and no lights: it renders, with two warnings.
+    scene = tmp_path / "unlit.json"
+    scene.write_text('{"nodes": [{"type": "transform", "name": "camXf", "attributes": {"translate": [0, 0, 5]}},'
+                     ' {"type": "camera", "name": "cam", "parent": "camXf"},'
+                     ' {"type": "transform", "name": "bXf"}, {"type": "sphere", "name": "b", "parent": "bXf"}]}')
+    r = run_cli("render", scene, "-o", tmp_path / "unlit.exr", "--resolution", 8, 8)
+    assert r.returncode == 0, r.stderr
+    cli = [line.split(": warning: ", 1)[1] for line in r.stderr.splitlines() if ": warning: " in line]
+    with pytest.warns(RuntimeWarning) as caught:
+        image = shadenet.render(scene, resolution=(8, 8))
+    assert [str(w.message) for w in caught] == cli and len(cli) == 2
+    same_pixels(read_exr(tmp_path / "unlit.exr"), image)
