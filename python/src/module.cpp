@@ -70,6 +70,30 @@ TrenderOptions renderOptions(std::optional<std::pair<int, int>> resolution, int 
     return options;
 }
 
+TswatchOptions swatchOptions(int size, int spp) {
+    // The command line's limits for the same options.
+    if (size < 8 || size > 4096) throw py::value_error("size: must be between 8 and 4096");
+    if (spp < 1 || spp > 64) throw py::value_error("spp: must be between 1 and 64");
+    TswatchOptions options;
+    options.size = size, options.samplesPerPixel = spp;
+    return options;
+}
+
+// Runs `draw(image, error)` without the interpreter lock; the image as an
+// array, or the error raised.
+template <typename Draw>
+py::array_t<float> imageOf(Draw&& draw) {
+    TframeBuffer image;
+    std::string error;
+    bool ok;
+    {
+        py::gil_scoped_release release;
+        ok = draw(image, error);
+    }
+    if (!ok) throw TpythonError(error);
+    return toArray(image);
+}
+
 // Messages the library posts while a call runs (a BOT file that cannot be
 // written, say) become the exception's text instead of going to stderr.
 class TmessageCollector {
@@ -187,13 +211,8 @@ public:
     }
 
     py::array_t<float> swatch(const std::string& nodeName, int size, int spp) {
-        TswatchOptions options;
-        options.size = size, options.samplesPerPixel = spp;
-        TframeBuffer image;
-        std::string error;
-        bool ok;
-        {
-            py::gil_scoped_release release;
+        const TswatchOptions options = swatchOptions(size, spp);
+        return imageOf([&](TframeBuffer& image, std::string& error) {
             std::lock_guard lock(fMutex);
             // The preview adds its rig to the graph it renders; a copy keeps
             // this scene as the user left it.
@@ -201,17 +220,16 @@ public:
             TsceneLoader loader;
             if (!loader.loadText(TsceneWriter::toText(fGraph), fFile, copy)) {
                 error = loader.errors().front().text();
-                ok = false;
-            } else if (TdependNode* node = copy.findNode(nodeName); !node) {
-                error = fFile + ": no node named '" + nodeName + "'";
-                ok = false;
-            } else {
-                ok = isTextureType(node->typeName().str()) ? renderTextureSwatch(copy, node, options, image, error, fFile)
-                                                           : renderSwatch(copy, node, options, image, error, fFile);
+                return false;
             }
-        }
-        if (!ok) throw TpythonError(error);
-        return toArray(image);
+            TdependNode* node = copy.findNode(nodeName);
+            if (!node) {
+                error = fFile + ": no node named '" + nodeName + "'";
+                return false;
+            }
+            return isTextureType(node->typeName().str()) ? renderTextureSwatch(copy, node, options, image, error, fFile)
+                                                         : renderSwatch(copy, node, options, image, error, fFile);
+        });
     }
 
     std::string compile(const std::string& group, const std::string& option) {
@@ -302,17 +320,8 @@ PYBIND11_MODULE(_shadenet, m) {
     });
     m.def("_attributes", &attributesOf);
     m.def("_swatch_type", [](const std::string& what, int size, int spp) {
-        TswatchOptions options;
-        options.size = size, options.samplesPerPixel = spp;
-        TframeBuffer image;
-        std::string error;
-        bool ok;
-        {
-            py::gil_scoped_release release;
-            ok = renderAnySwatch(what, options, image, error);
-        }
-        if (!ok) throw TpythonError(error);
-        return toArray(image);
+        const TswatchOptions options = swatchOptions(size, spp);
+        return imageOf([&](TframeBuffer& image, std::string& error) { return renderAnySwatch(what, options, image, error); });
     });
     m.def("_bot_convert", [](const std::string& input, const std::string& output, const std::string& hdrMapping, float exposure,
                              bool keepSize) {
