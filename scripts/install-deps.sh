@@ -10,6 +10,7 @@ packages=(
   nlohmann-json3-dev libembree-dev libtbb-dev
   libtinyobjloader-dev libcli11-dev libfftw3-dev libnoise-dev
   libgl-dev libegl-dev libosmesa6-dev
+  python3-dev pybind11-dev python3-numpy python3-pytest
 )
 
 missing=()

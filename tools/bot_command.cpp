@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "framework/host/command_engine.h"
+#include "textures/pyramid/bot_convert.h"
 #include "textures/pyramid/file_pixel_map_cache.h"
 #include "textures/pyramid/pyramid.h"
 #include "tools/subcommand.h"
@@ -46,29 +47,17 @@ std::unique_ptr<Tpyramid> openOrComplain(const std::string& path) {
 }
 
 int runConvert(const TbotOptions& o) {
-    ThdrMapping mapping = o.hdrMapping == "clamp"         ? ThdrMapping::kClamp
-                          : o.hdrMapping == "exponential" ? ThdrMapping::kExponential
-                                                          : ThdrMapping::kLinear;
+    TbotConvertOptions convert;
+    convert.hdrMapping = o.hdrMapping == "clamp"         ? ThdrMapping::kClamp
+                         : o.hdrMapping == "exponential" ? ThdrMapping::kExponential
+                                                         : ThdrMapping::kLinear;
+    convert.exposure = o.exposure;
+    convert.keepSize = o.keepSize;
     if (refuseOverwritingInput(o)) return kExitUsage;
-    TpixelMap map;
-    Tstring why;
-    if (!TfilePixelMapCache::loadIMFPixelMap(Tstring(o.input), map, why, mapping, o.exposure)) {
-        return reportError("cannot read image " + o.input + ": " + why.str());
-    }
-    if (map.width() > Tpyramid::kMaxSide || map.height() > Tpyramid::kMaxSide) {
-        return reportError(o.input + " is " + std::to_string(map.width()) + "x" + std::to_string(map.height()) +
-                           "; a texture side may be at most " + std::to_string(Tpyramid::kMaxSide) + " pixels");
-    }
-    TpyramidNonSwatch pyramid(Tstring(o.input), Tstring(o.input), map.width(), map.height(), map.channels(), 1,
-                              o.keepSize);
-    if (!pyramid.buildPyramidFromPixelMap(map)) {
-        return reportError("cannot build the pyramid of " + o.input);
-    }
-    const Tstring out(o.output);
-    if (!pyramid.remapPyramidToBlocks(&out, true)) return kExitFailure;  // the library reported why
-    std::printf("%s: %dx%d, %d channels -> %s (%d levels, %d blocks, %" PRIu64 " bytes)\n", o.input.c_str(),
-                map.width(), map.height(), map.channels(), o.output.c_str(), pyramid.getMaxLevel() + 1,
-                pyramid.totalBlockCount(), pyramid.fileBytes());
+    std::string summary, error;
+    if (!convertImageToBot(o.input, o.output, convert, summary, error))
+        return error.empty() ? kExitFailure : reportError(error);
+    std::printf("%s\n", summary.c_str());
     return kExitOk;
 }
 

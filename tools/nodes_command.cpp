@@ -1,11 +1,13 @@
-// shadenet nodes [TYPE] [--json]: the registered node types, or the
-// attributes of one of them.
+// shadenet nodes [TYPE] [--json] [--details]: the registered node types, or
+// the attributes of one of them: for scene authors what each means, its unit
+// and range; with --details the graph's view (tags, flags, parents).
 #include <cstdio>
 #include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "framework/attribute_notes.h"
 #include "framework/host/depend_graph.h"
 #include "scene/value_codec.h"
 #include "tools/subcommand.h"
@@ -14,6 +16,7 @@ namespace {
 struct Options {
     std::string type;
     bool json = false;
+    bool details = false;
 };
 
 std::string classificationOf(const TdependNodeMetaClass& t) {
@@ -36,12 +39,6 @@ std::vector<std::string> flagNames(uint64_t flags) {
     for (auto& [bit, name] : kFlagNames)
         if (flags & bit) names.push_back(name);
     return names;
-}
-
-std::string rangeText(const Tattribute& a) {
-    if (!a.hasSoftMin() && !a.hasSoftMax()) return "-";
-    auto number = [](double v) { return TsceneJson(v).dump(); };
-    return (a.hasSoftMin() ? number(a.softMin()) : "") + ".." + (a.hasSoftMax() ? number(a.softMax()) : "");
 }
 
 // Columns padded to their widest cell.
@@ -109,6 +106,10 @@ int listAttributes(const Options& options) {
                             {"flags", flagNames(a.flags())},
                             {"flagWord", a.flags()},
                             {"parent", a.parent() ? TsceneJson(a.parent()->longName().str()) : TsceneJson()}});
+            TattributeDescription d = describeAttribute(*type, a);
+            list.back()["description"] = d.description;
+            list.back()["unit"] = d.unit;
+            list.back()["range"] = d.range;
         }
         TsceneJson doc = {{"type", type->fTypeName().str()},
                           {"tag", type->fIffTag().asString()},
@@ -124,19 +125,29 @@ int listAttributes(const Options& options) {
     std::cout << type->fTypeName().str() << " (" << type->fIffTag().asString() << ")  "
               << (classification.empty() ? "no classification" : classification) << "  " << type->fApiTypeName << " ("
               << type->fApiType << ")  " << (mpSafeOf(*type) ? "mp-safe" : "not mp-safe") << "\n\n";
-    std::vector<std::vector<std::string>> rows{{"LONG", "SHORT", "TAG", "TYPE", "DEFAULT", "RANGE", "FLAGS", "PARENT"}};
+    std::vector<std::vector<std::string>> rows;
+    if (options.details)
+        rows.push_back({"LONG", "SHORT", "TAG", "TYPE", "DEFAULT", "RANGE", "FLAGS", "PARENT"});
+    else
+        rows.push_back({"LONG", "SHORT", "TYPE", "DEFAULT", "UNIT", "RANGE", "DESCRIPTION"});
     for (unsigned i = 0; i < attributes.length(); ++i) {
         const Tattribute& a = *attributes[i];
         // A compound of named children shows its defaults on the children's rows.
         bool shown = a.childCount() == 0 || compoundAsArray(a);
         std::string defaultText = shown ? wholeValueText(a, a.defaultData()) : std::string();
-        std::string flags;
-        for (auto& name : flagNames(a.flags())) flags += (flags.empty() ? "" : ",") + name;
+        if (defaultText.empty()) defaultText = "-";
         // Children are indented under their parent.
         unsigned depth = 0;
         for (const Tattribute* p = a.parent(); p; p = p->parent()) ++depth;
-        rows.push_back({std::string(2 * depth, ' ') + a.longName().str(), a.shortName().str(), a.tag().asString(),
-                        valueTypeName(a.valueType()), defaultText.empty() ? "-" : defaultText, rangeText(a),
+        const std::string name = std::string(2 * depth, ' ') + a.longName().str();
+        TattributeDescription d = describeAttribute(*type, a);
+        if (!options.details) {
+            rows.push_back({name, a.shortName().str(), valueTypeName(a.valueType()), defaultText, d.unit, d.range, d.description});
+            continue;
+        }
+        std::string flags;
+        for (auto& flag : flagNames(a.flags())) flags += (flags.empty() ? "" : ",") + flag;
+        rows.push_back({name, a.shortName().str(), a.tag().asString(), valueTypeName(a.valueType()), defaultText, d.range,
                         flags.empty() ? "-" : flags, a.parent() ? a.parent()->longName().str() : "-"});
     }
     printTable(rows);
@@ -148,6 +159,8 @@ const TsubcommandRegistrar kRegistrar{{"nodes", "List the registered node types,
                                            auto options = std::make_shared<Options>();
                                            app.add_option("type", options->type, "A node type: list its attributes");
                                            app.add_flag("--json", options->json, "Write JSON instead of a table");
+                                           app.add_flag("--details", options->details,
+                                                        "With TYPE: tags, flags and parents instead of descriptions");
                                            return [options] {
                                                return options->type.empty() ? listTypes(*options) : listAttributes(*options);
                                            };

@@ -14,6 +14,7 @@
 #include "renderer/output_name.h"
 #include "renderer/renderer.h"
 #include "renderer/scene_check.h"
+#include "scene/attribute_override.h"
 #include "scene/scene_loader.h"
 #include "tools/subcommand.h"
 
@@ -27,6 +28,7 @@ struct TrenderCommand {
     std::string scene, output, camera;
     int threads = 0, spp = 0, depth = -1;
     std::vector<int> region, resolution;
+    std::vector<std::string> sets;
     bool quiet = false, stats = false, noPost = false;
 };
 
@@ -57,6 +59,10 @@ int run(const TrenderCommand& c) {
     if (!loader.load(c.scene, graph)) {
         for (const TsceneError& e : loader.errors()) reportError(e.text());
         return kExitFailure;
+    }
+    if (std::vector<std::string> errors; !applyAttributeOverrides(graph, c.sets, "--set", errors)) {
+        for (const std::string& e : errors) reportError(e);
+        return kExitUsage;
     }
     TrenderOptions options;
     options.threads = c.threads;
@@ -131,6 +137,8 @@ const TsubcommandRegistrar kRegistrar{
          app.add_option("--spp", c->spp, "Camera samples per pixel")->check(wholeNumberBetween(1, 64));
          app.add_option("--depth", c->depth, "Deepest reflection or refraction ray")->check(wholeNumberBetween(0, 15));
          app.add_option("--camera", c->camera, "Camera node name or path");
+         app.add_option("--set", c->sets, "NODE.ATTR=VALUE: override an attribute (repeatable; VALUE as in the scene file)")
+             ->allow_extra_args(false);
          app.add_flag("-q,--quiet", c->quiet, "No progress bar");
          app.add_flag("--no-post", c->noPost, "Leave out shader glow and the lights' optical effects");
          app.add_flag("--stats", c->stats, "Print timings on stderr");

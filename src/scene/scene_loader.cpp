@@ -79,6 +79,8 @@ public:
         : fDoc(doc), fFile(file), fGraph(graph), fExisting(existing), fErrors(errors) {}
 
     void run();
+    // One member of a node's "attributes" object.
+    void attributeEntry(TdependNode* node, const std::string& key, TtextPosition keyAt, Value v);
     std::vector<TdependNode*> created;
     unsigned connections = 0;
 
@@ -216,19 +218,23 @@ void Builder::makeNode(Value entry) {
         error(attributes->at(), "'attributes' must be an object, not " + describeJsonType(attributes->json));
         return;
     }
-    attributes->forEachMember([&](const std::string& key, TtextPosition keyAt, Value v) {
-        const Tattribute* a = node->attribute(Tstring(key));
-        if (!a) {
-            error(keyAt, "node " + inQuotes(*name) + " of type " + inQuotes(*type) + " has no attribute " + inQuotes(key));
-            return;
-        }
-        if (a->parent() && a->rootParent()->isArray()) {
-            error(keyAt, inQuotes(key) + " lies in the multi " + inQuotes(a->rootParent()->longName().str()) +
-                             "; give its value inside an element of it");
-            return;
-        }
-        assign(node, a, v, Tplug::kNoIndex);
-    });
+    attributes->forEachMember(
+        [&](const std::string& key, TtextPosition keyAt, Value v) { attributeEntry(node, key, keyAt, v); });
+}
+
+void Builder::attributeEntry(TdependNode* node, const std::string& key, TtextPosition keyAt, Value v) {
+    const Tattribute* a = node->attribute(Tstring(key));
+    if (!a) {
+        error(keyAt, "node " + inQuotes(node->name().str()) + " of type " + inQuotes(node->typeName().str()) +
+                         " has no attribute " + inQuotes(key));
+        return;
+    }
+    if (a->parent() && a->rootParent()->isArray()) {
+        error(keyAt, inQuotes(key) + " lies in the multi " + inQuotes(a->rootParent()->longName().str()) +
+                         "; give its value inside an element of it");
+        return;
+    }
+    assign(node, a, v, Tplug::kNoIndex);
 }
 
 void Builder::assign(TdependNode* node, const Tattribute* a, Value v, int element) {
@@ -545,5 +551,29 @@ bool TsceneLoader::loadText(std::string_view text, const std::string& fileName, 
     }
     fNodes = builder.created;
     fConnections = builder.connections;
+    return true;
+}
+
+bool TsceneLoader::assignAttribute(TdependNode& node, const std::string& attribute, std::string_view valueText,
+                                   const std::string& origin) {
+    fErrors.clear();
+    TsceneJson value = TsceneJson::parse(valueText.begin(), valueText.end(), nullptr, false);
+    if (value.is_discarded()) {
+        fErrors.push_back({origin, 0, 0, "malformed JSON value"});
+        return false;
+    }
+    // The value has no place in a file: messages name the origin alone.
+    TjsonPositions nowhere;
+    Value v{value, nowhere};
+    // A trial on a fresh node of the same type first, so that a compound
+    // refused half way does not leave the real node half set.
+    TdependGraph trialGraph;
+    TdependNode* trial = trialGraph.createNode(node.typeName().str(), node.name().str());
+    for (TdependNode* target : {trial, &node}) {
+        if (!target) continue;
+        Builder builder(v, origin, trialGraph, nullptr, fErrors);
+        builder.attributeEntry(target, attribute, nowhere.at, v);
+        if (!fErrors.empty()) return false;
+    }
     return true;
 }

@@ -28,6 +28,13 @@ public:
     // `fileName` is only used in messages.
     bool loadText(std::string_view text, const std::string& fileName, TdependGraph& graph);
 
+    // Gives one attribute of `node` (a long or short name, or a child such
+    // as "colorR") a value, JSON text as in a node's "attributes" object,
+    // with the same checks and messages as a file; errors() name `origin` in
+    // place of a file. A refused value changes nothing.
+    bool assignAttribute(TdependNode& node, const std::string& attribute, std::string_view valueText,
+                         const std::string& origin);
+
     // Problems of the last load, in file order; empty after a success.
     const std::vector<TsceneError>& errors() const { return fErrors; }
     // The nodes the last successful load made, in file order, and the number

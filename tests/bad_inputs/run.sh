@@ -112,6 +112,14 @@ cases=$(cat <<'EOF'
 2 error   render $S/good.json -o $OUT -q --depth -1
 1 error   render $S/good.json -o $OUT -q --region 10 10 5 5
 1 error   render $S/good.json -o $OUT -q --camera nobody
+0 quiet   render $S/good.json -o $OUT -q --set mat.diffuse=0.5 --set ballXf.translateX=0.25
+2 error   render $S/good.json -o $OUT -q --set mat.diffuse=loud
+2 error   render $S/good.json -o $OUT -q --set nobody.diffuse=1
+2 error   render $S/good.json -o $OUT -q --set mat.diffuse
+2 error   render $S/good.json -o $OUT -q --set mat.outColor=[1,0,0]
+2 error   render $S/good.json -o $OUT -q --set
+1 error   render $S/good.json -o $OUT -q --set ballXf.translateX=1e39
+0 warning render $S/good.json -o $OUT -q --set mat.diffuse=nan
 2 error   render
 2 error   check
 1 error   compile $T/folder ballSG

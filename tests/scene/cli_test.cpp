@@ -86,7 +86,7 @@ TEST(CommandLineNodes, ListsEveryTypeWithItsTagAndFacts) {
 }
 
 TEST(CommandLineNodes, ShadingEngineShowsDefaultShadowsWithChildrenAndTags) {
-    ProgramRun r = run("nodes shadingEngine");
+    ProgramRun r = run("nodes shadingEngine --details");
     ASSERT_EQ(r.status, 0) << r.err;
     auto rows = rowsOf(r.out);
     const Tattribute& shadows = TDNshadingEngine::saDefaultShadows();

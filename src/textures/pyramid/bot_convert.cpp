@@ -1,0 +1,32 @@
+#include "textures/pyramid/bot_convert.h"
+
+#include "textures/pyramid/pyramid.h"
+
+bool convertImageToBot(const std::string& input, const std::string& output, const TbotConvertOptions& options,
+                       std::string& summary, std::string& error) {
+    error.clear();
+    TpixelMap map;
+    Tstring why;
+    if (!TfilePixelMapCache::loadIMFPixelMap(Tstring(input), map, why, options.hdrMapping, options.exposure)) {
+        error = "cannot read image " + input + ": " + why.str();
+        return false;
+    }
+    if (map.width() > Tpyramid::kMaxSide || map.height() > Tpyramid::kMaxSide) {
+        error = input + " is " + std::to_string(map.width()) + "x" + std::to_string(map.height()) +
+                "; a texture side may be at most " + std::to_string(Tpyramid::kMaxSide) + " pixels";
+        return false;
+    }
+    TpyramidNonSwatch pyramid{Tstring(input), Tstring(input), map.width(), map.height(), map.channels(), 1,
+                              options.keepSize};
+    if (!pyramid.buildPyramidFromPixelMap(map)) {
+        error = "cannot build the pyramid of " + input;
+        return false;
+    }
+    const Tstring out(output);
+    if (!pyramid.remapPyramidToBlocks(&out, true)) return false;  // the library reported why
+    summary = input + ": " + std::to_string(map.width()) + "x" + std::to_string(map.height()) + ", " +
+              std::to_string(map.channels()) + " channels -> " + output + " (" + std::to_string(pyramid.getMaxLevel() + 1) +
+              " levels, " + std::to_string(pyramid.totalBlockCount()) + " blocks, " + std::to_string(pyramid.fileBytes()) +
+              " bytes)";
+    return true;
+}
