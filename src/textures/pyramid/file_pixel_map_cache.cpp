@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "settings/image_writer.h"
+#include "textures/pyramid/hdr_exposure.h"
 
 TfilePixelMapCache& TfilePixelMapCache::theCache() {
     static TfilePixelMapCache cache;
@@ -136,7 +137,7 @@ bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Ts
             error = Tstring(in->geterror());
             return false;
         }
-        loadHdrPixelMap(pixels.data(), w, h, ch, mapping, exposure, map);
+        ThdrExposure::newExposureControl(path.str(), mapping, exposure)->map(pixels.data(), w, h, ch, map);
         return true;
     }
     std::vector<uint8_t> pixels(size_t(w) * h * ch);
