@@ -24,6 +24,10 @@ constexpr float kMaxAnisotropy = 16.0f;
 // Texels per axis and level the integral visits at most; wider spans step
 // down a level.
 constexpr int kMaxSpan = 64;
+// The level is chosen so that about this many of its texels lie across the
+// footprint's narrow side: with one, the integral sees whole coarse texels
+// and aliases; four measured best for its cost (see docs/textures.md).
+constexpr float kTexelsAcross = 4.0f;
 // Level blends this close to one level snap to it.
 constexpr float kSnapLow = 0.1f, kSnapHigh = 0.9f;
 // blurPixelation: below this magnification (texels across the footprint)
@@ -43,6 +47,11 @@ constexpr TtriPoint kRule[12] = {
     {kB1, kB2, kB1, kW2}, {kB1, kB1, kB2, kW2}, {kC1, kC2, kC3, kW3}, {kC1, kC3, kC2, kW3},
     {kC2, kC1, kC3, kW3}, {kC2, kC3, kC1, kW3}, {kC3, kC1, kC2, kW3}, {kC3, kC2, kC1, kW3},
 };
+// Symmetric 6-point rule, exact up to degree 4: enough without an r^6 term.
+constexpr double kD1 = 0.445948490915965, kD2 = 0.108103018168070, kWd = 0.223381589678011;
+constexpr double kE1 = 0.091576213509771, kE2 = 0.816847572980459, kWe = 0.109951743655322;
+constexpr TtriPoint kRule4[6] = {{kD2, kD1, kD1, kWd}, {kD1, kD2, kD1, kWd}, {kD1, kD1, kD2, kWd},
+                                 {kE2, kE1, kE1, kWe}, {kE1, kE2, kE1, kWe}, {kE1, kE1, kE2, kWe}};
 
 // exp(-s k) - 1 for s in 0..1 as a1 s + a2 s^2 + a3 s^3, least squares.
 void fitExponential(double k, double a[3]) {
@@ -154,6 +163,8 @@ int yLineClip(const T2Float* in, int n, float edge, float side, T2Float* out) { 
 double intArea(const TfilterRecord& f, int n, const T2Float* poly) {
     if (n < 3) return 0.0;
     const bool quadraticOnly = f.c2 == 0.0f && f.c3 == 0.0f;
+    const TtriPoint* rule = f.c3 == 0.0f ? kRule4 : kRule;
+    const int points = f.c3 == 0.0f ? 6 : 12;
     const double x0 = poly[n - 1].x, y0 = poly[n - 1].y;
     double total = 0.0, signedArea = 0.0;
     for (int i = 0; i + 2 < n; ++i) {
@@ -167,7 +178,8 @@ double intArea(const TfilterRecord& f, int n, const T2Float* poly) {
             mean = 1.0 + f.c1 * s / 6.0;
         } else {
             mean = 0.0;
-            for (const TtriPoint& q : kRule) {
+            for (int k = 0; k < points; ++k) {
+                const TtriPoint& q = rule[k];
                 const double x = q.a * x0 + q.b * x1 + q.c * x2, y = q.a * y0 + q.b * y1 + q.c * y2;
                 const double r2 = x * x + y * y;
                 mean += q.w * (1.0 + r2 * (f.c1 + r2 * (f.c2 + r2 * f.c3)));
@@ -392,6 +404,7 @@ TfootprintResult filterFootprint(const TfileTextureWrapper& w, const TfilterReco
 
     // Levels and their weights.
     const int side = p.largestSide();
+    width /= kTexelsAcross;
     const float r = width <= 1.0f / float(side) ? float(side + 1) : 1.0f / width;
     int levels[2] = {top, top};
     float weights[2] = {1.0f, 0.0f};
