@@ -55,6 +55,14 @@ int runConvert(const TbotOptions& o) {
     if (!TfilePixelMapCache::loadIMFPixelMap(Tstring(o.input), map, why, mapping, o.exposure)) {
         return reportError("cannot read image " + o.input + ": " + why.str());
     }
+    const std::string wide = TfilePixelMapCache::widerThanByte(Tstring(o.input));
+    if (!wide.empty()) {
+        const bool isFloat = wide.find("float") != std::string::npos;
+        char exposure[32];
+        std::snprintf(exposure, sizeof exposure, "%+g", double(o.exposure));
+        reportWarning(o.input + " holds " + wide + " channels; the BOT file keeps 8 bits per channel" +
+                      (isFloat ? " (mapped " + o.hdrMapping + ", exposure " + exposure + " stops)" : " (scaled)"));
+    }
     if (map.width() > Tpyramid::kMaxSide || map.height() > Tpyramid::kMaxSide) {
         return reportError(o.input + " is " + std::to_string(map.width()) + "x" + std::to_string(map.height()) +
                            "; a texture side may be at most " + std::to_string(Tpyramid::kMaxSide) + " pixels");

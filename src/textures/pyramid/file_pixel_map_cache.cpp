@@ -151,6 +151,20 @@ bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Ts
     return true;
 }
 
+std::string TfilePixelMapCache::widerThanByte(const Tstring& path) {
+    auto in = OIIO::ImageInput::open(path.str());
+    if (!in) {
+        OIIO::geterror();  // cleared: the caller reads the file again and reports there
+        return {};
+    }
+    const OIIO::TypeDesc format = in->spec_dimensions(0).format;
+    const bool isFloat = format.basetype == OIIO::TypeDesc::FLOAT || format.basetype == OIIO::TypeDesc::HALF ||
+                         format.basetype == OIIO::TypeDesc::DOUBLE;
+    const int bits = int(format.size()) * 8;
+    if (bits <= 8) return {};
+    return std::to_string(bits) + "-bit " + (isFloat ? "float" : "integer");
+}
+
 bool TfilePixelMapCache::saveIMFPixelMap(const Tstring& path, const TpixelMap& map, Tstring& error) {
     OIIO::ImageSpec imageSpec(map.width(), map.height(), map.channels(), OIIO::TypeDesc::UINT8);
     imageSpec.attribute("oiio:UnassociatedAlpha", 1);
