@@ -12,7 +12,7 @@ struct Tsheet {
 };
 
 const Tsheet kSheets[] = {
-    {"textures-2d", {"checker", "grid", "bulge", "cloth", "ramp", "fractal", "noise", "mountain", "stencil", "water", "ocean"}},
+    {"textures-2d", {"checker", "grid", "bulge", "cloth", "ramp", "fractal", "noise", "mountain", "stencil", "water", "ocean", "file"}},
 };
 
 constexpr int kGlyphWidth = 5, kGlyphHeight = 7, kGlyphAdvance = 6;

@@ -509,9 +509,11 @@ bool TdnFileTexture::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
                 }
                 if (!done) fPyramid->getMapColor(w, uv.x, uv.y, colour, false, alpha, width);
                 colour = colour * kByteToUnit;
-                // An image without alpha gives its luminance; one-channel
-                // images read the same value in every channel.
-                if (channels != 4 || effects.alphaIsLuminance.asBool(i)) alpha = luminance(colour);
+                // A grey image's alpha is its value; a colour image without
+                // alpha is opaque, so that a photo used as a surface does not
+                // turn see-through where it is dark.
+                if (channels == 1 || effects.alphaIsLuminance.asBool(i)) alpha = luminance(colour);
+                else if (channels == 3) alpha = 1.0f;
             }
         }
         effects.apply(i, colour, alpha);
