@@ -224,6 +224,41 @@ bool TdnFileTexture::getExactTextureName(Tstring& name) {
 bool TdnFileTexture::fileHasAlpha() const { return fPyramid && fPyramid->channels() == 4; }
 bool TdnFileTexture::hasBOTFile() const { return fPyramid && fPyramid->isBOTfile(); }
 
+// ---- bump ----
+
+void TdnFileTexture::getBumpValues(const Tpyramid& pyramid, const T2Float& uv, const T2Float& filterSize,
+                                   T2Float points[3]) {
+    const float du = std::max(filterSize.x, 1.0f / float(pyramid.width()));
+    const float dv = std::max(filterSize.y, 1.0f / float(pyramid.height()));
+    points[0] = uv;
+    points[1] = {uv.x + du, uv.y};
+    points[2] = {uv.x, uv.y + dv};
+}
+
+float TdnFileTexture::getBumpHeight(const TfileTextureWrapper& w, const T2Float& uv, float width) {
+    Tpyramid& p = *w.pyramid;
+    // The level whose texels are about as wide as the filter.
+    int level = p.getMaxLevel();
+    while (level > 0 && float(p.levelWidth(level)) * width > 1.0f) --level;
+    const float sx = 1.0f / float(p.levelWidth(level)), sy = 1.0f / float(p.levelHeight(level));
+    // A tent of half-texel steps: weights 1 2 1 by 1 2 1 over bilinear reads.
+    float sum = 0.0f;
+    for (int j = -1; j <= 1; ++j)
+        for (int i = -1; i <= 1; ++i) {
+            const float weight = float((2 - std::abs(i)) * (2 - std::abs(j)));
+            const float u = uv.x + 0.5f * float(i) * sx, v = uv.y + 0.5f * float(j) * sy;
+            if (p.channels() == 1) {
+                sum += weight * p.levelVal(w, level, u, v);
+            } else {
+                T3Float c;
+                float a;
+                p.levelCol(w, level, u, v, c, a);
+                sum += weight * luminance(c);
+            }
+        }
+    return sum / (16.0f * 255.0f);
+}
+
 // ---- messages ----
 
 void TdnFileTexture::displayOnce(TstringId id, std::initializer_list<Tstring> args) {
@@ -509,11 +544,14 @@ bool TdnFileTexture::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
                 }
                 if (!done) fPyramid->getMapColor(w, uv.x, uv.y, colour, false, alpha, width);
                 colour = colour * kByteToUnit;
+
                 // A grey image's alpha is its value; a colour image without
                 // alpha is opaque, so that a photo used as a surface does not
                 // turn see-through where it is dark.
                 if (channels == 1 || effects.alphaIsLuminance.asBool(i)) alpha = luminance(colour);
                 else if (channels == 3) alpha = 1.0f;
+                // A bump reads the height from outAlpha.
+                if (bump) alpha = getBumpHeight(w, uv, width);
             }
         }
         effects.apply(i, colour, alpha);

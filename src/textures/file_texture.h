@@ -148,6 +148,14 @@ public:
     bool useFrameExtension();
     bool disableFileLoad();
 
+    // Bump: the three UVs a bump lookup reads (the sample's, and one step
+    // along u and along v, a step being the UV filter size but never less
+    // than a texel of the image), and the height at one of them: the
+    // luminance (0..1) under a 3 by 3 tent kernel on the level the width
+    // picks, which keeps a linear ramp exact.
+    static void getBumpValues(const Tpyramid& pyramid, const T2Float& uv, const T2Float& filterSize, T2Float points[3]);
+    static float getBumpHeight(const TfileTextureWrapper& w, const T2Float& uv, float width);
+
     // "name.0007.png" at frame 12 is "name.0012.png": the last run of digits
     // in the file's name takes the frame, with at least as many digits as
     // it had. A name with no digits is returned as it is.

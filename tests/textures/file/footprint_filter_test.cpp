@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "textures/file_texture.h"
 #include "textures/footprint_filter.h"
 #include "textures/pyramid/file_texture_cache.h"
 #include "textures/pyramid/file_texture_wrapper.h"
@@ -309,4 +310,30 @@ TEST(FootprintFilter, EdgeCasesTakeTheirOwnRoads) {
     float bilinearAlpha;
     scene.pyramid->levelCol(scene.wrapper, scene.pyramid->getMaxLevel(), q.uv.x, q.uv.y, bilinear, bilinearAlpha);
     for (int c = 0; c < 3; ++c) EXPECT_FLOAT_EQ(colour[c], bilinear[c]);
+}
+
+// Bump heights on a ramp that rises along u: the tent kernel keeps a linear
+// ramp exact, so the height is the ramp at the UV and the steps of the three
+// bump points differ by the slope times the step.
+TEST(FileTextureBump, HeightsFollowALinearRampExactly) {
+    TpixelMap ramp(64, 64, 1);
+    for (int y = 0; y < 64; ++y)
+        for (int x = 0; x < 64; ++x) ramp.setPixel(x, y, 0, uint8_t(40 + 2 * x));
+    TfootprintScene scene(ramp);
+    for (T2Float uv : {T2Float{0.3f, 0.4f}, T2Float{0.55f, 0.8f}}) {
+        for (T2Float size : {T2Float{0.001f, 0.001f}, T2Float{0.05f, 0.02f}}) {
+            T2Float points[3];
+            TdnFileTexture::getBumpValues(*scene.pyramid, uv, size, points);
+            EXPECT_EQ(points[0].x, uv.x);
+            EXPECT_NEAR(points[1].x - uv.x, std::max(size.x, 1.0f / 64), 1e-6);
+            EXPECT_NEAR(points[2].y - uv.y, std::max(size.y, 1.0f / 64), 1e-6);
+            // At the top level the ramp is 40 + 2 x with pixel x at u * 64.
+            const float h0 = TdnFileTexture::getBumpHeight(scene.wrapper, points[0], 0.0f);
+            const float hu = TdnFileTexture::getBumpHeight(scene.wrapper, points[1], 0.0f);
+            const float hv = TdnFileTexture::getBumpHeight(scene.wrapper, points[2], 0.0f);
+            EXPECT_NEAR(h0, (40 + 2 * 64 * uv.x) / 255, 1e-4);
+            EXPECT_NEAR(hu - h0, 2 * 64 * (points[1].x - uv.x) / 255, 1e-4);
+            EXPECT_NEAR(hv, h0, 1e-4);
+        }
+    }
 }
