@@ -190,6 +190,22 @@ struct TfootprintScene {
     }
 };
 
+// A triangle with the unit UV corners (0, 0), (1, 0), (0, 1).
+TfootprintTriangle unitUvTriangle(const T3Float& a, const T3Float& b, const T3Float& c) {
+    TfootprintTriangle t;
+    t.camera[0] = a, t.camera[1] = b, t.camera[2] = c;
+    t.uv[0] = {0, 0}, t.uv[1] = {1, 0}, t.uv[2] = {0, 1};
+    return t;
+}
+
+TcameraInfoWrapper cameraOf(bool perspective, float scale, float centre) {
+    TcameraInfoWrapper c;
+    c.perspective = perspective;
+    c.scale = scale;
+    c.centreX = c.centreY = centre;
+    return c;
+}
+
 TfootprintQuery queryAt(const TfootprintTriangle& t, T2Float pixel, const TplaneMap& map, const TcameraInfoWrapper& cam) {
     TfootprintQuery q;
     q.triangle = t;
@@ -216,18 +232,9 @@ TfootprintQuery queryAt(const TfootprintTriangle& t, T2Float pixel, const Tplane
 // A tilted plane under a perspective camera exercises the projective map.
 TEST(FootprintFilter, BoxFilterAtTheTopLevelIsThePixelMeanOfTheTexels) {
     TfootprintScene scene(noiseImage(32, 32, 3, 5));
-    TcameraInfoWrapper cam;
-    cam.perspective = true;
-    cam.scale = 0.01f;
-    cam.centreX = cam.centreY = 50;
+    const TcameraInfoWrapper cam = cameraOf(true, 0.01f, 50);
     // A plane tilted away, its UV square spanning a few world units.
-    TfootprintTriangle t;
-    t.camera[0] = {-1, -1, -3};
-    t.camera[1] = {1, -1, -4};
-    t.camera[2] = {-1, 1, -3.5f};
-    t.uv[0] = {0, 0};
-    t.uv[1] = {1, 0};
-    t.uv[2] = {0, 1};
+    const TfootprintTriangle t = unitUvTriangle({-1, -1, -3}, {1, -1, -4}, {-1, 1, -3.5f});
     TplaneMap map;
     ASSERT_TRUE(initTextureTransfMaps(t, map));
     const TfilterRecord box = makeFilterRecord(kFilterBox, 0.707f);
@@ -255,17 +262,8 @@ TEST(FootprintFilter, BoxFilterAtTheTopLevelIsThePixelMeanOfTheTexels) {
 
 TEST(FootprintFilter, EdgeCasesTakeTheirOwnRoads) {
     TfootprintScene scene(photoLikeImage(64, 64, 3, 9));
-    TcameraInfoWrapper ortho;
-    ortho.perspective = false;
-    ortho.scale = 1.0f / 64;  // one texel of the top level per pixel
-    ortho.centreX = ortho.centreY = 32;
-    TfootprintTriangle t;
-    t.camera[0] = {-0.5f, -0.5f, -2};
-    t.camera[1] = {0.5f, -0.5f, -2};
-    t.camera[2] = {-0.5f, 0.5f, -2};
-    t.uv[0] = {0, 0};
-    t.uv[1] = {1, 0};
-    t.uv[2] = {0, 1};
+    const TcameraInfoWrapper ortho = cameraOf(false, 1.0f / 64, 32);  // one texel of the top level per pixel
+    const TfootprintTriangle t = unitUvTriangle({-0.5f, -0.5f, -2}, {0.5f, -0.5f, -2}, {-0.5f, 0.5f, -2});
     TplaneMap map;
     ASSERT_TRUE(initTextureTransfMaps(t, map));
     const TfilterRecord filter = makeFilterRecord(kFilterQuadratic, 0.707f);
