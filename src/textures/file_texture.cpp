@@ -27,8 +27,6 @@ const TcatalogueEntry kBadFileTexture{"s_TrenderNodeStrings.rBadFileTexture",
                                       "File texture ^1s cannot read ^2s: ^3s"};
 const TcatalogueEntry kFileTextureTooBig{"s_TrenderNodeStrings.rFileTextureTooBig",
                                          "File texture ^1s: ^2s is larger than 8192 pixels; it is read at a reduced size"};
-const TcatalogueEntry kBotMissingMipmap{"s_TrenderNodeStrings.rBotMissingMipmap",
-                                        "File texture ^1s: the block ordered file ^2s has no mip levels; filtering is off"};
 const TcatalogueEntry kMipmapWithNoise{"s_TfileTextureStrings.rMipmapWithNoise",
                                        "File texture ^1s: the area filter cannot follow noiseUV; its footprint ignores the noise"};
 
@@ -324,7 +322,6 @@ bool TdnFileTexture::initTexture(Tplug&, TdataBlock&) {
         Tstring why;
         if (!TfilePixelMapCache::loadIMFPixelMap(exact, map, why, mapping, exposure)) {
             displayOnce(kBadFileTexture, {nodeName, exact, why});
-            fDisplayFileWarning = true;
             return false;
         }
         if (map.width() > kLargestSide || map.height() > kLargestSide) {
@@ -374,11 +371,6 @@ void TdnFileTexture::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
         T2Float noise{0, 0};
         getAttributeValue(&attrNoiseUV(), &noise);
         if (noise.x != 0.0f || noise.y != 0.0f) displayOnce(kMipmapWithNoise, {name()});
-    }
-    if (fPyramid && fPyramid->isBOTfile() && fPyramid->getMaxLevel() == 0 && fPyramid->largestSide() > 1 &&
-        fFilterKind != kFilterOff) {
-        fFilterKind = kFilterOff;
-        displayOnce(kBotMissingMipmap, {name(), Tstring(fPyramidFile)});
     }
 }
 

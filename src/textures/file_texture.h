@@ -187,7 +187,5 @@ private:
     std::string fPyramidFile;  // the resolved name the pyramid was made for
     int fFilterKind = kFilterQuadratic;
     TfilterRecord fFilter;
-    bool fDisplayFileWarning = false;
-    bool fNoiseWarned = false;
     std::vector<std::string> fShown;  // messages shown, by key and text
 };
