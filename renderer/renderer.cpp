@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <memory>
+#include <filesystem>
 #include <mutex>
 
 #include "framework/host/depend_graph.h"
@@ -23,6 +24,7 @@
 #include "shading/sample.h"
 #include "shading/sample_manager.h"
 #include "shading/shading_engine.h"
+#include "textures/file_texture.h"
 
 namespace {
 uint64_t nowNs() {
@@ -59,6 +61,20 @@ std::vector<TdependNode*> lightsOf(TdependGraph& graph) {
 struct Trect {
     int x0, y0, x1, y1;
 };
+
+// What a file texture's footprint filter needs of the render: how pixels
+// map to the camera, and where relative texture names start.
+void tellFileTextures(const TrenderCamera& camera, int width, int height, const std::string& sceneFile) {
+    TcameraInfoWrapper info;
+    info.perspective = !camera.orthographic;
+    const float halfWidth = camera.orthographic ? camera.orthographicWidth / 2 : camera.tanHalfWidth;
+    info.scale = 2 * halfWidth / float(width);
+    info.centreX = float(width) / 2;
+    info.centreY = float(height) / 2;
+    info.nearPlane = camera.nearClip;
+    TdnFileTexture::setCamera(info);
+    TdnFileTexture::setSceneDirectory(sceneFile.empty() ? std::string() : std::filesystem::path(sceneFile).parent_path().string());
+}
 
 // A tile covers one cell of a grid anchored at the image's corner, so that
 // a region render traces, batches and seeds exactly as the full render does;
@@ -408,6 +424,7 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
         }
     }
     image.resize(settings.width, settings.height);
+    tellFileTextures(scene.camera(), settings.width, settings.height, sceneFile);
 
     // Lights work in this camera's space; each group learns which lights
     // reach each of its objects before it is initialised and analysed, once,

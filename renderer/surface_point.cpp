@@ -166,6 +166,8 @@ void fillSample(Tsample& s, const TsurfacePoint& p) {
         s.setVertexUvThree(p.vertexUv[2]);
     }
     s.setPrimitiveId(p.primitive);
+    // 1 marks a polygon surface: the one kind a file texture's footprint filter reads.
+    s.setObjectType(p.triangle ? char(1) : char(0));
     s.setMediumRefractiveIndex(p.refractiveIndex);
     s.setFlippedNormal(p.flipped);
     s.setIlluminationIndex(p.illuminationIndex);

@@ -54,9 +54,10 @@ int runConvert(const TbotOptions& o) {
     convert.exposure = o.exposure;
     convert.keepSize = o.keepSize;
     if (refuseOverwritingInput(o)) return kExitUsage;
-    std::string summary, error;
-    if (!convertImageToBot(o.input, o.output, convert, summary, error))
-        return error.empty() ? kExitFailure : reportError(error);
+    std::string summary, warning, error;
+    const bool ok = convertImageToBot(o.input, o.output, convert, summary, warning, error);
+    if (!warning.empty()) reportWarning(warning);
+    if (!ok) return error.empty() ? kExitFailure : reportError(error);
     std::printf("%s\n", summary.c_str());
     return kExitOk;
 }

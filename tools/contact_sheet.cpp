@@ -12,7 +12,7 @@ struct Tsheet {
 };
 
 const Tsheet kSheets[] = {
-    {"textures-2d", {"checker", "grid", "bulge", "cloth", "ramp", "fractal", "noise", "mountain", "stencil", "water", "ocean"}},
+    {"textures-2d", {"checker", "grid", "bulge", "cloth", "ramp", "fractal", "noise", "mountain", "stencil", "water", "ocean", "file"}},
     {"textures-3d",
      {"brownian", "cloud", "crater", "granite", "leather", "marble", "rock", "snow", "solidFractal", "stucco", "volumeNoise",
       "wood"}},

@@ -1,12 +1,19 @@
 #include "tools/texture_swatch.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
 #include <cstring>
+#include <filesystem>
 
 #include "framework/host/dag.h"
 #include "framework/host/depend_graph.h"
 #include "renderer/renderer.h"
 #include "scene/scene_loader.h"
 #include "shading/shading_engine.h"
+#include "textures/file_texture.h"
+#include "textures/pyramid/file_pixel_map_cache.h"
 #include "textures/ramp.h"
 #include "textures/texture_3d.h"
 #include "tools/subcommand.h"
@@ -54,6 +61,38 @@ float repeatFor(const std::string& type) {
     return 1.0f;
 }
 
+// A small picture for a file texture that names no file: sky, sun and hills,
+// written once per run to the temporary folder and removed at exit.
+std::string swatchPicture() {
+    struct Tpicture {
+        std::string path;
+        Tpicture() {
+            const int n = 128;
+            TpixelMap map(n, n, 3);
+            for (int y = 0; y < n; ++y)
+                for (int x = 0; x < n; ++x) {
+                    const float u = float(x) / n, v = float(y) / n;  // v from the top
+                    const float hill = 0.6f + 0.08f * std::sin(u * 9.0f) + 0.05f * std::sin(u * 23.0f + 1.0f);
+                    const float sun = std::hypot(u - 0.7f, v - 0.28f);
+                    float r = 90 + 110 * v, g = 140 + 80 * v, b = 230;
+                    if (sun < 0.1f) r = 255, g = 235, b = 150;
+                    if (v > hill) r = 60 + 40 * std::sin(x * 0.7f) * std::sin(y * 0.9f), g = 130 + 30 * v, b = 50;
+                    const float c[3] = {r, g, b};
+                    for (int k = 0; k < 3; ++k) map.setPixel(x, y, k, uint8_t(std::clamp(c[k], 0.0f, 255.0f)));
+                }
+            path = (std::filesystem::temp_directory_path() / ("shadenet-swatch-" + std::to_string(::getpid()) + ".png")).string();
+            Tstring why;
+            if (!TfilePixelMapCache::saveIMFPixelMap(Tstring(path), map, why)) path.clear();
+        }
+        ~Tpicture() {
+            std::error_code ignored;
+            if (!path.empty()) std::filesystem::remove(path, ignored);
+        }
+    };
+    static Tpicture picture;
+    return picture.path;
+}
+
 TdependNode* placed(TdependGraph& graph, const char* type, const char* name, T3Float translate, T3Float rotate) {
     auto* transform = static_cast<Ttransform*>(graph.createNode("transform", Tstring(std::string(name) + "Xf")));
     transform->setAttributeValue(&Ttransform::saTranslate(), &translate);
@@ -87,6 +126,13 @@ void dressTextureForSwatch(TdependGraph& graph, TdependNode* texture) {
         }
         set(texture, "edgeBlend", 0.35f);
         set(texture, "defaultColor", T3Float(0.05f, 0.05f, 0.05f));
+    }
+    if (type == "file") {
+        Tstring name;
+        texture->getAttributeValue(texture->attribute(Tstring("fileTextureName")), &name);
+        if (name.str().empty()) {
+            set(texture, "fileTextureName", Tstring(swatchPicture()));
+        }
     }
     if (type == "water") {
         // The default waves move the grey by a few hundredths: raise them
@@ -155,7 +201,11 @@ bool renderTextureSwatch(TdependGraph& graph, TdependNode* texture, const Tswatc
     render.threads = options.threads;
     render.camera = camera->name().str();
     Trenderer renderer;
-    return renderer.render(graph, sceneFile, render, image, error);
+    // File textures build their small swatch pyramids for a preview.
+    TdnFileTexture::setSwatchMode(true);
+    const bool ok = renderer.render(graph, sceneFile, render, image, error);
+    TdnFileTexture::setSwatchMode(false);
+    return ok;
 }
 
 bool renderAnySwatch(const std::string& what, const TswatchOptions& options, TframeBuffer& image, std::string& error) {

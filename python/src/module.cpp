@@ -330,14 +330,15 @@ PYBIND11_MODULE(_shadenet, m) {
                              : hdrMapping == "exponential" ? ThdrMapping::kExponential
                                                            : ThdrMapping::kLinear;
         options.exposure = exposure, options.keepSize = keepSize;
-        std::string summary, error;
+        std::string summary, warning, error;
         bool ok;
         std::string posted;
         {
             TmessageCollector messages;
-            ok = convertImageToBot(input, output, options, summary, error);
+            ok = convertImageToBot(input, output, options, summary, warning, error);
             posted = messages.errors();
         }
+        if (!warning.empty() && PyErr_WarnEx(PyExc_RuntimeWarning, warning.c_str(), 1) < 0) throw py::error_already_set();
         if (!ok) throw TpythonError(error.empty() ? posted : error);
         return summary;
     });

@@ -78,7 +78,7 @@ std::vector<std::pair<std::string, std::string>> programTypes(const TtestTempDir
 }
 
 const std::vector<std::string> kFamily2d = {"checker", "grid",     "bulge",   "cloth", "ramp", "fractal",
-                                            "noise",   "mountain", "stencil", "water", "ocean"};
+                                            "noise",   "mountain", "stencil", "water", "ocean", "file"};
 
 bool under(const std::string& classification, const std::string& prefix) {
     return classification.compare(0, prefix.size(), prefix) == 0 && (classification.size() == prefix.size() || classification[prefix.size()] == '/');

@@ -2,14 +2,27 @@
 
 #include "textures/pyramid/pyramid.h"
 
+#include <cstdio>
+
 bool convertImageToBot(const std::string& input, const std::string& output, const TbotConvertOptions& options,
-                       std::string& summary, std::string& error) {
+                       std::string& summary, std::string& warning, std::string& error) {
     error.clear();
+    warning.clear();
     TpixelMap map;
     Tstring why;
     if (!TfilePixelMapCache::loadIMFPixelMap(Tstring(input), map, why, options.hdrMapping, options.exposure)) {
         error = "cannot read image " + input + ": " + why.str();
         return false;
+    }
+    if (const std::string wide = TfilePixelMapCache::widerThanByte(Tstring(input)); !wide.empty()) {
+        const bool isFloat = wide.find("float") != std::string::npos;
+        const char* mappingName = options.hdrMapping == ThdrMapping::kClamp         ? "clamp"
+                                  : options.hdrMapping == ThdrMapping::kExponential ? "exponential"
+                                                                                     : "linear";
+        char exposure[32];
+        std::snprintf(exposure, sizeof exposure, "%+g", double(options.exposure));
+        warning = input + " holds " + wide + " channels; the BOT file keeps 8 bits per channel" +
+                  (isFloat ? std::string(" (mapped ") + mappingName + ", exposure " + exposure + " stops)" : " (scaled)");
     }
     if (map.width() > Tpyramid::kMaxSide || map.height() > Tpyramid::kMaxSide) {
         error = input + " is " + std::to_string(map.width()) + "x" + std::to_string(map.height()) +

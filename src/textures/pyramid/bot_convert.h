@@ -16,5 +16,7 @@ struct TbotConvertOptions {
 // with `error` empty when writing failed and the library has said why
 // through the command engine. On success `summary` is one line:
 // "in.png: 64x64, 3 channels -> out.bot (7 levels, 85 blocks, 12345 bytes)".
+// `warning` is set when the source holds more than 8 bits per channel, which
+// the file cannot keep: the caller tells the user, the conversion goes on.
 bool convertImageToBot(const std::string& input, const std::string& output, const TbotConvertOptions& options,
-                       std::string& summary, std::string& error);
+                       std::string& summary, std::string& warning, std::string& error);

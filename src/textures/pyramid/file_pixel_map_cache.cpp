@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "settings/image_writer.h"
+#include "textures/pyramid/hdr_exposure.h"
 
 TfilePixelMapCache& TfilePixelMapCache::theCache() {
     static TfilePixelMapCache cache;
@@ -136,7 +137,7 @@ bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Ts
             error = Tstring(in->geterror());
             return false;
         }
-        loadHdrPixelMap(pixels.data(), w, h, ch, mapping, exposure, map);
+        ThdrExposure::newExposureControl(path.str(), mapping, exposure)->map(pixels.data(), w, h, ch, map);
         return true;
     }
     std::vector<uint8_t> pixels(size_t(w) * h * ch);
@@ -148,6 +149,20 @@ bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Ts
     for (size_t i = 0; i < size_t(w) * h; ++i)
         for (int c = 0; c < stored; ++c) map.pixels()[i * stored + size_t(c)] = pixels[i * ch + size_t(sourceChannel(ch, c))];
     return true;
+}
+
+std::string TfilePixelMapCache::widerThanByte(const Tstring& path) {
+    auto in = OIIO::ImageInput::open(path.str());
+    if (!in) {
+        OIIO::geterror();  // cleared: the caller reads the file again and reports there
+        return {};
+    }
+    const OIIO::TypeDesc format = in->spec_dimensions(0).format;
+    const bool isFloat = format.basetype == OIIO::TypeDesc::FLOAT || format.basetype == OIIO::TypeDesc::HALF ||
+                         format.basetype == OIIO::TypeDesc::DOUBLE;
+    const int bits = int(format.size()) * 8;
+    if (bits <= 8) return {};
+    return std::to_string(bits) + "-bit " + (isFloat ? "float" : "integer");
 }
 
 bool TfilePixelMapCache::saveIMFPixelMap(const Tstring& path, const TpixelMap& map, Tstring& error) {

@@ -38,6 +38,10 @@ public:
     // which the fourth (alpha) is only clamped.
     static void loadHdrPixelMap(const float* pixels, int width, int height, int channels, ThdrMapping mapping,
                                 float exposure, TpixelMap& map);
+    // How the file stores a channel when that is more than the pyramid's 8
+    // bits ("16-bit integer", "16-bit float", "32-bit float" ...); empty for
+    // 8 bits or less, and for a file that cannot be opened.
+    static std::string widerThanByte(const Tstring& path);
     static bool saveIMFPixelMap(const Tstring& path, const TpixelMap& map, Tstring& error);
 
 private:
