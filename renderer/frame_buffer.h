@@ -1,7 +1,19 @@
 #pragma once
-// The rendered image: linear RGBA floats, rows from the top.
+// The rendered image: linear RGBA floats, premultiplied by alpha, rows from
+// the top; beside it any number of named layers of the same size (depth,
+// normals, render passes) and what the camera was, for the file's header.
+#include <array>
 #include <string>
 #include <vector>
+
+struct TimageOutputOptions;
+
+struct TimageLayer {
+    std::string name;                   // "depth", "normal", "specular" ...
+    std::vector<std::string> channels;  // "Z"; "X", "Y", "Z"; "R", "G", "B", "A" ...
+    bool colour = false;                // a picture (display-encoded in 8-bit files) rather than data
+    std::vector<float> pixels;          // width x height x channels, rows from the top
+};
 
 class TframeBuffer {
 public:
@@ -12,10 +24,23 @@ public:
     const float* pixel(int x, int y) const { return &fData[(size_t(y) * fWidth + x) * 4]; }
     const std::vector<float>& data() const { return fData; }
 
-    // Writes the image in the format its extension names (png, exr, tif ...).
+    // A layer of this image's size, zero-filled; an existing one of the
+    // name is replaced.
+    TimageLayer& addLayer(const std::string& name, const std::vector<std::string>& channels, bool colour);
+    const std::vector<TimageLayer>& layers() const { return fLayers; }
+    const TimageLayer* layer(const std::string& name) const;
+    TimageLayer* findLayer(const std::string& name);
+
+    // Row-vector matrices of the camera that saw the image (world to camera,
+    // world to normalised device coordinates with y down); empty when unknown.
+    std::vector<float> worldToCamera, worldToNDC;
+
+    // Writes the image in the format its extension names (png, exr, tif ...)
+    // with the default encoding; see writeRenderImage for the choices.
     bool write(const std::string& path, std::string& error) const;
 
 private:
     int fWidth = 0, fHeight = 0;
     std::vector<float> fData;
+    std::vector<TimageLayer> fLayers;
 };

@@ -14,6 +14,7 @@ struct TtileSlot {
     float x = 0, y = 0;          // raster position, pixels from the top left
     T3Float color, transparency;
     T3Float pointCamera;
+    T3Float pointWorld, normalWorld;  // for the data layers
     float alpha = 0;             // coverage
     int32_t object = -1;         // -1: the ray hit nothing
     int32_t primitive = -1;

@@ -86,7 +86,11 @@ bool writeImageFile(const std::string& path, const OIIO::ImageSpec& layout, OIIO
     TatomicFile file(path);
     if (!file.open(error)) return false;
     TdescriptorProxy proxy(path, file.descriptor());
-    const bool proxied = out->supports("ioproxy") && out->set_ioproxy(&proxy);
+    // The TIFF writer rewrites its directory when it adds the Exif one (a
+    // colour-space tag does) and leaves a file without its image size when
+    // that goes through a proxy, so TIFF writes by name.
+    const bool tiff = std::strcmp(out->format_name(), "tiff") == 0;
+    const bool proxied = !tiff && out->supports("ioproxy") && out->set_ioproxy(&proxy);
     // A format that cannot take the descriptor writes by name; its own
     // errors and the commit still catch a failure.
     bool ok = out->open(proxied ? path : file.path(), layout) && out->write_image(pixelType, pixels);
