@@ -251,7 +251,7 @@ const TsubcommandRegistrar kRegistrar{
          c->frameOption = app.add_option("--frame", c->frame, "Render one frame, named as in a sequence")
                               ->check(wholeNumberBetween(-kMaxFrame, kMaxFrame));
          app.add_option("--pass", c->passes,
-                        "Add a layer: depth, normal, position, objectId, noShadows, ambient, noSpecular, specular, shadow")
+                        "Add a layer: depth, normal, position, objectId, noShadows, ambient, noSpecular, specular")
              ->delimiter(',');
          app.add_flag("--pass-files", c->image.separateLayers, "Write passes as files of their own even to EXR");
          app.add_option("--colorspace", c->image.colorspace, "8- and 16-bit files: encode to this colour space of the OCIO config");
