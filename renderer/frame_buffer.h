@@ -2,11 +2,8 @@
 // The rendered image: linear RGBA floats, premultiplied by alpha, rows from
 // the top; beside it any number of named layers of the same size (depth,
 // normals, render passes) and what the camera was, for the file's header.
-#include <array>
 #include <string>
 #include <vector>
-
-struct TimageOutputOptions;
 
 struct TimageLayer {
     std::string name;                   // "depth", "normal", "specular" ...

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <sstream>
+#include <vector>
 
 namespace OCIO = OCIO_NAMESPACE;
 
