@@ -4,7 +4,9 @@ JOBS    ?= $(shell nproc)
 GEN     := -G Ninja
 BUILD   ?= build
 
-.PHONY: all deps build test test-asan test-tsan bench demo lights-demo fog-demo glow-demo contact-sheet clean
+PREFIX  ?= /usr/local
+
+.PHONY: all deps build program install test test-asan test-tsan bench demo lights-demo fog-demo glow-demo contact-sheet clean
 
 all: build
 
@@ -16,6 +18,15 @@ $(BUILD)/build.ninja: | deps
 
 build: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS)
+
+# The shadenet program and the libraries it needs, no tests or benchmarks:
+# what a first run waits for.
+program: deps $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
+
+# Library, headers, program, CMake package and pkg-config file under PREFIX.
+install: program
+	cmake --install $(BUILD) --prefix $(PREFIX)
 
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
@@ -39,31 +50,27 @@ bench: build
 	@for b in $(BUILD)/bin/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.2 || exit 1; done
 
 # The showcase scene through the reference renderer; prints the image's path.
-demo: build
+demo: program
 	@mkdir -p out
 	@$(BUILD)/bin/shadenet render examples/showcase.json -o out/showcase.png --quiet
 
 # The lights example (spot with barn doors and depth-map shadows, soft area
 # light, ramp-shaded objects) kept in docs/images/; prints its path.
-lights-demo: deps $(BUILD)/build.ninja
-	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
+lights-demo: program
 	@$(BUILD)/bin/shadenet render examples/lights.json -o docs/images/lights.png --quiet
 
 # The fog example (a spot light's fog, a lit fog ball, a sunlit haze) kept in
 # docs/images/; prints its path.
-fog-demo: deps $(BUILD)/build.ninja
-	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
+fog-demo: program
 	@$(BUILD)/bin/shadenet render examples/fog.json -o docs/images/fog.png --quiet
 
 # The post-effects example (a glowing material, a light with glow, halo and
 # lens flare) kept in docs/images/; prints its path.
-glow-demo: deps $(BUILD)/build.ninja
-	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
+glow-demo: program
 	@$(BUILD)/bin/shadenet render examples/glow.json -o docs/images/glow.png --quiet
 
 # The contact sheets of the 2D and the solid textures kept in docs/images/; prints their paths.
-contact-sheet: deps $(BUILD)/build.ninja
-	cmake --build $(BUILD) -j $(JOBS) --target shadenet_cli
+contact-sheet: program
 	@$(BUILD)/bin/shadenet swatch --sheet textures-2d --size 160 --spp 8 -o docs/images/textures-2d.png
 	@$(BUILD)/bin/shadenet swatch --sheet textures-3d --size 160 --spp 8 -o docs/images/textures-3d.png
 

@@ -14,6 +14,10 @@ find_package(OpenGL REQUIRED COMPONENTS OpenGL EGL)
 pkg_check_modules(OIIO REQUIRED IMPORTED_TARGET OpenImageIO)
 add_library(shadenet::oiio ALIAS PkgConfig::OIIO)
 
+# Colour management of display-referred outputs.
+pkg_check_modules(OCIO REQUIRED IMPORTED_TARGET OpenColorIO)
+add_library(shadenet::ocio ALIAS PkgConfig::OCIO)
+
 pkg_check_modules(FFTW REQUIRED IMPORTED_TARGET fftw3f)
 add_library(shadenet::fftw ALIAS PkgConfig::FFTW)
 

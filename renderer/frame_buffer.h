@@ -1,7 +1,17 @@
 #pragma once
-// The rendered image: linear RGBA floats, rows from the top.
+// The rendered image: linear RGBA floats, premultiplied by alpha, rows from
+// the top; beside it any number of named layers of the same size (depth,
+// normals, render passes) and what the camera was, for the file's header.
 #include <string>
 #include <vector>
+
+struct TimageLayer {
+    std::string name;                   // "depth", "normal", "specular" ...
+    std::vector<std::string> channels;  // "Z"; "X", "Y", "Z"; "R", "G", "B", "A" ...
+    bool colour = false;                // a picture (display-encoded in 8-bit files) rather than data
+    std::vector<float> pixels;          // width x height x channels, rows from the top
+    bool ownFile = true;                // false: kept only inside a layered EXR, never written alone
+};
 
 class TframeBuffer {
 public:
@@ -12,16 +22,27 @@ public:
     const float* pixel(int x, int y) const { return &fData[(size_t(y) * fWidth + x) * 4]; }
     const std::vector<float>& data() const { return fData; }
 
-    // The image before post effects, kept so that an EXR file carries it as
-    // a second layer ("beforePost.R" ...); empty when no post pass ran.
-    void setBeforePost(std::vector<float> pixels) { fBeforePost = std::move(pixels); }
-    const std::vector<float>& beforePost() const { return fBeforePost; }
+    // A layer of this image's size, zero-filled; an existing one of the
+    // name is replaced.
+    TimageLayer& addLayer(const std::string& name, const std::vector<std::string>& channels, bool colour);
+    const std::vector<TimageLayer>& layers() const { return fLayers; }
+    const TimageLayer* layer(const std::string& name) const;
+    TimageLayer* findLayer(const std::string& name);
 
-    // Writes the image in the format its extension names (png, exr, tif ...).
+    // The image before post effects, kept as the layer "beforePost" so that
+    // an EXR file carries it for a compositor to redo them.
+    void setBeforePost(const std::vector<float>& pixels);
+
+    // Row-vector matrices of the camera that saw the image (world to camera,
+    // world to normalised device coordinates with y down); empty when unknown.
+    std::vector<float> worldToCamera, worldToNDC;
+
+    // Writes the image in the format its extension names (png, exr, tif ...)
+    // with the default encoding; see writeRenderImage for the choices.
     bool write(const std::string& path, std::string& error) const;
 
 private:
     int fWidth = 0, fHeight = 0;
     std::vector<float> fData;
-    std::vector<float> fBeforePost;
+    std::vector<TimageLayer> fLayers;
 };

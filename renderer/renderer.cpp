@@ -17,12 +17,14 @@
 #include "renderer/pixel_filter.h"
 #include "renderer/post_effects.h"
 #include "renderer/ray_tracer.h"
+#include "renderer/render_passes.h"
 #include "renderer/render_scene.h"
 #include "renderer/thread_team.h"
 #include "renderer/tile_raster.h"
 #include "scene/scene_loader.h"
 #include "shading/sample.h"
 #include "shading/sample_manager.h"
+#include "shading/render_pass_control.h"
 #include "shading/shading_engine.h"
 #include "textures/file_texture.h"
 
@@ -166,7 +168,16 @@ public:
           fFilter(filter),
           fImage(image),
           fRays(scene.camera(), image.width(), image.height()),
-          fPixelGlow(pixelGlow) {}
+          fPixelGlow(pixelGlow) {
+        const T3Float& b = scene.camera().background;
+        fOpaqueBackdrop = b.x != 0 || b.y != 0 || b.z != 0;
+    }
+
+    // Data layers filled from the camera hits; null when not asked for.
+    float* depth = nullptr;
+    float* normal = nullptr;
+    float* position = nullptr;
+    float* objectId = nullptr;
 
     float pixelAngle() const { return fRays.pixelAngle(); }
 
@@ -238,6 +249,8 @@ public:
             p.rayDepth = 0;
             p.refractiveIndex = 1;
             slot.pointCamera = p.pointCamera;
+            slot.pointWorld = p.pointWorld;
+            slot.normalWorld = normalize(camera.cameraToWorld.transformVector(p.normal));
             slot.alpha = 1;
             Tsample* s = w.thread.allocate(object);
             if (!s) {
@@ -318,6 +331,9 @@ public:
                     for (int k = 0; k < fSpp; ++k) glow = glow + raster.slot(unsigned(((y - ey0) * ew + (x - ex0)) * fSpp + k)).glow;
                     fPixelGlow[size_t(y) * size_t(W) + size_t(x)] = glow * (1.0f / float(fSpp));
                 }
+                // A coloured backdrop is part of the picture, in every format.
+                if (fOpaqueBackdrop) out[3] = 1;
+                writeDataLayers(raster, x, y, ex0, ey0, ew);
             }
         w.tileNs += nowNs() - tileStart;
     }
@@ -347,6 +363,28 @@ private:
                 slot.color = rays[k].color;
                 slot.alpha = 1 - average(rays[k].transmittance);
             }
+        }
+    }
+
+    // Data is not filtered: a pixel takes the hit of its own sample nearest
+    // its centre, so that ids stay whole and depths do not blend across
+    // edges. Where that sample hit nothing the layers hold 0.
+    void writeDataLayers(const TtileRaster& raster, int x, int y, int ex0, int ey0, int ew) const {
+        if (!depth && !normal && !position && !objectId) return;
+        const TtileSlot* best = nullptr;
+        float bestDistance = 0;
+        for (int k = 0; k < fSpp; ++k) {
+            const TtileSlot& slot = raster.slot(unsigned(((y - ey0) * ew + (x - ex0)) * fSpp + k));
+            float dx = slot.x - (float(x) + 0.5f), dy = slot.y - (float(y) + 0.5f);
+            if (!best || dx * dx + dy * dy < bestDistance) best = &slot, bestDistance = dx * dx + dy * dy;
+        }
+        const size_t at = size_t(y) * size_t(fImage.width()) + size_t(x);
+        const bool hit = best->object >= 0;
+        if (depth) depth[at] = hit ? -best->pointCamera.z : 0.0f;
+        if (objectId) objectId[at] = hit ? float(best->object + 1) : 0.0f;
+        for (int c = 0; c < 3; ++c) {
+            if (normal) normal[at * 3 + size_t(c)] = hit ? best->normalWorld[c] : 0.0f;
+            if (position) position[at * 3 + size_t(c)] = hit ? best->pointWorld[c] : 0.0f;
         }
     }
 
@@ -391,13 +429,79 @@ private:
     TframeBuffer& fImage;
     TcameraRays fRays;
     T3Float* fPixelGlow;  // null: nothing glows
+    bool fOpaqueBackdrop = false;
 };
+
+// Row-vector matrices for the image's header.
+std::vector<float> flatten(const Tmatrix& m) {
+    std::vector<float> out(16);
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j) out[size_t(i * 4 + j)] = float(m.m[i][j]);
+    return out;
+}
+
+// Camera space to normalised device coordinates: x right and y down over
+// the image, 0 to 1; perspective divides by the distance in front.
+Tmatrix cameraToNDC(const TrenderCamera& camera, int width, int height) {
+    Tmatrix p;
+    for (int i = 0; i < 4; ++i) p.m[i][i] = 0;
+    const float halfWidth = camera.orthographic ? camera.orthographicWidth / 2 : camera.tanHalfWidth;
+    const float halfHeight = halfWidth * float(height) / float(width);
+    if (camera.orthographic) {
+        p.m[0][0] = 0.5f / halfWidth, p.m[3][0] = 0.5f;
+        p.m[1][1] = -0.5f / halfHeight, p.m[3][1] = 0.5f;
+        p.m[2][2] = 1, p.m[3][3] = 1;
+    } else {
+        p.m[0][0] = 0.5f / halfWidth, p.m[2][0] = -0.5f;
+        p.m[1][1] = -0.5f / halfHeight, p.m[2][1] = -0.5f;
+        p.m[2][2] = -1, p.m[2][3] = -1;
+    }
+    return p;
+}
 }  // namespace
 
 bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const TrenderOptions& options, TframeBuffer& image,
                        std::string& error) {
     fStatistics = TrenderStatistics();
     fWarnings.clear();
+    uint64_t wallStart = nowNs();
+    std::vector<const TrenderPassInfo*> enginePasses;
+    for (const std::string& name : options.passes) {
+        const TrenderPassInfo* pass = findRenderPass(name);
+        if (!pass) {
+            error = "there is no render pass '" + name + "'";
+            return false;
+        }
+        if (pass->enginePass >= 0) enginePasses.push_back(pass);
+    }
+    const unsigned passCount = unsigned(1 + enginePasses.size());
+    if (!renderPass(graph, sceneFile, options, image, 0, passCount, error)) return false;
+    const unsigned tiles = fTilesPerPass;
+    // Each engine pass is a render of its own with the control set; the
+    // control is put back whatever happens.
+    for (size_t i = 0; i < enginePasses.size(); ++i) {
+        const TrenderPassInfo& pass = *enginePasses[i];
+        TrenderOptions own = options;
+        own.passes.clear();
+        own.postEffects = false;  // a pass is a component; glow belongs to the picture
+        TframeBuffer passImage;
+        currentRenderPassControl = pass.enginePass;
+        const TrenderStatistics beauty = fStatistics;
+        const std::vector<std::string> warnings = fWarnings;
+        bool ok = renderPass(graph, sceneFile, own, passImage, unsigned(i + 1) * tiles, passCount, error);
+        currentRenderPassControl = kPassFull;
+        fStatistics = beauty;
+        fWarnings = warnings;
+        if (!ok) return false;
+        TimageLayer& layer = image.addLayer(pass.name, pass.channels, true);
+        layer.pixels = passImage.data();
+    }
+    fStatistics.wallSeconds = double(nowNs() - wallStart) * 1e-9;
+    return true;
+}
+
+bool Trenderer::renderPass(TdependGraph& graph, const std::string& sceneFile, const TrenderOptions& options, TframeBuffer& image,
+                           unsigned tilesBefore, unsigned passCount, std::string& error) {
     uint64_t wallStart = nowNs();
 
     TrenderScene scene;
@@ -425,6 +529,8 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
     }
     image.resize(settings.width, settings.height);
     tellFileTextures(scene.camera(), settings.width, settings.height, sceneFile);
+    image.worldToCamera = flatten(scene.camera().worldToCamera);
+    image.worldToNDC = flatten(scene.camera().worldToCamera * cameraToNDC(scene.camera(), settings.width, settings.height));
 
     // Lights work in this camera's space; each group learns which lights
     // reach each of its objects before it is initialised and analysed, once,
@@ -483,6 +589,19 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
 
     TpixelFilterKernel filter(settings.filter, settings.filterWidth);
     TtileRenderer tileRenderer(scene, settings.samplesPerPixel, filter, image, post.pixelGlow());
+    for (const std::string& name : options.passes) {
+        const TrenderPassInfo* pass = findRenderPass(name);
+        if (pass && pass->enginePass < 0) image.addLayer(pass->name, pass->channels, false);
+    }
+    // Taken once every layer is in: adding one moves the others.
+    auto layerData = [&](const char* name) {
+        TimageLayer* layer = image.findLayer(name);
+        return layer ? layer->pixels.data() : nullptr;
+    };
+    tileRenderer.depth = layerData("depth");
+    tileRenderer.normal = layerData("normal");
+    tileRenderer.position = layerData("position");
+    tileRenderer.objectId = layerData("objectId");
     int side = tileSize + 2 * filter.margin();
     unsigned slotCapacity = unsigned(side * side * settings.samplesPerPixel);
 
@@ -496,7 +615,9 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
     }
 
     std::mutex progressLock;
-    unsigned done = 0;
+    unsigned done = tilesBefore;
+    fTilesPerPass = unsigned(tiles.size());
+    const unsigned total = unsigned(tiles.size()) * passCount;
     forEachOnThreads(tiles.size(), threads, [&](size_t t, int member) {
         Tworker& w = *workers[size_t(member)];
         // Lights and materials trace through this worker's tracer.
@@ -504,7 +625,7 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
         tileRenderer.render(w, tiles[t]);
         if (options.progress) {
             std::lock_guard<std::mutex> lock(progressLock);
-            options.progress(++done, unsigned(tiles.size()));
+            options.progress(++done, total);
         }
     });
 

@@ -21,8 +21,10 @@ struct TrenderOptions {
     int tileSize = 16;
     std::string camera;              // node name or path; "" for the first renderable
     bool postEffects = true;         // shader glow and the lights' optical effects
-    // Called as tiles finish, with the count done and the total, from one
-    // thread at a time.
+    // Layers added to the image, by the names of renderPasses().
+    std::vector<std::string> passes;
+    // Called as tiles finish, with the count done and the total over the
+    // image and its engine passes, from one thread at a time.
     std::function<void(unsigned done, unsigned total)> progress;
 };
 
@@ -49,8 +51,14 @@ public:
     const std::vector<std::string>& warnings() const { return fWarnings; }
 
 private:
+    // One render of the current pass into `image`; tiles done so far and
+    // the total of the whole job go to the progress.
+    bool renderPass(TdependGraph& graph, const std::string& sceneFile, const TrenderOptions& options, TframeBuffer& image,
+                    unsigned tilesBefore, unsigned passCount, std::string& error);
+
     TrenderStatistics fStatistics;
     std::vector<std::string> fWarnings;
+    unsigned fTilesPerPass = 0;
 };
 
 // Loads a scene file and renders it. Load problems come back in `error`, one

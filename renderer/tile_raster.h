@@ -15,6 +15,7 @@ struct TtileSlot {
     T3Float color, transparency;
     T3Float glow;                // the surface's glow colour, for the glow pass
     T3Float pointCamera;
+    T3Float pointWorld, normalWorld;  // for the data layers
     float alpha = 0;             // coverage
     int32_t object = -1;         // -1: the ray hit nothing
     int32_t primitive = -1;

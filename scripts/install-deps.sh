@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config ccache
   libgtest-dev libgmock-dev libbenchmark-dev
-  libopenimageio-dev openimageio-tools
+  libopenimageio-dev openimageio-tools libopencolorio-dev
   nlohmann-json3-dev libembree-dev libtbb-dev
   libtinyobjloader-dev libcli11-dev libfftw3-dev libnoise-dev
   libgl-dev libegl-dev libosmesa6-dev

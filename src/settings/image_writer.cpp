@@ -86,7 +86,11 @@ bool writeImageFile(const std::string& path, const OIIO::ImageSpec& layout, OIIO
     TatomicFile file(path);
     if (!file.open(error)) return false;
     TdescriptorProxy proxy(path, file.descriptor());
-    const bool proxied = out->supports("ioproxy") && out->set_ioproxy(&proxy);
+    // The TIFF writer rewrites its directory when it adds the Exif one (a
+    // colour-space tag does) and leaves a file without its image size when
+    // that goes through a proxy, so TIFF writes by name.
+    const bool tiff = std::strcmp(out->format_name(), "tiff") == 0;
+    const bool proxied = !tiff && out->supports("ioproxy") && out->set_ioproxy(&proxy);
     // A format that cannot take the descriptor writes by name; its own
     // errors and the commit still catch a failure.
     bool ok = out->open(proxied ? path : file.path(), layout) && out->write_image(pixelType, pixels);
@@ -101,20 +105,4 @@ bool writeImageFile(const std::string& path, const OIIO::ImageSpec& layout, OIIO
         return false;  // `file` discards the temporary
     }
     return file.commit(error);
-}
-
-std::vector<float> appendImageLayer(OIIO::ImageSpec& layout, const float* pixels, const float* layer, int layerChannels,
-                                    const std::string& name) {
-    static constexpr const char* kSuffix[4] = {"R", "G", "B", "A"};
-    const int base = layout.nchannels;
-    const size_t count = size_t(layout.width) * size_t(layout.height);
-    for (int c = 0; c < layerChannels; ++c) layout.channelnames.push_back(name + "." + kSuffix[c % 4]);
-    layout.nchannels = base + layerChannels;
-    std::vector<float> out(count * size_t(layout.nchannels));
-    for (size_t p = 0; p < count; ++p) {
-        float* o = &out[p * size_t(layout.nchannels)];
-        std::copy(pixels + p * size_t(base), pixels + (p + 1) * size_t(base), o);
-        std::copy(layer + p * size_t(layerChannels), layer + (p + 1) * size_t(layerChannels), o + base);
-    }
-    return out;
 }

@@ -13,8 +13,3 @@
 bool writeImageFile(const std::string& path, const OIIO::ImageSpec& layout, OIIO::TypeDesc pixelType,
                     const void* pixels, std::string& error);
 
-// Adds a layer of `layerChannels` channels named "<name>.R", "<name>.G",
-// "<name>.B", "<name>.A" to `layout`, and gives the pixels of both
-// interleaved as the grown layout lays them out.
-std::vector<float> appendImageLayer(OIIO::ImageSpec& layout, const float* pixels, const float* layer, int layerChannels,
-                                    const std::string& name);

@@ -120,6 +120,19 @@ cases=$(cat <<'EOF'
 2 error   render $S/good.json -o $OUT -q --set
 1 error   render $S/good.json -o $OUT -q --set ballXf.translateX=1e39
 0 warning render $S/good.json -o $OUT -q --set mat.diffuse=nan
+2 error   render $S/good.json -o $OUT -q --frames 5-1
+2 error   render $S/good.json -o $OUT -q --frames 1-x
+2 error   render $S/good.json -o $OUT -q --frames 1-2 --frame 1
+2 error   render $S/good.json -o $OUT -q --frame 99999999
+2 error   render $S/good.json -o $OUT -q --pass colour
+2 error   render $S/good.json -o $OUT -q --colorspace nowhere
+2 error   render $S/good.json -o $OUT -q --view nowhere
+2 error   render $S/good.json -o $OUT -q --colorspace sRGB --view Raw
+2 error   render $S/good.json -o $OUT -q --half
+2 error   render $S/good.json -o $OUT -q --bits 12
+2 error   render $S/good.json -o $OUT -q --compression zip
+2 error   render $S/good.json -o $T/out.exr -q --compression lzma
+2 error   render $S/good.json -o $OUT -q --crop
 2 error   render
 2 error   check
 1 error   compile $T/folder ballSG

@@ -115,7 +115,7 @@ TEST(RenderImage, ARayThatHitsNothingGivesTheBackground) {
                 EXPECT_NEAR(p[0], 0.2f, 1e-6f);
                 EXPECT_NEAR(p[1], 0.3f, 1e-6f);
                 EXPECT_NEAR(p[2], 0.4f, 1e-6f);
-                EXPECT_EQ(p[3], 0.0f);
+                EXPECT_EQ(p[3], 1.0f);  // a coloured backdrop is opaque
             }
     }
 }
@@ -154,7 +154,8 @@ TEST(RenderImage, TransparentSurfacesShowWhatLiesBehind) {
         T3Float colour;
         float alpha;
     };
-    for (const Case& c : {Case{true, {0.5f, 0.4f, 0}, 1.0f}, Case{false, {0.5f, 0, 0.5f}, 0.5f}}) {
+    // The blue backdrop is part of the picture: it shows through, opaque.
+    for (const Case& c : {Case{true, {0.5f, 0.4f, 0}, 1.0f}, Case{false, {0.5f, 0, 0.5f}, 1.0f}}) {
         std::string nodes = card + (c.withWall ? ", " + wall : "") + ", " + kSharp;
         std::string links = testConnection("glass") + (c.withWall ? ", " + testConnection("paint") : "");
         TrenderRun run = renderText(sceneText(nodes, links, camera), options(8, 6));
