@@ -2,6 +2,7 @@
 // The rendered image: linear RGBA floats, premultiplied by alpha, rows from
 // the top; beside it any number of named layers of the same size (depth,
 // normals, render passes) and what the camera was, for the file's header.
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -23,9 +24,9 @@ public:
     const std::vector<float>& data() const { return fData; }
 
     // A layer of this image's size, zero-filled; an existing one of the
-    // name is replaced.
+    // name is replaced. References to layers stay valid as others are added.
     TimageLayer& addLayer(const std::string& name, const std::vector<std::string>& channels, bool colour);
-    const std::vector<TimageLayer>& layers() const { return fLayers; }
+    const std::deque<TimageLayer>& layers() const { return fLayers; }
     const TimageLayer* layer(const std::string& name) const;
     TimageLayer* findLayer(const std::string& name);
 
@@ -44,5 +45,5 @@ public:
 private:
     int fWidth = 0, fHeight = 0;
     std::vector<float> fData;
-    std::vector<TimageLayer> fLayers;
+    std::deque<TimageLayer> fLayers;
 };

@@ -593,7 +593,6 @@ bool Trenderer::renderPass(TdependGraph& graph, const std::string& sceneFile, co
         const TrenderPassInfo* pass = findRenderPass(name);
         if (pass && pass->enginePass < 0) image.addLayer(pass->name, pass->channels, false);
     }
-    // Taken once every layer is in: adding one moves the others.
     auto layerData = [&](const char* name) {
         TimageLayer* layer = image.findLayer(name);
         return layer ? layer->pixels.data() : nullptr;

@@ -12,7 +12,7 @@ const TattributeNotes kEveryLight{
         {"useRayTraceShadows", "Shadows by rays traced towards the light", "", ""},
         {"shadowRays", "Shadow rays per shaded point; more gives smoother soft shadows", "rays", "1..64"},
         {"castSoftShadows", "Soft shadows from a light of lightRadius (ambient: shadowRadius)", "", ""},
-        {"receiveShadows", "Whether this light's illumination can be shadowed at all", "", ""},
+        {"receiveShadows", "Per sample, the shaded object's own receiveShadows; set it on the shape", "", ""},
         {"lightData", "Per-sample illumination, filled by the engine; connect, never set", "", ""},
         {"rayInstance", "Per-sample ray identity, filled by the engine", "", ""},
     }};

@@ -274,7 +274,11 @@ TSEimplicitType TSEanalysis::findSource(const Tstring& name, TSEportId port, TSE
             if (d == &fRoot) continue;
             int item = Tsample::sItemIndex(name.asC());
             if (item < 0 || fRequested.test(unsigned(item))) continue;
-            if (attr->size() != Tsample::sStorageSize(unsigned(item))) continue;
+            // An item narrower than its four-byte slot (objectType is one
+            // byte) matches an attribute of its own width: the copy reads the
+            // slot's first bytes, where the item is kept.
+            const unsigned width = attr->size();
+            if (width != Tsample::sStorageSize(unsigned(item)) && width != Tsample::fSizes[item]) continue;
             d->connections.push_back({kConnSampleItem, nullptr, item, index, kMemoryVariable, false});
             fNeeds.set(unsigned(item));
             return kImplicitVariable;

@@ -62,10 +62,7 @@ struct TdnVSFileTexture : TdependNodeVS {
     Tattribute2Float vertexUvOne{"vertexUvOne", "vt1", TiffTag("VXT1")};
     Tattribute2Float vertexUvTwo{"vertexUvTwo", "vt2", TiffTag("VXT2")};
     Tattribute2Float vertexUvThree{"vertexUvThree", "vt3", TiffTag("VXT3")};
-    // The sample keeps its one-byte objectType in a four-byte slot, and the
-    // engine copies slots whole: the attribute is that slot, read by its
-    // first byte.
-    TattributeInt32 objectType{"objectType", "otp", TiffTag("OTPE")};
+    TattributeChar objectType{"objectType", "otp", TiffTag("OTPE")};
     TattributeInt32 rayDepth{"rayDepth", "rdp", TiffTag("RDPT")};
     TattributeInt32 primitiveId{"primitiveId", "pi", TiffTag("PRID")};
     Tattribute2Float pixelCenter{"pixelCenter", "pct", TiffTag("PCTR")};

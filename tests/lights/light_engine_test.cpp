@@ -140,6 +140,20 @@ TEST(LightEngine, TheLightsProgramIsSharedByGroupsAndReleasedWithThem) {
     EXPECT_EQ(TshadingCatalog::find(light, kSingleLight), nullptr) << "the group's release drops the light's program";
 }
 
+// objectType is one byte in a four-byte slot; a light that did not get it
+// would read 0 and treat every object as a surface when deciding shadows.
+TEST(LightEngine, TheLightsProgramReadsTheOneByteObjectType) {
+    TlitNetwork net;
+    for (const char* type : {"pointLight", "spotLight", "ambientLight"}) net.addLight(type, T3Float(0, 1, 0));
+    net.useLights();
+    ASSERT_NE(net.analyse(), nullptr);
+    for (TdependNode* light : net.lights) {
+        TshadingOpus* program = TshadingCatalog::find(light, kSingleLight);
+        ASSERT_NE(program, nullptr) << light->typeName().asC();
+        EXPECT_TRUE(program->needs().test(kItemObjectType)) << light->typeName().asC();
+    }
+}
+
 TEST(LightEngine, ShadingWithLightsTouchesNoHeap) {
     ThreeLights net;
     std::vector<TsurfaceSample> in = fanOfSamples(64);
@@ -215,14 +229,14 @@ TEST(LightEngine, RayTracedShadowsFollowPassControlAndReceiveShadows) {
         TlitNetwork net;
         auto* light = net.addLight<TpointLightShape>("pointLight", T3Float(0, 0, 3));
         net.set(light, TlightShape::saUseRayTraceShadows(), true);
-        net.set(light, TnonExtendedLightShape::saReceiveShadows(), c.receive);
         net.useLights();
         TwallTracer tracer;
         tracer.x0 = c.x0;
         tracer.x1 = c.x1;
         TrenderLightShape::setThreadRaySampler(&tracer);
         currentRenderPassControl = c.pass;
-        std::vector<TsurfaceSample> in(3, TsurfaceSample{{0, 0, 0}, {0, 0, 1}});
+        // The object's flag, which every sample carries, drives the light's input.
+        std::vector<TsurfaceSample> in(3, TsurfaceSample{{0, 0, 0}, {0, 0, 1}, -1, c.receive});
         auto out = net.shade(in);
         currentRenderPassControl = 0;
         TrenderLightShape::setThreadRaySampler(nullptr);

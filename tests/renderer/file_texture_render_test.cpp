@@ -65,9 +65,11 @@ TEST(FileTextureRender, EachFilterShowsEveryBlockInItsOwnColour) {
         }
         const std::string scene = dir.file("scene" + std::to_string(c.filterType) + ".json");
         std::ofstream(scene) << sceneText(c.filterType);
+        // Raw: the PNG keeps the texture's own code values, not display-encoded ones.
         const std::string out = dir.file("out.png");
         const TprogramRun run = runProgram(SHADENET_CLI, {"render", scene, "-o", out, "--spp", "1", "--resolution",
-                                                          std::to_string(kPixels), std::to_string(kPixels), "-q"});
+                                                          std::to_string(kPixels), std::to_string(kPixels), "-q",
+                                                          "--colorspace", "Raw"});
         ASSERT_EQ(run.status, 0) << run.err;
         const TtestImage image = readTestImage(out);
         ASSERT_EQ(image.width, kPixels);
@@ -99,7 +101,7 @@ TEST(FileTextureRender, BoxFilterAcrossABlockEdgeIsTheAreaWeightedMean) {
     const std::string out = dir.file("out.png");
     const TprogramRun run =
         runProgram(SHADENET_CLI, {"render", scene, "-o", out, "--spp", "1", "--resolution", std::to_string(pixels),
-                                  std::to_string(pixels), "-q"});
+                                  std::to_string(pixels), "-q", "--colorspace", "Raw"});
     ASSERT_EQ(run.status, 0) << run.err;
     const TtestImage image = readTestImage(out);
     ASSERT_EQ(image.width, pixels);

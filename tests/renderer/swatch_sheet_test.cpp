@@ -108,8 +108,10 @@ unsigned checkEverySwatch(bool materials) {
         EXPECT_EQ(image.height, kSize);
         if (image.width != kSize || image.height != kSize) continue;
         if (texture) {
-            // The card fills the view: the pattern is everywhere, and varies.
-            EXPECT_GT(spread(image, 0, 0, kSize, kSize), 24);
+            // The card fills the view: the pattern is everywhere, and varies
+            // (by 16 display-encoded steps: the sRGB curve narrows the fine,
+            // light-grey noise of a rock to about 20).
+            EXPECT_GT(spread(image, 0, 0, kSize, kSize), 16);
             EXPECT_GT(meanLuma(image, 0, 0, kSize, kSize), 8.0);
         } else {
             // The middle of the ball: lit, so neither black nor one flat tone.

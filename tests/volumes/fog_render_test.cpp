@@ -5,11 +5,16 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <OpenImageIO/imageio.h>
+
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "support/temp_dir.h"
 #include "support/test_image.h"
@@ -20,12 +25,12 @@ constexpr int kSize = 24;         // pixels, square
 constexpr double kViewWidth = 8;  // scene units across the orthographic view
 
 // Renders `scene` and reads the image back; fails the test when either fails.
-TtestImage render(const TtestTempDir& dir, const std::string& scene) {
+TtestImage render(const TtestTempDir& dir, const std::string& scene, const std::string& options = "") {
     const std::string path = dir.file("fog.json"), image = dir.file("fog.exr");
     std::ofstream(path) << scene;
     const std::string command = std::string("'") + SHADENET_CLI + "' render '" + path + "' -o '" + image +
                                 "' -q --threads 2 --spp 1 --resolution " + std::to_string(kSize) + " " + std::to_string(kSize) +
-                                " >/dev/null 2>&1";
+                                " " + options + " >/dev/null 2>&1";
     const int status = std::system(command.c_str());
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
     return readTestImage(image);
@@ -221,7 +226,8 @@ constexpr double kBeamHeight = 3.5, kBeamLength = 6, kBeamHalfAngle = 20;  // ap
 
 // A spot light pointing down with its fog in a cone that matches its own,
 // seen from the side against black, with `more` nodes.
-TtestImage renderBeam(const TtestTempDir& dir, const std::string& spotAttributes, const std::string& more) {
+TtestImage renderBeam(const TtestTempDir& dir, const std::string& spotAttributes, const std::string& more,
+                      const std::string& options = "") {
     const double radius = kBeamLength * std::tan(kBeamHalfAngle * kDeg);
     char fog[2048];
     std::snprintf(fog, sizeof fog, R"(,
@@ -237,7 +243,8 @@ TtestImage renderBeam(const TtestTempDir& dir, const std::string& spotAttributes
     {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 8}})";
     // The floor is moved out of sight: only the fog can show.
     return render(dir, sceneText(sideCamera, R"({"translate": [0, 0, -100], "scale": [0, 0, 0]})", 0, fog,
-                                 R"(, ["beamFog.outColor", "beamSG.volumeShader"], ["beam.message", "spot.fogGeometry"])"));
+                                 R"(, ["beamFog.outColor", "beamSG.volumeShader"], ["beam.message", "spot.fogGeometry"])"),
+                  options);
 }
 
 // Whether the side view's ray through pixel (x, y) crosses the beam well
@@ -271,6 +278,28 @@ TEST(FogRender, SpotLightFogLiesInsideTheConeOnly) {
         }
     EXPECT_GT(lit, 30);
     EXPECT_GT(dark, 100);
+}
+
+// The specular-only pass holds no light fog: the fog answers the light's
+// diffuse and ambient terms, which that pass leaves out.
+TEST(FogRender, TheSpecularPassHoldsNoLightFog) {
+    TtestTempDir dir;
+    const TtestImage image = renderBeam(dir, "", "", "--pass specular");
+    ASSERT_EQ(image.width, kSize);
+    std::unique_ptr<OIIO::ImageInput> in = OIIO::ImageInput::open(dir.file("fog.exr"));
+    ASSERT_TRUE(in);
+    const std::vector<std::string>& names = in->spec().channelnames;
+    const auto at = std::find(names.begin(), names.end(), "specular.R");
+    ASSERT_NE(at, names.end());
+    const int specular = int(at - names.begin());
+    int lit = 0;
+    for (int y = 0; y < kSize; ++y)
+        for (int x = 0; x < kSize; ++x) {
+            if (beamSide(x, y) <= 0) continue;
+            lit += image.at(x, y, 0) > 0.005f;
+            EXPECT_EQ(image.at(x, y, specular), 0.0f) << "pixel " << x << " " << y;
+        }
+    EXPECT_GT(lit, 30) << "the beauty still shows the fog";
 }
 
 // A plate hidden from the camera shadows the far half (z < 0) of the beam
