@@ -72,8 +72,13 @@ void TmaterialInfo::defaultMaterial(TmaterialInputData& data) {
     else if (auto c = unconnectedColor(m, "outColor"); c && !textured && !unconnectedColor(m, "color")) colour = *c;
     float diffuse = float(unconnectedNumber(m, "diffuse").value_or(1.0));
     data.diffuse = portColor(colour * diffuse);
-    if (auto c = unconnectedColor(m, "ambientColor")) data.ambient = portColor(*c);
-    if (auto c = unconnectedColor(m, "incandescence")) data.emission = portColor(*c);
+    // Ambient lights reach the colour without the diffuse factor, as in a
+    // render; the material's own ambient colour adds like a glow of it.
+    data.ambient = portColor(colour);
+    T3Float emission{0, 0, 0};
+    if (auto c = unconnectedColor(m, "incandescence")) emission = *c;
+    if (auto c = unconnectedColor(m, "ambientColor")) emission = emission + T3Float(c->x * colour.x, c->y * colour.y, c->z * colour.z);
+    data.emission = portColor(emission);
     if (auto c = unconnectedColor(m, "specularColor")) data.specular = portColor(*c);
     T3Float transparency{0, 0, 0};
     if (auto c = unconnectedColor(m, "transparency")) transparency = *c;

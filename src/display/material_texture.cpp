@@ -197,45 +197,52 @@ bool TmaterialTexture::setTextureObject(std::shared_ptr<TpixelMap> map, unsigned
 }
 
 TdependNode* TmaterialTexture::placementNode() const {
-    if (!fNode) return nullptr;
-    const Tattribute* uv = fNode->attribute(Tstring("uvCoord"));
-    const Tplug* source = uv ? fNode->sourceOf(Tplug(fNode, uv)) : nullptr;
-    if (!source && uv)
-        for (unsigned i = 0; i < uv->childCount() && !source; ++i) source = fNode->sourceOf(Tplug(fNode, uv->child(i)));
-    return source ? source->node() : nullptr;
+    // The first node upstream whose UV is its own to set: the placement of
+    // a texture, or the texture itself without one. Depth first through
+    // every input, so a texture behind a colour utility is found too.
+    std::vector<TdependNode*> stack{fNode}, seen;
+    while (!stack.empty()) {
+        TdependNode* node = stack.back();
+        stack.pop_back();
+        if (!node || std::find(seen.begin(), seen.end(), node) != seen.end()) continue;
+        seen.push_back(node);
+        if (node->attribute(Tstring("uvCoord")) && !isConnectedInput(node, "uvCoord")) return node;
+        std::vector<std::pair<Tplug, Tplug>> incoming;
+        node->allIncoming(incoming);
+        for (auto it = incoming.rbegin(); it != incoming.rend(); ++it) stack.push_back(it->first.node());
+    }
+    return nullptr;
 }
 
 bool TmaterialTexture::computeSwatch(const TevaluateTextureInfo&) {
-    auto* tx = static_cast<TdnTx2D*>(fNode ? fNode->cast(TdnTx2D::sMetaclass()) : nullptr);
-    if (!tx) return false;
+    if (!fNode) return false;
     if (auto shared = TmaterialInfo::sFindShared(*this)) {
         fObjects.assign(1, shared);
         fFlags &= ~kSwatchDirty;
         return true;
     }
-    // The pattern is baked as the surface shows it: through the placement
-    // when one drives the texture, so that its repeat is in the image.
-    TdependNode* place = placementNode();
-    TdependNode* target = place ? place : fNode;
-    const Tattribute* uvAttribute = target->attribute(Tstring("uvCoord"));
-    if (!uvAttribute || isConnectedInput(target, "uvCoord")) return false;
     const Tattribute* outColor = fPlug.attribute();
-    if (!outColor || outColor->size() != sizeof(T3Float)) outColor = fNode->attribute(Tstring("outColor"));
+    if (!outColor || outColor->size() != sizeof(T3Float)) return false;
+    // The pattern is baked as the surface shows it: through the placement
+    // when one drives the texture, so that its repeat is in the image. A
+    // network that reads no UV is one colour, and two pixels hold it.
+    TdependNode* target = placementNode();
+    const Tattribute* uvAttribute = target ? target->attribute(Tstring("uvCoord")) : nullptr;
+    unsigned size = uvAttribute ? nodeResolution(*fNode) : 2;
     T2Float saved{0, 0};
-    target->getAttributeValue(uvAttribute, &saved);
-    unsigned size = nodeResolution(*fNode);
+    if (uvAttribute) target->getAttributeValue(uvAttribute, &saved);
     auto map = std::make_shared<TpixelMap>(int(size), int(size), 3);
     for (unsigned y = 0; y < size; ++y)
         for (unsigned x = 0; x < size; ++x) {
             // Pixel centres; the top row is v = 1.
             T2Float uv{(x + 0.5f) / size, 1 - (y + 0.5f) / size};
             T3Float c{0, 0, 0};
-            target->setAttributeValue(uvAttribute, &uv);
+            if (uvAttribute) target->setAttributeValue(uvAttribute, &uv);
             fNode->getAttributeValue(outColor, &c);
             uint8_t* p = map->pixel(int(x), int(y));
             p[0] = toByte(c.x), p[1] = toByte(c.y), p[2] = toByte(c.z);
         }
-    target->setAttributeValue(uvAttribute, &saved);
+    if (uvAttribute) target->setAttributeValue(uvAttribute, &saved);
     fObjects.clear();
     if (!setTextureObject(std::move(map), 0)) return false;
     fFlags &= ~kSwatchDirty;
