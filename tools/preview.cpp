@@ -23,7 +23,7 @@ struct TpreviewCommand {
 bool writeImage(const std::string& path, const TpixelMap& map) {
     Tstring error;
     if (TfilePixelMapCache::saveIMFPixelMap(Tstring(path), map, error)) return true;
-    reportError(path + ": " + error.str());
+    reportError(error.str());  // the message names the file
     return false;
 }
 
