@@ -334,36 +334,27 @@ void TglPreview::useObject(const Tdrawable& d, bool ids) {
     }
 }
 
-void TglPreview::draw() {
-    fPort->makeCurrent();
-    fPort->bindTarget();
-    glEnable(GL_DEPTH_TEST);
-    glEnable(GL_BLEND);
-    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
-    glClearColor(fBackground.x, fBackground.y, fBackground.z, 1);
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-    glUseProgram(fProgram);
-    glUniformMatrix4fv(uniform(fProgram, "projection"), 1, GL_FALSE, fProjection);
-    for (const Tdrawable& d : fDrawables) {
-        useObject(d, false);
-        glBindVertexArray(d.array);
-        glDrawArrays(GL_TRIANGLES, 0, d.count);
-    }
-    glBindVertexArray(0);
-    glFinish();
-}
+void TglPreview::draw() { drawAll(false); }
 
-void TglPreview::drawObjectIds() {
+void TglPreview::drawObjectIds() { drawAll(true); }
+
+void TglPreview::drawAll(bool ids) {
     fPort->makeCurrent();
     fPort->bindTarget();
     glEnable(GL_DEPTH_TEST);
-    glDisable(GL_BLEND);
-    glClearColor(0, 0, 0, 1);
+    if (ids) {
+        glDisable(GL_BLEND);  // numbers must land as they are
+        glClearColor(0, 0, 0, 1);
+    } else {
+        glEnable(GL_BLEND);
+        glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+        glClearColor(fBackground.x, fBackground.y, fBackground.z, 1);
+    }
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     glUseProgram(fProgram);
     glUniformMatrix4fv(uniform(fProgram, "projection"), 1, GL_FALSE, fProjection);
     for (const Tdrawable& d : fDrawables) {
-        useObject(d, true);
+        useObject(d, ids);
         glBindVertexArray(d.array);
         glDrawArrays(GL_TRIANGLES, 0, d.count);
     }

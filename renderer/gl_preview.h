@@ -46,6 +46,7 @@ private:
     struct Tdrawable;
     bool buildProgram(std::string& error);
     void useObject(const Tdrawable& d, bool ids);
+    void drawAll(bool ids);
 
     std::unique_ptr<TrenderScene> fScene;
     std::unique_ptr<T3dPort> fPort;
