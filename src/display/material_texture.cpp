@@ -126,46 +126,76 @@ bool TmaterialTexture::computeFileWithIndex(const TevaluateTextureInfo&, unsigne
     return setTextureObject(std::move(map), index);
 }
 
-bool TmaterialTexture::isFileAlpha() const {
+Tplug TmaterialTexture::transparencySource() const {
     TdependNode* material = fOwner ? fOwner->material() : nullptr;
-    if (!material || !fNode) return false;
+    if (!material) return {};
     for (const char* input : {"transparency", "outTransparency"}) {
         const Tattribute* a = material->attribute(Tstring(input));
         if (!a) continue;
-        auto fromThis = [&](const Tattribute* attr) {
-            const Tplug* s = material->sourceOf(Tplug(material, attr));
-            return s && s->node() == fNode;
-        };
-        if (fromThis(a)) return true;
-        for (unsigned i = 0; i < a->childCount(); ++i)
-            if (fromThis(a->child(i))) return true;
+        const Tplug* s = material->sourceOf(Tplug(material, a));
+        for (unsigned i = 0; !s && i < a->childCount(); ++i) s = material->sourceOf(Tplug(material, a->child(i)));
+        if (s) return *s;
     }
-    return false;
+    return {};
 }
+
+bool TmaterialTexture::isFileAlpha() const {
+    Tplug source = transparencySource();
+    return !source.isNull() && source.node() && source.node()->cast(TdnFileTexture::sMetaclass());
+}
+
+bool TmaterialTexture::alphaColorConnectionsDiffer() const {
+    Tplug source = transparencySource();
+    return !source.isNull() && source.node() != fNode;
+}
+
+namespace {
+uint8_t luminanceOf(const uint8_t* p, int channels) {
+    return channels < 3 ? p[0] : uint8_t((299 * p[0] + 587 * p[1] + 114 * p[2]) / 1000);
+}
+}  // namespace
 
 void TmaterialTexture::computeFileAlpha(TpixelMap& map, bool keepAlpha) const {
     // Without a use for it, an alpha channel would only make the material
-    // draw as transparent; with one, OpenGL wants it as the fourth channel.
+    // draw as transparent.
     if (!keepAlpha) {
         if (map.channels() == 4) map.setChannels(3);
         else if (map.channels() == 2) map.setChannels(1);
         return;
     }
-    if (map.channels() == 1 || map.channels() == 3) {
-        // A file with no alpha drives transparency by its luminance.
-        int w = map.width(), h = map.height(), c = map.channels();
-        TpixelMap out(w, h, 4);
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                const uint8_t* p = map.pixel(x, y);
-                uint8_t* q = out.pixel(x, y);
-                for (int k = 0; k < 3; ++k) q[k] = p[c == 1 ? 0 : k];
-                q[3] = c == 1 ? p[0] : uint8_t((299 * p[0] + 587 * p[1] + 114 * p[2]) / 1000);
-            }
-        map = std::move(out);
-    } else if (map.channels() == 2) {
-        map.setChannels(4);
+    Tplug source = transparencySource();
+    TdependNode* node = source.node();
+    std::shared_ptr<const TpixelMap> other;
+    const TpixelMap* alphaImage = &map;
+    if (node != fNode) {
+        // Colour and transparency from different files: the second one's
+        // image gives the alpha, sampled at the nearest texel.
+        auto* file = static_cast<TdnFileTexture*>(node->cast(TdnFileTexture::sMetaclass()));
+        Tstring name;
+        if (!file || !file->getExactTextureName(name) || !(other = TfilePixelMapCache::theCache().pixelMap(name))) {
+            computeFileAlpha(map, false);
+            return;
+        }
+        alphaImage = other.get();
     }
+    // The material's transparency is the file's outTransparency (one minus
+    // its alpha: the alpha channel, the luminance when alphaIsLuminance,
+    // else opaque) or, through outColor, the colour's luminance itself.
+    const bool fromColour = source.attribute() && source.attribute()->rootParent()->longName().str() == "outColor";
+    const bool luminanceAlpha = unconnectedNumber(node, "alphaIsLuminance").value_or(0) != 0;
+    TpixelMap out(map.width(), map.height(), 4);
+    const int c = map.channels(), ac = alphaImage->channels();
+    for (int y = 0; y < map.height(); ++y)
+        for (int x = 0; x < map.width(); ++x) {
+            const uint8_t* p = map.pixel(x, y);
+            uint8_t* q = out.pixel(x, y);
+            for (int k = 0; k < 3; ++k) q[k] = p[c < 3 ? 0 : k];
+            const uint8_t* a = alphaImage->pixel(x * alphaImage->width() / map.width(), y * alphaImage->height() / map.height());
+            if (fromColour) q[3] = uint8_t(255 - luminanceOf(a, ac));
+            else if (luminanceAlpha) q[3] = luminanceOf(a, ac);
+            else q[3] = (ac == 2 || ac == 4) ? a[ac - 1] : 255;
+        }
+    map = std::move(out);
 }
 
 bool TmaterialTexture::setTextureObject(std::shared_ptr<TpixelMap> map, unsigned index) {

@@ -81,9 +81,12 @@ public:
     static unsigned short nodeResolution(TdependNode& node);
     // The highest mip level OpenGL may sample ("textureFilter"; all by default).
     static int getFilterLevel(TdependNode& node);
-    // Whether the material's transparency comes from this file.
+    // Whether the material's transparency comes from a file, and whether
+    // from another node than the colour.
     bool isFileAlpha() const;
-    // Makes `map` carry the file's transparency in a fourth channel, or none.
+    bool alphaColorConnectionsDiffer() const;
+    // Makes `map` carry the material's transparency (from this file or the
+    // one driving transparency) as its alpha, or drops its alpha.
     void computeFileAlpha(TpixelMap& map, bool keepAlpha) const;
 
     // While set, nothing is recomputed: cached objects are served as they are.
@@ -92,6 +95,8 @@ public:
 private:
     bool setTextureObject(std::shared_ptr<TpixelMap> map, unsigned index);
     TdependNode* placementNode() const;
+    // The output plug driving the material's transparency, or null.
+    Tplug transparencySource() const;
 
     uint32_t fFlags = 0;
     Kind fKind = kSwatch;

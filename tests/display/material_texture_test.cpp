@@ -239,21 +239,39 @@ TEST(MaterialInfo, HasAlphaOnlyForAnImageWithTransparencyToShow) {
     TtestTempDir dir;
     writeImage(dir.file("opaque.png"), 4, 4, 3, 200, 100, 50);
     writeImage(dir.file("holes.png"), 4, 4, 4, 200, 100, 50, 90);
+    writeImage(dir.file("mask.png"), 2, 2, 4, 0, 0, 0, 30);
+    // Colour from `colour`; transparency from nothing, the same file, or
+    // `other`. Alpha is what the texture object holds (-1: no alpha channel).
     const struct {
-        const char* file;
-        bool transparencyFromFile, expected;
-    } cases[] = {{"opaque.png", false, false}, {"holes.png", false, false}, {"holes.png", true, true}};
+        const char* colour;
+        const char* transparency;  // "", "self" or a file
+        bool hasAlpha;
+        int alpha;
+    } cases[] = {{"opaque.png", "", false, -1},       {"holes.png", "", false, -1},
+                 {"opaque.png", "self", false, 255}, {"holes.png", "self", true, 90},
+                 {"opaque.png", "mask.png", true, 30}};
     for (auto c : cases) {
         TdependGraph g;
-        fileNode(g, "tex", dir.file(c.file));
+        fileNode(g, "tex", dir.file(c.colour));
         TmaterialInfo info(shadedGroup(g, "m", "tex.outColor"));
-        if (c.transparencyFromFile) {
-            ASSERT_EQ(g.connect(plugOf(g, "tex.outTransparency"), plugOf(g, "mMat.transparency")), TconnectStatus::kOk);
+        std::string from = std::string(c.transparency) == "self" ? "tex" : "other";
+        if (*c.transparency) {
+            if (from == "other") fileNode(g, "other", dir.file(c.transparency));
+            ASSERT_EQ(g.connect(plugOf(g, from + ".outTransparency"), plugOf(g, "mMat.transparency")), TconnectStatus::kOk);
         }
+        info.materialNodeChanged();
         TevaluateTextureInfoArray at(1);
         at[0].port = &port();
-        ASSERT_TRUE(info.evaluateTexture(at)) << c.file;
-        EXPECT_EQ(info.hasAlpha(), c.expected) << c.file << (c.transparencyFromFile ? " with" : " without") << " transparency";
+        std::string what = std::string(c.colour) + " with transparency from '" + c.transparency + "'";
+        ASSERT_TRUE(info.evaluateTexture(at)) << what;
+        EXPECT_EQ(info.hasAlpha(), c.hasAlpha) << what;
+        EXPECT_EQ(info.colorTexture()->alphaColorConnectionsDiffer(), from == "other" && *c.transparency) << what;
+        TglTextureObject* object = info.colorTexture()->textureObject(0);
+        ASSERT_NE(object, nullptr);
+        std::vector<uint8_t> texels;
+        ASSERT_TRUE(object->getTexImage(texels));
+        EXPECT_EQ(object->channels() == 4 ? int(texels[3]) : -1, c.alpha) << what;
+        EXPECT_EQ(int(texels[0]), 200) << what;
     }
 }
 
