@@ -30,6 +30,8 @@ bool writeImage(const std::string& path, const TpixelMap& map) {
 int run(const TpreviewCommand& c) {
     auto start = std::chrono::steady_clock::now();
     if (std::string why = unreadableInput(c.scene); !why.empty()) return reportError(c.scene + ": " + why);
+    for (const std::string& output : {c.output, c.objectIds})
+        if (!output.empty() && sameFile(c.scene, output)) return reportError(output + ": the output is the input file", kExitUsage);
     TdependGraph graph;
     TsceneLoader loader;
     if (!loader.load(c.scene, graph)) {

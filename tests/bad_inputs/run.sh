@@ -39,6 +39,7 @@ cases=$(cat <<'EOF'
 1 error   preview $S/good.json -o $T/full.png
 2 error   preview $S/good.json -o $OUT --resolution 0 10
 2 error   preview $S/good.json -o $OUT --texture-resolution 1
+2 error   preview $S/good.json -o $S/good.json
 0 quiet   render $S/good.json -o $OUT -q
 0 quiet   render $S/zero_scale_object.json -o $OUT -q
 0 quiet   render $S/zero_scale_light.json -o $OUT -q
