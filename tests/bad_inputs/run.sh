@@ -31,6 +31,15 @@ ln -s /dev/full "$T/full.png"
 
 cases=$(cat <<'EOF'
 0 quiet   check $S/good.json
+0 quiet   preview $S/good.json -o $OUT --resolution 32 20
+1 error   preview $S/missing.json -o $OUT
+1 error   preview $T/folder -o $OUT
+1 error   preview $S/zero_scale_camera.json -o $OUT
+1 error   preview $S/nan_colour.json -o $OUT
+1 error   preview $S/good.json -o $T/full.png
+2 error   preview $S/good.json -o $OUT --resolution 0 10
+2 error   preview $S/good.json -o $OUT --texture-resolution 1
+2 error   preview $S/good.json -o $S/good.json
 0 quiet   render $S/good.json -o $OUT -q
 0 quiet   render $S/zero_scale_object.json -o $OUT -q
 0 quiet   render $S/zero_scale_light.json -o $OUT -q
@@ -182,7 +191,7 @@ while read -r expect wants rest; do
     # The command a message names: "render", "bot info", or none at all.
     case ${1:-} in
         bot) case ${2:-} in convert | info | extract) command=" bot $2" ;; *) command=" bot" ;; esac ;;
-        check | compile | name | nodes | render | swatch) command=" $1" ;;
+        check | compile | name | nodes | preview | render | swatch) command=" $1" ;;
         *) command="" ;;
     esac
     if [ "$status" -ge 128 ]; then

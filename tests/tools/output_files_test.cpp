@@ -66,6 +66,7 @@ TEST(OutputFiles, AFailedWriteIsReportedAndLeavesTheEarlierFile) {
         {"render", "render.png", {"render", scene, "--resolution", "64", "48", "--spp", "1", "--threads", "2", "-q", "-o"}},
         {"render exr", "render.exr", {"render", scene, "--resolution", "16", "16", "--spp", "1", "-q", "-o"}},
         {"swatch", "swatch.png", {"swatch", "noise", "--size", "64", "--spp", "1", "-o"}},
+        {"preview", "preview.png", {"preview", scene, "--resolution", "160", "120", "-o"}},
         {"bot convert", "copy.bot", {"bot", "convert", input, "-o"}},
         {"bot extract", "level.png", {"bot", "extract", texture, "-o"}},
     };

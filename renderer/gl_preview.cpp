@@ -1,0 +1,363 @@
+#include "renderer/gl_preview.h"
+
+#define GL_GLEXT_PROTOTYPES
+#include <GL/gl.h>
+#include <GL/glext.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+
+#include "framework/host/command_engine.h"
+#include "framework/host/depend_graph.h"
+#include "lights/light_link.h"
+#include "lights/light_visibility.h"
+#include "lights/point_light.h"
+#include "lights/render_light.h"
+#include "shading/shading_engine.h"
+#include "textures/file_texture.h"
+
+namespace {
+constexpr int kMaxLights = 8;
+constexpr int kSphereColumns = 96, kSphereRows = 48, kDiscSegments = 96;
+
+const char* kVertexShader = R"(#version 130
+in vec3 position;
+in vec3 normal;
+in vec2 uv;
+uniform mat4 projection;
+uniform mat3 uvTransform;
+out vec3 pointCamera;
+out vec3 normalCamera;
+out vec2 texCoord;
+void main() {
+    pointCamera = position;
+    normalCamera = normal;
+    texCoord = (uvTransform * vec3(uv, 1.0)).xy;
+    gl_Position = projection * vec4(position, 1.0);
+}
+)";
+
+// Lambert's sum (ambient lights by their shade weight, the others by the
+// cosine times the material's diffuse), then a Blinn-Phong highlight.
+const char* kFragmentShader = R"(#version 130
+in vec3 pointCamera;
+in vec3 normalCamera;
+in vec2 texCoord;
+uniform int lightCount;
+uniform int lightKind[8];
+uniform vec3 lightColour[8];
+uniform vec3 lightVector[8];
+uniform float lightShade[8];
+uniform vec3 diffuseColour;
+uniform vec3 ambientColour;
+uniform vec3 specularColour;
+uniform vec3 emissionColour;
+uniform float shininess;
+uniform float alpha;
+uniform bool textured;
+uniform sampler2D colourMap;
+uniform bool ids;
+uniform float objectId;
+out vec4 fragColour;
+void main() {
+    if (ids) { fragColour = vec4(objectId, 0.0, 0.0, 1.0); return; }
+    vec3 n = normalize(normalCamera);
+    vec3 toEye = normalize(-pointCamera);
+    if (dot(n, toEye) < 0.0) n = -n;  // both sides of a surface are lit alike
+    vec3 texel = textured ? texture(colourMap, texCoord).rgb : vec3(1.0);
+    vec3 lit = vec3(0.0);
+    vec3 highlight = vec3(0.0);
+    for (int k = 0; k < lightCount; ++k) {
+        vec3 l = lightKind[k] == 1 ? normalize(lightVector[k]) : normalize(lightVector[k] - pointCamera);
+        float c = dot(n, l);
+        if (lightKind[k] == 0) {
+            lit += lightColour[k] * ambientColour * max(1.0 + lightShade[k] * (c - 1.0), 0.0);
+            continue;
+        }
+        if (c <= 0.0) continue;
+        lit += lightColour[k] * diffuseColour * c;
+        if (shininess > 0.0)
+            highlight += lightColour[k] * specularColour * pow(max(dot(n, normalize(l + toEye)), 0.0), shininess);
+    }
+    fragColour = vec4(texel * lit * alpha + highlight + emissionColour, alpha);
+}
+)";
+
+struct Tvertex {
+    float p[3], n[3], uv[2];
+};
+
+Tvertex vertex(const T3Float& p, const T3Float& n, const T2Float& uv) {
+    return {{p.x, p.y, p.z}, {n.x, n.y, n.z}, {uv.x, uv.y}};
+}
+
+void sphere(float r, std::vector<Tvertex>& out) {
+    // The render's parameterisation: u around y from +z, v from the south pole.
+    auto at = [r](int i, int j) {
+        float u = float(i) / kSphereColumns, v = float(j) / kSphereRows;
+        float phi = (u - 0.5f) * 2 * float(M_PI), theta = (v - 0.5f) * float(M_PI);
+        T3Float d{std::cos(theta) * std::sin(phi), std::sin(theta), std::cos(theta) * std::cos(phi)};
+        return vertex(d * r, d, {u, v});
+    };
+    for (int j = 0; j < kSphereRows; ++j)
+        for (int i = 0; i < kSphereColumns; ++i) {
+            Tvertex a = at(i, j), b = at(i + 1, j), c = at(i + 1, j + 1), d = at(i, j + 1);
+            out.insert(out.end(), {a, b, c, a, c, d});
+        }
+}
+
+void disc(float r, std::vector<Tvertex>& out) {
+    auto rim = [r](int i) {
+        float a = 2 * float(M_PI) * float(i) / kDiscSegments;
+        T3Float p{r * std::cos(a), 0, r * std::sin(a)};
+        return vertex(p, {0, 1, 0}, {0.5f + p.x / (2 * r), 0.5f - p.z / (2 * r)});
+    };
+    Tvertex centre = vertex({0, 0, 0}, {0, 1, 0}, {0.5f, 0.5f});
+    for (int i = 0; i < kDiscSegments; ++i) out.insert(out.end(), {centre, rim(i), rim(i + 1)});
+}
+
+void triangles(const TtriangleMesh& mesh, std::vector<Tvertex>& out) {
+    const T2Float corners[3] = {{0, 0}, {1, 0}, {0, 1}};  // the render's UVs of a mesh without any
+    for (unsigned t = 0; t < mesh.triangleCount(); ++t) {
+        const uint32_t* idx = &mesh.indices[3 * size_t(t)];
+        T3Float face = normalize(cross(mesh.positions[idx[1]] - mesh.positions[idx[0]], mesh.positions[idx[2]] - mesh.positions[idx[0]]));
+        for (int k = 0; k < 3; ++k)
+            out.push_back(vertex(mesh.positions[idx[k]], mesh.hasNormals() ? mesh.normals[idx[k]] : face,
+                                 mesh.hasUvs() ? mesh.uvs[idx[k]] : corners[k]));
+    }
+}
+
+bool linksLights(TdependGraph& graph) {
+    for (TdependNode* node : graph.nodes())
+        if (node->typeof()->istype(TdnLightLink::sMetaclass())) return true;
+    return false;
+}
+
+GLint uniform(unsigned program, const char* name) { return glGetUniformLocation(program, name); }
+}  // namespace
+
+struct TglPreview::Tdrawable {
+    unsigned buffer = 0, array = 0;
+    int count = 0;
+    int infoIndex = -1;
+    std::vector<int> lights;  // indices into fLights that reach the object
+    float uvTransform[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    int id = 0;
+};
+
+TglPreview::TglPreview() = default;
+
+TglPreview::~TglPreview() {
+    if (!fPort) return;
+    fPort->makeCurrent();
+    fInfos.clear();  // texture objects go while the context is current
+    for (Tdrawable& d : fDrawables) {
+        glDeleteBuffers(1, &d.buffer);
+        glDeleteVertexArrays(1, &d.array);
+    }
+    if (fProgram) glDeleteProgram(fProgram);
+}
+
+bool TglPreview::buildProgram(std::string& error) {
+    auto compile = [&](GLenum kind, const char* text) -> unsigned {
+        unsigned s = glCreateShader(kind);
+        glShaderSource(s, 1, &text, nullptr);
+        glCompileShader(s);
+        GLint ok = 0;
+        glGetShaderiv(s, GL_COMPILE_STATUS, &ok);
+        if (!ok) {
+            char log[1024] = {};
+            glGetShaderInfoLog(s, sizeof log, nullptr, log);
+            error = std::string("preview shader: ") + log;
+            return 0;
+        }
+        return s;
+    };
+    unsigned vs = compile(GL_VERTEX_SHADER, kVertexShader), fs = vs ? compile(GL_FRAGMENT_SHADER, kFragmentShader) : 0;
+    if (!vs || !fs) return false;
+    fProgram = glCreateProgram();
+    glAttachShader(fProgram, vs);
+    glAttachShader(fProgram, fs);
+    glBindAttribLocation(fProgram, 0, "position");
+    glBindAttribLocation(fProgram, 1, "normal");
+    glBindAttribLocation(fProgram, 2, "uv");
+    glLinkProgram(fProgram);
+    glDeleteShader(vs);
+    glDeleteShader(fs);
+    GLint ok = 0;
+    glGetProgramiv(fProgram, GL_LINK_STATUS, &ok);
+    if (!ok) error = "preview shader program does not link";
+    return ok;
+}
+
+bool TglPreview::build(TdependGraph& graph, const std::string& sceneFile, const TpreviewOptions& options, std::string& error) {
+    fScene = std::make_unique<TrenderScene>();
+    if (!fScene->build(graph, sceneFile, "", error)) return false;
+    const TrenderCamera& camera = fScene->camera();
+    fWidth = options.width > 0 ? options.width : fScene->settings().width;
+    fHeight = options.height > 0 ? options.height : fScene->settings().height;
+    fBackground = camera.background;
+    fPort = T3dPort::create(fWidth, fHeight, error);
+    if (!fPort || !buildProgram(error)) return false;
+
+    // The host's answer for bakes without a resolution of their own.
+    unsigned resolution = options.textureResolution;
+    theCommandEngine().registerCommand("optionVar", [resolution](const std::vector<std::string>& args) {
+        TscriptCmdResult r;
+        r.ok = args.size() == 2 && args[0] == "-query" && args[1] == "defaultTextureResolution";
+        if (r.ok) r.value = std::to_string(resolution);
+        return r;
+    });
+    TdnFileTexture::setSceneDirectory(sceneFile.empty() ? std::string() : std::filesystem::path(sceneFile).parent_path().string());
+
+    // The projection of the render's camera rays, rows from the top.
+    float halfW = camera.orthographic ? camera.orthographicWidth / 2 : camera.tanHalfWidth;
+    float halfH = halfW * float(fHeight) / float(fWidth);
+    float n = camera.nearClip, f = std::min(camera.farClip, 1.0e5f);
+    std::fill(std::begin(fProjection), std::end(fProjection), 0.0f);
+    if (camera.orthographic) {
+        fProjection[0] = 1 / halfW, fProjection[5] = 1 / halfH;
+        fProjection[10] = -2 / (f - n), fProjection[14] = -(f + n) / (f - n), fProjection[15] = 1;
+    } else {
+        fProjection[0] = 1 / halfW, fProjection[5] = 1 / halfH;
+        fProjection[10] = -(f + n) / (f - n), fProjection[11] = -1, fProjection[14] = -2 * f * n / (f - n);
+    }
+
+    // Lights in camera space.
+    const Tmatrix& worldToCamera = camera.worldToCamera;
+    for (TdependNode* node : graph.nodes()) {
+        if (!node->typeof()->istype(TrenderLightShape::sMetaclass()) || !TdagPathUtils::lightTakesPart(node)) continue;
+        auto* shape = static_cast<TlightShape*>(node->cast(TlightShape::sMetaclass()));
+        std::vector<TdagPath> paths = static_cast<TdagNode*>(node->cast(TdagNode::sMetaclass()))->allPaths();
+        Tmatrix toCamera = (paths.empty() ? Tmatrix() : paths.front().inclusiveMatrix()) * worldToCamera;
+        T3Float colour{1, 1, 1};
+        float intensity = 1;
+        node->getAttributeValue(&shape->attrColor(), &colour);
+        node->getAttributeValue(&shape->attrIntensity(), &intensity);
+        Tlight light{2, colour * intensity, toCamera.transformPoint({0, 0, 0}), 0, node};
+        if (node->typeof()->istype(TambientLightShape::sMetaclass())) {
+            light.kind = 0;
+            node->getAttributeValue(&TambientLightShape::saAmbientShade(), &light.ambientShade);
+        } else if (node->typeof()->istype(TdirectionalLightShape::sMetaclass())) {
+            light.kind = 1;
+            light.vector = normalize(toCamera.transformVector({0, 0, 1}));  // it shines down its -z
+        }
+        fLights.push_back(light);
+    }
+
+    // Materials, one per group.
+    const bool linked = linksLights(graph);
+    for (TDNshadingEngine* group : fScene->groups()) {
+        if (linked) group->collectLights(fScene->groupObjects(group));
+        fInfos.push_back(std::make_unique<TmaterialInfo>(group));
+        TevaluateTextureInfoArray infos(1);
+        infos[0].port = fPort.get();
+        fInfos.back()->evaluateTexture(infos);
+    }
+
+    // Geometry in camera space, one buffer per object.
+    for (const auto& object : fScene->objects()) {
+        if (!object->primaryVisibility) continue;
+        std::vector<Tvertex> vertices;
+        if (object->kind == TshapeKind::kSphere) sphere(object->radius, vertices);
+        else if (object->kind == TshapeKind::kDisc) disc(object->radius, vertices);
+        else if (object->mesh) triangles(*object->mesh, vertices);
+        for (Tvertex& v : vertices) {
+            T3Float p = object->objectToCamera.transformPoint({v.p[0], v.p[1], v.p[2]});
+            T3Float nn = normalize(object->normalToCamera.transformVector({v.n[0], v.n[1], v.n[2]}));
+            v = vertex(p, nn, {v.uv[0], v.uv[1]});
+        }
+        Tdrawable d;
+        d.count = int(vertices.size());
+        d.id = int(object->index) + 1;
+        auto groupAt = std::find(fScene->groups().begin(), fScene->groups().end(), object->group);
+        if (groupAt != fScene->groups().end()) d.infoIndex = int(groupAt - fScene->groups().begin());
+        for (size_t k = 0; k < fLights.size() && int(d.lights.size()) < kMaxLights; ++k)
+            if (!linked || !object->group || object->group->litBy(object->fNumber, fLights[k].node)) d.lights.push_back(int(k));
+        if (d.infoIndex >= 0)
+            if (TmaterialTexture* t = fInfos[size_t(d.infoIndex)]->colorTexture()) {
+                float ru, rv, ou, ov, rot;
+                if (t->kind() == TmaterialTexture::kFile && t->getTextureTransform(object->path, ru, rv, ou, ov, rot)) {
+                    // A file texture places itself; a baked swatch already holds its placement.
+                    float c = std::cos(rot), s = std::sin(rot);
+                    float m[9] = {ru * c, ru * s, 0, -rv * s, rv * c, 0, ou, ov, 1};
+                    std::copy(std::begin(m), std::end(m), d.uvTransform);
+                }
+            }
+        glGenVertexArrays(1, &d.array);
+        glBindVertexArray(d.array);
+        glGenBuffers(1, &d.buffer);
+        glBindBuffer(GL_ARRAY_BUFFER, d.buffer);
+        glBufferData(GL_ARRAY_BUFFER, GLsizeiptr(vertices.size() * sizeof(Tvertex)), vertices.data(), GL_STATIC_DRAW);
+        glEnableVertexAttribArray(0);
+        glVertexAttribPointer(0, 3, GL_FLOAT, GL_FALSE, sizeof(Tvertex), reinterpret_cast<void*>(offsetof(Tvertex, p)));
+        glEnableVertexAttribArray(1);
+        glVertexAttribPointer(1, 3, GL_FLOAT, GL_FALSE, sizeof(Tvertex), reinterpret_cast<void*>(offsetof(Tvertex, n)));
+        glEnableVertexAttribArray(2);
+        glVertexAttribPointer(2, 2, GL_FLOAT, GL_FALSE, sizeof(Tvertex), reinterpret_cast<void*>(offsetof(Tvertex, uv)));
+        fDrawables.push_back(std::move(d));
+    }
+    glBindVertexArray(0);
+    return glGetError() == GL_NO_ERROR || (error = "OpenGL error while building the preview", false);
+}
+
+void TglPreview::useObject(const Tdrawable& d, bool ids) {
+    unsigned p = fProgram;
+    glUniform1i(uniform(p, "ids"), ids);
+    glUniform1f(uniform(p, "objectId"), float(d.id) / 255.0f);
+    if (ids) return;
+    TmaterialInputData data;
+    TmaterialInfo* info = d.infoIndex >= 0 ? fInfos[size_t(d.infoIndex)].get() : nullptr;
+    if (info) data = info->data();
+    glUniform3f(uniform(p, "diffuseColour"), data.diffuse.r, data.diffuse.g, data.diffuse.b);
+    glUniform3f(uniform(p, "ambientColour"), data.ambient.r, data.ambient.g, data.ambient.b);
+    glUniform3f(uniform(p, "specularColour"), data.specular.r, data.specular.g, data.specular.b);
+    glUniform3f(uniform(p, "emissionColour"), data.emission.r, data.emission.g, data.emission.b);
+    glUniform1f(uniform(p, "shininess"), data.shininess);
+    glUniform1f(uniform(p, "alpha"), data.alpha);
+    TglTextureObject* texture = info && info->colorTexture() ? info->colorTexture()->textureObject(0) : nullptr;
+    glUniform1i(uniform(p, "textured"), texture != nullptr);
+    glActiveTexture(GL_TEXTURE0);
+    if (texture) texture->bind();
+    glUniform1i(uniform(p, "colourMap"), 0);
+    glUniformMatrix3fv(uniform(p, "uvTransform"), 1, GL_FALSE, d.uvTransform);
+    int count = int(d.lights.size());
+    glUniform1i(uniform(p, "lightCount"), count);
+    for (int k = 0; k < count; ++k) {
+        const Tlight& l = fLights[size_t(d.lights[size_t(k)])];
+        std::string at = "[" + std::to_string(k) + "]";
+        glUniform1i(uniform(p, ("lightKind" + at).c_str()), l.kind);
+        glUniform3f(uniform(p, ("lightColour" + at).c_str()), l.colour.x, l.colour.y, l.colour.z);
+        glUniform3f(uniform(p, ("lightVector" + at).c_str()), l.vector.x, l.vector.y, l.vector.z);
+        glUniform1f(uniform(p, ("lightShade" + at).c_str()), l.ambientShade);
+    }
+}
+
+void TglPreview::draw() { drawAll(false); }
+
+void TglPreview::drawObjectIds() { drawAll(true); }
+
+void TglPreview::drawAll(bool ids) {
+    fPort->makeCurrent();
+    fPort->bindTarget();
+    glEnable(GL_DEPTH_TEST);
+    if (ids) {
+        glDisable(GL_BLEND);  // numbers must land as they are
+        glClearColor(0, 0, 0, 1);
+    } else {
+        glEnable(GL_BLEND);
+        glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+        glClearColor(fBackground.x, fBackground.y, fBackground.z, 1);
+    }
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    glUseProgram(fProgram);
+    glUniformMatrix4fv(uniform(fProgram, "projection"), 1, GL_FALSE, fProjection);
+    for (const Tdrawable& d : fDrawables) {
+        useObject(d, ids);
+        glBindVertexArray(d.array);
+        glDrawArrays(GL_TRIANGLES, 0, d.count);
+    }
+    glBindVertexArray(0);
+    glFinish();
+}

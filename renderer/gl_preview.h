@@ -1,0 +1,60 @@
+#pragma once
+// TglPreview: the scene as the viewport draws it. Each shading group is one
+// OpenGL material (its TmaterialInfo record and colour texture); meshes,
+// spheres and discs are drawn through the render's camera with per-pixel
+// Blinn-Phong under the scene's lights, without shadows or reflections.
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "display/gl_port.h"
+#include "display/material_info.h"
+#include "renderer/render_scene.h"
+
+class TdependGraph;
+
+struct TpreviewOptions {
+    int width = 0, height = 0;         // 0: the scene's resolution
+    unsigned textureResolution = 128;  // what the host answers for the default bake size
+};
+
+class TglPreview {
+public:
+    TglPreview();
+    ~TglPreview();
+
+    // Gathers the scene and makes the port, the material records, the
+    // textures and the vertex buffers. False with `error` set.
+    bool build(TdependGraph& graph, const std::string& sceneFile, const TpreviewOptions& options, std::string& error);
+    // Draws one frame into the port.
+    void draw();
+    // Draws object numbers (index + 1 in the red channel, 0 for none).
+    void drawObjectIds();
+    void readImage(TpixelMap& image) { fPort->readImage(image); }
+    int width() const { return fWidth; }
+    int height() const { return fHeight; }
+    const TrenderScene& scene() const { return *fScene; }
+    T3dPort& port() { return *fPort; }
+
+private:
+    struct Tlight {
+        int kind;  // 0 ambient, 1 directional, 2 point
+        T3Float colour, vector;  // vector: position or direction towards the light, camera space
+        float ambientShade;
+        TdependNode* node;
+    };
+    struct Tdrawable;
+    bool buildProgram(std::string& error);
+    void useObject(const Tdrawable& d, bool ids);
+    void drawAll(bool ids);
+
+    std::unique_ptr<TrenderScene> fScene;
+    std::unique_ptr<T3dPort> fPort;
+    std::vector<std::unique_ptr<TmaterialInfo>> fInfos;  // one per group
+    std::vector<Tlight> fLights;
+    std::vector<Tdrawable> fDrawables;
+    unsigned fProgram = 0;
+    float fProjection[16] = {};
+    T3Float fBackground;
+    int fWidth = 0, fHeight = 0;
+};

@@ -1,0 +1,361 @@
+#include "display/material_texture.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <string>
+
+#include "display/material_info.h"
+#include "display/material_values.h"
+#include "framework/host/command_engine.h"
+#include "textures/file_texture.h"
+#include "textures/pyramid/file_pixel_map_cache.h"
+#include "textures/texture_2d.h"
+#include "textures/texture_3d.h"
+
+bool TmaterialTexture::fsDisableTextureCompute = false;
+
+namespace {
+// The baked size when neither the node nor the host says otherwise.
+constexpr unsigned kFallbackResolution = 256;
+
+unsigned short clampResolution(double r) { return static_cast<unsigned short>(std::clamp(r, 2.0, 65535.0)); }
+
+int intValue(TdependNode* node, const char* name, int fallback) {
+    auto v = unconnectedNumber(node, name);
+    return v ? int(*v) : fallback;
+}
+
+uint8_t toByte(float v) { return uint8_t(std::lround(std::clamp(v, 0.0f, 1.0f) * 255.0f)); }
+}  // namespace
+
+TmaterialTexture::TmaterialTexture(TmaterialInfo* owner, const Tplug& texture)
+    : fOwner(owner), fPlug(texture), fNode(texture.node()) {
+    if (fNode && fNode->cast(TdnFileTexture::sMetaclass())) fKind = kFile;
+    else if (fNode && fNode->cast(TdnTx3D::sMetaclass())) fKind = kConvertSolid;
+    else fKind = kSwatch;
+    fFlags = fKind == kFile ? kFileDirty : kSwatchDirty;
+}
+
+TmaterialTexture::~TmaterialTexture() { purge(); }
+
+unsigned TmaterialTexture::sCycleIndex(int frame, int start, int end, int increment, bool cycling) {
+    if (!cycling || increment == 0) return 0;
+    long last = std::labs(long(end - start) / increment);
+    long i = long(frame - start) / increment;
+    return unsigned(std::clamp(i, 0L, last));
+}
+
+unsigned short TmaterialTexture::nodeResolution(TdependNode& node) {
+    auto own = unconnectedNumber(&node, "resolution");
+    if (std::getenv("TOVI_HW_FILE_TEXTURE_RESOLUTION_OVERRIDE") && node.cast(TdnFileTexture::sMetaclass())) {
+        auto& file = static_cast<TdnFileTexture&>(*static_cast<TdnFileTexture*>(node.cast(TdnFileTexture::sMetaclass())));
+        Tstring name;
+        double size = 0;
+        if (file.getExactTextureName(name))
+            if (auto map = TfilePixelMapCache::theCache().pixelMap(name)) size = std::max(map->width(), map->height());
+        if (own) size = std::max(size, *own);
+        return clampResolution(size);
+    }
+    if (own) return clampResolution(*own);
+    TscriptCmdResult result;
+    if (theCommandEngine().executeCommandWithResult("optionVar -query defaultTextureResolution", result))
+        return clampResolution(std::atof(result.value.c_str()));
+    return kFallbackResolution;
+}
+
+int TmaterialTexture::getFilterLevel(TdependNode& node) { return intValue(&node, "textureFilter", 1000); }
+
+TglTextureObject* TmaterialTexture::getTexture(const TevaluateTextureInfo& info) {
+    switch (fKind) {
+        case kFile:
+            if (!computeFile(info, false)) return nullptr;
+            return textureObject(sCycleIndex(intValue(fNode, "frameExtension", 1), intValue(fNode, "startCycleExtension", 1),
+                                             intValue(fNode, "endCycleExtension", 1), intValue(fNode, "byCycleIncrement", 1),
+                                             fFlags & kCycling));
+        case kSwatch:
+            if ((fFlags & kSwatchDirty) && !fsDisableTextureCompute && !computeSwatch(info)) return nullptr;
+            return textureObject(0);
+        default:
+            // Children, or kinds computed from children, draw their first object.
+            for (auto& child : fChildren)
+                if (TglTextureObject* o = child->getTexture(info)) return o;
+            return nullptr;
+    }
+}
+
+bool TmaterialTexture::computeFile(const TevaluateTextureInfo& info, bool force) {
+    bool cycling = intValue(fNode, "useFrameExtension", 0) && intValue(fNode, "useHardwareTextureCycling", 0);
+    fFlags = cycling ? (fFlags | kCycling) : (fFlags & ~kCycling);
+    unsigned index = sCycleIndex(intValue(fNode, "frameExtension", 1), intValue(fNode, "startCycleExtension", 1),
+                                 intValue(fNode, "endCycleExtension", 1), intValue(fNode, "byCycleIncrement", 1), cycling);
+    if (fsDisableTextureCompute) return textureObject(index) != nullptr;
+    if (fFlags & kDropCache) {
+        fFlags &= ~kDropCache;
+        fObjects.clear();
+    }
+    if ((fFlags & kFileDirty) || force) {
+        fFlags &= ~kFileDirty;
+        for (auto& o : fObjects) o.reset();
+    }
+    if (index < fObjects.size() && fObjects[index]) return true;
+    return computeFileWithIndex(info, index);
+}
+
+bool TmaterialTexture::computeFileWithIndex(const TevaluateTextureInfo&, unsigned index) {
+    auto* file = static_cast<TdnFileTexture*>(fNode ? fNode->cast(TdnFileTexture::sMetaclass()) : nullptr);
+    if (!file) return false;
+    bool cycling = intValue(fNode, "useFrameExtension", 0) && intValue(fNode, "useHardwareTextureCycling", 0);
+    fFlags = cycling ? (fFlags | kCycling) : (fFlags & ~kCycling);
+    Tstring name;
+    if (!file->getExactTextureName(name)) return false;
+    if (cycling) {
+        int start = intValue(fNode, "startCycleExtension", 1), end = intValue(fNode, "endCycleExtension", 1);
+        int step = intValue(fNode, "byCycleIncrement", 1);
+        if (step == 0) return false;
+        unsigned steps = unsigned(std::labs(long(end - start) / step)) + 1;
+        if (fObjects.size() != steps) fObjects.resize(steps);
+        int frame = start + step * int(index);
+        if ((step > 0 && frame > end) || (step < 0 && frame < end)) return false;
+        name = Tstring(TdnFileTexture::sFrameFileName(name.str(), frame));
+    }
+    std::shared_ptr<const TpixelMap> image = TfilePixelMapCache::theCache().pixelMap(name);
+    if (!image || image->isEmpty()) return false;  // drawn untextured
+    auto map = std::make_shared<TpixelMap>(*image);
+    computeFileAlpha(*map, isFileAlpha());
+    return setTextureObject(std::move(map), index);
+}
+
+Tplug TmaterialTexture::transparencySource() const {
+    TdependNode* material = fOwner ? fOwner->material() : nullptr;
+    if (!material) return {};
+    for (const char* input : {"transparency", "outTransparency"}) {
+        const Tattribute* a = material->attribute(Tstring(input));
+        if (!a) continue;
+        const Tplug* s = material->sourceOf(Tplug(material, a));
+        for (unsigned i = 0; !s && i < a->childCount(); ++i) s = material->sourceOf(Tplug(material, a->child(i)));
+        if (s) return *s;
+    }
+    return {};
+}
+
+bool TmaterialTexture::isFileAlpha() const {
+    Tplug source = transparencySource();
+    return !source.isNull() && source.node() && source.node()->cast(TdnFileTexture::sMetaclass());
+}
+
+bool TmaterialTexture::alphaColorConnectionsDiffer() const {
+    Tplug source = transparencySource();
+    return !source.isNull() && source.node() != fNode;
+}
+
+namespace {
+uint8_t luminanceOf(const uint8_t* p, int channels) {
+    return channels < 3 ? p[0] : uint8_t((299 * p[0] + 587 * p[1] + 114 * p[2]) / 1000);
+}
+}  // namespace
+
+void TmaterialTexture::computeFileAlpha(TpixelMap& map, bool keepAlpha) const {
+    // Without a use for it, an alpha channel would only make the material
+    // draw as transparent.
+    if (!keepAlpha) {
+        if (map.channels() == 4) map.setChannels(3);
+        else if (map.channels() == 2) map.setChannels(1);
+        return;
+    }
+    Tplug source = transparencySource();
+    TdependNode* node = source.node();
+    std::shared_ptr<const TpixelMap> other;
+    const TpixelMap* alphaImage = &map;
+    if (node != fNode) {
+        // Colour and transparency from different files: the second one's
+        // image gives the alpha, sampled at the nearest texel.
+        auto* file = static_cast<TdnFileTexture*>(node->cast(TdnFileTexture::sMetaclass()));
+        Tstring name;
+        if (!file || !file->getExactTextureName(name) || !(other = TfilePixelMapCache::theCache().pixelMap(name))) {
+            computeFileAlpha(map, false);
+            return;
+        }
+        alphaImage = other.get();
+    }
+    // The material's transparency is the file's outTransparency (one minus
+    // its alpha: the alpha channel, the luminance when alphaIsLuminance,
+    // else opaque) or, through outColor, the colour's luminance itself.
+    const bool fromColour = source.attribute() && source.attribute()->rootParent()->longName().str() == "outColor";
+    const bool luminanceAlpha = unconnectedNumber(node, "alphaIsLuminance").value_or(0) != 0;
+    TpixelMap out(map.width(), map.height(), 4);
+    const int c = map.channels(), ac = alphaImage->channels();
+    for (int y = 0; y < map.height(); ++y)
+        for (int x = 0; x < map.width(); ++x) {
+            const uint8_t* p = map.pixel(x, y);
+            uint8_t* q = out.pixel(x, y);
+            for (int k = 0; k < 3; ++k) q[k] = p[c < 3 ? 0 : k];
+            const uint8_t* a = alphaImage->pixel(x * alphaImage->width() / map.width(), y * alphaImage->height() / map.height());
+            if (fromColour) q[3] = uint8_t(255 - luminanceOf(a, ac));
+            else if (luminanceAlpha) q[3] = luminanceOf(a, ac);
+            else q[3] = (ac == 2 || ac == 4) ? a[ac - 1] : 255;
+        }
+    map = std::move(out);
+}
+
+bool TmaterialTexture::setTextureObject(std::shared_ptr<TpixelMap> map, unsigned index) {
+    auto* tx = static_cast<TdnTx2D*>(fNode ? fNode->cast(TdnTx2D::sMetaclass()) : nullptr);
+    if (tx && fKind == kFile) {
+        // Gains and offsets are the file's own colour correction; a baked
+        // swatch already has them.
+        T3Float gain{1, 1, 1}, offset{0, 0, 0};
+        if (auto g = unconnectedColor(fNode, "colorGain")) gain = *g;
+        if (auto o = unconnectedColor(fNode, "colorOffset")) offset = *o;
+        if (gain.x != 1 || gain.y != 1 || gain.z != 1 || offset.x != 0 || offset.y != 0 || offset.z != 0) {
+            int c = map->channels();
+            for (int y = 0; y < map->height(); ++y)
+                for (int x = 0; x < map->width(); ++x)
+                    for (int k = 0; k < std::min(c, 3); ++k) {
+                        uint8_t* p = map->pixel(x, y) + k;
+                        float g = k == 0 ? gain.x : k == 1 ? gain.y : gain.z;
+                        float o = k == 0 ? offset.x : k == 1 ? offset.y : offset.z;
+                        *p = toByte(*p / 255.0f * g + o);
+                    }
+        }
+    }
+    auto object = std::make_shared<TglTextureObject>();
+    if (!object->texImage2D(*map, getFilterLevel(*fNode))) return false;
+    if (index >= fObjects.size()) fObjects.resize(index + 1);
+    fObjects[index] = std::move(object);
+    fLastImage = std::move(map);
+    return true;
+}
+
+TdependNode* TmaterialTexture::placementNode() const {
+    // The first node upstream whose UV is its own to set: the placement of
+    // a texture, or the texture itself without one. Depth first through
+    // every input, so a texture behind a colour utility is found too.
+    std::vector<TdependNode*> stack{fNode}, seen;
+    while (!stack.empty()) {
+        TdependNode* node = stack.back();
+        stack.pop_back();
+        if (!node || std::find(seen.begin(), seen.end(), node) != seen.end()) continue;
+        seen.push_back(node);
+        if (node->attribute(Tstring("uvCoord")) && !isConnectedInput(node, "uvCoord")) return node;
+        std::vector<std::pair<Tplug, Tplug>> incoming;
+        node->allIncoming(incoming);
+        for (auto it = incoming.rbegin(); it != incoming.rend(); ++it) stack.push_back(it->first.node());
+    }
+    return nullptr;
+}
+
+bool TmaterialTexture::computeSwatch(const TevaluateTextureInfo&) {
+    if (!fNode) return false;
+    if (auto shared = TmaterialInfo::sFindShared(*this)) {
+        fObjects.assign(1, shared);
+        fFlags &= ~kSwatchDirty;
+        return true;
+    }
+    const Tattribute* outColor = fPlug.attribute();
+    if (!outColor || outColor->size() != sizeof(T3Float)) return false;
+    // The pattern is baked as the surface shows it: through the placement
+    // when one drives the texture, so that its repeat is in the image. A
+    // network that reads no UV is one colour, and two pixels hold it.
+    TdependNode* target = placementNode();
+    const Tattribute* uvAttribute = target ? target->attribute(Tstring("uvCoord")) : nullptr;
+    unsigned size = uvAttribute ? nodeResolution(*fNode) : 2;
+    T2Float saved{0, 0};
+    if (uvAttribute) target->getAttributeValue(uvAttribute, &saved);
+    auto map = std::make_shared<TpixelMap>(int(size), int(size), 3);
+    for (unsigned y = 0; y < size; ++y)
+        for (unsigned x = 0; x < size; ++x) {
+            // Pixel centres; the top row is v = 1.
+            T2Float uv{(x + 0.5f) / size, 1 - (y + 0.5f) / size};
+            T3Float c{0, 0, 0};
+            if (uvAttribute) target->setAttributeValue(uvAttribute, &uv);
+            fNode->getAttributeValue(outColor, &c);
+            uint8_t* p = map->pixel(int(x), int(y));
+            p[0] = toByte(c.x), p[1] = toByte(c.y), p[2] = toByte(c.z);
+        }
+    if (uvAttribute) target->setAttributeValue(uvAttribute, &saved);
+    fObjects.clear();
+    if (!setTextureObject(std::move(map), 0)) return false;
+    fFlags &= ~kSwatchDirty;
+    return true;
+}
+
+TglTextureObject* TmaterialTexture::textureObject(unsigned i) const {
+    if (fKind == kSwitch || fKind == kLayered) {
+        for (auto& child : fChildren) {
+            unsigned n = child->textureObjectsCount();
+            if (i < n) return child->textureObject(i);
+            i -= n;
+        }
+        return nullptr;
+    }
+    return i < fObjects.size() ? fObjects[i].get() : nullptr;
+}
+
+unsigned TmaterialTexture::textureObjectsCount() const {
+    if (fKind == kSwitch || fKind == kLayered) {
+        unsigned n = 0;
+        for (auto& child : fChildren) n += child->textureObjectsCount();
+        return n;
+    }
+    return unsigned(fObjects.size());
+}
+
+TglTextureObject* TmaterialTexture::find(const TmaterialTexture& other) const {
+    if (&other == this || fKind > kSphereMap) return nullptr;
+    if (fKind == kSwatch) {
+        if (other.fKind != kSwatch || other.fPlug != fPlug || (fFlags & kSwatchDirty) || fObjects.empty()) return nullptr;
+        return fObjects.front().get();
+    }
+    if (fKind >= kSwitch)
+        for (auto& child : fChildren)
+            if (TglTextureObject* o = child->find(other)) return o;
+    return nullptr;
+}
+
+void TmaterialTexture::setDirty() {
+    if (fKind == kFile) fFlags |= kFileDirty;
+    else if (fKind == kSwatch) fFlags |= kSwatchDirty;
+    for (auto& child : fChildren) child->setDirty();
+}
+
+void TmaterialTexture::dirty(const Tplug& changed) {
+    if (changed.isNull()) return;
+    const Tstring& name = changed.attribute()->longName();
+    // Turning cycling on or off changes the cache's layout, not just its pixels.
+    if (fKind == kFile && (name.str() == "useHardwareTextureCycling" || name.str() == "useFrameExtension" ||
+                           name.str().find("CycleExtension") != std::string::npos || name.str() == "byCycleIncrement"))
+        fFlags |= kDropCache;
+    setDirty();
+    if (fOwner && T3dPort::fsTexturePort && !fsDisableTextureCompute) fOwner->transformsDirty();
+}
+
+void TmaterialTexture::purge() {
+    fObjects.clear();
+    fLastImage.reset();
+    for (auto& child : fChildren) child->purge();
+}
+
+bool TmaterialTexture::getUvRange(const TdagPath&, float& uMin, float& vMin, float& uMax, float& vMax) const {
+    TdependNode* place = fKind == kFile ? fNode : placementNode();
+    uMin = vMin = 0, uMax = vMax = 1;
+    if (!place) return false;
+    float tu = float(unconnectedNumber(place, "translateFrameU").value_or(0));
+    float tv = float(unconnectedNumber(place, "translateFrameV").value_or(0));
+    float cu = float(unconnectedNumber(place, "coverageU").value_or(1));
+    float cv = float(unconnectedNumber(place, "coverageV").value_or(1));
+    uMin = tu, vMin = tv, uMax = tu + cu, vMax = tv + cv;
+    return true;
+}
+
+bool TmaterialTexture::getTextureTransform(const TdagPath&, float& repeatU, float& repeatV, float& offsetU, float& offsetV,
+                                           float& rotate) const {
+    TdependNode* place = fKind == kFile ? fNode : placementNode();
+    repeatU = repeatV = 1, offsetU = offsetV = rotate = 0;
+    if (!place) return false;
+    repeatU = float(unconnectedNumber(place, "repeatU").value_or(1));
+    repeatV = float(unconnectedNumber(place, "repeatV").value_or(1));
+    offsetU = float(unconnectedNumber(place, "offsetU").value_or(0));
+    offsetV = float(unconnectedNumber(place, "offsetV").value_or(0));
+    rotate = float(unconnectedNumber(place, "rotateUV").value_or(0));
+    return true;
+}

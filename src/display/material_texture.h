@@ -1,0 +1,109 @@
+#pragma once
+// TmaterialTexture: the OpenGL texture objects of one texture connected to
+// a material, and how they are computed: a file read as it is (with one
+// object per frame when the file cycles on hardware), any other 2D texture
+// baked to an image. Runs on the main thread with the port's context current.
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "display/gl_port.h"
+#include "framework/host/dag.h"
+#include "framework/host/plug.h"
+
+class TdependNode;
+class TmaterialInfo;
+
+struct TevaluateTextureInfo {
+    TdagPath path;         // the object drawn, when known
+    Tplug plug;            // the material input the texture drives
+    T3dPort* port = nullptr;
+};
+using TevaluateTextureInfoArray = std::vector<TevaluateTextureInfo>;
+
+class TmaterialTexture {
+public:
+    enum Flags : uint32_t {
+        kCycling = 1,          // hardware texture cycling is on for this file
+        kFileDirty = 4,        // the file's pixels are out of date
+        kSwatchDirty = 8,      // the swatch is out of date
+        kDropCache = 64,       // drop the whole cache on the next computation
+    };
+    enum Kind : int {
+        kFile = 1, kSwatch = 2, kConvertSolid = 3, kSwitch = 4, kLayered = 5, kCubeMap = 6, kSphereMap = 7,
+    };
+
+    // `texture` is the texture's output plug; the kind follows its node type.
+    TmaterialTexture(TmaterialInfo* owner, const Tplug& texture);
+    ~TmaterialTexture();
+    TmaterialTexture(const TmaterialTexture&) = delete;
+    TmaterialTexture& operator=(const TmaterialTexture&) = delete;
+
+    uint32_t flags() const { return fFlags; }
+    Kind kind() const { return fKind; }
+    const Tplug& plug() const { return fPlug; }
+    TdependNode* node() const { return fNode; }
+    TmaterialInfo* owner() const { return fOwner; }
+
+    // The object to draw with, computed when missing or out of date; null
+    // when the texture cannot be made (the surface is drawn untextured).
+    TglTextureObject* getTexture(const TevaluateTextureInfo& info);
+    // The image the last computation uploaded (null for none).
+    const TpixelMap* lastImage() const { return fLastImage.get(); }
+    bool computeFile(const TevaluateTextureInfo& info, bool force);
+    bool computeFileWithIndex(const TevaluateTextureInfo& info, unsigned index);
+    bool computeSwatch(const TevaluateTextureInfo& info);
+
+    // The i-th object, counting through children depth first for switch and
+    // layered textures; null past the end.
+    TglTextureObject* textureObject(unsigned i) const;
+    unsigned textureObjectsCount() const;
+    std::shared_ptr<TglTextureObject> sharedObject(unsigned i) const { return i < fObjects.size() ? fObjects[i] : nullptr; }
+    // A clean object of this texture that `other` may share, or null.
+    TglTextureObject* find(const TmaterialTexture& other) const;
+    // Marks the pixels out of date by kind; children are marked too.
+    void setDirty();
+    // What a changed plug of the source node means for the texture.
+    void dirty(const Tplug& changed);
+    void purge();
+    void addChild(std::unique_ptr<TmaterialTexture> child) { fChildren.push_back(std::move(child)); }
+
+    // The placement's UV window and transform, for the texture matrix.
+    bool getUvRange(const TdagPath& path, float& uMin, float& vMin, float& uMax, float& vMax) const;
+    bool getTextureTransform(const TdagPath& path, float& repeatU, float& repeatV, float& offsetU, float& offsetV,
+                             float& rotate) const;
+
+    // The cycle slot of `frame`: (frame - start) / increment, clamped to the
+    // cycle's steps; 0 without cycling.
+    static unsigned sCycleIndex(int frame, int start, int end, int increment, bool cycling);
+    // The size a texture is baked at, from its "resolution" value or the
+    // host's default, always within 2..65535.
+    static unsigned short nodeResolution(TdependNode& node);
+    // The highest mip level OpenGL may sample ("textureFilter"; all by default).
+    static int getFilterLevel(TdependNode& node);
+    // Whether the material's transparency comes from a file, and whether
+    // from another node than the colour.
+    bool isFileAlpha() const;
+    bool alphaColorConnectionsDiffer() const;
+    // Makes `map` carry the material's transparency (from this file or the
+    // one driving transparency) as its alpha, or drops its alpha.
+    void computeFileAlpha(TpixelMap& map, bool keepAlpha) const;
+
+    // While set, nothing is recomputed: cached objects are served as they are.
+    static bool fsDisableTextureCompute;
+
+private:
+    bool setTextureObject(std::shared_ptr<TpixelMap> map, unsigned index);
+    TdependNode* placementNode() const;
+    // The output plug driving the material's transparency, or null.
+    Tplug transparencySource() const;
+
+    uint32_t fFlags = 0;
+    Kind fKind = kSwatch;
+    TmaterialInfo* fOwner = nullptr;
+    Tplug fPlug;
+    TdependNode* fNode = nullptr;
+    std::vector<std::unique_ptr<TmaterialTexture>> fChildren;
+    std::vector<std::shared_ptr<TglTextureObject>> fObjects;
+    std::shared_ptr<TpixelMap> fLastImage;
+};

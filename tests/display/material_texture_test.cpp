@@ -1,0 +1,320 @@
+// Viewport textures on a real off-screen OpenGL context: bake sizes, the
+// cycling slot of a frame, sharing, the has-alpha bit, dirty marks, and
+// texture objects that read back what was uploaded.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <random>
+
+#include "display/gl_port.h"
+#include "display/material_info.h"
+#include "framework/host/command_engine.h"
+#include "framework/host/depend_graph.h"
+#include "support/temp_dir.h"
+#include "textures/file_texture.h"
+#include "textures/pyramid/file_pixel_map_cache.h"
+
+namespace {
+void useSmallBakes();
+
+// One context for the whole program: texture objects need a current one.
+T3dPort& port() {
+    static std::unique_ptr<T3dPort> p = [] {
+        std::string error;
+        auto made = T3dPort::create(8, 8, error);
+        EXPECT_TRUE(made) << error;
+        return made;
+    }();
+    p->makeCurrent();
+    useSmallBakes();
+    return *p;
+}
+
+void writeImage(const std::string& path, int w, int h, int channels, uint8_t r, uint8_t g, uint8_t b, uint8_t a = 255) {
+    TpixelMap map(w, h, channels);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const uint8_t v[4] = {r, g, b, a};
+            for (int c = 0; c < channels; ++c) map.setPixel(x, y, c, v[c]);
+        }
+    Tstring error;
+    ASSERT_TRUE(TfilePixelMapCache::saveIMFPixelMap(Tstring(path), map, error)) << error.str();
+}
+
+Tplug plugOf(TdependGraph& g, const std::string& text) {
+    Tplug p;
+    EXPECT_TRUE(g.findPlug(text, p)) << text;
+    return p;
+}
+
+// material -> shading group, `texture` into the material's colour.
+TdependNode* shadedGroup(TdependGraph& g, const std::string& name, const std::string& textureOut) {
+    TdependNode* material = g.createNode("lambert", Tstring(name + "Mat"));
+    TdependNode* group = g.createNode("shadingEngine", Tstring(name + "SG"));
+    EXPECT_EQ(g.connect(plugOf(g, name + "Mat.outColor"), plugOf(g, name + "SG.surfaceShader")), TconnectStatus::kOk);
+    if (!textureOut.empty()) {
+        EXPECT_EQ(g.connect(plugOf(g, textureOut), plugOf(g, name + "Mat.color")), TconnectStatus::kOk);
+    }
+    (void)material;
+    return group;
+}
+
+TdnFileTexture* fileNode(TdependGraph& g, const std::string& name, const std::string& path) {
+    auto* file = static_cast<TdnFileTexture*>(g.createNode("file", Tstring(name))->cast(TdnFileTexture::sMetaclass()));
+    Tstring text(path);
+    file->setAttributeValue(&TdnFileTexture::saFileTextureName(), &text);
+    TdnFileTexture::setSceneDirectory("");
+    return file;
+}
+
+void setInt(TdependNode* node, const char* name, int32_t value) {
+    const Tattribute* a = node->attribute(Tstring(name));
+    ASSERT_NE(a, nullptr) << name;
+    if (a->valueType() == TvalueType::kBoolean) {
+        bool b = value != 0;
+        ASSERT_TRUE(node->setAttributeValue(a, &b));
+    } else {
+        ASSERT_TRUE(node->setAttributeValue(a, &value));
+    }
+}
+
+// Bakes in these tests are small: the host's default size is 16.
+void useSmallBakes() {
+    theCommandEngine().registerCommand("optionVar", [](const std::vector<std::string>&) { return TscriptCmdResult{true, "16"}; });
+}
+
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const char* value) : fName(name) { setenv(name, value, 1); }
+    ~ScopedEnv() { unsetenv(fName); }
+
+private:
+    const char* fName;
+};
+}  // namespace
+
+TEST(NodeResolution, ClampsOwnValueHostDefaultAndFileOverride) {
+    TdependGraph g;
+    TdependNode* checker = g.createNode("checker", "checker1");
+    ASSERT_TRUE(checker->addDynamicAttribute(std::make_unique<TattributeInt32>("resolution", "res", TiffTag("RESO"))));
+    const struct {
+        int32_t value;
+        unsigned expected;
+    } own[] = {{-40, 2}, {0, 2}, {1, 2}, {2, 2}, {333, 333}, {65535, 65535}, {65536, 65535}, {2000000, 65535}};
+    for (auto c : own) {
+        setInt(checker, "resolution", c.value);
+        EXPECT_EQ(TmaterialTexture::nodeResolution(*checker), c.expected) << "resolution " << c.value;
+    }
+
+    // Without a value of its own the host's default answers, clamped alike.
+    TdependNode* plain = g.createNode("checker", "checker2");
+    for (auto [answer, expected] : {std::pair{"1", 2u}, {"512", 512u}, {"99999", 65535u}}) {
+        std::string text = answer;
+        theCommandEngine().registerCommand("optionVar", [text](const std::vector<std::string>& args) {
+            return TscriptCmdResult{args.size() == 2 && args[1] == "defaultTextureResolution", text};
+        });
+        EXPECT_EQ(TmaterialTexture::nodeResolution(*plain), expected) << "host answers " << answer;
+    }
+    useSmallBakes();
+
+    // The override gives a file texture its image's larger side, or its own
+    // value when that is larger still; other textures keep their value.
+    TtestTempDir dir;
+    writeImage(dir.file("wide.png"), 40, 24, 3, 10, 20, 30);
+    TdnFileTexture* file = fileNode(g, "file1", dir.file("wide.png"));
+    ASSERT_TRUE(file->addDynamicAttribute(std::make_unique<TattributeInt32>("resolution", "res", TiffTag("RESO"))));
+    setInt(file, "resolution", 8);
+    EXPECT_EQ(TmaterialTexture::nodeResolution(*file), 8u) << "no override";
+    ScopedEnv env("TOVI_HW_FILE_TEXTURE_RESOLUTION_OVERRIDE", "1");
+    EXPECT_EQ(TmaterialTexture::nodeResolution(*file), 40u);
+    setInt(file, "resolution", 100);
+    EXPECT_EQ(TmaterialTexture::nodeResolution(*file), 100u);
+    setInt(checker, "resolution", 7);
+    EXPECT_EQ(TmaterialTexture::nodeResolution(*checker), 7u);
+}
+
+TEST(CycleIndex, AgreesWithWalkingTheCycleSteps) {
+    // Reference: walk the frames of the cycle and take the last step not
+    // past `frame` (the first when before the start).
+    auto walk = [](int frame, int start, int end, int step) {
+        unsigned index = 0, i = 0;
+        for (int f = start; step > 0 ? f <= end : f >= end; f += step, ++i)
+            if (step > 0 ? f <= frame : f >= frame) index = i;
+        return index;
+    };
+    const struct {
+        int start, end, step;
+    } cycles[] = {{1, 10, 1}, {1, 10, 3}, {5, 25, 5}, {-4, 4, 2}, {10, 1, -3}};
+    for (auto c : cycles)
+        for (int frame = -12; frame <= 30; ++frame)
+            EXPECT_EQ(TmaterialTexture::sCycleIndex(frame, c.start, c.end, c.step, true), walk(frame, c.start, c.end, c.step))
+                << "frame " << frame << " of " << c.start << ".." << c.end << " by " << c.step;
+    EXPECT_EQ(TmaterialTexture::sCycleIndex(7, 1, 10, 1, false), 0u) << "cycling off";
+}
+
+TEST(ComputeFile, CyclingLoadsTheFrameOfTheSlot) {
+    port();
+    TtestTempDir dir;
+    // Frames 2, 4, 6 in red, green, blue; the node names frame 2.
+    writeImage(dir.file("seq.2.png"), 4, 4, 3, 255, 0, 0);
+    writeImage(dir.file("seq.4.png"), 4, 4, 3, 0, 255, 0);
+    writeImage(dir.file("seq.6.png"), 4, 4, 3, 0, 0, 255);
+    TdependGraph g;
+    TdnFileTexture* file = fileNode(g, "seq", dir.file("seq.2.png"));
+    setInt(file, "useFrameExtension", 1);
+    setInt(file, "useHardwareTextureCycling", 1);
+    setInt(file, "startCycleExtension", 2);
+    setInt(file, "endCycleExtension", 6);
+    setInt(file, "byCycleIncrement", 2);
+    TmaterialInfo info(shadedGroup(g, "seq", "seq.outColor"));
+    TmaterialTexture* texture = info.colorTexture();
+    ASSERT_NE(texture, nullptr);
+    ASSERT_EQ(texture->kind(), TmaterialTexture::kFile);
+    const struct {
+        int frame;
+        uint8_t rgb[3];
+    } cases[] = {{0, {255, 0, 0}}, {2, {255, 0, 0}}, {5, {0, 255, 0}}, {6, {0, 0, 255}}, {40, {0, 0, 255}}};
+    TevaluateTextureInfo at;
+    at.port = &port();
+    for (auto c : cases) {
+        setInt(file, "frameExtension", c.frame);
+        TglTextureObject* object = texture->getTexture(at);
+        ASSERT_NE(object, nullptr) << "frame " << c.frame;
+        std::vector<uint8_t> texels;
+        ASSERT_TRUE(object->getTexImage(texels));
+        EXPECT_EQ(std::vector<uint8_t>(texels.begin(), texels.begin() + 3), std::vector<uint8_t>(c.rgb, c.rgb + 3)) << "frame " << c.frame;
+    }
+    EXPECT_TRUE(texture->flags() & TmaterialTexture::kCycling);
+    EXPECT_EQ(texture->textureObjectsCount(), 3u) << "one object per cycle step";
+
+    // With recomputation off, a slot not yet made stays empty: no file is read.
+    texture->dirty(Tplug(file, &TdnFileTexture::saFileTextureName()));
+    TmaterialTexture::fsDisableTextureCompute = true;
+    EXPECT_EQ(texture->getTexture(at), texture->textureObject(2));
+    TmaterialTexture::fsDisableTextureCompute = false;
+}
+
+TEST(MaterialTexture, SharingAndDirtyMarksByKind) {
+    port();
+    TdependGraph g;
+    g.createNode("checker", "shared");
+    g.createNode("place2dTexture", "sharedPlace");
+    ASSERT_EQ(g.connect(plugOf(g, "sharedPlace.outUV"), plugOf(g, "shared.uvCoord")), TconnectStatus::kOk);
+    TmaterialInfo a(shadedGroup(g, "a", "shared.outColor"));
+    TmaterialInfo b(shadedGroup(g, "b", "shared.outColor"));
+    TevaluateTextureInfoArray at(1);
+    at[0].port = &port();
+    ASSERT_TRUE(a.evaluateTexture(at));
+    ASSERT_TRUE(b.evaluateTexture(at));
+    TmaterialTexture& ta = *a.colorTexture();
+    TmaterialTexture& tb = *b.colorTexture();
+    EXPECT_EQ(ta.kind(), TmaterialTexture::kSwatch);
+    EXPECT_EQ(ta.find(ta), nullptr) << "find(self)";
+    EXPECT_EQ(ta.textureObject(0), tb.textureObject(0)) << "one swatch, one object";
+    EXPECT_EQ(tb.find(ta), tb.textureObject(0));
+
+    // A swatch out of date is not shared, and a dirty mark is the kind's own.
+    tb.setDirty();
+    EXPECT_TRUE(tb.flags() & TmaterialTexture::kSwatchDirty);
+    EXPECT_FALSE(tb.flags() & TmaterialTexture::kFileDirty);
+    EXPECT_EQ(tb.find(ta), nullptr);
+    TtestTempDir dir;
+    writeImage(dir.file("f.png"), 2, 2, 3, 1, 2, 3);
+    fileNode(g, "f", dir.file("f.png"));
+    TmaterialInfo c(shadedGroup(g, "c", "f.outColor"));
+    ASSERT_TRUE(c.evaluateTexture(at));
+    TmaterialTexture& tf = *c.colorTexture();
+    EXPECT_EQ(tf.flags() & (TmaterialTexture::kFileDirty | TmaterialTexture::kSwatchDirty), 0u);
+    unsigned before = c.transformsDirtyCount();
+    tf.dirty(plugOf(g, "f.useHardwareTextureCycling"));
+    EXPECT_TRUE(tf.flags() & TmaterialTexture::kFileDirty);
+    EXPECT_TRUE(tf.flags() & TmaterialTexture::kDropCache) << "cycling changes the cache's layout";
+    EXPECT_FALSE(tf.flags() & TmaterialTexture::kSwatchDirty);
+    EXPECT_EQ(c.transformsDirtyCount(), before + 1);
+    EXPECT_EQ(tf.find(ta), nullptr) << "a file shares through the image cache, not find";
+}
+
+TEST(MaterialInfo, HasAlphaOnlyForAnImageWithTransparencyToShow) {
+    port();
+    TtestTempDir dir;
+    writeImage(dir.file("opaque.png"), 4, 4, 3, 200, 100, 50);
+    writeImage(dir.file("holes.png"), 4, 4, 4, 200, 100, 50, 90);
+    writeImage(dir.file("mask.png"), 2, 2, 4, 0, 0, 0, 30);
+    // Colour from `colour`; transparency from nothing, the same file, or
+    // `other`. Alpha is what the texture object holds (-1: no alpha channel).
+    const struct {
+        const char* colour;
+        const char* transparency;  // "", "self" or a file
+        bool hasAlpha;
+        int alpha;
+    } cases[] = {{"opaque.png", "", false, -1},       {"holes.png", "", false, -1},
+                 {"opaque.png", "self", false, 255}, {"holes.png", "self", true, 90},
+                 {"opaque.png", "mask.png", true, 30}};
+    for (auto c : cases) {
+        TdependGraph g;
+        fileNode(g, "tex", dir.file(c.colour));
+        TmaterialInfo info(shadedGroup(g, "m", "tex.outColor"));
+        std::string from = std::string(c.transparency) == "self" ? "tex" : "other";
+        if (*c.transparency) {
+            if (from == "other") fileNode(g, "other", dir.file(c.transparency));
+            ASSERT_EQ(g.connect(plugOf(g, from + ".outTransparency"), plugOf(g, "mMat.transparency")), TconnectStatus::kOk);
+        }
+        info.materialNodeChanged();
+        TevaluateTextureInfoArray at(1);
+        at[0].port = &port();
+        std::string what = std::string(c.colour) + " with transparency from '" + c.transparency + "'";
+        ASSERT_TRUE(info.evaluateTexture(at)) << what;
+        EXPECT_EQ(info.hasAlpha(), c.hasAlpha) << what;
+        EXPECT_EQ(info.colorTexture()->alphaColorConnectionsDiffer(), from == "other" && *c.transparency) << what;
+        TglTextureObject* object = info.colorTexture()->textureObject(0);
+        ASSERT_NE(object, nullptr);
+        std::vector<uint8_t> texels;
+        ASSERT_TRUE(object->getTexImage(texels));
+        EXPECT_EQ(object->channels() == 4 ? int(texels[3]) : -1, c.alpha) << what;
+        EXPECT_EQ(int(texels[0]), 200) << what;
+    }
+}
+
+TEST(MaterialInfo, RecordDefaultsAndLambertValues) {
+    TdependGraph g;
+    TdependNode* group = g.createNode("shadingEngine", "emptySG");
+    TmaterialInfo none(group);
+    const TmaterialInputData& d = none.data();
+    EXPECT_EQ(d.alpha, 1.0f);
+    EXPECT_EQ(d.diffuse.g, kCdarkgreen.g);
+    EXPECT_EQ(d.diffuse.r, 0.0f);
+    EXPECT_EQ(d.shininess, 0.0f);
+
+    shadedGroup(g, "plain", "");
+    TdependNode* mat = g.findNode("plainMat");
+    T3Float colour{0.5f, 0.25f, 1.0f}, transparency{0.3f, 0.3f, 0.3f};
+    float diffuse = 0.6f;
+    mat->setAttributeValue(mat->attribute(Tstring("color")), &colour);
+    mat->setAttributeValue(mat->attribute(Tstring("transparency")), &transparency);
+    mat->setAttributeValue(mat->attribute(Tstring("diffuse")), &diffuse);
+    TmaterialInfo info(g.findNode("plainSG"));
+    const TmaterialInputData& r = info.data();
+    EXPECT_FLOAT_EQ(r.diffuse.r, 0.3f);
+    EXPECT_FLOAT_EQ(r.diffuse.b, 0.6f);
+    EXPECT_FLOAT_EQ(r.ambient.g, 0.25f) << "ambient lights see the colour without the diffuse factor";
+    EXPECT_FLOAT_EQ(r.alpha, 0.7f);
+}
+
+TEST(TglTextureObject, UploadReadsBackBitForBit) {
+    port();
+    std::mt19937 random(7);
+    for (int channels : {1, 3, 4})
+        for (auto [w, h] : {std::pair{1, 1}, {5, 3}, {33, 17}}) {
+            TpixelMap map(w, h, channels);
+            for (size_t i = 0; i < map.byteCount(); ++i) map.pixels()[i] = uint8_t(random());
+            TglTextureObject object;
+            ASSERT_TRUE(object.texImage2D(map));
+            std::vector<uint8_t> back;
+            ASSERT_TRUE(object.getTexImage(back));
+            // OpenGL holds the bottom row first.
+            TpixelMap flipped = map;
+            flipped.verticalFlip();
+            EXPECT_EQ(back, std::vector<uint8_t>(flipped.pixels(), flipped.pixels() + flipped.byteCount()))
+                << channels << " channels, " << w << "x" << h;
+        }
+}
