@@ -160,6 +160,12 @@ T3Float clampTo(const T3Float& a, float lo, float hi) {
     return T3Float(std::min(std::max(a.x, lo), hi), std::min(std::max(a.y, lo), hi), std::min(std::max(a.z, lo), hi));
 }
 
+// std::min(std::max(x, 0), 1) on values, in a form the vectoriser takes.
+inline float clamp01(float x) {
+    x = x < 0.0f ? 0.0f : x;
+    return 1.0f < x ? 1.0f : x;
+}
+
 // (a) eight utility nodes in a chain fed by the sample's point.
 Tcase chainOfEight() {
     auto net = std::make_unique<Tnetwork>();
@@ -203,10 +209,10 @@ Tcase chainOfEight() {
             const float* __restrict in = l.p[c] + first;
             float* __restrict out = l.out[c] + first;
             for (unsigned i = 0; i < count; ++i) {
-                float x = std::min(std::max(1.0f - in[i] * a1, 0.0f), 1.0f);
+                float x = clamp01(1.0f - in[i] * a1);
                 x = 1.0f - x * a2;
                 x = x * blender + o;
-                out[i] = std::min(std::max(x * a3, 0.0f), 1.0f);
+                out[i] = clamp01(x * a3);
             }
         }
     };
@@ -250,7 +256,7 @@ Tcase conditionOfTwo() {
             const float* __restrict in = l.p[c] + first;
             float* __restrict out = l.out[c] + first;
             for (unsigned i = 0; i < count; ++i) {
-                float t = 1.0f - in[i] * k1[c], f = std::min(std::max(in[i], 0.0f), 1.0f) * k2[c];
+                float t = 1.0f - in[i] * k1[c], f = clamp01(in[i]) * k2[c];
                 out[i] = px[i] > 0.5f ? t : f;
             }
         }

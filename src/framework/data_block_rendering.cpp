@@ -73,9 +73,12 @@ void TdataBlockRendering::setUp(TdependNode* node, unsigned stride, unsigned cha
     fFlag = 0;
     fKind = 2;
     fCleanCount = 0;
-    if (!hiddenMulti) return;
-    for (unsigned h = 0; h < hiddenMulti[0]; ++h) {
-        const Tattribute* a = node->attribute(hiddenMulti[1 + h]);
+    if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
+}
+
+void TdataBlockRendering::constructHidden(unsigned count) {
+    for (unsigned h = 0; h < fHiddenMulti[0]; ++h) {
+        const Tattribute* a = fNode->attribute(fHiddenMulti[1 + h]);
         AttrInfo& e = fOffsets[a->index()];
         if (!(e.kind & kVariableBit)) continue;
         for (unsigned i = 0; i < count; ++i) {
@@ -223,10 +226,12 @@ void TdataBlockRendering::computeSegment(int segment, const Tattribute& a, unsig
 
 TdataHandle TdataBlockRendering::inputValue(const Tattribute& a, unsigned first, unsigned count) {
     AttrInfo& e = fOffsets[a.index()];
+    if (e.kind == kConstPresent || e.kind == kVarPresentNoProp || (e.kind == kVarPresent && e.parentOrSegment < 0)) return locate(a);
+    return fillAndLocate(a, e, first, count);
+}
+
+TdataHandle TdataBlockRendering::fillAndLocate(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count) {
     switch (e.kind) {
-        case kConstPresent:
-        case kVarPresentNoProp:
-            return locate(a);
         case kConstDefaultValue:
         case kVarDefaultValue:
             fillFromDefault(a, e, first, count);

@@ -102,6 +102,10 @@ public:
 
 private:
     TdataHandle locate(const Tattribute& a);
+    // The kinds that fill or compute a value before handing it out; kept
+    // apart so that a read of a present value stays a few instructions.
+    TdataHandle fillAndLocate(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count);
+    void constructHidden(unsigned count);
     void fillFromDefault(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count);
     void fillFromChildren(const Tattribute& a, unsigned first, unsigned count);
     void computeSegment(int segment, const Tattribute& a, unsigned first, unsigned count, void* context);

@@ -331,7 +331,8 @@ void TshadingOpus::run(TSEframe& frame, unsigned begin, unsigned end, unsigned f
                 } else {
                     block.clearCleanMarks();
                 }
-                if (target.shadingNode) {
+                // Once per render the node's on-demand step runs; after that a load tells.
+                if (target.shadingNode && target.shadingNode->onDemandState().load(std::memory_order_acquire) != kOnDemandDone) {
                     Tplug plug = target.plug;
                     target.shadingNode->ensureOnDemand(plug, block);
                 }
