@@ -226,7 +226,11 @@ void TdataBlockRendering::computeSegment(int segment, const Tattribute& a, unsig
 
 TdataHandle TdataBlockRendering::inputValue(const Tattribute& a, unsigned first, unsigned count) {
     AttrInfo& e = fOffsets[a.index()];
-    if (e.kind == kConstPresent || e.kind == kVarPresentNoProp || (e.kind == kVarPresent && e.parentOrSegment < 0)) return locate(a);
+    // Present values, and values linked from another block that no cut
+    // segment computes, are handed out as they stand.
+    if (e.kind == kConstPresent || e.kind == kVarPresentNoProp ||
+        ((e.kind == kVarPresent || e.kind == kVarPresentOtherDB) && e.parentOrSegment < 0))
+        return locate(a);
     return fillAndLocate(a, e, first, count);
 }
 
