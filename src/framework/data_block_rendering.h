@@ -62,6 +62,22 @@ public:
     static uint32_t makeVariable(uint32_t kind) { return kind == kConstPreferChild ? kVarPreferChild : kind | kVariableBit; }
 
     TdataBlockRendering() = default;
+    // Made and set up at once, as a program run makes its blocks: each field
+    // is written once.
+    TdataBlockRendering(TdependNode* node, unsigned stride, unsigned char* first, unsigned count, unsigned char* constant,
+                        AttrInfo* offsets, MultiInfo* multi, const uint16_t* hiddenMulti, void* context)
+        : fStride(stride),
+          fFirst(first),
+          fLast(first + size_t(stride) * (count ? count - 1 : 0)),
+          fCurrent(first),
+          fNode(node),
+          fConstant(constant),
+          fOffsets(offsets),
+          fMulti(multi),
+          fHiddenMulti(hiddenMulti),
+          fContext(context) {
+        if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
+    }
     ~TdataBlockRendering() override;
 
     // Set-up of one block for `count` samples. `hiddenMulti` is a count and

@@ -353,10 +353,10 @@ void TshadingOpus::run(TSEframe& frame, unsigned begin, unsigned end, unsigned f
             case kOpSetUpBlock: {
                 unsigned b = in.word[0];
                 const TSEblockLayout& layout = fProgram.blocks[b];
-                auto* block = new (&frame.blocks[b]) TdataBlockRendering;
-                block->setUp(layout.node, layout.elementSize, frame.variables + size_t(layout.variableBase) * frame.count,
-                             frame.count, frame.constants + layout.constantOffset, layout.info, layout.multi, layout.hidden,
-                             &frame);
+                new (&frame.blocks[b]) TdataBlockRendering(layout.node, layout.elementSize,
+                                                           frame.variables + size_t(layout.variableBase) * frame.count, frame.count,
+                                                           frame.constants + layout.constantOffset, layout.info, layout.multi,
+                                                           layout.hidden, &frame);
                 frame.blocksMade = std::max(frame.blocksMade, b + 1);
                 break;
             }
