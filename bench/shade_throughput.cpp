@@ -6,9 +6,14 @@
 // ratio engine/fused and the two-thread speed-up. Cases: (a) a chain of
 // eight utilities, (b) a condition, (c) a Lambert and (d) a Blinn under
 // four point lights, (e) place2d -> checker -> Lambert and (f) place2d ->
-// ramp -> Lambert under one light.
+// ramp -> Lambert under one light. A third column is the floor: the same
+// arithmetic over per-channel arrays gathered beforehand, which the compiler
+// vectorises where it can. --callgrind=N runs N calls of each side per case
+// and batch under callgrind client requests; bench/callgrind_shade.sh turns
+// the dumps into instructions per call and per sample.
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -17,6 +22,14 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#if __has_include(<valgrind/callgrind.h>)
+#include <valgrind/callgrind.h>
+#else
+#define CALLGRIND_ZERO_STATS
+#define CALLGRIND_TOGGLE_COLLECT
+#define CALLGRIND_DUMP_STATS_AT(label) ((void)(label))
+#endif
 
 #include "bench/bench_samples.h"
 #include "framework/host/attribute_groups.h"
@@ -126,15 +139,51 @@ struct Tnetwork {
 // The fused form of a case: reads each sample's point, writes its colour.
 using Fused = std::function<void(unsigned count, Tsample** samples)>;
 
+// The inputs of every sample gathered per channel, and the floor's output.
+constexpr unsigned kSamples = 64 * 64;  // per pass
+struct Tlanes {
+    float p[3][kSamples], n[3][kSamples], v[3][kSamples], uv[2][kSamples], size[2][kSamples];
+    float out[3][kSamples];
+};
+// The floor of a case: samples first .. first + count - 1 of the lanes.
+using Floor = std::function<void(unsigned first, unsigned count, Tlanes& lanes)>;
+
 struct Tcase {
     const char* name;
     std::unique_ptr<Tnetwork> net;
     Fused fused;
+    Floor floor;
 };
 
 T3Float reverse(const T3Float& a) { return T3Float(1.0f - a.x, 1.0f - a.y, 1.0f - a.z); }
 T3Float clampTo(const T3Float& a, float lo, float hi) {
     return T3Float(std::min(std::max(a.x, lo), hi), std::min(std::max(a.y, lo), hi), std::min(std::max(a.z, lo), hi));
+}
+
+// Four lanes at a time: the vectoriser leaves float selects alone without
+// fast-math, so the floor says it by hand with vector types.
+using Tv4 = float __attribute__((vector_size(16)));
+// std::min(std::max(x, 0), 1) on a lane or four.
+inline float clamp01(float x) {
+    x = x < 0.0f ? 0.0f : x;
+    return 1.0f < x ? 1.0f : x;
+}
+inline Tv4 clamp01(Tv4 x) {
+    const Tv4 zero = {}, one = zero + 1.0f;
+    x = x < zero ? zero : x;
+    return one < x ? one : x;
+}
+// out[i] = f(in[i]) for i < count, four lanes at a time and the rest one by one.
+template <class F>
+void overLanes(const float* __restrict in, float* __restrict out, unsigned count, F&& f) {
+    unsigned i = 0;
+    for (; i + 4 <= count; i += 4) {
+        Tv4 x;
+        std::memcpy(&x, in + i, sizeof x);
+        x = f(x);
+        std::memcpy(out + i, &x, sizeof x);
+    }
+    for (; i < count; ++i) out[i] = f(in[i]);
 }
 
 // (a) eight utility nodes in a chain fed by the sample's point.
@@ -174,7 +223,18 @@ Tcase chainOfEight() {
             samples[i]->setOutColor(x);
         }
     };
-    return {"chain of eight", std::move(net), fused};
+    Floor floor = [=](unsigned first, unsigned count, Tlanes& l) {
+        for (int c = 0; c < 3; ++c) {
+            const float a1 = k1[c], a2 = k2[c], a3 = k3[c], o = other[c] * (1 - blender);
+            overLanes(l.p[c] + first, l.out[c] + first, count, [&](auto x) {
+                x = clamp01(1.0f - x * a1);
+                x = 1.0f - x * a2;
+                x = x * blender + o;
+                return clamp01(x * a3);
+            });
+        }
+    };
+    return {"chain of eight", std::move(net), fused, floor};
 }
 
 // (b) a condition on the point's x choosing between two small sub-networks.
@@ -208,7 +268,27 @@ Tcase conditionOfTwo() {
             samples[i]->setOutColor(p.x > 0.5f ? reverse(mul(p, k1)) : mul(clampTo(p, 0, 1), k2));
         }
     };
-    return {"condition of two", std::move(net), fused};
+    Floor floor = [=](unsigned first, unsigned count, Tlanes& l) {
+        const float* __restrict px = l.p[0] + first;
+        const Tv4 half = Tv4{} + 0.5f;
+        for (int c = 0; c < 3; ++c) {
+            const float* __restrict in = l.p[c] + first;
+            float* __restrict out = l.out[c] + first;
+            unsigned i = 0;
+            for (; i + 4 <= count; i += 4) {
+                Tv4 x, p;
+                std::memcpy(&x, in + i, sizeof x);
+                std::memcpy(&p, px + i, sizeof p);
+                Tv4 t = 1.0f - x * k1[c], f = clamp01(x) * k2[c], r = p > half ? t : f;
+                std::memcpy(out + i, &r, sizeof r);
+            }
+            for (; i < count; ++i) {
+                float t = 1.0f - in[i] * k1[c], f = clamp01(in[i]) * k2[c];
+                out[i] = px[i] > 0.5f ? t : f;
+            }
+        }
+    };
+    return {"condition of two", std::move(net), fused, floor};
 }
 
 // ---------------------------------------------------------------- lit materials
@@ -257,6 +337,37 @@ struct TlambertInputs {
         acc = mul(acc, oneMinus(transparency));
         return acc + incandescence;
     }
+    // The same over lanes, light by light; the colour is `color` or, for a
+    // textured material, what stands in the output lanes already.
+    void shadeLanes(unsigned first, unsigned count, Tlanes& l, bool textured) const {
+        float sum[3][64] = {}, w[64];
+        const float* __restrict nx = l.n[0] + first;
+        const float* __restrict ny = l.n[1] + first;
+        const float* __restrict nz = l.n[2] + first;
+        float col[3][64];
+        for (int c = 0; c < 3; ++c)
+            for (unsigned i = 0; i < count; ++i) col[c][i] = textured ? l.out[c][first + i] : color[c];
+        for (unsigned k = 0; k < lightCount; ++k) {
+            const TlightData& d = lights[k];
+            const T3Float L = d.lightDirection;
+            for (unsigned i = 0; i < count; ++i) {
+                float cosine = L.x * nx[i] + L.y * ny[i] + L.z * nz[i];
+                w[i] = cosine >= 0 ? cosine * diffuse : 0.0f;
+            }
+            for (int c = 0; c < 3; ++c) {
+                const float intensity = d.lightIntensity[c], lit = color[c] * intensity;
+                if (textured)
+                    for (unsigned i = 0; i < count; ++i) sum[c][i] += col[c][i] * intensity * w[i];
+                else
+                    for (unsigned i = 0; i < count; ++i) sum[c][i] += lit * w[i];
+            }
+        }
+        for (int c = 0; c < 3; ++c) {
+            const float keep = 1.0f - transparency[c], amb = ambient[c], inc = incandescence[c];
+            float* __restrict out = l.out[c] + first;
+            for (unsigned i = 0; i < count; ++i) out[i] = (sum[c][i] + col[c][i] * amb) * keep + inc;
+        }
+    }
 };
 
 TdependNode* litMaterial(Tnetwork& net, const char* type) {
@@ -278,7 +389,8 @@ Tcase lambertFourLights() {
             samples[i]->setOutTransparency(in.transparency);
         }
     };
-    return {"Lambert, four point lights", std::move(net), fused};
+    Floor floor = [=](unsigned first, unsigned count, Tlanes& l) { in.shadeLanes(first, count, l, false); };
+    return {"Lambert, four point lights", std::move(net), fused, floor};
 }
 
 // (d) a Blinn lit by four point lights: the Lambert part plus the lobes.
@@ -306,7 +418,21 @@ Tcase blinnFourLights() {
             samples[i]->setOutTransparency(in.transparency);
         }
     };
-    return {"Blinn, four point lights", std::move(net), fused};
+    // The lobes stay a call per light and sample: only the diffuse part runs over lanes.
+    Floor floor = [=](unsigned first, unsigned count, Tlanes& l) {
+        in.shadeLanes(first, count, l, false);
+        for (unsigned i = first; i < first + count; ++i) {
+            const T3Float N(l.n[0][i], l.n[1][i], l.n[2][i]), V(l.v[0][i], l.v[1][i], l.v[2][i]);
+            T3Float S = reflected * (reflectivity * (viewRollOff ? blinnViewRollOff(V, N, rollOff) : 1.0f));
+            for (unsigned k = 0; k < in.lightCount; ++k) {
+                const TlightData& d = in.lights[k];
+                if (!(dot(d.lightDirection, N) > 0)) continue;
+                S = S + mul(d.lightIntensity, splat(blinnLobe(d.lightDirection, V, N, eccentricity, rollOff)));
+            }
+            for (int c = 0; c < 3; ++c) l.out[c][i] += S[c] * specular[c];
+        }
+    };
+    return {"Blinn, four point lights", std::move(net), fused, floor};
 }
 
 // place2d -> texture.outColor -> Lambert.color under one light.
@@ -355,7 +481,16 @@ Tcase checkerLambert() {
             samples[i]->setOutTransparency(in.transparency);
         }
     };
-    return {"place2d -> checker -> Lambert, one light", std::move(net), fused};
+    Floor floor = [=](unsigned first, unsigned count, Tlanes& l) {
+        for (unsigned i = first; i < first + count; ++i) {
+            float w1 = TdnChecker::sColor1Weight(T2Float{l.uv[0][i], l.uv[1][i]}, T2Float{l.size[0][i], l.size[1][i]}, filter,
+                                                 filterOffset, contrast);
+            float a = w1 >= 1e-5f ? w1 : 0.0f, b = 1.0f - w1 >= 1e-5f ? 1.0f - w1 : 0.0f;
+            for (int c = 0; c < 3; ++c) l.out[c][i] = (c1[c] * a + c2[c] * b) * effects.gain[c] + effects.offset[c];
+        }
+        in.shadeLanes(first, count, l, true);
+    };
+    return {"place2d -> checker -> Lambert, one light", std::move(net), fused, floor};
 }
 
 // (f) place2d -> ramp (three keys, default type and interpolation) -> Lambert.
@@ -381,12 +516,18 @@ Tcase rampLambert() {
             samples[i]->setOutTransparency(in.transparency);
         }
     };
-    return {"place2d -> ramp -> Lambert, one light", std::move(net), fused};
+    Floor floor = [=](unsigned first, unsigned count, Tlanes& l) {
+        for (unsigned i = first; i < first + count; ++i) {
+            T3Float c;
+            TdnRamp::getRampColourAtValue(interpolation, TdnRamp::sRampValue(type, wrapToUnit(l.uv[0][i]), wrapToUnit(l.uv[1][i])), keys, c);
+            for (int k = 0; k < 3; ++k) l.out[k][i] = c[k] * effects.gain[k] + effects.offset[k];
+        }
+        in.shadeLanes(first, count, l, true);
+    };
+    return {"place2d -> ramp -> Lambert, one light", std::move(net), fused, floor};
 }
 
 // ---------------------------------------------------------------- driver
-
-constexpr unsigned kSamples = 64 * 64;  // per pass
 
 struct Tsamples {
     std::vector<uint64_t> memory;
@@ -423,11 +564,37 @@ double rate(const std::function<void(unsigned, Tsample**)>& shade, Tsamples& s, 
     return double(done) / elapsed;
 }
 
-bool sameResults(Tcase& c) {
+// The inputs of the samples per channel, for the floor.
+std::unique_ptr<Tlanes> gather(const Tsamples& s) {
+    auto l = std::make_unique<Tlanes>();
+    for (unsigned i = 0; i < s.samples.size() && i < kSamples; ++i) {
+        Tsample* x = s.samples[i];
+        auto put = [&](float (*lanes)[kSamples], const float* v, int n) {
+            for (int c = 0; c < n; ++c) lanes[c][i] = v[c];
+        };
+        if (x->hasItem(kItemPointCamera)) put(l->p, &x->pointCamera()->x, 3);
+        if (x->hasItem(kItemNormalCamera)) put(l->n, &x->normalCamera()->x, 3);
+        if (x->hasItem(kItemRayDirection)) put(l->v, &x->rayDirection()->x, 3);
+        if (x->hasItem(kItemUvCoord)) put(l->uv, &x->uvCoord()->x, 2);
+        if (x->hasItem(kItemUvFilterSize)) put(l->size, &x->uvFilterSize()->x, 2);
+    }
+    return l;
+}
+
+// Engine and fused loop give the same bits; the floor the same colours to rounding.
+bool sameResults(Tcase& c, bool& floorAgrees) {
     Tsamples a(c.net->group, 256), b(c.net->group, 256);
     TshadingOpus* opus = c.net->group->option(kSurfaceColorTransparency).opus;
     for (unsigned i = 0; i < 256; i += 64) opus->shade(64, a.samples.data() + i);
     c.fused(256, b.samples.data());
+    auto lanes = gather(b);
+    for (unsigned i = 0; i < 256; i += 64) c.floor(i, 64, *lanes);
+    floorAgrees = true;
+    for (unsigned i = 0; i < 256; ++i)
+        for (int k = 0; k < 3; ++k) {
+            float want = (*b.samples[i]->outColor())[k];
+            if (!(std::fabs(lanes->out[k][i] - want) <= 1e-5f * std::max(1.0f, std::fabs(want)))) floorAgrees = false;
+        }
     for (unsigned i = 0; i < 256; ++i) {
         if (std::memcmp(a.samples[i]->outColor(), b.samples[i]->outColor(), sizeof(T3Float)) != 0) return false;
         if (a.samples[i]->hasItem(kItemOutTransparency) &&
@@ -440,26 +607,52 @@ bool sameResults(Tcase& c) {
 std::vector<unsigned> gBatchSizes = {1, 8, 64};
 std::string gOnly;  // the letters of the cases to run; all when empty
 bool gThreads = true;
+unsigned gCallgrindCalls = 0;  // > 0: count instructions under callgrind instead of timing
 
-void run(Tcase c, double seconds) {
+// `calls` calls of one side at batch `batch`, cycling over the samples, as one callgrind dump.
+template <class Shade>
+void countCalls(const char* label, Shade&& shade, unsigned batch, unsigned calls) {
+    shade(0, batch);  // warm: first-touch costs are not the figure
+    CALLGRIND_ZERO_STATS;
+    CALLGRIND_TOGGLE_COLLECT;
+    for (unsigned k = 0, b = 0; k < calls; ++k, b = (b + batch) % kSamples) shade(b, batch);
+    CALLGRIND_TOGGLE_COLLECT;
+    CALLGRIND_DUMP_STATS_AT(label);
+}
+
+void run(Tcase c, double seconds, char letter) {
     c.net->session.emplace(c.net->group);
     TshadingOpus* opus = c.net->session->program();
     if (!opus) {
         std::printf("%s: analysis failed\n", c.name);
         return;
     }
-    std::printf("\n%s (%u instructions, %u segments, %u blocks; engine and fused loop agree: %s)\n", c.name,
-                opus->program().instructionCount, opus->program().segmentCount, opus->program().blockCount,
-                sameResults(c) ? "yes" : "NO");
+    bool floorAgrees = false;
+    const bool agree = sameResults(c, floorAgrees);
+    std::printf("\n%s (%u instructions, %u segments, %u blocks; engine and fused loop agree: %s; floor agrees: %s)\n", c.name,
+                opus->program().instructionCount, opus->program().segmentCount, opus->program().blockCount, agree ? "yes" : "NO",
+                floorAgrees ? "yes" : "NO");
     auto engine = [opus](unsigned n, Tsample** s) { opus->shade(n, s); };
     Tsamples s(c.net->group, kSamples);
+    auto lanes = gather(s);
+    auto floor = [&](unsigned n, Tsample** x) { c.floor(unsigned(x - s.samples.data()), n, *lanes); };
+    if (gCallgrindCalls) {
+        for (unsigned batch : gBatchSizes) {
+            auto label = [&](const char* side) { return std::string(1, letter) + "/" + std::to_string(batch) + "/" + side; };
+            countCalls(label("engine").c_str(), [&](unsigned b, unsigned n) { opus->shade(n, s.samples.data() + b); }, batch, gCallgrindCalls);
+            countCalls(label("fused").c_str(), [&](unsigned b, unsigned n) { c.fused(n, s.samples.data() + b); }, batch, gCallgrindCalls);
+            countCalls(label("floor").c_str(), [&](unsigned b, unsigned n) { c.floor(b, n, *lanes); }, batch, gCallgrindCalls);
+        }
+        return;
+    }
     double engine64 = 0;
     for (unsigned batch : gBatchSizes) {
         double e = rate(engine, s, batch, seconds);
         double f = rate(c.fused, s, batch, seconds);
+        double v = rate(floor, s, batch, seconds);
         if (batch == 64) engine64 = e;
-        std::printf("  batch %2u: engine %8.2f M samples/s   fused %8.2f M samples/s   engine/fused time ratio %.2f\n", batch, e / 1e6,
-                    f / 1e6, f / e);
+        std::printf("  batch %2u: engine %8.2f M samples/s   fused %8.2f M samples/s   floor %8.2f M samples/s   time ratio engine/fused %.2f  fused/floor %.2f\n",
+                    batch, e / 1e6, f / 1e6, v / 1e6, f / e, v / f);
     }
     if (!gThreads || !engine64) return;
     // Two threads, each on its own samples.
@@ -485,9 +678,11 @@ int main(int argc, char** argv) {
             gBatchSizes = {unsigned(std::stoul(argv[i] + 8))}, gThreads = false;
         else if (std::string(argv[i]).rfind("--cases=", 0) == 0)
             gOnly = argv[i] + 8;
+        else if (std::string(argv[i]).rfind("--callgrind=", 0) == 0)  // N calls per side, batches 8 and 64
+            gCallgrindCalls = unsigned(std::stoul(argv[i] + 12)), gBatchSizes = {8, 64}, gThreads = false;
     std::printf("Shading throughput (%.2f s per figure); ratio is time per sample, engine over fused, target <= 1.5 at 64\n", seconds);
     Tcase (*cases[])() = {chainOfEight, conditionOfTwo, lambertFourLights, blinnFourLights, checkerLambert, rampLambert};
     for (unsigned k = 0; k < sizeof(cases) / sizeof(cases[0]); ++k)
-        if (gOnly.empty() || gOnly.find(char('a' + k)) != std::string::npos) run(cases[k](), seconds);
+        if (gOnly.empty() || gOnly.find(char('a' + k)) != std::string::npos) run(cases[k](), seconds, char('a' + k));
     return 0;
 }

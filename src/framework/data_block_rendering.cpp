@@ -17,7 +17,13 @@ struct TmultiHeader {
 };
 constexpr unsigned kMaxMultiElements = 64;
 
-const Tattribute* topParent(const Tattribute* a) { return a->rootParent(); }
+// Inline walks: these run several times per node and batch, and calls into
+// the shared library's exported functions are never inlined.
+inline const Tattribute* topParent(const Tattribute* a) {
+    while (a->parent()) a = a->parent();
+    return a;
+}
+inline uint16_t rootIndex(const Tattribute& a) { return topParent(&a)->index(); }
 }  // namespace
 
 void TdataBlockRendering::setComputeValueHook(ComputeValue hook) { gComputeValue.store(hook); }
@@ -67,9 +73,12 @@ void TdataBlockRendering::setUp(TdependNode* node, unsigned stride, unsigned cha
     fFlag = 0;
     fKind = 2;
     fCleanCount = 0;
-    if (!hiddenMulti) return;
-    for (unsigned h = 0; h < hiddenMulti[0]; ++h) {
-        const Tattribute* a = node->attribute(hiddenMulti[1 + h]);
+    if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
+}
+
+void TdataBlockRendering::constructHidden(unsigned count) {
+    for (unsigned h = 0; h < fHiddenMulti[0]; ++h) {
+        const Tattribute* a = fNode->attribute(fHiddenMulti[1 + h]);
         AttrInfo& e = fOffsets[a->index()];
         if (!(e.kind & kVariableBit)) continue;
         for (unsigned i = 0; i < count; ++i) {
@@ -95,15 +104,17 @@ void TdataBlockRendering::setUp(TdependNode* node, unsigned stride, unsigned cha
 }
 
 bool TdataBlockRendering::isClean(const Tattribute& a) const {
-    const uint16_t index = uint16_t(a.rootParent()->index());
+    const uint16_t index = rootIndex(a);
     for (unsigned k = 0; k < fCleanCount; ++k)
         if (fClean[k] == index) return true;
     return false;
 }
 
 void TdataBlockRendering::setClean(const Tattribute& a) {
-    if (isClean(a) || fCleanCount >= kMaxCleanMarks) return;
-    fClean[fCleanCount++] = uint16_t(a.rootParent()->index());
+    const uint16_t index = rootIndex(a);
+    for (unsigned k = 0; k < fCleanCount; ++k)
+        if (fClean[k] == index) return;
+    if (fCleanCount < kMaxCleanMarks) fClean[fCleanCount++] = index;
 }
 
 void TdataBlockRendering::tearDown() {
@@ -126,14 +137,15 @@ void TdataBlockRendering::tearDown() {
     fHiddenMulti = nullptr;
 }
 
-TdataHandle TdataBlockRendering::locate(const Tattribute& a) {
-    AttrInfo& e = info(a);
+// Inline: private, and called by every handle operation of this file.
+inline TdataHandle TdataBlockRendering::locate(const Tattribute& a) {
+    const AttrInfo& e = fOffsets[a.index()];
     TdataHandle h;
     h.block = this;
     h.attribute = &a;
     if (e.kind & kOtherBlockBit) {
         const Tattribute* top = topParent(&a);
-        const AttrInfo& entry = e.kind == kVarUseParentOtherDB ? info(*top) : e;
+        const AttrInfo& entry = e.kind == kVarUseParentOtherDB ? fOffsets[top->index()] : e;
         auto* ref = reinterpret_cast<OtherBlockRef*>(fFirst + entry.offset);
         if (ref->block && ref->value) {
             h.block = ref->block;
@@ -213,7 +225,16 @@ void TdataBlockRendering::computeSegment(int segment, const Tattribute& a, unsig
 }
 
 TdataHandle TdataBlockRendering::inputValue(const Tattribute& a, unsigned first, unsigned count) {
-    AttrInfo& e = info(a);
+    AttrInfo& e = fOffsets[a.index()];
+    // Present values, and values linked from another block that no cut
+    // segment computes, are handed out as they stand.
+    if (e.kind == kConstPresent || e.kind == kVarPresentNoProp ||
+        ((e.kind == kVarPresent || e.kind == kVarPresentOtherDB) && e.parentOrSegment < 0))
+        return locate(a);
+    return fillAndLocate(a, e, first, count);
+}
+
+TdataHandle TdataBlockRendering::fillAndLocate(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count) {
     switch (e.kind) {
         case kConstDefaultValue:
         case kVarDefaultValue:
@@ -223,10 +244,10 @@ TdataHandle TdataBlockRendering::inputValue(const Tattribute& a, unsigned first,
             computeSegment(e.parentOrSegment, a, first, count, fContext);
             break;
         case kVarUseParent:
-            if (a.parent()) computeSegment(info(*a.parent()).parentOrSegment, *a.parent(), first, count, fContext);
+            if (a.parent()) computeSegment(fOffsets[a.parent()->index()].parentOrSegment, *a.parent(), first, count, fContext);
             break;
         case kVarUseParentAndChild:
-            if (a.parent()) computeSegment(info(*a.parent()).parentOrSegment, *a.parent(), first, count, fContext);
+            if (a.parent()) computeSegment(fOffsets[a.parent()->index()].parentOrSegment, *a.parent(), first, count, fContext);
             fillFromChildren(a, first, count);
             break;
         case kConstUseChild:
@@ -248,7 +269,7 @@ TdataHandle TdataBlockRendering::inputValue(const Tattribute& a, unsigned first,
                 // The entry names the segment that computes the value in the
                 // other block; this node's attribute indices mean nothing there.
                 auto* other = static_cast<TdataBlockRendering*>(h.block);
-                const AttrInfo& entry = e.kind == kVarUseParentOtherDB ? info(*topParent(&a)) : e;
+                const AttrInfo& entry = e.kind == kVarUseParentOtherDB ? fOffsets[topParent(&a)->index()] : e;
                 if (entry.parentOrSegment >= 0) other->computeSegment(entry.parentOrSegment, a, first, count, other->fContext);
             }
             return h;
@@ -275,7 +296,7 @@ unsigned TdataBlockRendering::multiIndices(const Tattribute& a, unsigned* indice
 
 TdataHandle TdataBlockRendering::elementValue(const Tattribute& a, unsigned logicalIndex) {
     TdataHandle h = locate(a);
-    const AttrInfo& e = info(a);
+    const AttrInfo& e = fOffsets[a.index()];
     if (!a.isArray() || !fMulti || e.parentOrSegment < 0 || h.isNull()) return {};
     const MultiInfo& m = fMulti[e.parentOrSegment];
     if (logicalIndex >= m.numKids) return {};

@@ -62,6 +62,22 @@ public:
     static uint32_t makeVariable(uint32_t kind) { return kind == kConstPreferChild ? kVarPreferChild : kind | kVariableBit; }
 
     TdataBlockRendering() = default;
+    // Made and set up at once, as a program run makes its blocks: each field
+    // is written once.
+    TdataBlockRendering(TdependNode* node, unsigned stride, unsigned char* first, unsigned count, unsigned char* constant,
+                        AttrInfo* offsets, MultiInfo* multi, const uint16_t* hiddenMulti, void* context)
+        : fStride(stride),
+          fFirst(first),
+          fLast(first + size_t(stride) * (count ? count - 1 : 0)),
+          fCurrent(first),
+          fNode(node),
+          fConstant(constant),
+          fOffsets(offsets),
+          fMulti(multi),
+          fHiddenMulti(hiddenMulti),
+          fContext(context) {
+        if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
+    }
     ~TdataBlockRendering() override;
 
     // Set-up of one block for `count` samples. `hiddenMulti` is a count and
@@ -102,6 +118,10 @@ public:
 
 private:
     TdataHandle locate(const Tattribute& a);
+    // The kinds that fill or compute a value before handing it out; kept
+    // apart so that a read of a present value stays a few instructions.
+    TdataHandle fillAndLocate(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count);
+    void constructHidden(unsigned count);
     void fillFromDefault(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count);
     void fillFromChildren(const Tattribute& a, unsigned first, unsigned count);
     void computeSegment(int segment, const Tattribute& a, unsigned first, unsigned count, void* context);

@@ -38,24 +38,30 @@ struct Tvalue {
     unsigned char bytes[N];
 };
 
+// The run's fields are read into locals first: the byte stores of the copy
+// may alias the run description, and would reload it on every sample.
 template <unsigned N, TSEside S, TSEside D>
 void copyFixed(const TSErun& r, unsigned first, unsigned last) {
+    Tsample* const* const samples = r.samples;
+    const size_t sourceField = r.sourceField, destField = r.destField;
+    const size_t sourceStride = r.sourceStride, destStride = r.destStride;
+    const unsigned char* const source = r.source;
+    unsigned char* const dest = r.dest;
+    auto to = [&](unsigned i) {
+        return D == kSideSample ? reinterpret_cast<unsigned char*>(samples[i]) + destField : dest + destStride * i;
+    };
     if constexpr (S == kSideConstant) {
         // One load, many stores.
         Tvalue<N> v;
-        std::memcpy(&v, r.source, N);
-        for (unsigned i = first; i <= last; ++i) {
-            unsigned char* d = D == kSideSample ? reinterpret_cast<unsigned char*>(r.samples[i]) + r.destField
-                                                : r.dest + size_t(r.destStride) * i;
-            std::memcpy(d, &v, N);
-        }
+        std::memcpy(&v, source, N);
+        for (unsigned i = first; i <= last; ++i) std::memcpy(to(i), &v, N);
     } else {
         for (unsigned i = first; i <= last; ++i) {
-            const unsigned char* s = S == kSideSample ? reinterpret_cast<const unsigned char*>(r.samples[i]) + r.sourceField
-                                                      : r.source + size_t(r.sourceStride) * i;
-            unsigned char* d = D == kSideSample ? reinterpret_cast<unsigned char*>(r.samples[i]) + r.destField
-                                                : r.dest + size_t(r.destStride) * i;
-            std::memcpy(d, s, N);
+            const unsigned char* s = S == kSideSample ? reinterpret_cast<const unsigned char*>(samples[i]) + sourceField
+                                                      : source + sourceStride * i;
+            Tvalue<N> v;
+            std::memcpy(&v, s, N);
+            std::memcpy(to(i), &v, N);
         }
     }
 }
@@ -331,7 +337,8 @@ void TshadingOpus::run(TSEframe& frame, unsigned begin, unsigned end, unsigned f
                 } else {
                     block.clearCleanMarks();
                 }
-                if (target.shadingNode) {
+                // Once per render the node's on-demand step runs; after that a load tells.
+                if (target.shadingNode && target.shadingNode->onDemandState().load(std::memory_order_acquire) != kOnDemandDone) {
                     Tplug plug = target.plug;
                     target.shadingNode->ensureOnDemand(plug, block);
                 }
@@ -346,10 +353,10 @@ void TshadingOpus::run(TSEframe& frame, unsigned begin, unsigned end, unsigned f
             case kOpSetUpBlock: {
                 unsigned b = in.word[0];
                 const TSEblockLayout& layout = fProgram.blocks[b];
-                auto* block = new (&frame.blocks[b]) TdataBlockRendering;
-                block->setUp(layout.node, layout.elementSize, frame.variables + size_t(layout.variableBase) * frame.count,
-                             frame.count, frame.constants + layout.constantOffset, layout.info, layout.multi, layout.hidden,
-                             &frame);
+                new (&frame.blocks[b]) TdataBlockRendering(layout.node, layout.elementSize,
+                                                           frame.variables + size_t(layout.variableBase) * frame.count, frame.count,
+                                                           frame.constants + layout.constantOffset, layout.info, layout.multi,
+                                                           layout.hidden, &frame);
                 frame.blocksMade = std::max(frame.blocksMade, b + 1);
                 break;
             }

@@ -45,10 +45,12 @@ bool TdnMultiplyDivide::vectorComputePlug(const Tplug& plug, TdataBlock& block, 
     };
     if (!op.isVariable() && op.asShort(0) == kMultiply) {
         // The common case, with the operation chosen once for the batch.
-        for (unsigned i = first; i < first + count; ++i) {
-            const T3Float &x = a.asFloat3(i), &y = b.asFloat3(i);
-            out.asFloat3(i) = T3Float(x.x * y.x, x.y * y.y, x.z * y.z);
-        }
+        withLane<T3Float>(a, [&](auto x) {
+            withLane<T3Float>(b, [&](auto y) {
+                for (unsigned i = first; i < first + count; ++i)
+                    out.asFloat3(i) = T3Float(x[i].x * y[i].x, x[i].y * y[i].y, x[i].z * y[i].z);
+            });
+        });
     } else {
         for (unsigned i = first; i < first + count; ++i) apply(op.asShort(i), i);
     }

@@ -19,6 +19,29 @@ bool TdnBlendColors::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
     if (plug.attribute()->rootParent() != &attrOutput()) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle b = block.inputValue(attrBlender(), first, count);
     TdataHandle out = block.outputValue(attrOutput(), first, count);
+    if (!b.isVariable()) {
+        // One blender for the batch: one loop, with the colours it needs.
+        const float w = b.asFloat(0), rest = 1.0f - w;
+        const bool one = w != 0.0f, two = w != 1.0f;
+        TdataHandle c1 = one ? block.inputValue(attrColor1(), first, count) : TdataHandle{};
+        TdataHandle c2 = two ? block.inputValue(attrColor2(), first, count) : TdataHandle{};
+        if (one && two)
+            withLane<T3Float>(c1, [&](auto x) {
+                withLane<T3Float>(c2, [&](auto y) {
+                    for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = x[i] * w + y[i] * rest;
+                });
+            });
+        else if (one)
+            withLane<T3Float>(c1, [&](auto x) {
+                for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = x[i] * w;
+            });
+        else
+            withLane<T3Float>(c2, [&](auto y) {
+                for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = T3Float() + y[i] * rest;
+            });
+        block.setClean(attrOutput());
+        return true;
+    }
     for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = T3Float();
     // Adding to 0 is exact, so the sum is color1 * b + color2 * (1 - b)
     // whichever terms are present.

@@ -28,11 +28,16 @@ bool TdnClampColor::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsi
     TdataHandle hi = block.inputValue(attrMax(), first, count);
     TdataHandle in = block.inputValue(attrInput(), first, count);
     TdataHandle out = block.outputValue(attrOutput(), first, count);
-    for (unsigned i = first; i < first + count; ++i) {
-        const T3Float &a = lo.asFloat3(i), &b = hi.asFloat3(i), &x = in.asFloat3(i);
-        // The upper bound wins when the bounds cross.
-        out.asFloat3(i) = perChannel([&](int c) { return std::min(std::max(x[c], a[c]), b[c]); });
-    }
+    // The bounds are usually constants: one loop per kind of each.
+    withLane<T3Float>(lo, [&](auto a) {
+        withLane<T3Float>(hi, [&](auto b) {
+            for (unsigned i = first; i < first + count; ++i) {
+                const T3Float x = in.asFloat3(i), l = a[i], h = b[i];
+                // The upper bound wins when the bounds cross.
+                out.asFloat3(i) = perChannel([&](int c) { return std::min(std::max(x[c], l[c]), h[c]); });
+            }
+        });
+    });
     block.setClean(attrOutput());
     return true;
 }

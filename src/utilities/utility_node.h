@@ -33,3 +33,27 @@ void forEachRun(unsigned first, unsigned count, Key&& key, F&& f) {
         i = j;
     }
 }
+
+// One input over a batch, as a loop sees it. A constant handle (stride 0) is
+// read once into a local, so the loop keeps it in registers instead of
+// reloading it after every store; a variable one walks its elements.
+template <class T>
+struct TconstantLane {
+    T value;
+    const T& operator[](unsigned) const { return value; }
+};
+template <class T>
+struct TvariableLane {
+    const char* base;
+    size_t stride;
+    const T& operator[](unsigned i) const { return *reinterpret_cast<const T*>(base + stride * i); }
+};
+
+// Calls f with the lane of `h`: the loop in f is compiled once per kind.
+template <class T, class F>
+void withLane(const TdataHandle& h, F&& f) {
+    if (h.isVariable())
+        f(TvariableLane<T>{static_cast<const char*>(h.value), h.stride});
+    else
+        f(TconstantLane<T>{*static_cast<const T*>(h.value)});
+}

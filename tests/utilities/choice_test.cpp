@@ -50,6 +50,36 @@ TEST(LazyInputs, BlendReadsEachColourOnlyWhereItsWeightIsNotZero) {
     for (unsigned i = 0; i < in.size(); ++i) EXPECT_TRUE(sameBits(out[i].color, scalar[i].color)) << i;
 }
 
+// A constant blender takes one loop for the whole batch; at 0 and 1 the
+// colour it does not weigh is never computed, and the result has the bits of
+// the scalar pull in every case.
+TEST(LazyInputs, ConstantBlenderReadsOnlyTheColoursItWeighs) {
+    struct Case {
+        float blender;
+        bool readsFirst, readsSecond;
+    };
+    for (const Case& k : {Case{0.0f, false, true}, Case{1.0f, true, false}, Case{0.3f, true, true}}) {
+        TutilityNetwork net;
+        TdependNode* blend = net.make("blendColors");
+        TutilityTestSource *first = net.source(), *second = net.source();
+        net.set(blend, TdnBlendColors::saBlender(), k.blender);
+        net.connect(first, TutilityTestSource::saOutB(), blend, TdnBlendColors::saColor1());
+        net.connect(second, TutilityTestSource::saOutA(), blend, TdnBlendColors::saColor2());
+        net.toColor(blend, TdnBlendColors::saOutput());
+        auto in = rampSamples(64);
+        auto out = net.shade(in);
+        EXPECT_EQ(first->samples, k.readsFirst ? 64 : 0) << k.blender;
+        EXPECT_EQ(second->samples, k.readsSecond ? 64 : 0) << k.blender;
+        auto scalar = net.pull(in);
+        ASSERT_EQ(out.size(), in.size());
+        for (unsigned i = 0; i < in.size(); ++i) {
+            T3Float want = in[i].normal * k.blender + in[i].point * (1 - k.blender);
+            for (int c = 0; c < 3; ++c) EXPECT_FLOAT_EQ(out[i].color[c], want[c]) << k.blender << " sample " << i;
+            EXPECT_TRUE(sameBits(out[i].color, scalar[i].color)) << k.blender << " sample " << i;
+        }
+    }
+}
+
 TEST(LazyInputs, ConditionReadsEachColourOnlyForItsRuns) {
     TutilityNetwork net;
     TdependNode* cond = net.make("condition");
