@@ -3,6 +3,10 @@
 #include <cstring>
 #include <utility>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace {
 
 constexpr int kSymbols = 256;
@@ -299,11 +303,16 @@ int deltaOf(int symbol, uint32_t extra) {
     return kDeltas.value[(c ? 1 << c : 0) + int(extra)];
 }
 
-// One look-up at the next kLookupBits bits. Most symbols of photographs
-// take 2 to 7 code bits and 1 to 4 extra bits, so they resolve whole here:
-// run and delta ready, nothing more to read. Longer ones resolve at least
-// their code, and codes longer than the table go on through the tree.
+// One look-up at the next kLookupBits bits (kShortLookupBits for blocks of
+// few bits, where filling the larger table would cost more than it saves). Most symbols of photographs
+// take 2 to 7 code bits and 1 to 4 extra bits, so they resolve whole here,
+// run and delta ready. Longer ones resolve at least their code, and codes
+// longer than the table go on through the tree. (Two symbols per look-up
+// measured slower: building the pairs costs more than they save.)
 constexpr int kLookupBits = 10;
+constexpr int kShortLookupBits = 8;
+// Blocks of fewer bits than this after the tree use the short table.
+constexpr int kShortLookupBelow = 4096;
 enum : uint32_t { kWhole = 0, kCodeOnly = 1, kLongCode = 2 };
 
 // Entry: kind in bits 0-1, bits to drop in 2-7, then run (whole) or symbol
@@ -312,7 +321,7 @@ uint32_t wholeEntry(int bits, int run, int delta) {
     return kWhole | uint32_t(bits) << 2 | uint32_t(run) << 8 | uint32_t(delta) << 16;
 }
 
-void buildLookup(const TdecodeNode* nodes, uint32_t* table) {
+void buildLookup(const TdecodeNode* nodes, int lookupBits, uint32_t* table) {
     struct Tvisit {
         int16_t node;
         uint8_t depth;
@@ -324,8 +333,8 @@ void buildLookup(const TdecodeNode* nodes, uint32_t* table) {
         Tvisit v = stack[--top];
         const TdecodeNode& node = nodes[v.node];
         if (node.symbol < 0) {
-            if (v.depth == kLookupBits) {
-                table[v.code] = kLongCode | uint32_t(kLookupBits) << 2 | uint32_t(v.node) << 16;
+            if (v.depth == lookupBits) {
+                table[v.code] = kLongCode | uint32_t(lookupBits) << 2 | uint32_t(v.node) << 16;
                 continue;
             }
             stack[top++] = {node.child[1], uint8_t(v.depth + 1), v.code | (1u << v.depth)};
@@ -333,8 +342,8 @@ void buildLookup(const TdecodeNode* nodes, uint32_t* table) {
             continue;
         }
         const int symbol = node.symbol, length = v.depth, extra = extraBits(symbol);
-        const int fill = 1 << (kLookupBits - length);
-        if (length + extra <= kLookupBits) {
+        const int fill = 1 << (lookupBits - length);
+        if (length + extra <= lookupBits) {
             for (int j = 0; j < fill; ++j)
                 table[v.code | uint32_t(j) << length] =
                     wholeEntry(length + extra, symbol >> 3, deltaOf(symbol, uint32_t(j) & ((1u << extra) - 1)));
@@ -345,16 +354,31 @@ void buildLookup(const TdecodeNode* nodes, uint32_t* table) {
     }
 }
 
+// Writes 32 copies of the value: a run of any length in four fixed stores.
+inline void fillRun(uint8_t* at, uint8_t value) {
+#if defined(__SSE2__)
+    const __m128i v = _mm_set1_epi8(char(value));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(at), v);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(at + 16), v);
+#else
+    const uint64_t word = value * 0x0101010101010101ull;
+    for (int i = 0; i < kMaxRun; i += 8) std::memcpy(at + i, &word, 8);
+#endif
+}
+
 // Channel values in scan order to interleaved pixels, undoing the serpentine.
 template <int kChannels>
-void unscan(const uint8_t* scan, int width, int height, int channel, uint8_t* pixels) {
+void unscan(const uint8_t (*scan)[kMaxPixels + kMaxRun], int width, int height, uint8_t* pixels) {
     for (int y = 0; y < height; ++y) {
-        const uint8_t* row = scan + y * width;
-        uint8_t* out = pixels + size_t(y) * width * kChannels + channel;
-        if (y & 1)
-            for (int x = 0; x < width; ++x) out[x * kChannels] = row[width - 1 - x];
-        else
-            for (int x = 0; x < width; ++x) out[x * kChannels] = row[x];
+        uint8_t* out = pixels + size_t(y) * width * kChannels;
+        const int start = y * width;
+        if (y & 1) {
+            for (int x = 0; x < width; ++x)
+                for (int c = 0; c < kChannels; ++c) out[x * kChannels + c] = scan[c][start + width - 1 - x];
+        } else {
+            for (int x = 0; x < width; ++x)
+                for (int c = 0; c < kChannels; ++c) out[x * kChannels + c] = scan[c][start + x];
+        }
     }
 }
 
@@ -403,49 +427,57 @@ const char* TbotCodec::decodeBlock(const uint8_t* data, int size, int width, int
     }
     if (in.overrun()) return "data ends inside the tree";
 
+    const int bodyBits = int(in.end - in.next) * 8 + in.available - in.padding;
+    const int lookupBits = bodyBits < kShortLookupBelow ? kShortLookupBits : kLookupBits;
+    const uint32_t lookupMask = (1u << lookupBits) - 1;
     uint32_t lookup[1 << kLookupBits];
-    buildLookup(nodes, lookup);
+    buildLookup(nodes, lookupBits, lookup);
 
-    // A run writes 32 bytes whatever its length, so the scan has room after.
-    uint8_t scan[kMaxPixels + kMaxRun];
+    // A run writes 32 bytes whatever its length, so each scan has room after.
+    uint8_t scans[4][kMaxPixels + kMaxRun];
     const int n = width * height;
     for (int ch = 0; ch < channels; ++ch) {
+        uint8_t* scan = scans[ch];
         int predictor = 0;
         for (int p = 0; p < n;) {
             in.ensure();
-            const uint32_t e = lookup[in.buffer & ((1u << kLookupBits) - 1)];
-            in.skip(int((e >> 2) & 63));
-            int run, delta;
+            const uint32_t e = lookup[in.buffer & lookupMask];
             if ((e & 3) == kWhole) {
-                run = int((e >> 8) & 255);
-                delta = int(e >> 16);
-            } else {
-                int symbol;
-                if ((e & 3) == kCodeOnly) {
-                    symbol = int((e >> 8) & 255);
-                } else {
-                    int node = int(e >> 16);
-                    while (nodes[node].symbol < 0) {
-                        if (in.overrun()) return "data ends inside a code";
-                        node = nodes[node].child[in.read(1)];
-                    }
-                    symbol = nodes[node].symbol;
-                }
-                run = symbol >> 3;
-                delta = deltaOf(symbol, in.read(extraBits(symbol)));
+                in.skip(int((e >> 2) & 63));
+                const int run = int((e >> 8) & 255);
+                const uint8_t value = uint8_t(predictor - int(e >> 16));
+                fillRun(scan + p, value);
+                if (p + run + 1 > n) return "a run passes the end of the block";
+                p += run + 1;
+                predictor = value;
+                if (in.overrun()) return "data ends before the block is complete";
+                continue;
             }
+            in.skip(int((e >> 2) & 63));
+            int symbol;
+            if ((e & 3) == kCodeOnly) {
+                symbol = int((e >> 8) & 255);
+            } else {
+                int node = int((e >> 16) & 0xFFFF);
+                while (nodes[node].symbol < 0) {
+                    if (in.overrun()) return "data ends inside a code";
+                    node = nodes[node].child[in.read(1)];
+                }
+                symbol = nodes[node].symbol;
+            }
+            const int run = symbol >> 3, delta = deltaOf(symbol, in.read(extraBits(symbol)));
             if (in.overrun()) return "data ends before the block is complete";
             if (p + run + 1 > n) return "a run passes the end of the block";
             const uint8_t value = uint8_t(predictor - delta);
-            std::memset(scan + p, value, kMaxRun);
+            fillRun(scan + p, value);
             predictor = value;
             p += run + 1;
         }
-        switch (channels) {
-            case 1: unscan<1>(scan, width, height, ch, pixels); break;
-            case 3: unscan<3>(scan, width, height, ch, pixels); break;
-            default: unscan<4>(scan, width, height, ch, pixels); break;
-        }
+    }
+    switch (channels) {
+        case 1: unscan<1>(scans, width, height, pixels); break;
+        case 3: unscan<3>(scans, width, height, pixels); break;
+        default: unscan<4>(scans, width, height, pixels); break;
     }
     return nullptr;
 }
