@@ -25,6 +25,7 @@
 #include "shading/sample_manager.h"
 #include "shading/shading_engine.h"
 #include "textures/file_texture.h"
+#include "textures/pyramid/file_texture_cache.h"
 
 namespace {
 uint64_t nowNs() {
@@ -487,6 +488,8 @@ bool Trenderer::render(TdependGraph& graph, const std::string& sceneFile, const 
     unsigned slotCapacity = unsigned(side * side * settings.samplesPerPixel);
 
     const int threads = options.threads > 0 ? options.threads : defaultThreadCount();
+    // Each thread's texture blocks for a tile (filter margin included) stay cached.
+    TfileTextureCache::sSizeForRender(threads, side);
     std::vector<std::unique_ptr<Tworker>> workers(static_cast<size_t>(threads));
     for (auto& w : workers) {
         w = std::make_unique<Tworker>(scene, tileRenderer.pixelAngle(), slotCapacity);
