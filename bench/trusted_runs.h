@@ -58,8 +58,20 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run& r : runs) {
-            if (r.run_type != Run::RT_Iteration || r.error_occurred) continue;
+            if (r.error_occurred) continue;
             const std::string name = r.run_name.str();
+            // With --benchmark_report_aggregates_only only the aggregates
+            // come here: keep their median and coefficient of variation.
+            if (r.run_type == Run::RT_Aggregate) {
+                if (r.aggregate_name != "median" && r.aggregate_name != "cv") continue;
+                for (const auto& [counter, value] : r.counters) fAggregates[name][r.aggregate_name][counter] = value.value;
+                fAggregates[name][r.aggregate_name]["repetitions"] = double(r.repetitions);
+                if (r.aggregate_name == "median") {
+                    fAggregates[name]["median"]["cpu_ns"] = r.GetAdjustedCPUTime() * nanosPerUnit(r.time_unit);
+                    fAggregates[name]["median"]["real_ns"] = r.GetAdjustedRealTime() * nanosPerUnit(r.time_unit);
+                }
+                continue;
+            }
             for (const auto& [counter, value] : r.counters) fFigures[name][counter].push_back(value.value);
             fFigures[name]["cpu_ns"].push_back(r.GetAdjustedCPUTime() * nanosPerUnit(r.time_unit));
             fFigures[name]["real_ns"].push_back(r.GetAdjustedRealTime() * nanosPerUnit(r.time_unit));
@@ -67,19 +79,20 @@ public:
     }
 
     bool has(const std::string& name, const std::string& figure = "items_per_second") const {
-        auto it = fFigures.find(name);
-        return it != fFigures.end() && it->second.count(figure) && !it->second.at(figure).empty();
+        return hasRuns(name, figure) || aggregate(name, "median", figure) > 0;
     }
     // Median of the repetitions; 0 when the benchmark did not run.
     double median(const std::string& name, const std::string& figure = "items_per_second") const {
-        if (!has(name, figure)) return 0;
+        if (!hasRuns(name, figure)) return aggregate(name, "median", figure);
         std::vector<double> v = fFigures.at(name).at(figure);
         std::sort(v.begin(), v.end());
         size_t n = v.size();
         return n % 2 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
     }
-    // (max - min) / median of the repetitions, in percent.
+    // (max - min) / median of the repetitions, in percent; from aggregates
+    // alone, twice the coefficient of variation.
     double spread(const std::string& name, const std::string& figure = "items_per_second") const {
+        if (!hasRuns(name, figure)) return 200 * aggregate(name, "cv", figure);
         double m = median(name, figure);
         if (m == 0) return 0;
         const auto& v = fFigures.at(name).at(figure);
@@ -87,7 +100,8 @@ public:
         return 100.0 * (*hi - *lo) / m;
     }
     size_t repetitions(const std::string& name, const std::string& figure = "items_per_second") const {
-        return has(name, figure) ? fFigures.at(name).at(figure).size() : 0;
+        return hasRuns(name, figure) ? fFigures.at(name).at(figure).size()
+                                     : size_t(aggregate(name, "median", "repetitions"));
     }
     // "median (spread ±x%, n runs)" with the median scaled by `scale`.
     std::string figure(const std::string& name, const std::string& figure, double scale, const char* format) const {
@@ -112,6 +126,18 @@ public:
     }
 
 private:
+    bool hasRuns(const std::string& name, const std::string& figure) const {
+        auto it = fFigures.find(name);
+        return it != fFigures.end() && it->second.count(figure) && !it->second.at(figure).empty();
+    }
+    double aggregate(const std::string& name, const std::string& which, const std::string& figure) const {
+        auto n = fAggregates.find(name);
+        if (n == fAggregates.end()) return 0;
+        auto w = n->second.find(which);
+        if (w == n->second.end()) return 0;
+        auto f = w->second.find(figure);
+        return f == w->second.end() ? 0 : f->second;
+    }
     static double nanosPerUnit(benchmark::TimeUnit unit) {
         switch (unit) {
             case benchmark::kSecond: return 1e9;
@@ -122,4 +148,5 @@ private:
     }
     TcpuTimes fStart;
     std::map<std::string, std::map<std::string, std::vector<double>>> fFigures;
+    std::map<std::string, std::map<std::string, std::map<std::string, double>>> fAggregates;
 };
