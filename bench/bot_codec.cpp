@@ -119,9 +119,7 @@ BENCHMARK(BM_ZlibInflate)->ArgNames({"image", "tile"})->ArgsProduct({{0, 1}, {32
 }  // namespace
 
 int main(int argc, char** argv) {
-    auto args = trustedArguments(argc, argv);
-    int count = int(args.size()) - 1;
-    benchmark::Initialize(&count, args.data());
+    initializeTrusted(argc, argv);
     TtrustedReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     std::printf("\nDecoded MB/s (%dx%d RGB, CPU time, median of interleaved runs):\n", kSide, kSide);

@@ -130,9 +130,7 @@ BENCHMARK(BM_HelperPacket8);
 }  // namespace
 
 int main(int argc, char** argv) {
-    auto args = trustedArguments(argc, argv);
-    int count = int(args.size()) - 1;
-    benchmark::Initialize(&count, args.data());
+    initializeTrusted(argc, argv);
     if (!fixture().ok) {
         std::printf("cannot load the showcase\n");
         return 1;

@@ -77,9 +77,7 @@ BENCHMARK(BM_libnoiseGradient);
 
 int main(int argc, char** argv) {
     Tnoise::initGradientNoiseTable();
-    auto args = trustedArguments(argc, argv);
-    int count = int(args.size()) - 1;
-    benchmark::Initialize(&count, args.data());
+    initializeTrusted(argc, argv);
     TtrustedReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     // Medians of the repetitions, whatever --benchmark_repetitions and

@@ -79,9 +79,7 @@ BENCHMARK(BM_RenderShowcaseCameraHits)->Unit(benchmark::kMillisecond)->UseRealTi
 }  // namespace
 
 int main(int argc, char** argv) {
-    auto args = trustedArguments(argc, argv);
-    int count = int(args.size()) - 1;
-    benchmark::Initialize(&count, args.data());
+    initializeTrusted(argc, argv);
     TtrustedReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     const double one = reporter.median("BM_RenderShowcase/1/real_time", "wall_s"),

@@ -198,9 +198,7 @@ BENCHMARK(BM_TextureSystem)->Apply(threaded);
 }  // namespace
 
 int main(int argc, char** argv) {
-    auto args = trustedArguments(argc, argv);
-    int count = int(args.size()) - 1;
-    benchmark::Initialize(&count, args.data());
+    initializeTrusted(argc, argv);
     // As the renderer does for two threads of 16-pixel tiles.
     TfileTextureCache::sSizeForRender(2, kTile);
     TtrustedReporter reporter;

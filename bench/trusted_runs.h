@@ -32,6 +32,14 @@ inline std::vector<char*> trustedArguments(int argc, char** argv) {
     return out;
 }
 
+// benchmark::Initialize with trustedArguments.
+inline void initializeTrusted(int argc, char** argv) {
+    static std::vector<char*> args;
+    args = trustedArguments(argc, argv);
+    int count = int(args.size()) - 1;
+    benchmark::Initialize(&count, args.data());
+}
+
 // Busy and total jiffies of all cores, from /proc/stat.
 struct TcpuTimes {
     unsigned long long idle = 0, total = 0;

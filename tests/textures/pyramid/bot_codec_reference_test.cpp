@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "pyramid_test_support.h"
 #include "textures/pyramid/bot_codec.h"
 
 namespace {
@@ -101,16 +102,6 @@ bool referenceDecode(const uint8_t* data, int size, int width, int height, int c
     return true;
 }
 
-struct Tbits {
-    std::vector<uint8_t> bytes;
-    int bit = 0;
-    void put(uint32_t v, int n) {
-        for (int i = 0; i < n; ++i, ++bit) {
-            if (bit % 8 == 0) bytes.push_back(0);
-            bytes.back() |= uint8_t(((v >> i) & 1) << (bit % 8));
-        }
-    }
-};
 
 // Compares both decoders on one stream; the table decoder writes into a
 // buffer with guards on either side that must stay untouched.
@@ -174,7 +165,7 @@ TEST(BotCodecReference, HostileStreamsFailOrDecodeExactlyAsTheReferenceDoes) {
     // makes some trees deep chains (codes of dozens of bits) and some bushy,
     // then random code and extra bits, cut at a random length.
     for (int trial = 0; trial < 4000; ++trial) {
-        Tbits b;
+        TtestBits b;
         const int w = 1 + int(rng() % 32), h = 1 + int(rng() % 32);
         const int ch = (int[]){1, 3, 4}[rng() % 3];
         if (trial % 5 == 0) {
