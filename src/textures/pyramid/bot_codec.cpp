@@ -357,7 +357,7 @@ void buildLookup(const TdecodeNode* nodes, int lookupBits, uint32_t* table) {
 // Writes 32 copies of the value: a run of any length in four fixed stores.
 inline void fillRun(uint8_t* at, uint8_t value) {
 #if defined(__SSE2__)
-    const __m128i v = _mm_set1_epi8(char(value));
+    const __m128i v = _mm_set1_epi32(int(value * 0x01010101u));  // cheaper than a byte broadcast on SSE2
     _mm_storeu_si128(reinterpret_cast<__m128i*>(at), v);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(at + 16), v);
 #else
@@ -450,7 +450,6 @@ const char* TbotCodec::decodeBlock(const uint8_t* data, int size, int width, int
                 if (p + run + 1 > n) return "a run passes the end of the block";
                 p += run + 1;
                 predictor = value;
-                if (in.overrun()) return "data ends before the block is complete";
                 continue;
             }
             in.skip(int((e >> 2) & 63));
@@ -473,6 +472,9 @@ const char* TbotCodec::decodeBlock(const uint8_t* data, int size, int width, int
             predictor = value;
             p += run + 1;
         }
+        // Bits past the end read as zeros and the scan stays in bounds, so
+        // whole symbols check only here: once overrun, a stream stays so.
+        if (in.overrun()) return "data ends before the block is complete";
     }
     switch (channels) {
         case 1: unscan<1>(scans, width, height, pixels); break;
