@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/trusted_runs.h"
 #include "textures/noise/noise.h"
 #include "textures/noise/vector_noise_4d.h"
 
@@ -72,33 +73,24 @@ BENCHMARK(BM_vectorNoise);
 BENCHMARK(BM_libnoiseGradient);
 #endif
 
-// Keeps each benchmark's rate so that the ratios can be printed after the table.
-class TrateReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const auto& r : runs) {
-            auto it = r.counters.find("items_per_second");
-            if (it != r.counters.end()) fRates[r.benchmark_name()] = it->second.value;
-        }
-    }
-    std::map<std::string, double> fRates;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
     Tnoise::initGradientNoiseTable();
-    benchmark::Initialize(&argc, argv);
-    TrateReporter reporter;
+    initializeTrusted(argc, argv);
+    TtrustedReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\nevaluations per second (millions):\n");
-    for (const auto& [name, rate] : reporter.fRates) std::printf("  %-22s %8.2f\n", name.c_str(), rate / 1e6);
-    auto ours = reporter.fRates.find("BM_gNoise3"), theirs = reporter.fRates.find("BM_libnoiseGradient");
-    if (ours != reporter.fRates.end() && theirs != reporter.fRates.end())
-        std::printf("gNoise3 / libnoise gradient noise: %.2f (target: at least 1.00)\n", ours->second / theirs->second);
+    // Medians of the repetitions, whatever --benchmark_repetitions and
+    // --benchmark_report_aggregates_only say.
+    std::printf("\nevaluations per second (millions, median of repetitions):\n");
+    for (const char* name : {"BM_noise2", "BM_noise3", "BM_noise4", "BM_gNoise3", "BM_vectorNoise", "BM_libnoiseGradient"})
+        if (reporter.has(name)) std::printf("  %-22s %s\n", name, reporter.figure(name, "items_per_second", 1e-6, "%8.2f").c_str());
+    const double ours = reporter.median("BM_gNoise3"), theirs = reporter.median("BM_libnoiseGradient");
+    if (ours > 0 && theirs > 0)
+        std::printf("gNoise3 / libnoise gradient noise: %.2f (target: at least 1.00)\n", ours / theirs);
     else
         std::printf("gNoise3 / libnoise gradient noise: not measured (libnoise-dev not found at build time)\n");
+    reporter.printIdleCores();
     benchmark::Shutdown();
     return 0;
 }

@@ -1,7 +1,11 @@
-// Texel lookups: an in-memory pyramid, a BOT pyramid with a warm block
-// cache, and the image library's texture system on a tiled, mip-mapped TIFF
-// of the same image made by its maketx. Bilinear, one level. Also the file
-// sizes. Prints figures and ratios.
+// Texel lookups: an in-memory pyramid, a BOT pyramid through the block cache
+// sized as a render sizes it, and the image library's texture system on a
+// tiled, mip-mapped TIFF of the same image made by its maketx. Bilinear, one
+// level. Three patterns: a 96x96 window, a row scan, and a render-like one
+// (16x16 pixel tiles of screen-space lookups at 1 to 4 texels per pixel).
+// Warm: the caches keep what earlier passes loaded; cold: they are emptied
+// before each pass. One thread by CPU time, and one against two threads by
+// wall time in the same run for the speed-up. Also the file sizes.
 #include <benchmark/benchmark.h>
 
 #include <OpenImageIO/imagebuf.h>
@@ -20,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/trusted_runs.h"
 #include "textures/pyramid/file_pixel_map_cache.h"
 #include "textures/pyramid/file_texture_cache.h"
 #include "textures/pyramid/pyramid.h"
@@ -27,6 +32,9 @@
 namespace {
 
 constexpr int kSide = 2048;
+constexpr int kScreen = 256, kTile = 16;
+enum Tpattern { kWindow, kScan, kRenderLike };
+const char* const kPatternNames[] = {"96x96 window", "row scan", "render-like tiles"};
 
 struct Tfixture {
     std::filesystem::path dir;
@@ -34,7 +42,7 @@ struct Tfixture {
     std::unique_ptr<TpyramidNonSwatch> memory;
     std::unique_ptr<Tpyramid> file;
     OIIO::TextureSystem* ts = nullptr;
-    std::vector<float> window, scan;  // u, v pairs
+    std::vector<float> window, scan, render;  // u, v pairs
     bool madeWithMaketx = false;
 
     Tfixture() {
@@ -90,6 +98,17 @@ struct Tfixture {
             scan.push_back(float(i % 1024) / 1024 + 0.0003f);
             scan.push_back(float(i / 1024) / 64 + 0.0002f);
         }
+        // A 256x256 screen in 16x16 tiles, row by row within a tile: a
+        // receding plane, 1 texel per pixel at the bottom, 4 at the top.
+        for (int ty = 0; ty < kScreen; ty += kTile)
+            for (int tx = 0; tx < kScreen; tx += kTile)
+                for (int y = ty; y < ty + kTile; ++y)
+                    for (int x = tx; x < tx + kTile; ++x) {
+                        const float density = 1.0f + 3.0f * float(y) / kScreen;  // texels per pixel
+                        const float v = (1.0f * y + 1.5f * float(y) * float(y) / kScreen) / kSide;
+                        render.push_back(0.1f + (float(x) - kScreen / 2) * density / kSide + 0.3f);
+                        render.push_back(0.05f + v);
+                    }
     }
     ~Tfixture() {
         OIIO::TextureSystem::destroy(ts);
@@ -103,31 +122,39 @@ Tfixture& fixture() {
     return f;
 }
 
-const std::vector<float>& pattern(int which) { return which == 0 ? fixture().window : fixture().scan; }
+const std::vector<float>& pattern(int which) {
+    return which == kWindow ? fixture().window : which == kScan ? fixture().scan : fixture().render;
+}
 
+// One iteration is one pass over the pattern. Threads share the pyramid and
+// each has its own block cache, sized as a render of two threads sizes it.
 void lookupsOwn(benchmark::State& state, Tpyramid& p) {
     const auto& uv = pattern(int(state.range(0)));
+    const bool cold = state.range(1) != 0;
+    TfileTextureCache& cache = TfileTextureCache::threadCache();
     TfileTextureWrapper w;
-    w.cache = &TfileTextureCache::threadCache();
+    w.cache = &cache;
     T3Float colour;
     float alpha, sum = 0;
-    size_t i = 0, n = uv.size() / 2;
-    for (int k = 0; k < 4096; ++k, i = (i + 1) % n) p.getMapColor(w, uv[2 * i], uv[2 * i + 1], colour, true, alpha, 0);
+    const size_t n = uv.size() / 2;
     for (auto _ : state) {
-        p.getMapColor(w, uv[2 * i], uv[2 * i + 1], colour, true, alpha, 0);
-        sum += colour.x;
-        i = i + 1 == n ? 0 : i + 1;
+        if (cold) cache.forgetPyramid(&p);
+        for (size_t i = 0; i < n; ++i) {
+            p.getMapColor(w, uv[2 * i], uv[2 * i + 1], colour, true, alpha, 0);
+            sum += colour.x;
+        }
     }
     benchmark::DoNotOptimize(sum);
-    state.SetItemsProcessed(int64_t(state.iterations()));
+    state.SetItemsProcessed(int64_t(state.iterations() * n));
 }
 
 void BM_MemoryPyramid(benchmark::State& state) { lookupsOwn(state, *fixture().memory); }
-void BM_BotPyramidWarm(benchmark::State& state) { lookupsOwn(state, *fixture().file); }
+void BM_BotPyramid(benchmark::State& state) { lookupsOwn(state, *fixture().file); }
 
 void BM_TextureSystem(benchmark::State& state) {
     auto& f = fixture();
     const auto& uv = pattern(int(state.range(0)));
+    const bool cold = state.range(1) != 0;
     OIIO::TextureOpt opt;
     opt.interpmode = OIIO::TextureOpt::InterpBilinear;
     opt.mipmode = OIIO::TextureOpt::MipModeOneLevel;
@@ -136,52 +163,72 @@ void BM_TextureSystem(benchmark::State& state) {
     auto* thread = f.ts->get_perthread_info();
     auto* handle = f.ts->get_texture_handle(name, thread);
     float result[3], sum = 0;
-    size_t i = 0, n = uv.size() / 2;
-    for (int k = 0; k < 4096; ++k, i = (i + 1) % n)
-        f.ts->texture(handle, thread, opt, uv[2 * i], uv[2 * i + 1], 0, 0, 0, 0, 3, result);
+    const size_t n = uv.size() / 2;
     for (auto _ : state) {
-        f.ts->texture(handle, thread, opt, uv[2 * i], uv[2 * i + 1], 0, 0, 0, 0, 3, result);
-        sum += result[0];
-        i = i + 1 == n ? 0 : i + 1;
-    }
-    benchmark::DoNotOptimize(sum);
-    state.SetItemsProcessed(int64_t(state.iterations()));
-}
-
-BENCHMARK(BM_MemoryPyramid)->Arg(0)->Arg(1)->ArgName("scan");
-BENCHMARK(BM_BotPyramidWarm)->Arg(0)->Arg(1)->ArgName("scan");
-BENCHMARK(BM_TextureSystem)->Arg(0)->Arg(1)->ArgName("scan");
-
-// Keeps each run's rate for the summary.
-class TsummaryReporter : public benchmark::ConsoleReporter {
-public:
-    std::map<std::string, double> rates;
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& r : runs) {
-            auto it = r.counters.find("items_per_second");
-            if (it != r.counters.end()) rates[r.benchmark_name()] = it->second;
+        if (cold) {  // drops its tiles; the file stays open
+            state.PauseTiming();
+            f.ts->invalidate(name, true);
+            handle = f.ts->get_texture_handle(name, thread);
+            state.ResumeTiming();
+        }
+        for (size_t i = 0; i < n; ++i) {
+            f.ts->texture(handle, thread, opt, uv[2 * i], uv[2 * i + 1], 0, 0, 0, 0, 3, result);
+            sum += result[0];
         }
     }
-};
+    benchmark::DoNotOptimize(sum);
+    state.SetItemsProcessed(int64_t(state.iterations() * n));
+}
+
+// Warm and cold for every pattern by CPU time; the render-like pattern with
+// one and two threads by wall time as well, warm only: emptying the texture
+// system's cache while another thread reads it is not allowed.
+void patterns(benchmark::internal::Benchmark* b) {
+    b->ArgNames({"pattern", "cold"})->ArgsProduct({{kWindow, kScan, kRenderLike}, {0, 1}})->MinTime(0.2);
+}
+void threaded(benchmark::internal::Benchmark* b) {
+    b->ArgNames({"pattern", "cold"})->ArgsProduct({{kRenderLike}, {0}})->Threads(1)->Threads(2)->UseRealTime()->MinTime(0.2);
+}
+BENCHMARK(BM_MemoryPyramid)->ArgNames({"pattern", "cold"})->ArgsProduct({{kWindow, kScan, kRenderLike}, {0}})->MinTime(0.2);
+BENCHMARK(BM_BotPyramid)->Apply(patterns);
+BENCHMARK(BM_TextureSystem)->Apply(patterns);
+BENCHMARK(BM_BotPyramid)->Apply(threaded);
+BENCHMARK(BM_TextureSystem)->Apply(threaded);
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    TsummaryReporter reporter;
+    initializeTrusted(argc, argv);
+    // As the renderer does for two threads of 16-pixel tiles.
+    TfileTextureCache::sSizeForRender(2, kTile);
+    TtrustedReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     auto& f = fixture();
-    auto rate = [&](const std::string& name) { return reporter.rates.count(name) ? reporter.rates[name] : 0.0; };
-    std::printf("\nLookups per second (bilinear, one level, %dx%d RGB):\n", kSide, kSide);
-    for (int scan = 0; scan < 2; ++scan) {
-        std::string arg = "/scan:" + std::to_string(scan);
-        double mem = rate("BM_MemoryPyramid" + arg), bot = rate("BM_BotPyramidWarm" + arg),
-               ts = rate("BM_TextureSystem" + arg);
-        std::printf("  %-22s memory %7.1f M/s   BOT %7.1f M/s   texture system %7.1f M/s   BOT/texture system %.2f\n",
-                    scan ? "row scan (cold blocks)" : "96x96 window (warm)", mem / 1e6, bot / 1e6, ts / 1e6,
-                    ts > 0 ? bot / ts : 0.0);
-    }
+    std::printf("\nMillions of lookups per second (bilinear, one level, %dx%d RGB; one thread, CPU time;\n"
+                "median of interleaved runs; block cache of %d slots per thread):\n",
+                kSide, kSide, TfileTextureCache::threadCache().capacity());
+    for (int p = kWindow; p <= kRenderLike; ++p)
+        for (int cold = 0; cold < 2; ++cold) {
+            const std::string arg = "/pattern:" + std::to_string(p) + "/cold:" + std::to_string(cold) + "/min_time:0.200";
+            const double bot = reporter.median("BM_BotPyramid" + arg), ts = reporter.median("BM_TextureSystem" + arg);
+            std::printf("  %-18s %-4s memory %-26s BOT %-26s texture system %-26s BOT/texture system %.2f\n",
+                        kPatternNames[p], cold ? "cold" : "warm",
+                        cold ? "-" : reporter.figure("BM_MemoryPyramid" + arg, "items_per_second", 1e-6, "%.1f").c_str(),
+                        reporter.figure("BM_BotPyramid" + arg, "items_per_second", 1e-6, "%.1f").c_str(),
+                        reporter.figure("BM_TextureSystem" + arg, "items_per_second", 1e-6, "%.1f").c_str(),
+                        ts > 0 ? bot / ts : 0.0);
+        }
+    std::printf("Render-like pattern, wall time, one and two threads in the same run (M lookups/s over all threads):\n");
+    for (const char* impl : {"BM_BotPyramid", "BM_TextureSystem"})
+        for (int cold = 0; cold < 1; ++cold) {
+            const std::string base = std::string(impl) + "/pattern:2/cold:" + std::to_string(cold) + "/min_time:0.200/real_time";
+            const double one = reporter.median(base + "/threads:1"), two = reporter.median(base + "/threads:2");
+            std::printf("  %-17s %-4s 1 thread %-26s 2 threads %-26s speed-up %.2f\n", impl + 3, cold ? "cold" : "warm",
+                        reporter.figure(base + "/threads:1", "items_per_second", 1e-6, "%.1f").c_str(),
+                        reporter.figure(base + "/threads:2", "items_per_second", 1e-6, "%.1f").c_str(),
+                        one > 0 ? two / one : 0.0);
+        }
+    reporter.printIdleCores();
     auto size = [](const std::string& p) { return std::filesystem::exists(p) ? double(std::filesystem::file_size(p)) : 0.0; };
     std::printf("File sizes: BOT %.0f bytes, maketx (zip%s) %.0f bytes, BOT/maketx %.3f\n", size(f.bot),
                 f.madeWithMaketx ? "" : ", through the library", size(f.tx), size(f.tx) > 0 ? size(f.bot) / size(f.tx) : 0.0);

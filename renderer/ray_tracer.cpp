@@ -43,6 +43,38 @@ bool intersectWorld(RTCScene scene, const TworldRay& ray, bool cameraRay, RTCRay
     return hit.hit.geomID != RTC_INVALID_GEOMETRY_ID;
 }
 
+void intersectWorldPacket(RTCScene scene, const TworldRay* rays, int count, bool cameraRay, RTCRayHit* hits) {
+    TtraceContext context;
+    rtcInitIntersectContext(&context.embree);
+    context.embree.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+    context.cameraRay = cameraRay;
+    alignas(32) int valid[kRayPacket];
+    RTCRayHit8 packet;
+    for (int i = 0; i < kRayPacket; ++i) {
+        const TworldRay& r = rays[i < count ? i : count - 1];
+        valid[i] = i < count ? -1 : 0;
+        packet.ray.org_x[i] = r.origin.x, packet.ray.org_y[i] = r.origin.y, packet.ray.org_z[i] = r.origin.z;
+        packet.ray.dir_x[i] = r.direction.x, packet.ray.dir_y[i] = r.direction.y, packet.ray.dir_z[i] = r.direction.z;
+        packet.ray.tnear[i] = r.tNear;
+        packet.ray.tfar[i] = r.tFar;
+        packet.ray.time[i] = 0;
+        packet.ray.mask[i] = 0xFFFFFFFF;
+        packet.ray.id[i] = unsigned(i);
+        packet.ray.flags[i] = 0;
+        packet.hit.geomID[i] = RTC_INVALID_GEOMETRY_ID;
+        packet.hit.instID[0][i] = RTC_INVALID_GEOMETRY_ID;
+    }
+    rtcIntersect8(valid, scene, &context.embree, &packet);
+    for (int i = 0; i < count; ++i) {
+        hits[i].ray.tfar = packet.ray.tfar[i];
+        hits[i].hit.geomID = packet.hit.geomID[i];
+        hits[i].hit.instID[0] = packet.hit.instID[0][i];
+        hits[i].hit.primID = packet.hit.primID[i];
+        hits[i].hit.u = packet.hit.u[i];
+        hits[i].hit.v = packet.hit.v[i];
+    }
+}
+
 TrendererRaySampler::TrendererRaySampler(const TrenderScene& scene, float pixelAngle)
     : fScene(scene), fPixelAngle(pixelAngle), fLevels(kMaxLevels) {}
 

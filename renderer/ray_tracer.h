@@ -92,3 +92,7 @@ private:
 
 // Embree trace helpers shared with the tile loop.
 bool intersectWorld(RTCScene scene, const TworldRay& ray, bool cameraRay, RTCRayHit& hit);
+// Up to 8 coherent rays (a tile's camera rays) traced as one packet; each of
+// the first `count` hits as intersectWorld gives it (ray.tfar and hit).
+constexpr int kRayPacket = 8;
+void intersectWorldPacket(RTCScene scene, const TworldRay* rays, int count, bool cameraRay, RTCRayHit* hits);

@@ -27,6 +27,7 @@
 #include "shading/render_pass_control.h"
 #include "shading/shading_engine.h"
 #include "textures/file_texture.h"
+#include "textures/pyramid/file_texture_cache.h"
 
 namespace {
 uint64_t nowNs() {
@@ -197,28 +198,35 @@ public:
         w.tracer.seed(hashOf(uint64_t(tile.x0), uint64_t(tile.y0), 0x5EED));
         w.tracer.setActiveLevel(0);
 
-        // Camera rays.
+        // Camera rays, in packets of neighbouring rays of the tile.
         uint64_t start = nowNs();
-        for (int py = ey0; py < ey1; ++py)
-            for (int px = ex0; px < ex1; ++px)
-                for (int k = 0; k < fSpp; ++k) {
-                    unsigned index = unsigned(((py - ey0) * ew + (px - ex0)) * fSpp + k);
-                    TtileSlot& slot = raster.slot(index);
-                    samplePosition(px, py, k, slot.x, slot.y);
-                    TworldRay ray = fRays.world(slot.x, slot.y);
-                    slot.origin = ray.origin;
-                    slot.direction = ray.direction;
-                    RTCRayHit hit;
-                    if (intersectWorld(fScene.embreeScene(), ray, true, hit)) {
-                        slot.object = int32_t(hit.hit.instID[0]);
-                        slot.primitive = int32_t(hit.hit.primID);
-                        slot.tHit = hit.ray.tfar;
-                        slot.bu = hit.hit.u;
-                        slot.bv = hit.hit.v;
-                    } else {
-                        slot.object = -1;
-                    }
+        TworldRay packet[kRayPacket];
+        RTCRayHit hits[kRayPacket];
+        for (unsigned first = 0; first < count; first += kRayPacket) {
+            const int n = int(std::min<unsigned>(kRayPacket, count - first));
+            for (int j = 0; j < n; ++j) {
+                const unsigned index = first + unsigned(j), pixel = index / unsigned(fSpp);
+                TtileSlot& slot = raster.slot(index);
+                samplePosition(ex0 + int(pixel) % ew, ey0 + int(pixel) / ew, int(index % unsigned(fSpp)), slot.x, slot.y);
+                packet[j] = fRays.world(slot.x, slot.y);
+                slot.origin = packet[j].origin;
+                slot.direction = packet[j].direction;
+            }
+            intersectWorldPacket(fScene.embreeScene(), packet, n, true, hits);
+            for (int j = 0; j < n; ++j) {
+                TtileSlot& slot = raster.slot(first + unsigned(j));
+                const RTCRayHit& hit = hits[j];
+                if (hit.hit.geomID != RTC_INVALID_GEOMETRY_ID) {
+                    slot.object = int32_t(hit.hit.instID[0]);
+                    slot.primitive = int32_t(hit.hit.primID);
+                    slot.tHit = hit.ray.tfar;
+                    slot.bu = hit.hit.u;
+                    slot.bv = hit.hit.v;
+                } else {
+                    slot.object = -1;
                 }
+            }
+        }
         w.cameraRays += count;
         w.cameraIntersectNs += nowNs() - start;
 
@@ -605,6 +613,8 @@ bool Trenderer::renderPass(TdependGraph& graph, const std::string& sceneFile, co
     unsigned slotCapacity = unsigned(side * side * settings.samplesPerPixel);
 
     const int threads = options.threads > 0 ? options.threads : defaultThreadCount();
+    // Each thread's texture blocks for a tile (filter margin included) stay cached.
+    TfileTextureCache::sSizeForRender(threads, side);
     std::vector<std::unique_ptr<Tworker>> workers(static_cast<size_t>(threads));
     for (auto& w : workers) {
         w = std::make_unique<Tworker>(scene, tileRenderer.pixelAngle(), slotCapacity);

@@ -3,6 +3,10 @@
 #include <cstring>
 #include <utility>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace {
 
 constexpr int kSymbols = 256;
@@ -228,40 +232,53 @@ namespace {
 
 // ---- reading ----
 
+// Bits lowest first from a 64-bit word refilled whole where 8 bytes remain.
+// Past the end it feeds zero bits and counts them, so a stream that ends
+// early is noticed once those bits are used, never by reading past it.
 struct TbitReader {
-    const uint8_t* data;
-    int size;
-    uint64_t bitPos = 0;
+    const uint8_t* next;
+    const uint8_t* end;
+    uint64_t buffer = 0;
+    int available = 0;  // valid bits in `buffer`, lowest first
+    int padding = 0;    // of those, zero bits standing beyond the end (topmost)
 
-    // The next `bits` (up to 32) bits; bits past the end read as zero.
-    uint32_t peek(int bits) const {
-        uint64_t byte = bitPos >> 3;
-        int shift = int(bitPos & 7);
-        uint64_t word = 0;
-        if (byte + 8 <= uint64_t(size)) {
-            std::memcpy(&word, data + byte, 8);  // little-endian host
-        } else {
-            for (uint64_t i = 0; byte + i < uint64_t(size) && i < 8; ++i) word |= uint64_t(data[byte + i]) << (8 * i);
+    TbitReader(const uint8_t* data, int size) : next(data), end(data + size) {}
+
+    void refill() {
+        if (end - next >= 8) {
+            uint64_t word;
+            std::memcpy(&word, next, 8);  // little-endian host
+            buffer |= word << available;
+            next += (63 - available) >> 3;
+            available |= 56;
+            return;
         }
-        return uint32_t((word >> shift) & ((uint64_t(1) << bits) - 1));
+        while (available <= 56) {
+            if (next < end) buffer |= uint64_t(*next++) << available;
+            else padding += 8;
+            available += 8;
+        }
     }
-    uint32_t read(int bits) {
-        uint32_t v = peek(bits);
-        bitPos += uint64_t(bits);
+    // Keeps at least 32 bits ready.
+    void ensure() {
+        if (available < 32) refill();
+    }
+    void skip(int bits) {
+        buffer >>= bits;
+        available -= bits;
+    }
+    uint32_t read(int bits) {  // up to 32
+        ensure();
+        uint32_t v = uint32_t(buffer & ((uint64_t(1) << bits) - 1));
+        skip(bits);
         return v;
     }
-    bool overrun() const { return bitPos > uint64_t(size) * 8; }
+    bool overrun() const { return padding > available; }
 };
 
 struct TdecodeNode {
     int16_t child[2];
     int16_t symbol;  // -1 for internal nodes
-};
-
-struct TfastEntry {
-    uint8_t length;  // bits of the code, 0 when the code is longer than 8
-    uint8_t symbol;
-    int16_t node;  // where the walk goes on after 8 bits
 };
 
 // Table of the value subtracted from the predictor, indexed by 2^c plus the
@@ -280,6 +297,91 @@ struct TdeltaTable {
 };
 const TdeltaTable kDeltas;
 
+int extraBits(int symbol) { return (symbol & 7) ? (symbol & 7) : 1; }
+int deltaOf(int symbol, uint32_t extra) {
+    int c = symbol & 7;
+    return kDeltas.value[(c ? 1 << c : 0) + int(extra)];
+}
+
+// One look-up at the next kLookupBits bits (kShortLookupBits for blocks of
+// few bits, where filling the larger table would cost more than it saves). Most symbols of photographs
+// take 2 to 7 code bits and 1 to 4 extra bits, so they resolve whole here,
+// run and delta ready. Longer ones resolve at least their code, and codes
+// longer than the table go on through the tree. (Two symbols per look-up
+// measured slower: building the pairs costs more than they save.)
+constexpr int kLookupBits = 10;
+constexpr int kShortLookupBits = 8;
+// Blocks of fewer bits than this after the tree use the short table.
+constexpr int kShortLookupBelow = 4096;
+enum : uint32_t { kWhole = 0, kCodeOnly = 1, kLongCode = 2 };
+
+// Entry: kind in bits 0-1, bits to drop in 2-7, then run (whole) or symbol
+// (code only) in 8-15 and the delta in 16-23, or the tree node in 16-31.
+uint32_t wholeEntry(int bits, int run, int delta) {
+    return kWhole | uint32_t(bits) << 2 | uint32_t(run) << 8 | uint32_t(delta) << 16;
+}
+
+void buildLookup(const TdecodeNode* nodes, int lookupBits, uint32_t* table) {
+    struct Tvisit {
+        int16_t node;
+        uint8_t depth;
+        uint32_t code;
+    } stack[2 * kLookupBits + 2];
+    int top = 0;
+    stack[top++] = {0, 0, 0};
+    while (top > 0) {
+        Tvisit v = stack[--top];
+        const TdecodeNode& node = nodes[v.node];
+        if (node.symbol < 0) {
+            if (v.depth == lookupBits) {
+                table[v.code] = kLongCode | uint32_t(lookupBits) << 2 | uint32_t(v.node) << 16;
+                continue;
+            }
+            stack[top++] = {node.child[1], uint8_t(v.depth + 1), v.code | (1u << v.depth)};
+            stack[top++] = {node.child[0], uint8_t(v.depth + 1), v.code};
+            continue;
+        }
+        const int symbol = node.symbol, length = v.depth, extra = extraBits(symbol);
+        const int fill = 1 << (lookupBits - length);
+        if (length + extra <= lookupBits) {
+            for (int j = 0; j < fill; ++j)
+                table[v.code | uint32_t(j) << length] =
+                    wholeEntry(length + extra, symbol >> 3, deltaOf(symbol, uint32_t(j) & ((1u << extra) - 1)));
+        } else {
+            const uint32_t entry = kCodeOnly | uint32_t(length) << 2 | uint32_t(symbol) << 8;
+            for (int j = 0; j < fill; ++j) table[v.code | uint32_t(j) << length] = entry;
+        }
+    }
+}
+
+// Writes 32 copies of the value: a run of any length in four fixed stores.
+inline void fillRun(uint8_t* at, uint8_t value) {
+#if defined(__SSE2__)
+    const __m128i v = _mm_set1_epi32(int(value * 0x01010101u));  // cheaper than a byte broadcast on SSE2
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(at), v);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(at + 16), v);
+#else
+    const uint64_t word = value * 0x0101010101010101ull;
+    for (int i = 0; i < kMaxRun; i += 8) std::memcpy(at + i, &word, 8);
+#endif
+}
+
+// Channel values in scan order to interleaved pixels, undoing the serpentine.
+template <int kChannels>
+void unscan(const uint8_t (*scan)[kMaxPixels + kMaxRun], int width, int height, uint8_t* pixels) {
+    for (int y = 0; y < height; ++y) {
+        uint8_t* out = pixels + size_t(y) * width * kChannels;
+        const int start = y * width;
+        if (y & 1) {
+            for (int x = 0; x < width; ++x)
+                for (int c = 0; c < kChannels; ++c) out[x * kChannels + c] = scan[c][start + width - 1 - x];
+        } else {
+            for (int x = 0; x < width; ++x)
+                for (int c = 0; c < kChannels; ++c) out[x * kChannels + c] = scan[c][start + x];
+        }
+    }
+}
+
 }  // namespace
 
 const char* TbotCodec::decodeBlock(const uint8_t* data, int size, int width, int height, int channels,
@@ -288,15 +390,14 @@ const char* TbotCodec::decodeBlock(const uint8_t* data, int size, int width, int
     if (width < 1 || height < 1 || width > kBlockSide || height > kBlockSide) return "bad block size";
     if (channels != 1 && channels != 3 && channels != 4) return "bad channel count";
 
-    TbitReader in{data, size};
+    TbitReader in(data, size);
 
     // The tree, iteratively so that a hostile stream cannot recurse deeply.
+    // A single leaf is a tree of one node whose code has no bits.
     TdecodeNode nodes[kMaxTreeNodes];
     int nodeCount = 1;
-    bool single = in.read(1) == 0;
-    int singleSymbol = 0;
-    if (single) {
-        singleSymbol = int(in.read(8));
+    if (in.read(1) == 0) {
+        nodes[0] = {{-1, -1}, int16_t(in.read(8))};
     } else {
         nodes[0] = {{-1, -1}, -1};
         struct Tpending {
@@ -326,50 +427,59 @@ const char* TbotCodec::decodeBlock(const uint8_t* data, int size, int width, int
     }
     if (in.overrun()) return "data ends inside the tree";
 
-    // Codes of up to 8 bits resolve through one table look-up.
-    TfastEntry fast[256];
-    if (!single) {
-        for (int bits = 0; bits < 256; ++bits) {
-            int node = 0, used = 0;
-            while (nodes[node].symbol < 0 && used < 8) node = nodes[node].child[(bits >> used++) & 1];
-            if (nodes[node].symbol >= 0) fast[bits] = {uint8_t(used), uint8_t(nodes[node].symbol), int16_t(node)};
-            else fast[bits] = {0, 0, int16_t(node)};
-        }
-    }
+    const int bodyBits = int(in.end - in.next) * 8 + in.available - in.padding;
+    const int lookupBits = bodyBits < kShortLookupBelow ? kShortLookupBits : kLookupBits;
+    const uint32_t lookupMask = (1u << lookupBits) - 1;
+    uint32_t lookup[1 << kLookupBits];
+    buildLookup(nodes, lookupBits, lookup);
 
+    // A run writes 32 bytes whatever its length, so each scan has room after.
+    uint8_t scans[4][kMaxPixels + kMaxRun];
     const int n = width * height;
     for (int ch = 0; ch < channels; ++ch) {
-        Tserpentine s(width);
+        uint8_t* scan = scans[ch];
         int predictor = 0;
         for (int p = 0; p < n;) {
-            int symbol;
-            if (single) {
-                symbol = singleSymbol;
-            } else {
-                const TfastEntry& e = fast[in.peek(8)];
-                if (e.length) {
-                    in.bitPos += e.length;
-                    symbol = e.symbol;
-                } else {
-                    in.bitPos += 8;
-                    int node = e.node;
-                    while (nodes[node].symbol < 0) {
-                        if (in.overrun()) return "data ends inside a code";
-                        node = nodes[node].child[in.read(1)];
-                    }
-                    symbol = nodes[node].symbol;
-                }
+            in.ensure();
+            const uint32_t e = lookup[in.buffer & lookupMask];
+            if ((e & 3) == kWhole) {
+                in.skip(int((e >> 2) & 63));
+                const int run = int((e >> 8) & 255);
+                const uint8_t value = uint8_t(predictor - int(e >> 16));
+                fillRun(scan + p, value);
+                if (p + run + 1 > n) return "a run passes the end of the block";
+                p += run + 1;
+                predictor = value;
+                continue;
             }
-            int run = symbol >> 3, c = symbol & 7;
-            uint32_t extra = in.read(c ? c : 1);
+            in.skip(int((e >> 2) & 63));
+            int symbol;
+            if ((e & 3) == kCodeOnly) {
+                symbol = int((e >> 8) & 255);
+            } else {
+                int node = int((e >> 16) & 0xFFFF);
+                while (nodes[node].symbol < 0) {
+                    if (in.overrun()) return "data ends inside a code";
+                    node = nodes[node].child[in.read(1)];
+                }
+                symbol = nodes[node].symbol;
+            }
+            const int run = symbol >> 3, delta = deltaOf(symbol, in.read(extraBits(symbol)));
             if (in.overrun()) return "data ends before the block is complete";
             if (p + run + 1 > n) return "a run passes the end of the block";
-            int index = (c ? 1 << c : 0) + int(extra);
-            uint8_t value = uint8_t(predictor - kDeltas.value[index]);
-            for (int k = 0; k <= run; ++k, s.next()) pixels[s.index() * channels + ch] = value;
+            const uint8_t value = uint8_t(predictor - delta);
+            fillRun(scan + p, value);
             predictor = value;
             p += run + 1;
         }
+        // Bits past the end read as zeros and the scan stays in bounds, so
+        // whole symbols check only here: once overrun, a stream stays so.
+        if (in.overrun()) return "data ends before the block is complete";
+    }
+    switch (channels) {
+        case 1: unscan<1>(scans, width, height, pixels); break;
+        case 3: unscan<3>(scans, width, height, pixels); break;
+        default: unscan<4>(scans, width, height, pixels); break;
     }
     return nullptr;
 }

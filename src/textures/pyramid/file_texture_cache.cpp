@@ -1,6 +1,9 @@
 #include "textures/pyramid/file_texture_cache.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <mutex>
 #include <vector>
@@ -65,9 +68,41 @@ TfileTextureCache::~TfileTextureCache() {
     releaseSlots();
 }
 
+namespace {
+std::atomic<int> sRenderCapacityLog2{TfileTextureCache::kBaseCapacityLog2};
+std::atomic<unsigned> sRenderSizing{0};
+}  // namespace
+
 TfileTextureCache& TfileTextureCache::threadCache() {
     thread_local TfileTextureCache cache;
+    const unsigned sizing = sRenderSizing.load(std::memory_order_acquire);
+    if (cache.fSizing != sizing) {
+        cache.fSizing = sizing;
+        const int log2 = sRenderCapacityLog2.load(std::memory_order_relaxed);
+        if (log2 != cache.fCapacityLog2) cache.setCapacity(log2);
+    }
     return cache;
+}
+
+int TfileTextureCache::sCapacityLog2ForRender(int threads, int tileSide, uint64_t memoryBytes) {
+    if (tileSide <= 0) return kBaseCapacityLog2;
+    threads = std::max(threads, 1);
+    // Blocks across a tile at 4 texels per pixel, plus one for straddling
+    // block edges and one for the next tile in the row; twice that, as the
+    // victim table is direct-mapped and needs room to avoid collisions.
+    const int across = tileSide * 4 / kBlockTexels + 2;
+    const int wanted = across * across * 5 / 4 * kTexturesPerTile * 2;
+    const uint64_t affordable = memoryBytes / 64 / uint64_t(threads) / kSlotBytes;
+    int log2 = kBaseCapacityLog2;
+    while (log2 < kMaxCapacityLog2 && (1 << log2) < wanted && (uint64_t(2) << log2) <= affordable) ++log2;
+    return log2;
+}
+
+void TfileTextureCache::sSizeForRender(int threads, int tileSide) {
+    const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGE_SIZE);
+    const uint64_t memory = pages > 0 && pageSize > 0 ? uint64_t(pages) * uint64_t(pageSize) : uint64_t(1) << 30;
+    sRenderCapacityLog2.store(sCapacityLog2ForRender(threads, tileSide, memory), std::memory_order_relaxed);
+    sRenderSizing.fetch_add(1, std::memory_order_release);
 }
 
 void TfileTextureCache::allocateSlots() {
@@ -94,7 +129,7 @@ void TfileTextureCache::releaseSlots() {
 }
 
 void TfileTextureCache::setCapacity(int log2) {
-    log2 = std::clamp(log2, kBaseCapacityLog2, 16);
+    log2 = std::clamp(log2, kBaseCapacityLog2, kMaxCapacityLog2);
     for (int s = 0; s < std::min(fUsed, kBaseCapacity); ++s)
         if (fSlots[s].pyramid && fRow >= 0) fSlots[s].pyramid->cacheFlagWord(fRow, fSlots[s].level) &= ~(1u << s);
     releaseSlots();

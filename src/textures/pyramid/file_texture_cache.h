@@ -18,6 +18,8 @@ public:
     static constexpr int kSlotBytes = 4096;
     static constexpr int kBaseCapacity = 32;
     static constexpr int kBaseCapacityLog2 = 5;
+    static constexpr int kMaxCapacityLog2 = 16;
+    static constexpr int kBlockTexels = 32;  // side of a block
     // Thread rows that every pyramid's flag words hold. A cache made while
     // all rows are taken finds its blocks by scanning its slots instead.
     static constexpr int kThreadRows = 64;
@@ -28,8 +30,21 @@ public:
     TfileTextureCache(const TfileTextureCache&) = delete;
     TfileTextureCache& operator=(const TfileTextureCache&) = delete;
 
-    // The calling thread's cache, made on first use.
+    // The calling thread's cache, made on first use, and resized on its
+    // first use after sSizeForRender.
     static TfileTextureCache& threadCache();
+
+    // Sizes every thread's cache for a render by `threads` threads of tiles
+    // of `tileSide` pixels, for this machine's memory. Called before the
+    // render's threads start; caches take the size on their next use.
+    static void sSizeForRender(int threads, int tileSide);
+    // The capacity (log2) that keeps a tile's blocks in the cache: up to 4
+    // texels per pixel on each axis, the blocks a tile straddles, the next
+    // coarser level and a few textures at once, doubled for the victim
+    // table's collisions, within 1/64 of `memoryBytes` over all threads. A
+    // tile side of 0 gives the default of 32 slots.
+    static int sCapacityLog2ForRender(int threads, int tileSide, uint64_t memoryBytes);
+    static constexpr int kTexturesPerTile = 4;
 
     // The decoded block (loading it on a miss). Never null.
     const uint8_t* findBlock(Tpyramid& pyramid, int level, int block);
@@ -87,5 +102,6 @@ private:
     uint8_t* fStore = nullptr;
     int fCapacity = kBaseCapacity;
     int fCapacityLog2 = kBaseCapacityLog2;
+    unsigned fSizing = 0;  // the sSizeForRender call this cache last followed
     Tstats fStats;
 };

@@ -6,6 +6,7 @@
 #include <random>
 #include <vector>
 
+#include "pyramid_test_support.h"
 #include "textures/pyramid/bot_codec.h"
 
 namespace {
@@ -25,17 +26,6 @@ std::vector<uint8_t> decode(const std::vector<uint8_t>& data, int w, int h, int 
     return out;
 }
 
-// Writes bits lowest first, as the file does; for hand-made streams.
-struct TtestBits {
-    std::vector<uint8_t> bytes;
-    int bit = 0;
-    void put(uint32_t v, int n) {
-        for (int i = 0; i < n; ++i, ++bit) {
-            if (bit % 8 == 0) bytes.push_back(0);
-            bytes.back() |= uint8_t(((v >> i) & 1) << (bit % 8));
-        }
-    }
-};
 
 }  // namespace
 

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <thread>
 
 #include "framework/host/command_engine.h"
 #include "pyramid_test_support.h"
@@ -266,4 +267,70 @@ TEST(BotCommand, DamagedFilesGiveTheCorruptionMessageAndAFailingStatus) {
     EXPECT_EQ(r.status, 1) << r.out;
     EXPECT_NE(r.out.find("shadenet bot extract: error: Decode error in block ordered texture file"), std::string::npos) << r.out;
     EXPECT_NE(run("bot convert " + dir.file("missing.png") + " -o " + dir.file("m.bot")).status, 0);
+}
+
+TEST(BlockCache, RenderSizingFollowsTheTileAndTheMemory) {
+    const uint64_t plenty = uint64_t(16) << 30;
+    struct Tcase {
+        int threads, tile;
+        uint64_t memory;
+        int log2;
+    } cases[] = {
+        // Blocks across, squared, a quarter more for the next level, four
+        // textures, twice for collisions.
+        {1, 0, plenty, 5},        // no render: the default
+        {1, 4, plenty, 6},        // 2 x 2 blocks: 40 slots
+        {2, 16, plenty, 8},       // 4 x 4 blocks: 160 slots
+        {2, 64, plenty, 10},      // 10 x 10: 1000 slots
+        {1, 1000, plenty, 16},    // as large as a cache goes
+        {4, 64, 8u << 20, 5},     // 8 MB over 4 threads: 32 KB each, the floor
+        {1, 64, 64u << 20, 8},    // 1 MB for the one thread: 256 slots
+        {2, 64, 64u << 20, 7},    // 512 KB each: 128 slots
+    };
+    for (const Tcase& c : cases)
+        EXPECT_EQ(TfileTextureCache::sCapacityLog2ForRender(c.threads, c.tile, c.memory), c.log2)
+            << c.threads << " threads, tile " << c.tile << ", " << (c.memory >> 20) << " MB";
+}
+
+TEST(BlockCache, ARenderSizedCacheHoldsEveryBlockOfATilesLookups) {
+    TtestTempDir dir;
+    std::vector<std::unique_ptr<Tpyramid>> textures;
+    for (int t = 0; t < TfileTextureCache::kTexturesPerTile; ++t)
+        textures.push_back(botPyramid(dir, noiseImage(512, 512, 3, unsigned(t)), ("t" + std::to_string(t) + ".bot").c_str()));
+    // One 16 x 16 pixel tile at 4 texels per pixel in every texture, at the
+    // finest level and the next; the tile straddles block edges.
+    auto tilePass = [&](TfileTextureCache& cache) {
+        for (auto& p : textures) {
+            const int top = p->getMaxLevel();
+            for (int level : {top, top - 1})
+                for (int y = 0; y < 16; ++y)
+                    for (int x = 0; x < 16; ++x) {
+                        const int shift = top - level;
+                        p->texel(cache, level, (20 + 4 * x) >> shift, (50 + 4 * y) >> shift);
+                    }
+        }
+    };
+    auto reloadsOnSecondPass = [&](TfileTextureCache& cache) {
+        tilePass(cache);
+        const uint64_t first = cache.stats().loads;
+        tilePass(cache);
+        return cache.stats().loads - first;
+    };
+    uint64_t sizedReloads = 0;
+    int sizedCapacity = 0;
+    TfileTextureCache::sSizeForRender(1, 16);
+    std::thread([&] {
+        TfileTextureCache& cache = TfileTextureCache::threadCache();
+        sizedCapacity = cache.capacity();
+        sizedReloads = reloadsOnSecondPass(cache);
+    }).join();
+    TfileTextureCache::sSizeForRender(1, 0);  // back to 32 slots for later tests
+    EXPECT_EQ(sizedCapacity, 256);
+    // 52 distinct blocks; the victim table is direct-mapped and keyed by the
+    // pyramids' addresses, so collisions cost a few reloads (5 to 7 seen),
+    // against nearly every block for the unsized cache.
+    EXPECT_LE(sizedReloads, 10u);
+    TfileTextureCache unsized;  // 32 slots: the same tile thrashes
+    EXPECT_GT(reloadsOnSecondPass(unsized), 40u);
+    EXPECT_EQ(TfileTextureCache::threadCache().capacity(), 32);
 }

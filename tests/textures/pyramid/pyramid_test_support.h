@@ -1,8 +1,9 @@
 #pragma once
-// Images shared by the pyramid tests.
+// Images and a bit writer shared by the pyramid tests.
 #include <cmath>
 #include <cstdint>
 #include <random>
+#include <vector>
 
 #include "framework/host/pixel_map.h"
 
@@ -29,3 +30,15 @@ inline TpixelMap noiseImage(int w, int h, int channels, unsigned seed) {
     for (size_t i = 0; i < map.byteCount(); ++i) map.pixels()[i] = uint8_t(rng());
     return map;
 }
+
+// Writes bits lowest first, as the file does; for hand-made streams.
+struct TtestBits {
+    std::vector<uint8_t> bytes;
+    int bit = 0;
+    void put(uint32_t v, int n) {
+        for (int i = 0; i < n; ++i, ++bit) {
+            if (bit % 8 == 0) bytes.push_back(0);
+            bytes.back() |= uint8_t(((v >> i) & 1) << (bit % 8));
+        }
+    }
+};
