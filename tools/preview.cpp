@@ -7,7 +7,9 @@
 #include <vector>
 
 #include "framework/host/depend_graph.h"
+#include "renderer/frame_buffer.h"
 #include "renderer/gl_preview.h"
+#include "renderer/image_output.h"
 #include "scene/scene_loader.h"
 #include "textures/pyramid/file_pixel_map_cache.h"
 #include "tools/subcommand.h"
@@ -20,10 +22,29 @@ struct TpreviewCommand {
     bool stats = false;
 };
 
+// Object numbers are data: written as read back, never colour-encoded.
 bool writeImage(const std::string& path, const TpixelMap& map) {
     Tstring error;
     if (TfilePixelMapCache::saveIMFPixelMap(Tstring(path), map, error)) return true;
     reportError(error.str());  // the message names the file
+    return false;
+}
+
+// The picture goes out as a render's does, so that an 8-bit file is
+// display-encoded and the two can be laid side by side.
+bool writePicture(const std::string& path, const TpixelMap& map) {
+    TframeBuffer image;
+    image.resize(map.width(), map.height());
+    for (int y = 0; y < map.height(); ++y)
+        for (int x = 0; x < map.width(); ++x) {
+            float* out = image.pixel(x, y);
+            for (int c = 0; c < 3; ++c) out[c] = float(map.getPixel(x, y, c)) / 255.0f;
+            out[3] = 1;
+        }
+    std::vector<std::string> written;
+    std::string error;
+    if (writeRenderImage(image, path, TimageOutputOptions(), written, error)) return true;
+    reportError(error);
     return false;
 }
 
@@ -48,8 +69,7 @@ int run(const TpreviewCommand& c) {
     preview.draw();
     TpixelMap image;
     preview.readImage(image);
-    image.setChannels(3);
-    if (!writeImage(c.output, image)) return kExitFailure;
+    if (!writePicture(c.output, image)) return kExitFailure;
     if (!c.objectIds.empty()) {
         preview.drawObjectIds();
         preview.readImage(image);
