@@ -13,9 +13,13 @@ struct Tstate {
     Tallocator* allocator = nullptr;
     std::vector<Tpyramid*>& list(bool isSwatch) { return isSwatch ? swatch : ordinary; }
 };
+// Pyramids outlive renders, so that the next render finds them; they live
+// until the process ends. The state is never destroyed: deleting pyramids
+// from a static destructor would run after the render cache they draw on
+// is gone.
 Tstate& state() {
-    static Tstate s;
-    return s;
+    static Tstate* s = new Tstate;
+    return *s;
 }
 Tallocator& allocator() {
     Tallocator* a = state().allocator;
