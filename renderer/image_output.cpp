@@ -58,26 +58,26 @@ void copyWindow(const float* source, int imageWidth, int stride, int first, int 
         }
 }
 
-OIIO::ImageSpec specFor(const TframeBuffer& image, const Twindow& w, const TimageOutputOptions& options, bool exr,
+OIIO::ImageSpec headerFor(const TframeBuffer& image, const Twindow& w, const TimageOutputOptions& options, bool exr,
                         OIIO::TypeDesc format, const std::vector<std::string>& channels) {
-    OIIO::ImageSpec spec(w.width(), w.height(), int(channels.size()), format);
-    spec.channelnames = channels;
-    spec.alpha_channel = -1;
+    OIIO::ImageSpec header(w.width(), w.height(), int(channels.size()), format);
+    header.channelnames = channels;
+    header.alpha_channel = -1;
     for (size_t c = 0; c < channels.size(); ++c)
-        if (channels[c] == "A") spec.alpha_channel = int(c);
+        if (channels[c] == "A") header.alpha_channel = int(c);
     if (exr && !options.crop) {
-        spec.x = w.x0, spec.y = w.y0;
-        spec.full_x = 0, spec.full_y = 0;
-        spec.full_width = image.width(), spec.full_height = image.height();
+        header.x = w.x0, header.y = w.y0;
+        header.full_x = 0, header.full_y = 0;
+        header.full_width = image.width(), header.full_height = image.height();
     }
-    spec.attribute("Software", "shadenet " SHADENET_VERSION);
-    spec.attribute("shadenet:version", SHADENET_VERSION);
-    for (const auto& [key, value] : options.text) spec.attribute(key, value);
-    if (options.renderSeconds >= 0) spec.attribute("shadenet:renderSeconds", float(options.renderSeconds));
-    if (image.worldToCamera.size() == 16) spec.attribute("worldToCamera", OIIO::TypeMatrix, image.worldToCamera.data());
-    if (image.worldToNDC.size() == 16) spec.attribute("worldToNDC", OIIO::TypeMatrix, image.worldToNDC.data());
-    if (exr) spec.attribute("compression", options.compression.empty() ? std::string("zip") : options.compression);
-    return spec;
+    header.attribute("Software", "shadenet " SHADENET_VERSION);
+    header.attribute("shadenet:version", SHADENET_VERSION);
+    for (const auto& [key, value] : options.text) header.attribute(key, value);
+    if (options.renderSeconds >= 0) header.attribute("shadenet:renderSeconds", float(options.renderSeconds));
+    if (image.worldToCamera.size() == 16) header.attribute("worldToCamera", OIIO::TypeMatrix, image.worldToCamera.data());
+    if (image.worldToNDC.size() == 16) header.attribute("worldToNDC", OIIO::TypeMatrix, image.worldToNDC.data());
+    if (exr) header.attribute("compression", options.compression.empty() ? std::string("zip") : options.compression);
+    return header;
 }
 
 bool canHoldAlpha(const std::string& path) {
@@ -113,9 +113,9 @@ bool writeColourFile(const TframeBuffer& image, const float* rgba, const std::st
     std::vector<std::string> channels = {"R", "G", "B"};
     if (alpha) channels.push_back("A");
     OIIO::TypeDesc format = bits == 32 ? (options.half && exr ? OIIO::TypeDesc::HALF : OIIO::TypeDesc::FLOAT) : integerType(bits);
-    OIIO::ImageSpec spec = specFor(image, w, options, exr, format, channels);
+    OIIO::ImageSpec header = headerFor(image, w, options, exr, format, channels);
     if (bits == 32) {
-        spec.attribute("oiio:ColorSpace", "Linear");
+        header.attribute("oiio:ColorSpace", "Linear");
     } else {
         TdisplayTransform transform;
         if (!transform.setup(options.colorspace, options.view, error)) {
@@ -123,14 +123,14 @@ bool writeColourFile(const TframeBuffer& image, const float* rgba, const std::st
             return false;
         }
         encodeForDisplay(pixels, alpha, transform);
-        spec.attribute("oiio:ColorSpace", transform.encodingName());
-        if (alpha) spec.attribute("oiio:UnassociatedAlpha", 1);
+        header.attribute("oiio:ColorSpace", transform.encodingName());
+        if (alpha) header.attribute("oiio:UnassociatedAlpha", 1);
     }
     if (!alpha) {
         for (size_t i = 0, n = pixels.size() / 4; i < n; ++i) std::copy_n(&pixels[i * 4], 3, &pixels[i * 3]);
         pixels.resize(pixels.size() / 4 * 3);
     }
-    return writeImageFile(path, spec, OIIO::TypeDesc::FLOAT, pixels.data(), error);
+    return writeImageFile(path, header, OIIO::TypeDesc::FLOAT, pixels.data(), error);
 }
 
 // A data layer on its own: floats as they are.
@@ -141,8 +141,8 @@ bool writeDataFile(const TframeBuffer& image, const TimageLayer& layer, const st
     std::vector<float> pixels(size_t(w.width()) * size_t(w.height()) * size_t(n));
     copyWindow(layer.pixels.data(), image.width(), n, 0, n, w, pixels.data(), n, 0);
     const bool half = options.half && isExr(path) && layer.name != "objectId";
-    OIIO::ImageSpec spec = specFor(image, w, options, isExr(path), half ? OIIO::TypeDesc::HALF : OIIO::TypeDesc::FLOAT, layer.channels);
-    return writeImageFile(path, spec, OIIO::TypeDesc::FLOAT, pixels.data(), error);
+    OIIO::ImageSpec header = headerFor(image, w, options, isExr(path), half ? OIIO::TypeDesc::HALF : OIIO::TypeDesc::FLOAT, layer.channels);
+    return writeImageFile(path, header, OIIO::TypeDesc::FLOAT, pixels.data(), error);
 }
 
 // The beauty and every layer in one EXR, layers as "<layer>.<channel>".
@@ -161,13 +161,13 @@ bool writeLayeredExr(const TframeBuffer& image, const std::string& path, const T
         at += n;
     }
     const OIIO::TypeDesc format = options.half ? OIIO::TypeDesc::HALF : OIIO::TypeDesc::FLOAT;
-    OIIO::ImageSpec spec = specFor(image, w, options, true, format, channels);
-    spec.attribute("oiio:ColorSpace", "Linear");
+    OIIO::ImageSpec header = headerFor(image, w, options, true, format, channels);
+    header.attribute("oiio:ColorSpace", "Linear");
     // Ids are whole numbers that half floats would round beyond 2048.
-    spec.channelformats.assign(channels.size(), format);
+    header.channelformats.assign(channels.size(), format);
     for (size_t c = 0; c < channels.size(); ++c)
-        if (channels[c].rfind("objectId.", 0) == 0) spec.channelformats[c] = OIIO::TypeDesc::FLOAT;
-    return writeImageFile(path, spec, OIIO::TypeDesc::FLOAT, pixels.data(), error);
+        if (channels[c].rfind("objectId.", 0) == 0) header.channelformats[c] = OIIO::TypeDesc::FLOAT;
+    return writeImageFile(path, header, OIIO::TypeDesc::FLOAT, pixels.data(), error);
 }
 }  // namespace
 

@@ -41,9 +41,9 @@ Tpixels readRaw(const std::string& path) {
     config.attribute("oiio:UnassociatedAlpha", 1);
     auto in = OIIO::ImageInput::open(path, &config);
     if (!in) return p;
-    const OIIO::ImageSpec& spec = in->spec();
-    p.width = spec.width, p.height = spec.height, p.channels = spec.nchannels;
-    p.colourSpace = spec.get_string_attribute("oiio:ColorSpace");
+    const OIIO::ImageSpec& header = in->spec();
+    p.width = header.width, p.height = header.height, p.channels = header.nchannels;
+    p.colourSpace = header.get_string_attribute("oiio:ColorSpace");
     p.values.resize(size_t(p.width) * size_t(p.height) * size_t(p.channels));
     if (!in->read_image(0, 0, 0, p.channels, OIIO::TypeDesc::FLOAT, p.values.data())) p.width = 0;
     return p;

@@ -35,7 +35,7 @@ TframeBuffer patternImage(int w, int h) {
 }
 
 struct TexrFile {
-    OIIO::ImageSpec spec;
+    OIIO::ImageSpec header;
     std::vector<float> pixels;
     bool ok = false;
 };
@@ -44,9 +44,9 @@ TexrFile readExr(const std::string& path) {
     TexrFile f;
     auto in = OIIO::ImageInput::open(path);
     if (!in) return f;
-    f.spec = in->spec();
-    f.pixels.resize(size_t(f.spec.image_pixels()) * size_t(f.spec.nchannels));
-    f.ok = in->read_image(0, 0, 0, f.spec.nchannels, OIIO::TypeDesc::FLOAT, f.pixels.data());
+    f.header = in->spec();
+    f.pixels.resize(size_t(f.header.image_pixels()) * size_t(f.header.nchannels));
+    f.ok = in->read_image(0, 0, 0, f.header.nchannels, OIIO::TypeDesc::FLOAT, f.pixels.data());
     return f;
 }
 }  // namespace
@@ -83,7 +83,7 @@ TEST(ImageLayers, AnExrHoldsEveryLayerInItsWindowWithTheHeader) {
 
         const TexrFile f = readExr(path);
         ASSERT_TRUE(f.ok);
-        const OIIO::ImageSpec& s = f.spec;
+        const OIIO::ImageSpec& s = f.header;
         const int wx0 = c.region ? x0 : 0, wy0 = c.region ? y0 : 0, wx1 = c.region ? x1 : W, wy1 = c.region ? y1 : H;
         EXPECT_EQ(s.width, wx1 - wx0);
         EXPECT_EQ(s.height, wy1 - wy0);
@@ -128,14 +128,14 @@ TEST(ImageLayers, OtherFormatsGetALayerFileBesideTheImage) {
                                                  dir.file("shot.0007_specular.png")}));
     const TexrFile depth = readExr(dir.file("shot.0007_depth.exr"));
     ASSERT_TRUE(depth.ok);
-    ASSERT_EQ(depth.spec.nchannels, 1);
+    ASSERT_EQ(depth.header.nchannels, 1);
     for (int i = 0; i < 24; ++i) EXPECT_EQ(depth.pixels[size_t(i)], 10.0f + float(i));
     // Asked for, even an EXR writes its layers apart.
     TimageOutputOptions apart;
     apart.separateLayers = true;
     ASSERT_TRUE(writeRenderImage(image, dir.file("b.exr"), apart, written, error)) << error;
     EXPECT_EQ(written.size(), 4u);
-    EXPECT_EQ(readExr(dir.file("b.exr")).spec.nchannels, 4);
+    EXPECT_EQ(readExr(dir.file("b.exr")).header.nchannels, 4);
 }
 
 TEST(ImageLayers, DataLayersDescribeTheHitNearestEachPixelCentre) {

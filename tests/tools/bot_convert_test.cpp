@@ -18,8 +18,8 @@ namespace {
 void writeRow(const std::string& path, const std::vector<float>& values, OIIO::TypeDesc type) {
     auto out = OIIO::ImageOutput::create(path);
     ASSERT_TRUE(out);
-    OIIO::ImageSpec spec(int(values.size()), 1, 1, type);
-    ASSERT_TRUE(out->open(path, spec));
+    OIIO::ImageSpec header(int(values.size()), 1, 1, type);
+    ASSERT_TRUE(out->open(path, header));
     ASSERT_TRUE(out->write_image(OIIO::TypeDesc::FLOAT, values.data()));
     out->close();
 }

@@ -122,13 +122,13 @@ bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Ts
         return false;
     }
     // Only the size and pixel type are needed; the cheaper query skips the metadata.
-    const OIIO::ImageSpec imageSpec = in->spec_dimensions(0);
-    const int w = imageSpec.width, h = imageSpec.height, ch = imageSpec.nchannels;
+    const OIIO::ImageSpec header = in->spec_dimensions(0);
+    const int w = header.width, h = header.height, ch = header.nchannels;
     if (w < 1 || h < 1 || ch < 1) {
         error = Tstring("image has no pixels");
         return false;
     }
-    const auto base = OIIO::TypeDesc::BASETYPE(imageSpec.format.basetype);
+    const auto base = OIIO::TypeDesc::BASETYPE(header.format.basetype);
     const bool hdr = base == OIIO::TypeDesc::FLOAT || base == OIIO::TypeDesc::HALF || base == OIIO::TypeDesc::DOUBLE;
     const int stored = storedChannels(ch);
     if (hdr) {
@@ -166,10 +166,10 @@ std::string TfilePixelMapCache::widerThanByte(const Tstring& path) {
 }
 
 bool TfilePixelMapCache::saveIMFPixelMap(const Tstring& path, const TpixelMap& map, Tstring& error) {
-    OIIO::ImageSpec imageSpec(map.width(), map.height(), map.channels(), OIIO::TypeDesc::UINT8);
-    imageSpec.attribute("oiio:UnassociatedAlpha", 1);
+    OIIO::ImageSpec header(map.width(), map.height(), map.channels(), OIIO::TypeDesc::UINT8);
+    header.attribute("oiio:UnassociatedAlpha", 1);
     std::string why;
-    if (writeImageFile(path.str(), imageSpec, OIIO::TypeDesc::UINT8, map.pixels(), why)) return true;
+    if (writeImageFile(path.str(), header, OIIO::TypeDesc::UINT8, map.pixels(), why)) return true;
     error = Tstring(why);
     return false;
 }

@@ -21,7 +21,7 @@ namespace {
 // An orthographic camera of 64 by 64 pixels over a unit square at z = -2
 // whose UVs run with x and y: one pixel is `texelsPerPixel` texels of a
 // 64-texel image.
-struct TfileSampleSpec {
+struct TfileSampleSetup {
     T2Float pixel;
     int depth = 0;
     char objectType = TdnFileTexture::kPolygonSurface;
@@ -54,7 +54,7 @@ struct TfileNetwork {
         file->setAttributeValue(&TdnFileTexture::saFilterType(), &filterType);
         TdnFileTexture::setSceneDirectory("");
     }
-    std::vector<T3Float> shade(const std::vector<TfileSampleSpec>& specs) {
+    std::vector<T3Float> shade(const std::vector<TfileSampleSetup>& setups) {
         TdnFileTexture::setCamera(camera);
         TshadingOpus* opus = net.analyse();
         EXPECT_NE(opus, nullptr);
@@ -63,17 +63,17 @@ struct TfileNetwork {
         unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
         std::vector<std::vector<uint64_t>> memory;
         std::vector<Tsample*> samples;
-        for (const TfileSampleSpec& spec : specs) {
+        for (const TfileSampleSetup& setup : setups) {
             memory.emplace_back((size + 7) / 8, 0);
             Tsample* s = Tsample::sCreate(memory.back().data(), size, fields);
-            const T2Float uv = uvOfPixel(camera, spec.pixel);
-            s->setUvCoord(T2Float{uv.x + spec.shift.x, uv.y + spec.shift.y});
+            const T2Float uv = uvOfPixel(camera, setup.pixel);
+            s->setUvCoord(T2Float{uv.x + setup.shift.x, uv.y + setup.shift.y});
             s->setUvFilterSize(T2Float{camera.scale, camera.scale});
-            s->setRayDepth(int32_t(spec.depth));
-            s->setObjectType(spec.objectType);
-            s->setPrimitiveId(int32_t(spec.primitive));
-            s->setPixelCenter(spec.pixel);
-            s->setInfoBits(uint32_t(spec.bump ? 1 : 0));
+            s->setRayDepth(int32_t(setup.depth));
+            s->setObjectType(setup.objectType);
+            s->setPrimitiveId(int32_t(setup.primitive));
+            s->setPixelCenter(setup.pixel);
+            s->setInfoBits(uint32_t(setup.bump ? 1 : 0));
             s->setVertexCameraOne(T3Float(-0.5f, -0.5f, -2));
             s->setVertexCameraTwo(T3Float(0.5f, -0.5f, -2));
             s->setVertexCameraThree(T3Float(-0.5f, 0.5f, -2));
@@ -147,7 +147,7 @@ TEST(FileTexture, OnlyFirstHitPolygonSamplesTakeTheFootprintFilter) {
     TfileNetwork n(path, kFilterQuadratic);
     struct Tcase {
         const char* what;
-        TfileSampleSpec spec;
+        TfileSampleSetup setup;
         bool footprint;
     } cases[] = {
         {"first hit", {{10.5f, 40.5f}}, true},
@@ -155,23 +155,23 @@ TEST(FileTexture, OnlyFirstHitPolygonSamplesTakeTheFootprintFilter) {
         {"not a polygon", {{40.5f, 40.5f}, 0, 0}, false},
         {"bump", {{13.5f, 40.5f}, 0, TdnFileTexture::kPolygonSurface, 0, true}, false},
     };
-    std::vector<TfileSampleSpec> specs;
-    for (const Tcase& c : cases) specs.push_back(c.spec);
-    const std::vector<T3Float> out = n.shade(specs);
-    ASSERT_EQ(out.size(), specs.size());
+    std::vector<TfileSampleSetup> setups;
+    for (const Tcase& c : cases) setups.push_back(c.setup);
+    const std::vector<T3Float> out = n.shade(setups);
+    ASSERT_EQ(out.size(), setups.size());
     Tpyramid* pyramid = n.file->pyramid();
     ASSERT_NE(pyramid, nullptr);
     TfileTextureWrapper w;
     w.pyramid = pyramid;
-    for (size_t i = 0; i < specs.size(); ++i) {
-        const T2Float raw = uvOfPixel(n.camera, specs[i].pixel);
+    for (size_t i = 0; i < setups.size(); ++i) {
+        const T2Float raw = uvOfPixel(n.camera, setups[i].pixel);
         const T2Float uv{wrapToUnit(raw.x), wrapToUnit(raw.y)};
         T3Float mip;
         float alpha;
         pyramid->getMapColor(w, uv.x, uv.y, mip, false, alpha, n.camera.scale);
         TfootprintQuery q;
         q.uv = uv;
-        q.pixelCenter = specs[i].pixel;
+        q.pixelCenter = setups[i].pixel;
         q.triangle.camera[0] = {-0.5f, -0.5f, -2}, q.triangle.camera[1] = {0.5f, -0.5f, -2};
         q.triangle.camera[2] = {-0.5f, 0.5f, -2};
         q.triangle.uv[0] = {0, 0}, q.triangle.uv[1] = {1, 0}, q.triangle.uv[2] = {0, 1};
@@ -221,8 +221,8 @@ TEST(FileTexture, FailuresKeepTheRenderGoingWithOneMessageEach) {
         TfileNetwork n(wide, kFilterMipmap);
         for (int render = 0; render < 2; ++render) {
             n.net.session.reset();
-            std::vector<TfileSampleSpec> specs(kBatchSize, TfileSampleSpec{{5.5f, 5.5f}});
-            const std::vector<T3Float> out = n.shade(specs);
+            std::vector<TfileSampleSetup> setups(kBatchSize, TfileSampleSetup{{5.5f, 5.5f}});
+            const std::vector<T3Float> out = n.shade(setups);
             ASSERT_EQ(out.size(), size_t(kBatchSize));
             EXPECT_NEAR(out.back().x, 128.0f / 255, 1e-3);
         }

@@ -156,8 +156,8 @@ TEST(PixelMapCache, ReadsEveryFormatAndMapsHighDynamicRange) {
         std::vector<float> px{0.25f, 0.5f, 4.0f, 0.0f, 0.125f, 1.0f};
         auto out = OIIO::ImageOutput::create(dir.file(name));
         ASSERT_TRUE(out);
-        OIIO::ImageSpec imageSpec(2, 1, 3, OIIO::TypeDesc::FLOAT);
-        ASSERT_TRUE(out->open(dir.file(name), imageSpec));
+        OIIO::ImageSpec header(2, 1, 3, OIIO::TypeDesc::FLOAT);
+        ASSERT_TRUE(out->open(dir.file(name), header));
         ASSERT_TRUE(out->write_image(OIIO::TypeDesc::FLOAT, px.data()));
         out->close();
         TpixelMap m;
