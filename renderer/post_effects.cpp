@@ -110,7 +110,7 @@ void TpostEffects::begin(TdependGraph& graph, const TrenderScene&, int width, in
     }
 }
 
-void TpostEffects::finish(TframeBuffer& image, const TrenderScene& scene) {
+void TpostEffects::finish(TframeBuffer& image, const TrenderScene& scene, int x0, int y0, int x1, int y1) {
     if (!fGlow && fEffects.empty()) return;
     const int width = image.width(), height = image.height();
     const size_t values = size_t(width) * size_t(height) * 4;
@@ -157,8 +157,10 @@ void TpostEffects::finish(TframeBuffer& image, const TrenderScene& scene) {
     // empty background covers the pixel as much as its brightest channel,
     // or a file with unassociated alpha would hide it.
     for (size_t p = 0; p < values; p += 4) {
+        const int x = int((p / 4) % size_t(width)), y = int(p / 4 / size_t(width));
+        if (x < x0 || x >= x1 || y < y0 || y >= y1) continue;
         bool changed = false;
-        float* pixel = image.pixel(int((p / 4) % size_t(width)), int(p / 4 / size_t(width)));
+        float* pixel = image.pixel(x, y);
         for (int k = 0; k < 4; ++k) {
             const int change = int(shorts[p + size_t(k)]) - int(original[p + size_t(k)]);
             if (change == 0) continue;

@@ -32,7 +32,9 @@ public:
     T3Float* pixelGlow() { return fGlow ? fPixelGlow.data() : nullptr; }
     // Adds glow and the lights' effects to `image`, which keeps what it held
     // before as its pre-post layer. Nothing happens when begin() found nothing.
-    void finish(TframeBuffer& image, const TrenderScene& scene);
+    // Only pixels with x0 <= x < x1 and y0 <= y < y1 change: outside a region
+    // render the image stays empty.
+    void finish(TframeBuffer& image, const TrenderScene& scene, int x0, int y0, int x1, int y1);
 
 private:
     struct Teffect;

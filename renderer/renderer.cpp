@@ -653,7 +653,7 @@ bool Trenderer::renderPass(TdependGraph& graph, const std::string& sceneFile, co
     for (auto& [group, volume] : fogStarted) setup.endSampling(group, kVolumeColorTransparency, volume);
     workers.clear();
     TrenderThreadBase::resetShadingGroups();
-    post.finish(image, scene);
+    post.finish(image, scene, region.x0, region.y0, region.x1, region.y1);
     fStatistics.threads = unsigned(threads);
     fStatistics.wallSeconds = double(nowNs() - wallStart) * 1e-9;
     return true;

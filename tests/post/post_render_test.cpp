@@ -84,6 +84,32 @@ TEST(PostRender, GlowSpreadsAroundAGlowingObjectAndNoPostLeavesItOut) {
     EXPECT_EQ(readTestImage(dir.file("single.png")).pixels, r.post.pixels);
 }
 
+// A region render leaves everything outside the region empty, glow and the
+// lights' effects included, so that its tiles can be laid over each other.
+TEST(PostRender, ARegionRenderKeepsPostEffectsInsideTheRegion) {
+    TtestTempDir dir;
+    const std::string glow = R"(, {"type": "shaderGlow", "name": "glow",
+        "attributes": {"glowType": "Linear", "haloType": "None", "glowSpread": 1.3, "autoExposure": false, "glowIntensity": 0.2}})";
+    // A PNG holds the whole frame, transparent outside the region.
+    const std::string path = dir.file("scene.json"), full = dir.file("region.png");
+    std::ofstream(path) << scene(kEmber + glow + "," + kLamp, kEmberLink + "," + kLampLink);
+    const TprogramRun run =
+        runProgram(SHADENET_CLI, {"render", path, "-o", full, "--quiet", "--spp", "1", "--region", "7", "9", "27", "29"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const TtestImage r = readTestImage(full);
+    ASSERT_EQ(r.width, kSide);
+    int glowing = 0;
+    for (int y = 0; y < kSide; ++y)
+        for (int x = 0; x < kSide; ++x) {
+            const bool inside = x >= 7 && x < 27 && y >= 9 && y < 29;
+            if (!inside) {
+                for (int c = 0; c < 4; ++c) EXPECT_EQ(r.at(x, y, c), 0.0f) << x << " " << y << " channel " << c;
+            }
+            glowing += inside && r.at(x, y, 1) > 0 && (x < 14 || x >= 26);  // beside the ember, lit only by its glow
+        }
+    EXPECT_GT(glowing, 0);
+}
+
 TEST(PostRender, ALightsGlowCentresOnItsProjectionAndAnOccluderHidesIt) {
     TtestTempDir dir;
     const Trendered open = renderBoth(dir, scene(kLamp, kLampLink));
