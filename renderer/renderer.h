@@ -11,6 +11,11 @@
 
 class TdependGraph;
 
+// The largest image side a render takes. Beyond it a request is a typing
+// slip rather than a wish: a 32768-pixel side already needs 16 GiB of frame
+// buffer.
+constexpr int kMaxImageSide = 32768;
+
 struct TrenderOptions {
     int threads = 0;                 // 0: every core
     int width = 0, height = 0;       // 0: from the resolution settings

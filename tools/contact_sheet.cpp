@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "tools/texture_swatch.h"
+#include "renderer/texture_swatch.h"
 
 namespace {
 struct Tsheet {

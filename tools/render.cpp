@@ -25,10 +25,7 @@
 #include "tools/subcommand.h"
 
 namespace {
-// Beyond this a request is a typing slip rather than a wish: a 32768-pixel
-// side already needs 16 GiB of frame buffer. More threads than cores are
-// clamped to the cores, with a warning.
-constexpr int kMaxImageSide = 32768;
+// More threads than cores are clamped to the cores, with a warning.
 // Frames of a shot are far inside this; a number beyond it is a slip.
 constexpr int kMaxFrame = 1000000;
 

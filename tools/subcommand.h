@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "framework/host/file_checks.h"
+
 // Exit statuses shared by all subcommands.
 constexpr int kExitOk = 0;
 constexpr int kExitFailure = 1;  // the work failed (bad file, bad data)
@@ -32,12 +34,6 @@ void setMessageCommand(const std::string& command);
 // `return reportError("...");`.
 int reportError(const std::string& what, int status = kExitFailure);
 void reportWarning(const std::string& what);
-// Why `path` cannot be read as an input file ("No such file or
-// directory", "is a directory"); empty when it can be opened.
-std::string unreadableInput(const std::string& path);
-// True when the two names reach the same file, however spelled (links,
-// "..", "./"), whether or not it exists yet.
-bool sameFile(const std::string& a, const std::string& b);
 // A check for whole-number options: "must be between <low> and <high>".
 CLI::Validator wholeNumberBetween(long long low, long long high);
 // The same for options with no useful upper bound (up to the largest int).

@@ -9,7 +9,7 @@
 
 #include "tools/contact_sheet.h"
 #include "tools/subcommand.h"
-#include "tools/texture_swatch.h"
+#include "renderer/texture_swatch.h"
 
 namespace {
 struct TswatchCommand {

@@ -29,14 +29,11 @@
 #include "scene/value_codec.h"
 #include "shading/program_listing.h"
 #include "textures/pyramid/bot_convert.h"
-#include "tools/texture_swatch.h"
+#include "renderer/texture_swatch.h"
 
 namespace py = pybind11;
 
 namespace {
-// Beyond this a request is a typing slip; the command line refuses the same.
-constexpr int kMaxImageSide = 32768;
-
 struct TpythonError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };

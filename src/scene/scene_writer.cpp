@@ -1,9 +1,11 @@
 #include "scene/scene_writer.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 
+#include "framework/host/atomic_file.h"
 #include "framework/host/dag.h"
 #include "framework/host/depend_graph.h"
 #include "scene/plug_text.h"
@@ -154,17 +156,19 @@ std::string TsceneWriter::toText(const TdependGraph& graph) {
 
 bool TsceneWriter::save(const TdependGraph& graph, const std::string& path) {
     fError.clear();
-    std::string text = toText(graph);
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (!out) {
-        fError = path + ": cannot write the file: " + std::strerror(errno);
-        return false;
+    const std::string text = toText(graph);
+    // A failed save (full disc, interrupted program) must leave the user's
+    // earlier scene as it was: write beside it, then rename over it.
+    TatomicFile file(path);
+    if (!file.open(fError)) return false;
+    for (size_t done = 0; done < text.size();) {
+        const ssize_t n = ::write(file.descriptor(), text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            fError = TatomicFile::errorText(path, n < 0 ? errno : ENOSPC);
+            return false;  // `file` discards the temporary
+        }
+        done += size_t(n);
     }
-    out << text;
-    out.flush();
-    if (!out) {
-        fError = path + ": cannot write the file: " + std::strerror(errno);
-        return false;
-    }
-    return true;
+    return file.commit(fError);
 }

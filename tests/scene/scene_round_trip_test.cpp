@@ -221,6 +221,10 @@ TEST(SceneRoundTrip, FileOnDiskRoundTripsAndExampleLoads) {
 
     EXPECT_FALSE(writer.save(original, dir.file("no/such/folder/x.json")));
     EXPECT_NE(writer.error().find("no/such/folder/x.json"), std::string::npos);
+    // A device that takes no data: the lost bytes must be reported, not
+    // dropped with a good return.
+    EXPECT_FALSE(writer.save(original, "/dev/full"));
+    EXPECT_NE(writer.error().find("No space left"), std::string::npos) << writer.error();
 
     TdependGraph example;
     ASSERT_TRUE(loader.load(std::string(SHADENET_SOURCE_DIR) + "/examples/basic.json", example))

@@ -1,5 +1,5 @@
 #pragma once
-// Texture previews for the swatch command: the texture's own colour, unlit,
+// Texture previews for swatches: the texture's own colour, unlit,
 // on a card that fills an orthographic view, so that the pattern reads as it
 // is. A texture made for the preview gets a placement and settings that show
 // its pattern at a glance; a texture from a scene file keeps its own.

@@ -1,4 +1,4 @@
-#include "tools/texture_swatch.h"
+#include "renderer/texture_swatch.h"
 
 #include <unistd.h>
 
@@ -9,6 +9,7 @@
 
 #include "framework/host/dag.h"
 #include "framework/host/depend_graph.h"
+#include "framework/host/file_checks.h"
 #include "renderer/renderer.h"
 #include "scene/scene_loader.h"
 #include "shading/shading_engine.h"
@@ -16,7 +17,6 @@
 #include "textures/pyramid/file_pixel_map_cache.h"
 #include "textures/ramp.h"
 #include "textures/texture_3d.h"
-#include "tools/subcommand.h"
 
 namespace {
 // The view spans kViewWidth; the card reaches kMargin of that further on
