@@ -412,21 +412,72 @@ inline void fillRun(uint8_t* at, uint8_t value) {
 #endif
 }
 
+#if defined(__SSE2__)
+inline __m128i reverseBytes(__m128i v) {
+    v = _mm_shuffle_epi32(v, _MM_SHUFFLE(0, 1, 2, 3));
+    v = _mm_shufflelo_epi16(v, _MM_SHUFFLE(2, 3, 0, 1));
+    v = _mm_shufflehi_epi16(v, _MM_SHUFFLE(2, 3, 0, 1));
+    return _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8));
+}
+
+// Interleaves 16 pixels of each channel into out. Three channels write 2
+// bytes past the 48 (zeros, for the next pixel to overwrite).
+template <int kChannels>
+inline void interleave16(const __m128i* v, uint8_t* out) {
+    if constexpr (kChannels == 1) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), v[0]);
+    } else {
+        const __m128i d = kChannels == 4 ? v[3] : _mm_setzero_si128();
+        const __m128i abLo = _mm_unpacklo_epi8(v[0], v[1]), abHi = _mm_unpackhi_epi8(v[0], v[1]);
+        const __m128i cdLo = _mm_unpacklo_epi8(v[2], d), cdHi = _mm_unpackhi_epi8(v[2], d);
+        const __m128i quads[4] = {_mm_unpacklo_epi16(abLo, cdLo), _mm_unpackhi_epi16(abLo, cdLo),
+                                  _mm_unpacklo_epi16(abHi, cdHi), _mm_unpackhi_epi16(abHi, cdHi)};
+#pragma GCC unroll 4
+        for (int q = 0; q < 4; ++q) {
+            if constexpr (kChannels == 4) {
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16 * q), quads[q]);
+            } else {
+                // Each 64-bit lane holds two pixels with a zero byte after
+                // each; closing the gap leaves six bytes, stored overlapping.
+                const __m128i lowPixel = _mm_set1_epi64x(0xFFFFFF), highPixel = _mm_set1_epi64x(0xFFFFFF000000);
+                const __m128i six = _mm_or_si128(_mm_and_si128(quads[q], lowPixel),
+                                                 _mm_and_si128(_mm_srli_epi64(quads[q], 8), highPixel));
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 12 * q), six);
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 12 * q + 6), _mm_srli_si128(six, 8));
+            }
+        }
+    }
+}
+#endif
+
 // Channel values in scan order to interleaved pixels, undoing the serpentine.
 template <int kChannels>
 void unscan(const uint8_t (*scan)[kMaxPixels + kMaxRun + 1], int width, int height, uint8_t* pixels) {
     for (int y = 0; y < height; ++y) {
         uint8_t* out = pixels + size_t(y) * width * kChannels;
         const int start = y * width;
-        if (y & 1) {
-            for (int x = 0; x < width; ++x)
-                for (int c = 0; c < kChannels; ++c) out[x * kChannels + c] = scan[c][start + width - 1 - x];
-        } else {
-            for (int x = 0; x < width; ++x)
-                for (int c = 0; c < kChannels; ++c) out[x * kChannels + c] = scan[c][start + x];
+        const bool backwards = y & 1;
+        int x = 0;
+#if defined(__SSE2__)
+        // Three channels store 2 bytes past a group: not past the last row.
+        const int end = kChannels == 3 && y == height - 1 ? width - 1 : width;
+        for (; x + 16 <= end; x += 16) {
+            __m128i v[kChannels];
+#pragma GCC unroll 4
+            for (int c = 0; c < kChannels; ++c) {
+                const uint8_t* from = scan[c] + (backwards ? start + width - 16 - x : start + x);
+                v[c] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+                if (backwards) v[c] = reverseBytes(v[c]);
+            }
+            interleave16<kChannels>(v, out + x * kChannels);
         }
+#endif
+        for (; x < width; ++x)
+            for (int c = 0; c < kChannels; ++c)
+                out[x * kChannels + c] = scan[c][backwards ? start + width - 1 - x : start + x];
     }
 }
+
 
 }  // namespace
 
