@@ -206,14 +206,7 @@ int TfileTextureCache::findInSlots(Tpyramid& pyramid, int level, int block) {
     return -1;
 }
 
-const uint8_t* TfileTextureCache::findBlock(Tpyramid& pyramid, int level, int block) {
-    if (fHead >= 0) {
-        const Tslot& mru = fSlots[fHead];
-        if (mru.block == block && mru.level == level && mru.pyramid == &pyramid) {
-            ++fStats.hits;
-            return slotData(fHead);
-        }
-    }
+const uint8_t* TfileTextureCache::findOther(Tpyramid& pyramid, int level, int block) {
     int s = findInSlots(pyramid, level, block);
     if (s >= 0) {
         ++fStats.hits;
