@@ -6,10 +6,10 @@
 // as wide as the block, so an edge block is narrower. The first 32 slots are
 // found through the pyramid's flag words: for each thread row and level one
 // 32-bit word whose bits say which slots hold a block of that pyramid and
-// level. Above 32 slots, the rest form a set-associative victim table that keeps
-// evicted blocks for a second chance. Slots and victim entries name pages of
-// the block store, so that moving a block between them swaps page numbers
-// instead of copying 4096 bytes.
+// level. Above 32 slots, the rest form a set-associative victim table that
+// keeps evicted blocks for a second chance. Slots and victim entries name
+// pages of the block store, so that moving a block between them swaps page
+// numbers instead of copying 4096 bytes.
 #include <cstddef>
 #include <cstdint>
 
@@ -106,7 +106,7 @@ private:
         Tpyramid* pyramid;
         int page;
     };
-    // Way 0 of a set is the more recent; an empty entry has no pyramid.
+    // Ways of a set run from the most recent; an empty entry has no pyramid.
     struct Tvictim {
         int block, level;
         const Tpyramid* pyramid;
