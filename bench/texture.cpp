@@ -199,8 +199,8 @@ BENCHMARK(BM_TextureSystem)->Apply(threaded);
 
 int main(int argc, char** argv) {
     initializeTrusted(argc, argv);
-    // As the renderer does for two threads of 16-pixel tiles.
-    TfileTextureCache::sSizeForRender(2, kTile);
+    // As the renderer does for two threads of 16-pixel tiles on this screen.
+    TfileTextureCache::sSizeForRender(2, kTile, kScreen);
     TtrustedReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     auto& f = fixture();

@@ -613,8 +613,9 @@ bool Trenderer::renderPass(TdependGraph& graph, const std::string& sceneFile, co
     unsigned slotCapacity = unsigned(side * side * settings.samplesPerPixel);
 
     const int threads = options.threads > 0 ? options.threads : defaultThreadCount();
-    // Each thread's texture blocks for a tile (filter margin included) stay cached.
-    TfileTextureCache::sSizeForRender(threads, side);
+    // Each thread's texture blocks for a row of tiles (filter margin
+    // included) stay cached, so that the next row finds what it shares.
+    TfileTextureCache::sSizeForRender(threads, side, settings.width);
     std::vector<std::unique_ptr<Tworker>> workers(static_cast<size_t>(threads));
     for (auto& w : workers) {
         w = std::make_unique<Tworker>(scene, tileRenderer.pixelAngle(), slotCapacity);

@@ -304,24 +304,41 @@ int deltaOf(int symbol, uint32_t extra) {
 }
 
 // One look-up at the next kLookupBits bits (kShortLookupBits for blocks of
-// few bits, where filling the larger table would cost more than it saves). Most symbols of photographs
-// take 2 to 7 code bits and 1 to 4 extra bits, so they resolve whole here,
-// run and delta ready. Longer ones resolve at least their code, and codes
-// longer than the table go on through the tree. (Two symbols per look-up
-// measured slower: building the pairs costs more than they save.)
+// few bits, where filling the larger table would cost more than it saves).
+// Most symbols of photographs take 2 to 7 code bits and 1 to 4 extra bits,
+// so they resolve whole here, run and delta ready; and where a lone pixel's
+// symbol leaves room for the next symbol, the entry resolves both. Longer
+// symbols resolve at least their code, and codes longer than the table go
+// on through the tree.
 constexpr int kLookupBits = 10;
 constexpr int kShortLookupBits = 8;
 // Blocks of fewer bits than this after the tree use the short table.
 constexpr int kShortLookupBelow = 4096;
-enum : uint32_t { kWhole = 0, kCodeOnly = 1, kLongCode = 2 };
 
-// Entry: kind in bits 0-1, bits to drop in 2-7, then run (whole) or symbol
-// (code only) in 8-15 and the delta in 16-23, or the tree node in 16-31.
-uint32_t wholeEntry(int bits, int run, int delta) {
-    return kWhole | uint32_t(bits) << 2 | uint32_t(run) << 8 | uint32_t(delta) << 16;
+// Entry: bits to drop in 0-5; then either
+//   resolved: pixels written in 8-15, delta of the run's value in 16-23, and
+//     with kPair set, a lone pixel first, whose delta stands in 24-31;
+//   kSlow: the symbol in 8-15 (its extra bits still to read), or with
+//     kLongCode set, the tree node to go on from in 16-31.
+enum : uint32_t { kPair = 1u << 6, kLongCode = 1u << 6, kSlow = 1u << 7 };
+
+// A symbol with its extra bits that fits the table with room to spare.
+struct TshortCode {
+    uint16_t code;
+    uint8_t run, delta;
+};
+
+// Fills every entry whose low `bits` bits are `code`.
+inline void fillEntries(uint32_t* table, int size, uint32_t code, int bits, uint32_t entry) {
+    for (uint32_t k = code; k < uint32_t(size); k += 1u << bits) table[k] = entry;
 }
 
 void buildLookup(const TdecodeNode* nodes, int lookupBits, uint32_t* table) {
+    const int size = 1 << lookupBits;
+    // Short codes by their length in bits, for pairing: at most 2^b codes
+    // of b bits, so length b keeps entries 2^b to 2^(b+1) - 1.
+    TshortCode shortCodes[1 << kLookupBits];
+    int shortCount[kLookupBits] = {};
     struct Tvisit {
         int16_t node;
         uint8_t depth;
@@ -334,24 +351,53 @@ void buildLookup(const TdecodeNode* nodes, int lookupBits, uint32_t* table) {
         const TdecodeNode& node = nodes[v.node];
         if (node.symbol < 0) {
             if (v.depth == lookupBits) {
-                table[v.code] = kLongCode | uint32_t(lookupBits) << 2 | uint32_t(v.node) << 16;
+                table[v.code] = kSlow | kLongCode | uint32_t(lookupBits) | uint32_t(v.node) << 16;
                 continue;
             }
             stack[top++] = {node.child[1], uint8_t(v.depth + 1), v.code | (1u << v.depth)};
             stack[top++] = {node.child[0], uint8_t(v.depth + 1), v.code};
             continue;
         }
-        const int symbol = node.symbol, length = v.depth, extra = extraBits(symbol);
-        const int fill = 1 << (lookupBits - length);
-        if (length + extra <= lookupBits) {
-            for (int j = 0; j < fill; ++j)
-                table[v.code | uint32_t(j) << length] =
-                    wholeEntry(length + extra, symbol >> 3, deltaOf(symbol, uint32_t(j) & ((1u << extra) - 1)));
-        } else {
-            const uint32_t entry = kCodeOnly | uint32_t(length) << 2 | uint32_t(symbol) << 8;
-            for (int j = 0; j < fill; ++j) table[v.code | uint32_t(j) << length] = entry;
+        const int symbol = node.symbol, length = v.depth, extra = extraBits(symbol), bits = length + extra;
+        const int run = symbol >> 3;
+        if (bits > lookupBits) {
+            fillEntries(table, size, v.code, length, kSlow | uint32_t(length) | uint32_t(symbol) << 8);
+            continue;
+        }
+        for (uint32_t x = 0; x < (1u << extra); ++x) {
+            const uint32_t code = v.code | x << length, delta = uint32_t(deltaOf(symbol, x));
+            fillEntries(table, size, code, bits, uint32_t(bits) | uint32_t(run + 1) << 8 | delta << 16);
+            if (bits < lookupBits) shortCodes[(1 << bits) + shortCount[bits]++] = {uint16_t(code), uint8_t(run), uint8_t(delta)};
         }
     }
+    // Pairs: a lone pixel followed by any symbol that fits behind it.
+    for (int firstBits = 1; firstBits < lookupBits; ++firstBits)
+        for (int i = 0; i < shortCount[firstBits]; ++i) {
+            const TshortCode& first = shortCodes[(1 << firstBits) + i];
+            if (first.run != 0) continue;
+            for (int secondBits = 1; secondBits <= lookupBits - firstBits; ++secondBits)
+                for (int j = 0; j < shortCount[secondBits]; ++j) {
+                    const TshortCode& second = shortCodes[(1 << secondBits) + j];
+                    const int bits = firstBits + secondBits;
+                    fillEntries(table, size, first.code | uint32_t(second.code) << firstBits, bits,
+                                kPair | uint32_t(bits) | uint32_t(second.run + 2) << 8 | uint32_t(second.delta) << 16 |
+                                    uint32_t(first.delta) << 24);
+                }
+        }
+}
+
+// The symbol that starts at `node` (its code bits up to there already
+// read) and its delta; false when the data ends. Inlined so that the
+// reader's state stays in registers in the loop that calls it.
+[[gnu::always_inline]] inline bool slowSymbol(TbitReader& in, const TdecodeNode* nodes, int node, int& symbol,
+                                              int& delta) {
+    while (nodes[node].symbol < 0) {
+        if (in.overrun()) return false;
+        node = nodes[node].child[in.read(1)];
+    }
+    symbol = nodes[node].symbol;
+    delta = deltaOf(symbol, in.read(extraBits(symbol)));
+    return !in.overrun();
 }
 
 // Writes 32 copies of the value: a run of any length in four fixed stores.
@@ -366,21 +412,72 @@ inline void fillRun(uint8_t* at, uint8_t value) {
 #endif
 }
 
-// Channel values in scan order to interleaved pixels, undoing the serpentine.
+#if defined(__SSE2__)
+inline __m128i reverseBytes(__m128i v) {
+    v = _mm_shuffle_epi32(v, _MM_SHUFFLE(0, 1, 2, 3));
+    v = _mm_shufflelo_epi16(v, _MM_SHUFFLE(2, 3, 0, 1));
+    v = _mm_shufflehi_epi16(v, _MM_SHUFFLE(2, 3, 0, 1));
+    return _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8));
+}
+
+// Interleaves 16 pixels of each channel into out. Three channels write 2
+// bytes past the 48 (zeros, for the next pixel to overwrite).
 template <int kChannels>
-void unscan(const uint8_t (*scan)[kMaxPixels + kMaxRun], int width, int height, uint8_t* pixels) {
-    for (int y = 0; y < height; ++y) {
-        uint8_t* out = pixels + size_t(y) * width * kChannels;
-        const int start = y * width;
-        if (y & 1) {
-            for (int x = 0; x < width; ++x)
-                for (int c = 0; c < kChannels; ++c) out[x * kChannels + c] = scan[c][start + width - 1 - x];
-        } else {
-            for (int x = 0; x < width; ++x)
-                for (int c = 0; c < kChannels; ++c) out[x * kChannels + c] = scan[c][start + x];
+inline void interleave16(const __m128i* v, uint8_t* out) {
+    if constexpr (kChannels == 1) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), v[0]);
+    } else {
+        const __m128i d = kChannels == 4 ? v[3] : _mm_setzero_si128();
+        const __m128i abLo = _mm_unpacklo_epi8(v[0], v[1]), abHi = _mm_unpackhi_epi8(v[0], v[1]);
+        const __m128i cdLo = _mm_unpacklo_epi8(v[2], d), cdHi = _mm_unpackhi_epi8(v[2], d);
+        const __m128i quads[4] = {_mm_unpacklo_epi16(abLo, cdLo), _mm_unpackhi_epi16(abLo, cdLo),
+                                  _mm_unpacklo_epi16(abHi, cdHi), _mm_unpackhi_epi16(abHi, cdHi)};
+#pragma GCC unroll 4
+        for (int q = 0; q < 4; ++q) {
+            if constexpr (kChannels == 4) {
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16 * q), quads[q]);
+            } else {
+                // Each 64-bit lane holds two pixels with a zero byte after
+                // each; closing the gap leaves six bytes, stored overlapping.
+                const __m128i lowPixel = _mm_set1_epi64x(0xFFFFFF), highPixel = _mm_set1_epi64x(0xFFFFFF000000);
+                const __m128i six = _mm_or_si128(_mm_and_si128(quads[q], lowPixel),
+                                                 _mm_and_si128(_mm_srli_epi64(quads[q], 8), highPixel));
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 12 * q), six);
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 12 * q + 6), _mm_srli_si128(six, 8));
+            }
         }
     }
 }
+#endif
+
+// Channel values in scan order to interleaved pixels, undoing the serpentine.
+template <int kChannels>
+void unscan(const uint8_t (*scan)[kMaxPixels + kMaxRun + 1], int width, int height, uint8_t* pixels) {
+    for (int y = 0; y < height; ++y) {
+        uint8_t* out = pixels + size_t(y) * width * kChannels;
+        const int start = y * width;
+        const bool backwards = y & 1;
+        int x = 0;
+#if defined(__SSE2__)
+        // Three channels store 2 bytes past a group: not past the last row.
+        const int end = kChannels == 3 && y == height - 1 ? width - 1 : width;
+        for (; x + 16 <= end; x += 16) {
+            __m128i v[kChannels];
+#pragma GCC unroll 4
+            for (int c = 0; c < kChannels; ++c) {
+                const uint8_t* from = scan[c] + (backwards ? start + width - 16 - x : start + x);
+                v[c] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+                if (backwards) v[c] = reverseBytes(v[c]);
+            }
+            interleave16<kChannels>(v, out + x * kChannels);
+        }
+#endif
+        for (; x < width; ++x)
+            for (int c = 0; c < kChannels; ++c)
+                out[x * kChannels + c] = scan[c][backwards ? start + width - 1 - x : start + x];
+    }
+}
+
 
 }  // namespace
 
@@ -433,48 +530,55 @@ const char* TbotCodec::decodeBlock(const uint8_t* data, int size, int width, int
     uint32_t lookup[1 << kLookupBits];
     buildLookup(nodes, lookupBits, lookup);
 
-    // A run writes 32 bytes whatever its length, so each scan has room after.
-    uint8_t scans[4][kMaxPixels + kMaxRun];
+    // A run writes 32 bytes whatever its length, after a lone pixel for a
+    // pair, so each scan has room after.
+    uint8_t scans[4][kMaxPixels + kMaxRun + 1];
     const int n = width * height;
     for (int ch = 0; ch < channels; ++ch) {
         uint8_t* scan = scans[ch];
-        int predictor = 0;
-        for (int p = 0; p < n;) {
-            in.ensure();
-            const uint32_t e = lookup[in.buffer & lookupMask];
-            if ((e & 3) == kWhole) {
-                in.skip(int((e >> 2) & 63));
-                const int run = int((e >> 8) & 255);
-                const uint8_t value = uint8_t(predictor - int(e >> 16));
-                fillRun(scan + p, value);
-                if (p + run + 1 > n) return "a run passes the end of the block";
-                p += run + 1;
+        int predictor = 0, p = 0;
+        TbitReader bits = in;  // a local copy the compiler can keep in registers
+        // While two pixels remain a pair cannot reach into the next channel.
+        while (p < n - 1) {
+            bits.ensure();
+            const uint32_t e = lookup[bits.buffer & lookupMask];
+            bits.skip(int(e & 63));
+            if (!(e & kSlow)) {
+                // A lone symbol has a first delta of 0 and its run overwrites
+                // that pixel; a pair writes the lone pixel and runs after it.
+                const uint8_t first = uint8_t(predictor - int(e >> 24));
+                scan[p] = first;
+                const uint8_t value = uint8_t(first - int((e >> 16) & 255));
+                fillRun(scan + p + int((e >> 6) & 1), value);
                 predictor = value;
+                p += int((e >> 8) & 255);
                 continue;
             }
-            in.skip(int((e >> 2) & 63));
-            int symbol;
-            if ((e & 3) == kCodeOnly) {
-                symbol = int((e >> 8) & 255);
+            int symbol, delta;
+            if (e & kLongCode) {
+                if (!slowSymbol(bits, nodes, int(e >> 16), symbol, delta)) return "data ends inside a code";
             } else {
-                int node = int((e >> 16) & 0xFFFF);
-                while (nodes[node].symbol < 0) {
-                    if (in.overrun()) return "data ends inside a code";
-                    node = nodes[node].child[in.read(1)];
-                }
-                symbol = nodes[node].symbol;
+                symbol = int((e >> 8) & 255);
+                delta = deltaOf(symbol, bits.read(extraBits(symbol)));
+                if (bits.overrun()) return "data ends before the block is complete";
             }
-            const int run = symbol >> 3, delta = deltaOf(symbol, in.read(extraBits(symbol)));
-            if (in.overrun()) return "data ends before the block is complete";
-            if (p + run + 1 > n) return "a run passes the end of the block";
+            if (p + (symbol >> 3) + 1 > n) return "a run passes the end of the block";
             const uint8_t value = uint8_t(predictor - delta);
             fillRun(scan + p, value);
             predictor = value;
-            p += run + 1;
+            p += (symbol >> 3) + 1;
         }
+        if (p == n - 1) {  // the last pixel alone, through the tree
+            int symbol, delta;
+            if (!slowSymbol(bits, nodes, 0, symbol, delta)) return "data ends before the block is complete";
+            if (symbol >> 3) return "a run passes the end of the block";
+            scan[p++] = uint8_t(predictor - delta);
+        }
+        if (p != n) return "a run passes the end of the block";
         // Bits past the end read as zeros and the scan stays in bounds, so
-        // whole symbols check only here: once overrun, a stream stays so.
-        if (in.overrun()) return "data ends before the block is complete";
+        // resolved symbols check only here: once overrun, a stream stays so.
+        if (bits.overrun()) return "data ends before the block is complete";
+        in = bits;
     }
     switch (channels) {
         case 1: unscan<1>(scans, width, height, pixels); break;

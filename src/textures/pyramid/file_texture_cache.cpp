@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <vector>
@@ -84,42 +85,43 @@ TfileTextureCache& TfileTextureCache::threadCache() {
     return cache;
 }
 
-int TfileTextureCache::sCapacityLog2ForRender(int threads, int tileSide, uint64_t memoryBytes) {
+int TfileTextureCache::sCapacityLog2ForRender(int threads, int tileSide, uint64_t memoryBytes, int imageWidth) {
     if (tileSide <= 0) return kBaseCapacityLog2;
     threads = std::max(threads, 1);
-    // Blocks across a tile at 4 texels per pixel, plus one for straddling
-    // block edges and one for the next tile in the row; twice that, as the
-    // victim table is direct-mapped and needs room to avoid collisions.
-    const int across = tileSide * 4 / kBlockTexels + 2;
-    const int wanted = across * across * 5 / 4 * kTexturesPerTile * 2;
+    // Blocks down a tile and across a row of tiles at 4 texels per pixel,
+    // plus one for straddling block edges and one for the next tile.
+    const int down = tileSide * 4 / kBlockTexels + 2;
+    const int across = std::max(tileSide, imageWidth) * 4 / kBlockTexels + 2;
+    const int64_t wanted = int64_t(across) * down * 5 / 4 * kTexturesPerTile * 2;
     const uint64_t affordable = memoryBytes / 64 / uint64_t(threads) / kSlotBytes;
     int log2 = kBaseCapacityLog2;
-    while (log2 < kMaxCapacityLog2 && (1 << log2) < wanted && (uint64_t(2) << log2) <= affordable) ++log2;
+    while (log2 < kMaxCapacityLog2 && (int64_t(1) << log2) < wanted && (uint64_t(2) << log2) <= affordable) ++log2;
     return log2;
 }
 
-void TfileTextureCache::sSizeForRender(int threads, int tileSide) {
+void TfileTextureCache::sSizeForRender(int threads, int tileSide, int imageWidth) {
     const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGE_SIZE);
     const uint64_t memory = pages > 0 && pageSize > 0 ? uint64_t(pages) * uint64_t(pageSize) : uint64_t(1) << 30;
-    sRenderCapacityLog2.store(sCapacityLog2ForRender(threads, tileSide, memory), std::memory_order_relaxed);
+    sRenderCapacityLog2.store(sCapacityLog2ForRender(threads, tileSide, memory, imageWidth), std::memory_order_relaxed);
     sRenderSizing.fetch_add(1, std::memory_order_release);
 }
 
 void TfileTextureCache::allocateSlots() {
-    fSlots = new Tslot[size_t(fCapacity)];
-    fStore = new uint8_t[size_t(fCapacity) * kSlotBytes];
-    std::memset(fStore, 0, size_t(fCapacity) * kSlotBytes);
-    for (int i = 0; i < fCapacity; ++i) fSlots[i] = {-1, -1, -1, -1, nullptr};
-    int victims = fCapacity - kBaseCapacity;
+    const int ring = std::min(fCapacity, kBaseCapacity), victims = fCapacity - ring;
+    fSlots = new Tslot[size_t(ring)];
+    // Zeroed pages from the system: a large cache costs memory only where
+    // blocks land.
+    fStore = static_cast<uint8_t*>(std::calloc(size_t(fCapacity), kSlotBytes));
+    for (int i = 0; i < ring; ++i) fSlots[i] = {-1, -1, -1, -1, nullptr, i};
     fVictims = victims > 0 ? new Tvictim[size_t(victims)] : nullptr;
-    for (int i = 0; i < victims; ++i) fVictims[i] = {-1, -1, nullptr};
+    for (int i = 0; i < victims; ++i) fVictims[i] = {-1, -1, nullptr, ring + i};
     fHead = fTail = -1;
     fUsed = 0;
 }
 
 void TfileTextureCache::releaseSlots() {
     delete[] fSlots;
-    delete[] fStore;
+    std::free(fStore);
     delete[] fVictims;
     fSlots = nullptr;
     fStore = nullptr;
@@ -163,11 +165,27 @@ void TfileTextureCache::moveToFront(int s) {
     pushFront(s);
 }
 
-int TfileTextureCache::victimIndex(const Tpyramid* pyramid, int level, int block) const {
-    uint64_t key = uint64_t(reinterpret_cast<uintptr_t>(pyramid) >> 4) * 0x9E3779B97F4A7C15ull;
-    key ^= uint64_t(uint32_t(block)) * 0xC2B2AE3D27D4EB4Full + uint64_t(level) * 0x165667B19E3779F9ull;
-    key ^= key >> 29;
-    return int(key % uint64_t(fCapacity - kBaseCapacity));
+int TfileTextureCache::victimSet(const Tpyramid& pyramid, int level, int block) const {
+    const int sets = victimSets();
+    if (sets <= 0) return -1;
+    // Consecutive blocks in the file take consecutive sets, so a compact
+    // region of one level never overflows a set; the name's hash moves each
+    // pyramid's region elsewhere.
+    uint32_t salt = 2166136261u;
+    for (const char* c = pyramid.name().asC(); *c; ++c) salt = (salt ^ uint8_t(*c)) * 16777619u;
+    const uint32_t global = Tpyramid::fsNumBlocks[level] + uint32_t(block);
+    return int((global + salt * 0x9E3779B1u) % uint32_t(sets));
+}
+
+TfileTextureCache::Tvictim* TfileTextureCache::victimWays(const Tpyramid& pyramid, int level, int block) {
+    return fVictims + size_t(victimSet(pyramid, level, block)) * kVictimWays;
+}
+
+int TfileTextureCache::keepVictim(Tvictim* ways, const Tslot& evicted, int page) {
+    const int dropped = ways[kVictimWays - 1].page;
+    for (int k = kVictimWays - 1; k > 0; --k) ways[k] = ways[k - 1];
+    ways[0] = {evicted.block, evicted.level, evicted.pyramid, page};
+    return dropped;
 }
 
 int TfileTextureCache::findInSlots(Tpyramid& pyramid, int level, int block) {
@@ -188,14 +206,7 @@ int TfileTextureCache::findInSlots(Tpyramid& pyramid, int level, int block) {
     return -1;
 }
 
-const uint8_t* TfileTextureCache::findBlock(Tpyramid& pyramid, int level, int block) {
-    if (fHead >= 0) {
-        const Tslot& mru = fSlots[fHead];
-        if (mru.block == block && mru.level == level && mru.pyramid == &pyramid) {
-            ++fStats.hits;
-            return slotData(fHead);
-        }
-    }
+const uint8_t* TfileTextureCache::findOther(Tpyramid& pyramid, int level, int block) {
     int s = findInSlots(pyramid, level, block);
     if (s >= 0) {
         ++fStats.hits;
@@ -228,34 +239,25 @@ const uint8_t* TfileTextureCache::miss(Tpyramid& pyramid, int level, int block) 
     if (fRow >= 0) pyramid.cacheFlagWord(fRow, level) |= 1u << s;
 
     if (fVictims) {
-        // A second chance: a block thrown out earlier may wait in the victim
-        // table; the block thrown out now takes its place there.
-        int v = victimIndex(&pyramid, level, block);
-        Tvictim& hit = fVictims[v];
-        uint8_t* victimData = fStore + size_t(kBaseCapacity + v) * kSlotBytes;
-        if (hit.pyramid == &pyramid && hit.level == level && hit.block == block) {
+        // A second chance: a block thrown out earlier may wait in its set;
+        // the block thrown out now goes to the front of its own set.
+        Tvictim* ways = victimWays(pyramid, level, block);
+        for (int w = 0; w < kVictimWays; ++w) {
+            if (ways[w].pyramid != &pyramid || ways[w].level != level || ways[w].block != block) continue;
             ++fStats.victimHits;
+            const int spare = slot.page;  // holds the evicted block, if any
+            slot.page = ways[w].page;
+            for (int k = w; k < kVictimWays - 1; ++k) ways[k] = ways[k + 1];
+            ways[kVictimWays - 1] = {-1, -1, nullptr, spare};
             if (evicted) {
-                std::swap_ranges(victimData, victimData + kSlotBytes, slotData(s));
-                hit = {old.block, old.level, old.pyramid};
-                // The swapped-out block belongs at its own place in the table.
-                int home = victimIndex(old.pyramid, old.level, old.block);
-                if (home != v) {
-                    std::memcpy(fStore + size_t(kBaseCapacity + home) * kSlotBytes, victimData, kSlotBytes);
-                    fVictims[home] = hit;
-                    hit = {-1, -1, nullptr};
-                }
-            } else {
-                std::memcpy(slotData(s), victimData, kSlotBytes);
-                hit = {-1, -1, nullptr};
+                Tvictim* home = victimWays(*old.pyramid, old.level, old.block);
+                const int dropped = keepVictim(home, old, spare);
+                // In another set, the emptied entry takes the page that fell out.
+                if (home != ways) ways[kVictimWays - 1].page = dropped;
             }
             return slotData(s);
         }
-        if (evicted) {
-            int home = victimIndex(old.pyramid, old.level, old.block);
-            std::memcpy(fStore + size_t(kBaseCapacity + home) * kSlotBytes, slotData(s), kSlotBytes);
-            fVictims[home] = {old.block, old.level, old.pyramid};
-        }
+        if (evicted) slot.page = keepVictim(victimWays(*old.pyramid, old.level, old.block), old, slot.page);
     }
 
     int bw, bh;
@@ -289,8 +291,13 @@ void TfileTextureCache::forgetPyramid(const Tpyramid* pyramid) {
                 if (fHead < 0) fHead = s;
             }
         }
-    for (int v = 0; v < fCapacity - kBaseCapacity; ++v)
-        if (fVictims[v].pyramid == pyramid) fVictims[v] = {-1, -1, nullptr};
+    for (int set = 0; set < victimSets(); ++set) {
+        Tvictim* ways = fVictims + size_t(set) * kVictimWays;
+        for (int w = 0; w < kVictimWays; ++w)
+            if (ways[w].pyramid == pyramid) ways[w] = {-1, -1, nullptr, ways[w].page};
+        // The kept ones stay in front, in their order.
+        std::stable_partition(ways, ways + kVictimWays, [](const Tvictim& v) { return v.pyramid != nullptr; });
+    }
 }
 
 void TfileTextureCache::sForgetPyramidEverywhere(const Tpyramid* pyramid) {

@@ -6,8 +6,10 @@
 // as wide as the block, so an edge block is narrower. The first 32 slots are
 // found through the pyramid's flag words: for each thread row and level one
 // 32-bit word whose bits say which slots hold a block of that pyramid and
-// level. Above 32 slots, the rest form a direct-mapped victim table that
-// keeps evicted blocks for a second chance.
+// level. Above 32 slots, the rest form a set-associative victim table that
+// keeps evicted blocks for a second chance. Slots and victim entries name
+// pages of the block store, so that moving a block between them swaps page
+// numbers instead of copying 4096 bytes.
 #include <cstddef>
 #include <cstdint>
 
@@ -35,19 +37,37 @@ public:
     static TfileTextureCache& threadCache();
 
     // Sizes every thread's cache for a render by `threads` threads of tiles
-    // of `tileSide` pixels, for this machine's memory. Called before the
+    // of `tileSide` pixels across an image `imageWidth` pixels wide (0: size
+    // for one tile only), for this machine's memory. Called before the
     // render's threads start; caches take the size on their next use.
-    static void sSizeForRender(int threads, int tileSide);
-    // The capacity (log2) that keeps a tile's blocks in the cache: up to 4
-    // texels per pixel on each axis, the blocks a tile straddles, the next
-    // coarser level and a few textures at once, doubled for the victim
-    // table's collisions, within 1/64 of `memoryBytes` over all threads. A
-    // tile side of 0 gives the default of 32 slots.
-    static int sCapacityLog2ForRender(int threads, int tileSide, uint64_t memoryBytes);
+    static void sSizeForRender(int threads, int tileSide, int imageWidth = 0);
+    // The capacity (log2) that keeps the blocks of a row of tiles in the
+    // cache, so that the next row of tiles finds the blocks it shares with
+    // this one: up to 4 texels per pixel on each axis, the blocks a tile
+    // straddles, the next coarser level and a few textures at once, doubled
+    // so that the victim table's sets rarely overflow; within 1/64 of
+    // `memoryBytes` over all threads, and never less than one tile's worth
+    // when that fits. A tile side of 0 gives the default of 32 slots.
+    static int sCapacityLog2ForRender(int threads, int tileSide, uint64_t memoryBytes, int imageWidth = 0);
     static constexpr int kTexturesPerTile = 4;
+    // Ways of a victim set: a tile's blocks at two levels of four textures
+    // leave about 20 blocks outside the 32 slots, and with two ways three
+    // of them meeting in one set happened often enough to cost reloads.
+    static constexpr int kVictimWays = 4;
 
-    // The decoded block (loading it on a miss). Never null.
-    const uint8_t* findBlock(Tpyramid& pyramid, int level, int block);
+    // The decoded block (loading it on a miss). Never null. The most
+    // recently used block is tested here, inline: neighbouring lookups
+    // mostly stay in one block.
+    const uint8_t* findBlock(Tpyramid& pyramid, int level, int block) {
+        if (fHead >= 0) {
+            const Tslot& mru = fSlots[fHead];
+            if (mru.block == block && mru.level == level && mru.pyramid == &pyramid) {
+                ++fStats.hits;
+                return fStore + size_t(mru.page) * kSlotBytes;
+            }
+        }
+        return findOther(pyramid, level, block);
+    }
 
     // Megabytes allowed to cache files; negative: megabytes to keep free.
     int limitMB() const { return fLimitMB; }
@@ -56,6 +76,13 @@ public:
     int capacity() const { return fCapacity; }
     // 2^log2 slots (at least 32); drops what the cache holds.
     void setCapacity(int log2);
+
+    // The victim set of a block: blocks of one level that lie near each
+    // other in the file get different sets; pyramids are told apart by a
+    // hash of their name, so that the sets do not depend on heap addresses.
+    // -1 when the cache has no victim table.
+    int victimSet(const Tpyramid& pyramid, int level, int block) const;
+    int victimSets() const { return (fCapacity - kBaseCapacity) / kVictimWays; }
 
     // Whether any slot or victim entry names the pyramid.
     bool holdsPyramid(const Tpyramid* pyramid) const;
@@ -77,10 +104,13 @@ private:
         int prev, next;
         int block, level;
         Tpyramid* pyramid;
+        int page;
     };
+    // Ways of a set run from the most recent; an empty entry has no pyramid.
     struct Tvictim {
         int block, level;
-        Tpyramid* pyramid;
+        const Tpyramid* pyramid;
+        int page;
     };
 
     void allocateSlots();
@@ -88,9 +118,13 @@ private:
     void moveToFront(int slot);
     void unlink(int slot);
     void pushFront(int slot);
-    int victimIndex(const Tpyramid* pyramid, int level, int block) const;
-    uint8_t* slotData(int slot) { return fStore + size_t(slot) * kSlotBytes; }
+    uint8_t* slotData(int slot) { return fStore + size_t(fSlots[slot].page) * kSlotBytes; }
+    Tvictim* victimWays(const Tpyramid& pyramid, int level, int block);
+    // Puts an evicted block, with its page, at the front of its set; the
+    // page of the entry that falls out at the back is returned for reuse.
+    static int keepVictim(Tvictim* ways, const Tslot& evicted, int page);
     int findInSlots(Tpyramid& pyramid, int level, int block);
+    const uint8_t* findOther(Tpyramid& pyramid, int level, int block);
     const uint8_t* miss(Tpyramid& pyramid, int level, int block);
 
     int fLimitMB = kDefaultLimitMB;

@@ -251,6 +251,29 @@ const uint8_t* Tpyramid::texel(TfileTextureCache& cache, int level, int x, int y
     return data + (size_t(fy & 31) * bw + (x & 31)) * fChannels;
 }
 
+void Tpyramid::texelQuad(TfileTextureCache& cache, int level, int x0, int x1, int y0, int y1,
+                         const uint8_t* (&quad)[2][2]) {
+    if (fBotDescriptor != -1) {
+        const int lw = levelWidth(level), fy0 = levelHeight(level) - 1 - y0, fy1 = levelHeight(level) - 1 - y1;
+        if (((x0 ^ x1) | (fy0 ^ fy1)) >> 5 == 0) {
+            const int bx = x0 >> 5, by = fy0 >> 5;
+            const uint8_t* data = cache.findBlock(*this, level, by * fBlocksPerRow[level] + bx);
+            const int bw = std::min(kBlockSide, lw - (bx << 5));
+            const uint8_t* row0 = data + size_t(fy0 & 31) * bw * fChannels;
+            const uint8_t* row1 = data + size_t(fy1 & 31) * bw * fChannels;
+            quad[0][0] = row0 + (x0 & 31) * fChannels;
+            quad[1][0] = row0 + (x1 & 31) * fChannels;
+            quad[0][1] = row1 + (x0 & 31) * fChannels;
+            quad[1][1] = row1 + (x1 & 31) * fChannels;
+            return;
+        }
+    }
+    quad[0][0] = texel(cache, level, x0, y0);
+    quad[1][0] = texel(cache, level, x1, y0);
+    quad[0][1] = texel(cache, level, x0, y1);
+    quad[1][1] = texel(cache, level, x1, y1);
+}
+
 namespace {
 struct Taxis {
     int i0, i1;
@@ -282,10 +305,9 @@ void Tpyramid::levelCol(const TfileTextureWrapper& w, int level, float u, float 
         return;
     }
     Taxis ax = bilinearAxis(u * lw, lw, w.wrapU), ay = bilinearAxis(v * lh, lh, w.wrapV);
-    const uint8_t* p00 = texel(cache, level, ax.i0, ay.i0);
-    const uint8_t* p10 = texel(cache, level, ax.i1, ay.i0);
-    const uint8_t* p01 = texel(cache, level, ax.i0, ay.i1);
-    const uint8_t* p11 = texel(cache, level, ax.i1, ay.i1);
+    const uint8_t* quad[2][2];
+    texelQuad(cache, level, ax.i0, ax.i1, ay.i0, ay.i1, quad);
+    const uint8_t *p00 = quad[0][0], *p10 = quad[1][0], *p01 = quad[0][1], *p11 = quad[1][1];
     const float w00 = (1 - ax.f) * (1 - ay.f), w10 = ax.f * (1 - ay.f), w01 = (1 - ax.f) * ay.f, w11 = ax.f * ay.f;
     for (int c = 0; c < 3; ++c) colour[c] = w00 * p00[c] + w10 * p10[c] + w01 * p01[c] + w11 * p11[c];
     alpha = hasAlpha ? (w00 * p00[3] + w10 * p10[3] + w01 * p01[3] + w11 * p11[3]) / 255.0f : 1.0f;
@@ -296,8 +318,9 @@ float Tpyramid::levelVal(const TfileTextureWrapper& w, int level, float u, float
     const int lw = levelWidth(level), lh = levelHeight(level);
     if (w.noFilter) return *texel(cache, level, nearest(u, lw), nearest(v, lh));
     Taxis ax = bilinearAxis(u * lw, lw, w.wrapU), ay = bilinearAxis(v * lh, lh, w.wrapV);
-    float a = *texel(cache, level, ax.i0, ay.i0), b = *texel(cache, level, ax.i1, ay.i0);
-    float c = *texel(cache, level, ax.i0, ay.i1), d = *texel(cache, level, ax.i1, ay.i1);
+    const uint8_t* quad[2][2];
+    texelQuad(cache, level, ax.i0, ax.i1, ay.i0, ay.i1, quad);
+    float a = *quad[0][0], b = *quad[1][0], c = *quad[0][1], d = *quad[1][1];
     return (1 - ay.f) * ((1 - ax.f) * a + ax.f * b) + ay.f * ((1 - ax.f) * c + ax.f * d);
 }
 

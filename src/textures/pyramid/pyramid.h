@@ -117,6 +117,9 @@ public:
 
     // The bytes of one pixel (rows upwards in v), from memory or the cache.
     const uint8_t* texel(TfileTextureCache& cache, int level, int x, int y);
+    // The four pixels of a bilinear lookup, [x0 or x1][y0 or y1]: one
+    // block search when they share a block, as they mostly do.
+    void texelQuad(TfileTextureCache& cache, int level, int x0, int x1, int y0, int y1, const uint8_t* (&quad)[2][2]);
 
     // Decodes one block of a BOT pyramid into `slotData` (width by height
     // pixels, packed). False and a message on any failure, the bytes then

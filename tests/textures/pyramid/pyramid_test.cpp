@@ -1,4 +1,4 @@
-// Pyramids in memory: level tables, stretching, the levels built from an
+// Pyramids: level tables, stretching, the levels built from an
 // image, and lookups against direct computation.
 #include <gtest/gtest.h>
 
@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "pyramid_test_support.h"
+#include "support/temp_dir.h"
 #include "textures/pyramid/file_texture_cache.h"
 #include "textures/pyramid/pyramid.h"
 
@@ -129,23 +130,43 @@ float directBilinear(const TpixelMap& m, float u, float v, int c, bool wrap) {
 }  // namespace
 
 TEST(PyramidLookup, GetMapColorMatchesADirectComputation) {
-    auto map = photoLikeImage(96, 64, 4, 1);
-    auto p = build(map);
-    TfileTextureWrapper w;
-    w.pyramid = p.get();
+    // In memory, and from a BOT file through the block cache: a size that
+    // leaves narrow edge blocks (4 and 6 pixels), so that lookups straddle
+    // block seams, wrap across the image edge and read short rows.
+    auto map = photoLikeImage(100, 70, 4, 1);
+    auto p = build(map, true);
+    TtestTempDir dir;
+    Tstring botPath(dir.file("lookup.bot"));
+    {
+        auto converted = build(map, true);
+        ASSERT_TRUE(converted->remapPyramidToBlocks(&botPath, true));
+    }
+    std::unique_ptr<Tpyramid> bot(Tpyramid::openBOT(botPath, false, "lookup"));
+    ASSERT_TRUE(bot);
+    TfileTextureCache cache;
     std::mt19937 rng(9);
     std::uniform_real_distribution<float> uv(0, 1);
-    for (bool wrap : {true, false}) {
-        w.wrapU = w.wrapV = wrap;
-        for (int i = 0; i < 500; ++i) {
-            float u = uv(rng), v = uv(rng);
-            T3Float colour;
-            float alpha;
-            p->getMapColor(w, u, v, colour, false, alpha, 0.001f);  // fine: the top level
-            for (int c = 0; c < 3; ++c) ASSERT_NEAR(colour[c], directBilinear(map, u, v, c, wrap), 1e-3) << u << "," << v;
-            ASSERT_NEAR(alpha, directBilinear(map, u, v, 3, wrap) / 255, 1e-5);
+    for (Tpyramid* pyramid : {static_cast<Tpyramid*>(p.get()), bot.get()}) {
+        TfileTextureWrapper w;
+        w.pyramid = pyramid;
+        w.cache = &cache;
+        for (bool wrap : {true, false}) {
+            w.wrapU = w.wrapV = wrap;
+            for (int i = 0; i < 1000; ++i) {
+                float u = uv(rng), v = uv(rng);
+                T3Float colour;
+                float alpha;
+                pyramid->getMapColor(w, u, v, colour, false, alpha, 0.001f);  // fine: the top level
+                for (int c = 0; c < 3; ++c)
+                    ASSERT_NEAR(colour[c], directBilinear(map, u, v, c, wrap), 1e-3) << u << "," << v << " BOT " << (pyramid == bot.get());
+                ASSERT_NEAR(alpha, directBilinear(map, u, v, 3, wrap) / 255, 1e-5);
+            }
         }
     }
+    map = photoLikeImage(96, 64, 4, 1);
+    p = build(map);
+    TfileTextureWrapper w;
+    w.pyramid = p.get();
     // Exactly on a pixel there is no blending; u = 1 wraps to the first column.
     w.wrapU = w.wrapV = true;
     T3Float colour;
