@@ -8,6 +8,7 @@
 #include <cmath>
 #include <filesystem>
 
+#include "display/material_values.h"
 #include "framework/host/command_engine.h"
 #include "framework/host/depend_graph.h"
 #include "lights/light_link.h"
@@ -20,12 +21,17 @@
 namespace {
 constexpr int kMaxLights = 8;
 constexpr int kSphereColumns = 96, kSphereRows = 48, kDiscSegments = 96;
+// The side of a reflective object's cube map faces: the whole room folds
+// into a ball a few hundred pixels wide, so more would not show.
+constexpr unsigned kEnvironmentSize = 256;
+constexpr float kIdentity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
 const char* kVertexShader = R"(#version 130
 in vec3 position;
 in vec3 normal;
 in vec2 uv;
 uniform mat4 projection;
+uniform mat4 view;
 uniform mat3 uvTransform;
 out vec3 pointCamera;
 out vec3 normalCamera;
@@ -34,12 +40,17 @@ void main() {
     pointCamera = position;
     normalCamera = normal;
     texCoord = (uvTransform * vec3(uv, 1.0)).xy;
-    gl_Position = projection * vec4(position, 1.0);
+    gl_Position = projection * view * vec4(position, 1.0);
 }
 )";
 
 // Lambert's sum (ambient lights by their shade weight, the others by the
-// cosine times the material's diffuse), then a Blinn-Phong highlight.
+// cosine times the material's diffuse), then a Blinn-Phong highlight, then
+// the mirror term the render's specular materials add: reflectivity, times
+// Blinn's view roll-off where it applies, times the specular colour, times
+// what the environment map holds in the mirror direction. Everything is in
+// the main camera's space; `eye` is where the picture is seen from (the
+// camera, or a reflective object's centre while its map is drawn).
 const char* kFragmentShader = R"(#version 130
 in vec3 pointCamera;
 in vec3 normalCamera;
@@ -57,13 +68,18 @@ uniform float shininess;
 uniform float alpha;
 uniform bool textured;
 uniform sampler2D colourMap;
+uniform bool reflective;
+uniform samplerCube environment;
+uniform float reflectivity;
+uniform float reflectionRollOff;
+uniform vec3 eye;
 uniform bool ids;
 uniform float objectId;
 out vec4 fragColour;
 void main() {
     if (ids) { fragColour = vec4(objectId, 0.0, 0.0, 1.0); return; }
     vec3 n = normalize(normalCamera);
-    vec3 toEye = normalize(-pointCamera);
+    vec3 toEye = normalize(eye - pointCamera);
     if (dot(n, toEye) < 0.0) n = -n;  // both sides of a surface are lit alike
     vec3 texel = textured ? texture(colourMap, texCoord).rgb : vec3(1.0);
     vec3 lit = vec3(0.0);
@@ -79,6 +95,14 @@ void main() {
         lit += lightColour[k] * diffuseColour * c;
         if (shininess > 0.0)
             highlight += lightColour[k] * specularColour * pow(max(dot(n, normalize(l + toEye)), 0.0), shininess);
+    }
+    if (reflective) {
+        float weight = reflectivity;
+        if (reflectionRollOff >= 0.0) {
+            float x = 1.0 - abs(dot(toEye, n));
+            weight *= x * x * x + (1.0 - x * x * x) * reflectionRollOff;
+        }
+        highlight += weight * specularColour * texture(environment, reflect(-toEye, n)).rgb;
     }
     fragColour = vec4(texel * lit * alpha + highlight + emissionColour, alpha);
 }
@@ -144,6 +168,9 @@ struct TglPreview::Tdrawable {
     std::vector<int> lights;  // indices into fLights that reach the object
     float uvTransform[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
     int id = 0;
+    T3Float centre;                                   // of its bounds, camera space
+    float reflectivity = 0, reflectionRollOff = -1;  // roll-off below 0: none
+    std::unique_ptr<TmaterialTexture> environment;    // a cube map, for a reflective object
 };
 
 TglPreview::TglPreview() = default;
@@ -153,6 +180,7 @@ TglPreview::~TglPreview() {
     fPort->makeCurrent();
     fInfos.clear();  // texture objects go while the context is current
     for (Tdrawable& d : fDrawables) {
+        d.environment.reset();
         glDeleteBuffers(1, &d.buffer);
         glDeleteVertexArrays(1, &d.array);
     }
@@ -263,12 +291,16 @@ bool TglPreview::build(TdependGraph& graph, const std::string& sceneFile, const 
         if (object->kind == TshapeKind::kSphere) sphere(object->radius, vertices);
         else if (object->kind == TshapeKind::kDisc) disc(object->radius, vertices);
         else if (object->mesh) triangles(*object->mesh, vertices);
+        T3Float low{1e30f, 1e30f, 1e30f}, high{-1e30f, -1e30f, -1e30f};
         for (Tvertex& v : vertices) {
             T3Float p = object->objectToCamera.transformPoint({v.p[0], v.p[1], v.p[2]});
             T3Float nn = normalize(object->normalToCamera.transformVector({v.n[0], v.n[1], v.n[2]}));
             v = vertex(p, nn, {v.uv[0], v.uv[1]});
+            low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
+            high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
         }
         Tdrawable d;
+        d.centre = (low + high) * 0.5f;
         d.count = int(vertices.size());
         d.id = int(object->index) + 1;
         auto groupAt = std::find(fScene->groups().begin(), fScene->groups().end(), object->group);
@@ -285,6 +317,15 @@ bool TglPreview::build(TdependGraph& graph, const std::string& sceneFile, const 
                     std::copy(std::begin(m), std::end(m), d.uvTransform);
                 }
             }
+        // The render traces mirror rays only with ray tracing on; a material
+        // with reflectivity then shows the scene around it.
+        TdependNode* material = d.infoIndex >= 0 ? fInfos[size_t(d.infoIndex)]->material() : nullptr;
+        if (material && fScene->settings().maxRayDepth > 0) {
+            d.reflectivity = float(unconnectedNumber(material, "reflectivity").value_or(0));
+            // Blinn scales its reflection by the view roll-off unless told not to.
+            if (auto rollOff = unconnectedNumber(material, "specularRollOff"))
+                if (unconnectedNumber(material, "reflectionRolloff").value_or(1) != 0) d.reflectionRollOff = float(*rollOff);
+        }
         glGenVertexArrays(1, &d.array);
         glBindVertexArray(d.array);
         glGenBuffers(1, &d.buffer);
@@ -299,10 +340,35 @@ bool TglPreview::build(TdependGraph& graph, const std::string& sceneFile, const 
         fDrawables.push_back(std::move(d));
     }
     glBindVertexArray(0);
+    bakeEnvironments();
     return glGetError() == GL_NO_ERROR || (error = "OpenGL error while building the preview", false);
 }
 
-void TglPreview::useObject(const Tdrawable& d, bool ids) {
+void TglPreview::bakeEnvironments() {
+    for (Tdrawable& d : fDrawables) {
+        if (!(d.reflectivity > 0) || d.infoIndex < 0) continue;
+        d.environment = std::make_unique<TmaterialTexture>(fInfos[size_t(d.infoIndex)].get(), TmaterialTexture::kCubeMap);
+        const Tdrawable* self = &d;
+        TcubeMapSource source;
+        source.centre = d.centre;
+        source.size = kEnvironmentSize;
+        source.draw = [this, self](const float* view, const float* projection) {
+            drawPass(false, view, projection, self->centre, self);
+        };
+        d.environment->initAsCubeMap(std::move(source));
+        TevaluateTextureInfo at;
+        at.port = fPort.get();
+        if (!d.environment->getTexture(at)) d.environment.reset();  // drawn without its mirror term
+    }
+}
+
+const TglTextureObject* TglPreview::environmentMap(unsigned objectIndex) const {
+    for (const Tdrawable& d : fDrawables)
+        if (d.id == int(objectIndex) + 1 && d.environment) return d.environment->textureObject(0);
+    return nullptr;
+}
+
+void TglPreview::useObject(const Tdrawable& d, bool ids, bool reflections) {
     unsigned p = fProgram;
     glUniform1i(uniform(p, "ids"), ids);
     glUniform1f(uniform(p, "objectId"), float(d.id) / 255.0f);
@@ -322,6 +388,14 @@ void TglPreview::useObject(const Tdrawable& d, bool ids) {
     if (texture) texture->bind();
     glUniform1i(uniform(p, "colourMap"), 0);
     glUniformMatrix3fv(uniform(p, "uvTransform"), 1, GL_FALSE, d.uvTransform);
+    TglTextureObject* environment = reflections && d.environment ? d.environment->textureObject(0) : nullptr;
+    glUniform1i(uniform(p, "reflective"), environment != nullptr);
+    glActiveTexture(GL_TEXTURE1);
+    if (environment) environment->bind();
+    glActiveTexture(GL_TEXTURE0);
+    glUniform1i(uniform(p, "environment"), 1);
+    glUniform1f(uniform(p, "reflectivity"), d.reflectivity);
+    glUniform1f(uniform(p, "reflectionRollOff"), d.reflectionRollOff);
     int count = int(d.lights.size());
     glUniform1i(uniform(p, "lightCount"), count);
     for (int k = 0; k < count; ++k) {
@@ -334,13 +408,19 @@ void TglPreview::useObject(const Tdrawable& d, bool ids) {
     }
 }
 
-void TglPreview::draw() { drawAll(false); }
-
-void TglPreview::drawObjectIds() { drawAll(true); }
-
-void TglPreview::drawAll(bool ids) {
+void TglPreview::draw() {
     fPort->makeCurrent();
     fPort->bindTarget();
+    drawPass(false, kIdentity, fProjection, {0, 0, 0}, nullptr);
+}
+
+void TglPreview::drawObjectIds() {
+    fPort->makeCurrent();
+    fPort->bindTarget();
+    drawPass(true, kIdentity, fProjection, {0, 0, 0}, nullptr);
+}
+
+void TglPreview::drawPass(bool ids, const float* view, const float* projection, const T3Float& eye, const Tdrawable* hidden) {
     glEnable(GL_DEPTH_TEST);
     if (ids) {
         glDisable(GL_BLEND);  // numbers must land as they are
@@ -352,9 +432,12 @@ void TglPreview::drawAll(bool ids) {
     }
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     glUseProgram(fProgram);
-    glUniformMatrix4fv(uniform(fProgram, "projection"), 1, GL_FALSE, fProjection);
+    glUniformMatrix4fv(uniform(fProgram, "projection"), 1, GL_FALSE, projection);
+    glUniformMatrix4fv(uniform(fProgram, "view"), 1, GL_FALSE, view);
+    glUniform3f(uniform(fProgram, "eye"), eye.x, eye.y, eye.z);
     for (const Tdrawable& d : fDrawables) {
-        useObject(d, ids);
+        if (&d == hidden) continue;
+        useObject(d, ids, hidden == nullptr);
         glBindVertexArray(d.array);
         glDrawArrays(GL_TRIANGLES, 0, d.count);
     }

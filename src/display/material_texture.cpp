@@ -37,6 +37,10 @@ TmaterialTexture::TmaterialTexture(TmaterialInfo* owner, const Tplug& texture)
     fFlags = fKind == kFile ? kFileDirty : kSwatchDirty;
 }
 
+TmaterialTexture::TmaterialTexture(TmaterialInfo* owner, Kind kind) : fKind(kind), fOwner(owner) {
+    fFlags = kind == kFile ? kFileDirty : kSwatchDirty;
+}
+
 TmaterialTexture::~TmaterialTexture() { purge(); }
 
 unsigned TmaterialTexture::sCycleIndex(int frame, int start, int end, int increment, bool cycling) {
@@ -75,6 +79,12 @@ TglTextureObject* TmaterialTexture::getTexture(const TevaluateTextureInfo& info)
                                              fFlags & kCycling));
         case kSwatch:
             if ((fFlags & kSwatchDirty) && !fsDisableTextureCompute && !computeSwatch(info)) return nullptr;
+            return textureObject(0);
+        case kCubeMap:
+            if ((fFlags & kSwatchDirty) && !fsDisableTextureCompute && !computeCubeMap(info)) return nullptr;
+            return textureObject(0);
+        case kSphereMap:
+            if ((fFlags & kSwatchDirty) && !fsDisableTextureCompute && !computeSphereMap(info)) return nullptr;
             return textureObject(0);
         default:
             // Children, or kinds computed from children, draw their first object.
@@ -219,7 +229,7 @@ bool TmaterialTexture::setTextureObject(std::shared_ptr<TpixelMap> map, unsigned
         }
     }
     auto object = std::make_shared<TglTextureObject>();
-    if (!object->texImage2D(*map, getFilterLevel(*fNode))) return false;
+    if (!object->texImage2D(*map, fNode ? getFilterLevel(*fNode) : 1000)) return false;
     if (index >= fObjects.size()) fObjects.resize(index + 1);
     fObjects[index] = std::move(object);
     fLastImage = std::move(map);
@@ -279,6 +289,112 @@ bool TmaterialTexture::computeSwatch(const TevaluateTextureInfo&) {
     return true;
 }
 
+T3Float TmaterialTexture::sCubeFaceDirection(int face, float s, float t) {
+    const float sc = 2 * s - 1, tc = 2 * t - 1;
+    switch (face) {
+        case 0: return {1, -tc, -sc};
+        case 1: return {-1, -tc, sc};
+        case 2: return {sc, 1, tc};
+        case 3: return {sc, -1, -tc};
+        case 4: return {sc, -tc, 1};
+        default: return {-sc, -tc, -1};
+    }
+}
+
+void TmaterialTexture::sCubeFaceView(int face, const T3Float& centre, float view[16]) {
+    // The face's axes follow from its directions, so the draw and the
+    // lookup cannot disagree about a face's layout.
+    const T3Float look = sCubeFaceDirection(face, 0.5f, 0.5f);
+    const T3Float right = sCubeFaceDirection(face, 1, 0.5f) - look, up = sCubeFaceDirection(face, 0.5f, 1) - look;
+    const T3Float rows[3] = {right, up, look * -1.0f};
+    for (int r = 0; r < 3; ++r) {
+        view[0 + r] = rows[r].x, view[4 + r] = rows[r].y, view[8 + r] = rows[r].z;
+        view[12 + r] = -dot(rows[r], centre);
+        view[3 + 4 * r] = 0;
+    }
+    view[15] = 1;
+}
+
+void TmaterialTexture::initAsCubeMap(TcubeMapSource source) {
+    fKind = kCubeMap;
+    fCubeSource = std::move(source);
+    fFlags |= kSwatchDirty;
+}
+
+bool TmaterialTexture::computeCubeMap(const TevaluateTextureInfo& info) {
+    T3dPort* port = info.port ? info.port : T3dPort::current();
+    if (!port || !fCubeSource.draw || fCubeSource.size < 1) return false;
+    auto cube = std::make_shared<TglTextureObject>();
+    if (!cube->texImageCube(int(fCubeSource.size))) return false;
+    // A 90 degree frustum per face; the near plane is small against any
+    // scene a viewport shows, the far one beyond it.
+    constexpr float kNear = 0.01f, kFar = 1.0e5f;
+    const float projection[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, -(kFar + kNear) / (kFar - kNear), -1,
+                                  0, 0, -2 * kFar * kNear / (kFar - kNear), 0};
+    bool ok = true;
+    for (int face = 0; face < 6 && ok; ++face) {
+        float view[16];
+        sCubeFaceView(face, fCubeSource.centre, view);
+        ok = port->bindCubeFaceTarget(*cube, face);
+        if (ok) fCubeSource.draw(view, projection);
+    }
+    port->bindTarget();
+    if (!ok) return false;
+    fObjects.assign(1, std::move(cube));
+    fFlags &= ~kSwatchDirty;
+    return true;
+}
+
+void TmaterialTexture::initAsSphereMap(unsigned size, std::unique_ptr<TmaterialTexture> cube) {
+    fKind = kSphereMap;
+    fSphereSize = std::max(2u, size);
+    fChildren.clear();
+    if (cube) fChildren.push_back(std::move(cube));
+    fFlags |= kSwatchDirty;
+}
+
+bool TmaterialTexture::computeSphereMap(const TevaluateTextureInfo& info) {
+    TglTextureObject* cube = fChildren.empty() ? nullptr : fChildren.front()->getTexture(info);
+    if (!cube || !cube->isCube()) return false;
+    std::vector<float> faces[6];
+    for (int f = 0; f < 6; ++f)
+        if (!cube->getCubeFace(f, faces[f])) return false;
+    const int n = cube->width();
+    // The nearest texel of the face a direction leaves the cube through.
+    auto lookup = [&](const T3Float& d) {
+        const float ax = std::fabs(d.x), ay = std::fabs(d.y), az = std::fabs(d.z);
+        int face;
+        float sc, tc, m;
+        if (ax >= ay && ax >= az) face = d.x > 0 ? 0 : 1, m = ax, sc = d.x > 0 ? -d.z : d.z, tc = -d.y;
+        else if (ay >= az) face = d.y > 0 ? 2 : 3, m = ay, sc = d.x, tc = d.y > 0 ? d.z : -d.z;
+        else face = d.z > 0 ? 4 : 5, m = az, sc = d.z > 0 ? d.x : -d.x, tc = -d.y;
+        const int x = std::clamp(int((sc / m + 1) / 2 * float(n)), 0, n - 1);
+        const int y = std::clamp(int((tc / m + 1) / 2 * float(n)), 0, n - 1);
+        return &faces[face][(size_t(y) * n + x) * 4];
+    };
+    const int size = int(fSphereSize);
+    auto map = std::make_shared<TpixelMap>(size, size, 3);
+    for (int y = 0; y < size; ++y)
+        for (int x = 0; x < size; ++x) {
+            // The ball's normal at the texel; the eye looks down -z, and a
+            // texel outside the ball shows what is straight behind it.
+            const float nx = 2 * (x + 0.5f) / float(size) - 1, ny = 1 - 2 * (y + 0.5f) / float(size);
+            const float r2 = nx * nx + ny * ny;
+            T3Float d{0, 0, -1};
+            if (r2 <= 1) {
+                const float nz = std::sqrt(1 - r2);
+                d = {2 * nz * nx, 2 * nz * ny, 2 * nz * nz - 1};
+            }
+            const float* c = lookup(d);
+            uint8_t* p = map->pixel(x, y);
+            p[0] = toByte(c[0]), p[1] = toByte(c[1]), p[2] = toByte(c[2]);
+        }
+    fObjects.clear();
+    if (!setTextureObject(std::move(map), 0)) return false;
+    fFlags &= ~kSwatchDirty;
+    return true;
+}
+
 TglTextureObject* TmaterialTexture::textureObject(unsigned i) const {
     if (fKind == kSwitch || fKind == kLayered) {
         for (auto& child : fChildren) {
@@ -313,8 +429,9 @@ TglTextureObject* TmaterialTexture::find(const TmaterialTexture& other) const {
 }
 
 void TmaterialTexture::setDirty() {
+    // Cube and sphere maps are bakes of the scene: the swatch bit is theirs too.
     if (fKind == kFile) fFlags |= kFileDirty;
-    else if (fKind == kSwatch) fFlags |= kSwatchDirty;
+    else if (fKind == kSwatch || fKind == kCubeMap || fKind == kSphereMap) fFlags |= kSwatchDirty;
     for (auto& child : fChildren) child->setDirty();
 }
 

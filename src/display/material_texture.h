@@ -4,11 +4,13 @@
 // object per frame when the file cycles on hardware), any other 2D texture
 // baked to an image. Runs on the main thread with the port's context current.
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
 #include "display/gl_port.h"
 #include "framework/host/dag.h"
+#include "framework/host/math.h"
 #include "framework/host/plug.h"
 
 class TdependNode;
@@ -20,6 +22,15 @@ struct TevaluateTextureInfo {
     T3dPort* port = nullptr;
 };
 using TevaluateTextureInfoArray = std::vector<TevaluateTextureInfo>;
+
+// What a cube map is drawn from: the point it is seen from, in the space the
+// map is looked up in, and the draw of the scene through one face's view and
+// projection (column-major 4x4) into the bound target.
+struct TcubeMapSource {
+    T3Float centre;
+    unsigned size = 256;
+    std::function<void(const float* view, const float* projection)> draw;
+};
 
 class TmaterialTexture {
 public:
@@ -35,6 +46,9 @@ public:
 
     // `texture` is the texture's output plug; the kind follows its node type.
     TmaterialTexture(TmaterialInfo* owner, const Tplug& texture);
+    // A texture of a kind no node decides: a cube or sphere map, or a
+    // switch or layered texture before its children are added.
+    TmaterialTexture(TmaterialInfo* owner, Kind kind);
     ~TmaterialTexture();
     TmaterialTexture(const TmaterialTexture&) = delete;
     TmaterialTexture& operator=(const TmaterialTexture&) = delete;
@@ -53,6 +67,19 @@ public:
     bool computeFile(const TevaluateTextureInfo& info, bool force);
     bool computeFileWithIndex(const TevaluateTextureInfo& info, unsigned index);
     bool computeSwatch(const TevaluateTextureInfo& info);
+
+    // A cube map drawn face by face from `source`, once until marked dirty.
+    void initAsCubeMap(TcubeMapSource source);
+    bool computeCubeMap(const TevaluateTextureInfo& info);
+    // A sphere map (the mirror ball seen down -z) resampled from the faces
+    // of `cube`, its one child.
+    void initAsSphereMap(unsigned size, std::unique_ptr<TmaterialTexture> cube);
+    bool computeSphereMap(const TevaluateTextureInfo& info);
+    // The direction a cube face shows at texture coordinates (s, t), both in
+    // 0..1 with t counted from the bottom row, in OpenGL's face layout.
+    static T3Float sCubeFaceDirection(int face, float s, float t);
+    // The view (column-major) that draws `face` as seen from `centre`.
+    static void sCubeFaceView(int face, const T3Float& centre, float view[16]);
 
     // The i-th object, counting through children depth first for switch and
     // layered textures; null past the end.
@@ -106,4 +133,6 @@ private:
     std::vector<std::unique_ptr<TmaterialTexture>> fChildren;
     std::vector<std::shared_ptr<TglTextureObject>> fObjects;
     std::shared_ptr<TpixelMap> fLastImage;
+    TcubeMapSource fCubeSource;
+    unsigned fSphereSize = 0;
 };

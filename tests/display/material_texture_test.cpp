@@ -3,6 +3,9 @@
 // texture objects that read back what was uploaded.
 #include <gtest/gtest.h>
 
+#include <GL/gl.h>
+
+#include <cmath>
 #include <cstdlib>
 #include <random>
 
@@ -317,4 +320,57 @@ TEST(TglTextureObject, UploadReadsBackBitForBit) {
             EXPECT_EQ(back, std::vector<uint8_t>(flipped.pixels(), flipped.pixels() + flipped.byteCount()))
                 << channels << " channels, " << w << "x" << h;
         }
+}
+
+// A sphere map resampled from a cube whose faces are flat colours: the
+// texel whose mirror-ball normal reflects the view (down -z) into a
+// direction shows the face that direction leaves through, by the closed
+// form r = 2 (n . v) n - v with v = (0, 0, 1).
+TEST(SphereMap, ReflectsTheCubeFaceOfEachDirection) {
+    T3dPort& p = port();
+    const uint8_t colours[6][3] = {{200, 0, 0}, {0, 200, 0}, {0, 0, 200}, {200, 200, 0}, {0, 200, 200}, {200, 0, 200}};
+    auto cube = std::make_unique<TmaterialTexture>(nullptr, TmaterialTexture::kCubeMap);
+    int face = 0;
+    TcubeMapSource source;
+    source.size = 8;
+    source.draw = [&](const float*, const float*) {
+        const uint8_t* c = colours[face++];
+        glClearColor(c[0] / 255.0f, c[1] / 255.0f, c[2] / 255.0f, 1);
+        glClear(GL_COLOR_BUFFER_BIT);
+    };
+    cube->initAsCubeMap(std::move(source));
+    TmaterialTexture sphere(nullptr, TmaterialTexture::kSphereMap);
+    const int size = 64;
+    sphere.initAsSphereMap(size, std::move(cube));
+    TevaluateTextureInfo at;
+    at.port = &p;
+    ASSERT_NE(sphere.getTexture(at), nullptr);
+    EXPECT_EQ(face, 6) << "each face drawn once";
+    const TpixelMap* image = sphere.lastImage();
+    ASSERT_NE(image, nullptr);
+    // Which face a unit normal (nx, ny) on the ball reflects into.
+    auto expected = [](float nx, float ny) {
+        if (nx * nx + ny * ny > 1) return 5;  // outside the ball: straight behind
+        const float nz = std::sqrt(1 - nx * nx - ny * ny);
+        const float r[3] = {2 * nz * nx, 2 * nz * ny, 2 * nz * nz - 1};
+        int axis = 0;
+        for (int k = 1; k < 3; ++k)
+            if (std::fabs(r[k]) > std::fabs(r[axis])) axis = k;
+        return 2 * axis + (r[axis] < 0 ? 1 : 0);
+    };
+    int checked = 0;
+    for (int y = 0; y < size; ++y)
+        for (int x = 0; x < size; ++x) {
+            const float nx = 2 * (x + 0.5f) / size - 1, ny = 1 - 2 * (y + 0.5f) / size;
+            // Texels where two faces meet may fall either way.
+            bool edge = false;
+            for (float d : {-0.02f, 0.02f})
+                edge |= expected(nx + d, ny) != expected(nx, ny) || expected(nx, ny + d) != expected(nx, ny);
+            if (edge) continue;
+            const uint8_t* c = colours[expected(nx, ny)];
+            const uint8_t* got = image->pixel(x, y);
+            ASSERT_TRUE(got[0] == c[0] && got[1] == c[1] && got[2] == c[2]) << "texel " << x << ", " << y;
+            ++checked;
+        }
+    EXPECT_GT(checked, size * size * 3 / 4);
 }
