@@ -152,6 +152,43 @@ void triangles(const TtriangleMesh& mesh, std::vector<Tvertex>& out) {
     }
 }
 
+// The surface under each texel of a size x size raster over the object's
+// UVs (rows from the top), found by drawing its triangles in UV space.
+void uvSurface(const std::vector<Tvertex>& triangles, const TrenderObject& object, unsigned size, std::vector<TsurfaceTexel>& texels) {
+    texels.assign(size_t(size) * size, TsurfaceTexel());
+    const float n = float(size);
+    for (size_t t = 0; t + 2 < triangles.size(); t += 3) {
+        const Tvertex& a = triangles[t];
+        const Tvertex& b = triangles[t + 1];
+        const Tvertex& c = triangles[t + 2];
+        // Texel coordinates: x along u, y down from v = 1.
+        const float ax = a.uv[0] * n, ay = (1 - a.uv[1]) * n, bx = b.uv[0] * n, by = (1 - b.uv[1]) * n;
+        const float cx = c.uv[0] * n, cy = (1 - c.uv[1]) * n;
+        const float area = (bx - ax) * (cy - ay) - (cx - ax) * (by - ay);
+        if (std::fabs(area) < 1e-12f) continue;
+        const int x0 = std::max(0, int(std::floor(std::min({ax, bx, cx})))), x1 = std::min(int(size) - 1, int(std::ceil(std::max({ax, bx, cx}))));
+        const int y0 = std::max(0, int(std::floor(std::min({ay, by, cy})))), y1 = std::min(int(size) - 1, int(std::ceil(std::max({ay, by, cy}))));
+        for (int y = y0; y <= y1; ++y)
+            for (int x = x0; x <= x1; ++x) {
+                const float px = x + 0.5f, py = y + 0.5f;
+                const float wb = ((px - ax) * (cy - ay) - (cx - ax) * (py - ay)) / area;
+                const float wc = ((bx - ax) * (py - ay) - (px - ax) * (by - ay)) / area;
+                const float wa = 1 - wb - wc;
+                constexpr float kEdge = -1e-4f;
+                if (wa < kEdge || wb < kEdge || wc < kEdge) continue;
+                auto mix = [&](const float* pa, const float* pb, const float* pc) {
+                    return T3Float{pa[0] * wa + pb[0] * wb + pc[0] * wc, pa[1] * wa + pb[1] * wb + pc[1] * wc,
+                                   pa[2] * wa + pb[2] * wb + pc[2] * wc};
+                };
+                TsurfaceTexel& texel = texels[size_t(y) * size + size_t(x)];
+                texel.pointObj = mix(a.p, b.p, c.p);
+                texel.pointCamera = object.objectToCamera.transformPoint(texel.pointObj);
+                texel.normalCamera = normalize(object.normalToCamera.transformVector(mix(a.n, b.n, c.n)));
+                texel.covered = true;
+            }
+    }
+}
+
 bool linksLights(TdependGraph& graph) {
     for (TdependNode* node : graph.nodes())
         if (node->typeof()->istype(TdnLightLink::sMetaclass())) return true;
@@ -170,6 +207,7 @@ struct TglPreview::Tdrawable {
     int id = 0;
     T3Float centre;                                   // of its bounds, camera space
     float reflectivity = 0, reflectionRollOff = -1;  // roll-off below 0: none
+    TglTextureObject* texture = nullptr;              // owned by the group's record
     std::unique_ptr<TmaterialTexture> environment;    // a cube map, for a reflective object
 };
 
@@ -274,14 +312,11 @@ bool TglPreview::build(TdependGraph& graph, const std::string& sceneFile, const 
         fLights.push_back(light);
     }
 
-    // Materials, one per group.
+    // Materials, one per group; their textures are made per object below.
     const bool linked = linksLights(graph);
     for (TDNshadingEngine* group : fScene->groups()) {
         if (linked) group->collectLights(fScene->groupObjects(group));
         fInfos.push_back(std::make_unique<TmaterialInfo>(group));
-        TevaluateTextureInfoArray infos(1);
-        infos[0].port = fPort.get();
-        fInfos.back()->evaluateTexture(infos);
     }
 
     // Geometry in camera space, one buffer per object.
@@ -291,6 +326,7 @@ bool TglPreview::build(TdependGraph& graph, const std::string& sceneFile, const 
         if (object->kind == TshapeKind::kSphere) sphere(object->radius, vertices);
         else if (object->kind == TshapeKind::kDisc) disc(object->radius, vertices);
         else if (object->mesh) triangles(*object->mesh, vertices);
+        const std::vector<Tvertex> objectSpace = vertices;
         T3Float low{1e30f, 1e30f, 1e30f}, high{-1e30f, -1e30f, -1e30f};
         for (Tvertex& v : vertices) {
             T3Float p = object->objectToCamera.transformPoint({v.p[0], v.p[1], v.p[2]});
@@ -307,6 +343,20 @@ bool TglPreview::build(TdependGraph& graph, const std::string& sceneFile, const 
         if (groupAt != fScene->groups().end()) d.infoIndex = int(groupAt - fScene->groups().begin());
         for (size_t k = 0; k < fLights.size() && int(d.lights.size()) < kMaxLights; ++k)
             if (!linked || !object->group || object->group->litBy(object->fNumber, fLights[k].node)) d.lights.push_back(int(k));
+        if (d.infoIndex >= 0) {
+            // The texture of this object: a switch picks by the object, a
+            // solid texture is baked over the object's own surface.
+            TevaluateTextureInfoArray at(1);
+            at[0].path = object->path;
+            at[0].port = fPort.get();
+            at[0].eyeToWorld = camera.cameraToWorld;
+            at[0].pixelAngle = camera.orthographic ? 0.0f : 2 * camera.tanHalfWidth / float(fWidth);
+            at[0].surface = [&objectSpace, &object](unsigned size, std::vector<TsurfaceTexel>& texels) {
+                uvSurface(objectSpace, *object, size, texels);
+            };
+            fInfos[size_t(d.infoIndex)]->evaluateTexture(at);
+            d.texture = at[0].result;
+        }
         if (d.infoIndex >= 0)
             if (TmaterialTexture* t = fInfos[size_t(d.infoIndex)]->colorTexture()) {
                 float ru, rv, ou, ov, rot;
@@ -382,7 +432,7 @@ void TglPreview::useObject(const Tdrawable& d, bool ids, bool reflections) {
     glUniform3f(uniform(p, "emissionColour"), data.emission.r, data.emission.g, data.emission.b);
     glUniform1f(uniform(p, "shininess"), data.shininess);
     glUniform1f(uniform(p, "alpha"), data.alpha);
-    TglTextureObject* texture = info && info->colorTexture() ? info->colorTexture()->textureObject(0) : nullptr;
+    TglTextureObject* texture = d.texture;
     glUniform1i(uniform(p, "textured"), texture != nullptr);
     glActiveTexture(GL_TEXTURE0);
     if (texture) texture->bind();

@@ -106,7 +106,8 @@ bool TmaterialInfo::evaluateTexture(TevaluateTextureInfoArray& infos) {
     if (!fColorTexture) return false;
     bool any = false;
     for (TevaluateTextureInfo& info : infos) {
-        if (!fColorTexture->getTexture(info)) continue;
+        info.result = fColorTexture->getTexture(info);
+        if (!info.result) continue;
         any = true;
         const TpixelMap* image = fColorTexture->lastImage();
         if (image && image->channels() == 4 && image->hasNonUnitAlpha()) fHasAlpha = true;

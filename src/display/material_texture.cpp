@@ -11,7 +11,9 @@
 #include "textures/file_texture.h"
 #include "textures/pyramid/file_pixel_map_cache.h"
 #include "textures/texture_2d.h"
+#include "textures/layered_texture.h"
 #include "textures/texture_3d.h"
+#include "utilities/switches.h"
 
 bool TmaterialTexture::fsDisableTextureCompute = false;
 
@@ -33,8 +35,19 @@ TmaterialTexture::TmaterialTexture(TmaterialInfo* owner, const Tplug& texture)
     : fOwner(owner), fPlug(texture), fNode(texture.node()) {
     if (fNode && fNode->cast(TdnFileTexture::sMetaclass())) fKind = kFile;
     else if (fNode && fNode->cast(TdnTx3D::sMetaclass())) fKind = kConvertSolid;
+    else if (fNode && fNode->cast(TdnBaseSwitch::sMetaclass())) fKind = kSwitch;
+    else if (fNode && fNode->cast(TdnLayeredTexture::sMetaclass())) fKind = kLayered;
     else fKind = kSwatch;
     fFlags = fKind == kFile ? kFileDirty : kSwatchDirty;
+    if (fKind == kSwitch) {
+        TuInt32Array elements;
+        if (const Tattribute* input = fNode->attribute(Tstring("input")))
+            fNode->getExistingMultiAttributeIndices(Tplug(fNode, input, true), elements);
+        for (unsigned e = 0; e < elements.length(); ++e) addSwitchInput(elements[e]);
+        addSwitchDefault();
+    } else if (fKind == kLayered) {
+        initAsLayeredTexture();
+    }
 }
 
 TmaterialTexture::TmaterialTexture(TmaterialInfo* owner, Kind kind) : fKind(kind), fOwner(owner) {
@@ -80,18 +93,233 @@ TglTextureObject* TmaterialTexture::getTexture(const TevaluateTextureInfo& info)
         case kSwatch:
             if ((fFlags & kSwatchDirty) && !fsDisableTextureCompute && !computeSwatch(info)) return nullptr;
             return textureObject(0);
+        case kConvertSolid: {
+            const std::string object = info.path.fullPathName();
+            if ((fFlags & kSwatchDirty) && !fsDisableTextureCompute) fObjects.clear(), fConvertedFor.clear(), fFlags &= ~kSwatchDirty;
+            auto at = std::find(fConvertedFor.begin(), fConvertedFor.end(), object);
+            if (at == fConvertedFor.end()) {
+                if (fsDisableTextureCompute || !computeConvertSolid(info)) return nullptr;
+                at = fConvertedFor.end() - 1;
+            }
+            return textureObject(unsigned(at - fConvertedFor.begin()));
+        }
+        case kSwitch: {
+            // The element whose shape is the object drawn, else the default.
+            TdependNode* shape = info.path.node();
+            TmaterialTexture* chosen = nullptr;
+            for (size_t k = 0; k < fChildren.size() && !chosen; ++k)
+                if (shape && fChildShapes[k] == shape) chosen = fChildren[k].get();
+            for (size_t k = 0; k < fChildren.size() && !chosen; ++k)
+                if (fChildElements[k] < 0) chosen = fChildren[k].get();
+            return chosen ? chosen->getTexture(info) : nullptr;
+        }
+        case kLayered:
+            if ((fFlags & kSwatchDirty) && !fsDisableTextureCompute && !computeLayered(info)) return nullptr;
+            return fObjects.empty() ? nullptr : fObjects.front().get();
         case kCubeMap:
             if ((fFlags & kSwatchDirty) && !fsDisableTextureCompute && !computeCubeMap(info)) return nullptr;
             return textureObject(0);
         case kSphereMap:
             if ((fFlags & kSwatchDirty) && !fsDisableTextureCompute && !computeSphereMap(info)) return nullptr;
             return textureObject(0);
-        default:
-            // Children, or kinds computed from children, draw their first object.
-            for (auto& child : fChildren)
-                if (TglTextureObject* o = child->getTexture(info)) return o;
-            return nullptr;
     }
+    return nullptr;
+}
+
+bool TmaterialTexture::computeConvertSolid(const TevaluateTextureInfo& info) {
+    if (!fNode || !info.surface) return false;
+    const Tattribute* outColor = fPlug.attribute();
+    if (!outColor || outColor->size() != sizeof(T3Float)) return false;
+    const unsigned size = nodeResolution(*fNode);
+    std::vector<TsurfaceTexel> texels;
+    info.surface(size, texels);
+    if (texels.size() != size_t(size) * size) return false;
+    // The texture reads the surface through these, as a render sets them;
+    // what the node holds is put back afterwards.
+    struct Tinput {
+        const Tattribute* attribute;
+        std::vector<char> saved;
+    };
+    std::vector<Tinput> inputs;
+    for (const char* name :
+         {"refPointObj", "pointObj", "refPointCamera", "pointCamera", "normalCamera", "matrixEyeToWorld", "xPixelAngle"}) {
+        const Tattribute* a = fNode->attribute(Tstring(name));
+        if (!a || isConnectedInput(fNode, name)) continue;
+        Tinput in{a, std::vector<char>(a->size())};
+        fNode->getAttributeValue(a, in.saved.data());
+        inputs.push_back(std::move(in));
+    }
+    const TfltMatrix eyeToWorld = convertMatrix<float>(info.eyeToWorld);
+    // A texel stands for a patch of surface wider than a pixel of the
+    // picture: the texture is filtered to the larger of the two, or a fine
+    // pattern aliases in the bake.
+    auto texelAngle = [&](size_t i) {
+        const TsurfaceTexel& t = texels[i];
+        float across = 0;
+        for (size_t j : {i + 1, i + size})
+            if (j < texels.size() && texels[j].covered) across = std::max(across, length(texels[j].pointCamera - t.pointCamera));
+        const float depth = length(t.pointCamera);
+        return depth > 0 ? std::max(info.pixelAngle, across / depth) : info.pixelAngle;
+    };
+    auto set = [&](const Tinput& in, const TsurfaceTexel& t) {
+        const std::string& name = in.attribute->longName().str();
+        if (name == "matrixEyeToWorld") fNode->setAttributeValue(in.attribute, &eyeToWorld);
+        else if (name == "xPixelAngle") {
+            const float angle = texelAngle(size_t(&t - texels.data()));
+            fNode->setAttributeValue(in.attribute, &angle);
+        }
+        else if (name == "refPointObj" || name == "pointObj") fNode->setAttributeValue(in.attribute, &t.pointObj);
+        else if (name == "normalCamera") fNode->setAttributeValue(in.attribute, &t.normalCamera);
+        else fNode->setAttributeValue(in.attribute, &t.pointCamera);
+    };
+    std::vector<T3Float> colours(texels.size());
+    std::vector<char> known(texels.size(), 0);
+    for (size_t i = 0; i < texels.size(); ++i) {
+        if (!texels[i].covered) continue;
+        for (const Tinput& in : inputs) set(in, texels[i]);
+        fNode->getAttributeValue(outColor, &colours[i]);
+        known[i] = 1;
+    }
+    for (const Tinput& in : inputs) fNode->setAttributeValue(in.attribute, in.saved.data());
+    // Texels no surface reaches take a covered neighbour's colour, so that
+    // filtering at a UV seam does not pull in black.
+    for (int pass = 0; pass < 2; ++pass) {
+        std::vector<char> next = known;
+        for (unsigned y = 0; y < size; ++y)
+            for (unsigned x = 0; x < size; ++x) {
+                const size_t i = size_t(y) * size + x;
+                if (known[i]) continue;
+                for (auto [dx, dy] : {std::pair{-1, 0}, {1, 0}, {0, -1}, {0, 1}}) {
+                    const int nx = int(x) + dx, ny = int(y) + dy;
+                    if (nx < 0 || ny < 0 || nx >= int(size) || ny >= int(size) || !known[size_t(ny) * size + unsigned(nx)]) continue;
+                    colours[i] = colours[size_t(ny) * size + unsigned(nx)];
+                    next[i] = 1;
+                    break;
+                }
+            }
+        known.swap(next);
+    }
+    auto map = std::make_shared<TpixelMap>(int(size), int(size), 3);
+    for (unsigned y = 0; y < size; ++y)
+        for (unsigned x = 0; x < size; ++x) {
+            const T3Float& c = colours[size_t(y) * size + x];
+            uint8_t* p = map->pixel(int(x), int(y));
+            p[0] = toByte(c.x), p[1] = toByte(c.y), p[2] = toByte(c.z);
+        }
+    if (!setTextureObject(std::move(map), unsigned(fObjects.size()))) return false;
+    fConvertedFor.push_back(info.path.fullPathName());
+    return true;
+}
+
+bool TmaterialTexture::addSwitchInput(unsigned element) {
+    const Tattribute* input = fNode ? fNode->attribute(Tstring("input")) : nullptr;
+    const Tattribute* shape = fNode ? fNode->attribute(Tstring("inShape")) : nullptr;
+    if (!input || !shape) return false;
+    removeSwitchInput(element);
+    // The value is the input's child that is not the shape.
+    for (unsigned c = 0; c < input->childCount(); ++c) {
+        const Tattribute* value = input->child(c);
+        if (value == shape) continue;
+        const Tplug* source = fNode->sourceOf(Tplug(fNode, value, int(element)));
+        const Tplug* object = fNode->sourceOf(Tplug(fNode, shape, int(element)));
+        if (!source) return false;  // a plain colour: the material's own shows
+        addChild(std::make_unique<TmaterialTexture>(fOwner, *source), int(element), object ? object->node() : nullptr);
+        return true;
+    }
+    return false;
+}
+
+bool TmaterialTexture::removeSwitchInput(unsigned element) {
+    for (size_t k = 0; k < fChildren.size(); ++k)
+        if (fChildElements[k] == int(element)) {
+            fChildren.erase(fChildren.begin() + long(k));
+            fChildElements.erase(fChildElements.begin() + long(k));
+            fChildShapes.erase(fChildShapes.begin() + long(k));
+            return true;
+        }
+    return false;
+}
+
+bool TmaterialTexture::addSwitchDefault() {
+    const Tattribute* fallback = fNode ? fNode->attribute(Tstring("default")) : nullptr;
+    const Tplug* source = fallback ? fNode->sourceOf(Tplug(fNode, fallback)) : nullptr;
+    if (!source) return false;
+    addChild(std::make_unique<TmaterialTexture>(fOwner, *source), -1, nullptr);
+    return true;
+}
+
+void TmaterialTexture::initAsLayeredTexture() {
+    fKind = kLayered;
+    fChildren.clear(), fChildElements.clear(), fChildShapes.clear();
+    TuInt32Array elements;
+    fNode->getExistingMultiAttributeIndices(Tplug(fNode, &TdnLayeredTexture::saInputs(), true), elements);
+    for (unsigned e = 0; e < elements.length(); ++e) {
+        Tplug colour(fNode, &TdnLayeredTexture::saColor(), int(elements[e]));
+        const Tplug* source = fNode->sourceOf(colour);
+        if (source) addChild(std::make_unique<TmaterialTexture>(fOwner, *source), int(elements[e]));
+    }
+    fFlags |= kSwatchDirty;
+}
+
+bool TmaterialTexture::computeLayered(const TevaluateTextureInfo& info) {
+    if (!fNode || !fNode->cast(TdnLayeredTexture::sMetaclass())) return false;
+    struct Tlayer {
+        TpixelMap image;  // empty: the colour
+        T3Float colour;
+        float alpha = 1;
+        short mode = 0;
+    };
+    std::vector<Tlayer> layers;
+    TuInt32Array elements;
+    fNode->getExistingMultiAttributeIndices(Tplug(fNode, &TdnLayeredTexture::saInputs(), true), elements);
+    for (unsigned e = 0; e < elements.length(); ++e) {
+        const unsigned element = elements[e];
+        bool visible = true;
+        fNode->getAttributeValue(&TdnLayeredTexture::saIsVisible(), &visible, element);
+        if (!visible) continue;
+        Tlayer layer;
+        fNode->getAttributeValue(&TdnLayeredTexture::saAlpha(), &layer.alpha, element);
+        fNode->getAttributeValue(&TdnLayeredTexture::saBlendMode(), &layer.mode, element);
+        fNode->getAttributeValue(&TdnLayeredTexture::saColor(), &layer.colour, element);
+        for (size_t k = 0; k < fChildren.size(); ++k) {
+            if (fChildElements[k] != int(element)) continue;
+            TglTextureObject* object = fChildren[k]->getTexture(info);
+            if (const TpixelMap* image = fChildren[k]->lastImage()) {
+                layer.image = *image;
+            } else if (object && !object->isCube()) {
+                // A shared object keeps no image here: OpenGL has it, bottom row first.
+                std::vector<uint8_t> pixels;
+                if (object->getTexImage(pixels)) {
+                    layer.image.setImage(object->width(), object->height(), object->channels(), pixels.data());
+                    layer.image.verticalFlip();
+                }
+            }
+        }
+        layers.push_back(std::move(layer));
+    }
+    const unsigned size = nodeResolution(*fNode);
+    auto map = std::make_shared<TpixelMap>(int(size), int(size), 3);
+    for (unsigned y = 0; y < size; ++y)
+        for (unsigned x = 0; x < size; ++x) {
+            T3Float colour{0, 0, 0};
+            float alpha = 0;
+            for (auto layer = layers.rbegin(); layer != layers.rend(); ++layer) {
+                T3Float c = layer->colour;
+                if (!layer->image.isEmpty()) {
+                    const TpixelMap& im = layer->image;
+                    const uint8_t* p = im.pixel(int(x * unsigned(im.width()) / size), int(y * unsigned(im.height()) / size));
+                    const bool grey = im.channels() < 3;
+                    c = {p[0] / 255.0f, p[grey ? 0 : 1] / 255.0f, p[grey ? 0 : 2] / 255.0f};
+                }
+                blendLayer(layer->mode, c, layer->alpha, colour, alpha);
+            }
+            uint8_t* p = map->pixel(int(x), int(y));
+            p[0] = toByte(colour.x), p[1] = toByte(colour.y), p[2] = toByte(colour.z);
+        }
+    fObjects.clear();
+    if (!setTextureObject(std::move(map), 0)) return false;
+    fFlags &= ~kSwatchDirty;
+    return true;
 }
 
 bool TmaterialTexture::computeFile(const TevaluateTextureInfo& info, bool force) {
@@ -429,9 +657,10 @@ TglTextureObject* TmaterialTexture::find(const TmaterialTexture& other) const {
 }
 
 void TmaterialTexture::setDirty() {
-    // Cube and sphere maps are bakes of the scene: the swatch bit is theirs too.
+    // Every bake (converted solid, layered composite, cube and sphere map)
+    // keeps the swatch bit; a switch has nothing of its own.
     if (fKind == kFile) fFlags |= kFileDirty;
-    else if (fKind == kSwatch || fKind == kCubeMap || fKind == kSphereMap) fFlags |= kSwatchDirty;
+    else if (fKind != kSwitch) fFlags |= kSwatchDirty;
     for (auto& child : fChildren) child->setDirty();
 }
 

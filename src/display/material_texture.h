@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "display/gl_port.h"
@@ -16,10 +17,25 @@
 class TdependNode;
 class TmaterialInfo;
 
+// Where an object's surface lies under one texel of a raster over its UVs.
+struct TsurfaceTexel {
+    T3Float pointObj, pointCamera, normalCamera;
+    bool covered = false;
+};
+
 struct TevaluateTextureInfo {
     TdagPath path;         // the object drawn, when known
     Tplug plug;            // the material input the texture drives
     T3dPort* port = nullptr;
+    // For converting a solid texture: fills a size x size raster (rows from
+    // the top, v = 1 first) with the object's surface; the camera's matrix
+    // to world, which a solid texture in world space needs; and the angle a
+    // pixel of the picture covers, which sets how finely it is filtered.
+    std::function<void(unsigned size, std::vector<TsurfaceTexel>& texels)> surface;
+    Tmatrix eyeToWorld;
+    float pixelAngle = 0;
+    // Set by evaluation: the object to draw this entry with, or null.
+    TglTextureObject* result = nullptr;
 };
 using TevaluateTextureInfoArray = std::vector<TevaluateTextureInfo>;
 
@@ -68,6 +84,19 @@ public:
     bool computeFileWithIndex(const TevaluateTextureInfo& info, unsigned index);
     bool computeSwatch(const TevaluateTextureInfo& info);
 
+    // A solid texture baked over the object's UVs (one object per object
+    // drawn), the texture read at the surface under each texel.
+    bool computeConvertSolid(const TevaluateTextureInfo& info);
+    // A switch: one child per input element whose value is driven, drawn for
+    // the object its inShape names; the default's child for the others.
+    bool addSwitchInput(unsigned element);
+    bool removeSwitchInput(unsigned element);
+    bool addSwitchDefault();
+    // A layered texture: one child per layer whose colour is driven; the
+    // layers' images (or colours) are put together by their blend modes.
+    void initAsLayeredTexture();
+    bool computeLayered(const TevaluateTextureInfo& info);
+
     // A cube map drawn face by face from `source`, once until marked dirty.
     void initAsCubeMap(TcubeMapSource source);
     bool computeCubeMap(const TevaluateTextureInfo& info);
@@ -93,7 +122,13 @@ public:
     // What a changed plug of the source node means for the texture.
     void dirty(const Tplug& changed);
     void purge();
-    void addChild(std::unique_ptr<TmaterialTexture> child) { fChildren.push_back(std::move(child)); }
+    void addChild(std::unique_ptr<TmaterialTexture> child, int element = -1, TdependNode* shape = nullptr) {
+        fChildren.push_back(std::move(child));
+        fChildElements.push_back(element);
+        fChildShapes.push_back(shape);
+    }
+    unsigned childCount() const { return unsigned(fChildren.size()); }
+    TmaterialTexture* child(unsigned i) const { return i < fChildren.size() ? fChildren[i].get() : nullptr; }
 
     // The placement's UV window and transform, for the texture matrix.
     bool getUvRange(const TdagPath& path, float& uMin, float& vMin, float& uMax, float& vMax) const;
@@ -131,6 +166,9 @@ private:
     Tplug fPlug;
     TdependNode* fNode = nullptr;
     std::vector<std::unique_ptr<TmaterialTexture>> fChildren;
+    std::vector<int> fChildElements;           // switch or layer element of each child; -1 the default
+    std::vector<TdependNode*> fChildShapes;    // switch: the shape each child is drawn for
+    std::vector<std::string> fConvertedFor;    // solid: the object of each slot
     std::vector<std::shared_ptr<TglTextureObject>> fObjects;
     std::shared_ptr<TpixelMap> fLastImage;
     TcubeMapSource fCubeSource;

@@ -15,6 +15,8 @@
 #include "framework/host/depend_graph.h"
 #include "support/temp_dir.h"
 #include "textures/file_texture.h"
+#include "textures/layered_texture.h"
+#include "utilities/switches.h"
 #include "textures/pyramid/file_pixel_map_cache.h"
 
 namespace {
@@ -373,4 +375,115 @@ TEST(SphereMap, ReflectsTheCubeFaceOfEachDirection) {
             ++checked;
         }
     EXPECT_GT(checked, size * size * 3 / 4);
+}
+
+namespace {
+void connectOrFail(TdependGraph& g, const Tplug& from, const Tplug& to) { ASSERT_EQ(g.connect(from, to), TconnectStatus::kOk); }
+
+void setLayer(TdependNode* layered, unsigned element, TlayerBlendMode mode, float alpha, const T3Float& colour) {
+    short m = short(mode);
+    ASSERT_TRUE(layered->setAttributeValue(&TdnLayeredTexture::saBlendMode(), &m, element));
+    ASSERT_TRUE(layered->setAttributeValue(&TdnLayeredTexture::saAlpha(), &alpha, element));
+    ASSERT_TRUE(layered->setAttributeValue(&TdnLayeredTexture::saColor(), &colour, element));
+}
+
+// Every object of a texture tree, children before later siblings: what
+// textureObject(i) must count through.
+void walk(const TmaterialTexture& t, std::vector<TglTextureObject*>& out) {
+    if (t.kind() == TmaterialTexture::kSwitch || t.kind() == TmaterialTexture::kLayered) {
+        for (unsigned k = 0; k < t.childCount(); ++k) walk(*t.child(k), out);
+        return;
+    }
+    for (unsigned i = 0; t.sharedObject(i) || i < t.textureObjectsCount(); ++i) out.push_back(t.sharedObject(i).get());
+}
+
+float channel(const uint8_t* p, int channels, int c) { return p[channels < 3 ? 0 : c] / 255.0f; }
+}  // namespace
+
+// A layered texture of three layers (a baked checker multiplied at half
+// strength over a file taking the lighter of itself and what is under it,
+// over a plain colour) inside a switch that also has a file and a default.
+// The composite is checked pixel by pixel against the layer images put
+// together here by the blend formulas; textureObject(i) walks the tree as a
+// brute-force recursion does; the switch draws each shape's own child.
+TEST(SwitchAndLayered, CompositeAndDepthFirstObjects) {
+    TevaluateTextureInfo at;
+    at.port = &port();
+    TtestTempDir dir;
+    TpixelMap pattern(4, 4, 3);
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 4; ++x)
+            for (int c = 0; c < 3; ++c) pattern.setPixel(x, y, c, uint8_t(20 + 50 * x + 12 * y + 30 * c));
+    Tstring error;
+    ASSERT_TRUE(TfilePixelMapCache::saveIMFPixelMap(Tstring(dir.file("pattern.png")), pattern, error)) << error.str();
+    writeImage(dir.file("flat.png"), 2, 2, 3, 90, 160, 30);
+    TdependGraph g;
+    fileNode(g, "pattern", dir.file("pattern.png"));
+    fileNode(g, "flat", dir.file("flat.png"));
+    g.createNode("checker", "check");
+    g.createNode("place2dTexture", "checkPlace");
+    connectOrFail(g, plugOf(g, "checkPlace.outUV"), plugOf(g, "check.uvCoord"));
+    g.createNode("checker", "fallback");
+    TdependNode* layered = g.createNode("layeredTexture", "stack");
+    ASSERT_NE(layered, nullptr);
+    setLayer(layered, 0, TlayerBlendMode::kMultiply, 0.5f, {1, 1, 1});
+    setLayer(layered, 1, TlayerBlendMode::kLighten, 0.75f, {1, 1, 1});
+    setLayer(layered, 2, TlayerBlendMode::kOver, 1.0f, {0.4f, 0.3f, 0.2f});
+    connectOrFail(g, plugOf(g, "check.outColor"), Tplug(layered, &TdnLayeredTexture::saColor(), 0));
+    connectOrFail(g, plugOf(g, "pattern.outColor"), Tplug(layered, &TdnLayeredTexture::saColor(), 1));
+    TdependNode* sw = g.createNode("tripleShadingSwitch", "sw");
+    TdagNode* shapeA = static_cast<TdagNode*>(g.createNode("sphere", "shapeA")->cast(TdagNode::sMetaclass()));
+    TdagNode* shapeB = static_cast<TdagNode*>(g.createNode("sphere", "shapeB")->cast(TdagNode::sMetaclass()));
+    connectOrFail(g, plugOf(g, "stack.outColor"), Tplug(sw, &TdnTripleSwitch::saInValue(), 0));
+    connectOrFail(g, Tplug(shapeA, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 0));
+    connectOrFail(g, plugOf(g, "flat.outColor"), Tplug(sw, &TdnTripleSwitch::saInValue(), 3));
+    connectOrFail(g, Tplug(shapeB, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 3));
+    connectOrFail(g, plugOf(g, "fallback.outColor"), plugOf(g, "sw.default"));
+    TmaterialInfo info(shadedGroup(g, "m", "sw.output"));
+    TmaterialTexture* top = info.colorTexture();
+    ASSERT_NE(top, nullptr);
+    ASSERT_EQ(top->kind(), TmaterialTexture::kSwitch);
+    ASSERT_EQ(top->childCount(), 3u) << "two driven inputs and the default";
+    TmaterialTexture* stack = top->child(0);
+    ASSERT_EQ(stack->kind(), TmaterialTexture::kLayered);
+    ASSERT_EQ(stack->childCount(), 2u) << "the plain colour layer has no child";
+
+    // Each shape draws its element's child; anything else the default.
+    at.path = TdagPath({shapeB});
+    TglTextureObject* forB = top->getTexture(at);
+    EXPECT_EQ(forB, top->child(1)->textureObject(0));
+    at.path = TdagPath();
+    TglTextureObject* other = top->getTexture(at);
+    EXPECT_EQ(other, top->child(2)->textureObject(0));
+    at.path = TdagPath({shapeA});
+    TglTextureObject* composite = top->getTexture(at);
+    ASSERT_NE(composite, nullptr);
+    EXPECT_NE(composite, stack->textureObject(0)) << "the composite is not one of the layers";
+
+    std::vector<TglTextureObject*> walked;
+    walk(*top, walked);
+    ASSERT_EQ(walked.size(), 4u) << "checker, pattern, flat, fallback";
+    ASSERT_EQ(top->textureObjectsCount(), 4u);
+    for (unsigned i = 0; i < walked.size(); ++i) EXPECT_EQ(top->textureObject(i), walked[i]) << i;
+    EXPECT_EQ(top->textureObject(4), nullptr);
+
+    // Bottom up: the colour; the pattern by lighten at 0.75; the checker by
+    // multiply at 0.5. Layer images are read at the nearest texel.
+    const TpixelMap* out = stack->lastImage();
+    ASSERT_NE(out, nullptr);
+    const TpixelMap* checker = stack->child(0)->lastImage();
+    const TpixelMap* file = stack->child(1)->lastImage();
+    ASSERT_TRUE(checker && file);
+    const int n = out->width();
+    EXPECT_EQ(n, 16) << "the host's bake size";
+    for (int y = 0; y < n; ++y)
+        for (int x = 0; x < n; ++x)
+            for (int c = 0; c < 3; ++c) {
+                const float base = c == 0 ? 0.4f : c == 1 ? 0.3f : 0.2f;
+                const float p = channel(file->pixel(x * file->width() / n, y * file->height() / n), file->channels(), c);
+                const float lightened = 0.25f * base + 0.75f * std::max(p, base);
+                const float k = channel(checker->pixel(x * checker->width() / n, y * checker->height() / n), checker->channels(), c);
+                const float expected = lightened * (0.5f + 0.5f * k);
+                EXPECT_NEAR(out->getPixel(x, y, c) / 255.0f, expected, 0.5f / 255 + 1e-4f) << x << ", " << y << " channel " << c;
+            }
 }
