@@ -216,7 +216,7 @@ TglPreview::TglPreview() = default;
 TglPreview::~TglPreview() {
     if (!fPort) return;
     fPort->makeCurrent();
-    fInfos.clear();  // texture objects go while the context is current
+    for (TmaterialInfo* info : fInfos) info->purgeTextures();  // texture objects go while the context is current
     for (Tdrawable& d : fDrawables) {
         d.environment.reset();
         glDeleteBuffers(1, &d.buffer);
@@ -312,11 +312,19 @@ bool TglPreview::build(TdependGraph& graph, const std::string& sceneFile, const 
         fLights.push_back(light);
     }
 
-    // Materials, one per group; their textures are made per object below.
+    // Materials, one per group: an info node connected from the group's
+    // message, which watches the group's network from then on. Textures are
+    // made per object below.
     const bool linked = linksLights(graph);
     for (TDNshadingEngine* group : fScene->groups()) {
         if (linked) group->collectLights(fScene->groupObjects(group));
-        fInfos.push_back(std::make_unique<TmaterialInfo>(group));
+        auto* info = static_cast<TmaterialInfo*>(graph.createNode("materialInfo", Tstring(group->name().str() + "Info")));
+        if (!info || graph.connect(Tplug(group, &TdependNode::saMessage()), Tplug(info, &TmaterialInfo::saShadingGroup())) !=
+                         TconnectStatus::kOk) {
+            error = "cannot attach a material info to " + group->name().str();
+            return false;
+        }
+        fInfos.push_back(info);
     }
 
     // Geometry in camera space, one buffer per object.
@@ -354,19 +362,12 @@ bool TglPreview::build(TdependGraph& graph, const std::string& sceneFile, const 
             at[0].surface = [&objectSpace, &object](unsigned size, std::vector<TsurfaceTexel>& texels) {
                 uvSurface(objectSpace, *object, size, texels);
             };
-            fInfos[size_t(d.infoIndex)]->evaluateTexture(at);
+            TmaterialInfo* info = fInfos[size_t(d.infoIndex)];
+            info->setMaterial(object->path, true);
+            info->evaluateTexture(at);
             d.texture = at[0].result;
+            info->apply2dTextureTransform(object->path, d.uvTransform);
         }
-        if (d.infoIndex >= 0)
-            if (TmaterialTexture* t = fInfos[size_t(d.infoIndex)]->colorTexture()) {
-                float ru, rv, ou, ov, rot;
-                if (t->kind() == TmaterialTexture::kFile && t->getTextureTransform(object->path, ru, rv, ou, ov, rot)) {
-                    // A file texture places itself; a baked swatch already holds its placement.
-                    float c = std::cos(rot), s = std::sin(rot);
-                    float m[9] = {ru * c, ru * s, 0, -rv * s, rv * c, 0, ou, ov, 1};
-                    std::copy(std::begin(m), std::end(m), d.uvTransform);
-                }
-            }
         // The render traces mirror rays only with ray tracing on; a material
         // with reflectivity then shows the scene around it.
         TdependNode* material = d.infoIndex >= 0 ? fInfos[size_t(d.infoIndex)]->material() : nullptr;
@@ -397,7 +398,7 @@ bool TglPreview::build(TdependGraph& graph, const std::string& sceneFile, const 
 void TglPreview::bakeEnvironments() {
     for (Tdrawable& d : fDrawables) {
         if (!(d.reflectivity > 0) || d.infoIndex < 0) continue;
-        d.environment = std::make_unique<TmaterialTexture>(fInfos[size_t(d.infoIndex)].get(), TmaterialTexture::kCubeMap);
+        d.environment = std::make_unique<TmaterialTexture>(fInfos[size_t(d.infoIndex)], TmaterialTexture::kCubeMap);
         const Tdrawable* self = &d;
         TcubeMapSource source;
         source.centre = d.centre;
@@ -424,7 +425,7 @@ void TglPreview::useObject(const Tdrawable& d, bool ids, bool reflections) {
     glUniform1f(uniform(p, "objectId"), float(d.id) / 255.0f);
     if (ids) return;
     TmaterialInputData data;
-    TmaterialInfo* info = d.infoIndex >= 0 ? fInfos[size_t(d.infoIndex)].get() : nullptr;
+    TmaterialInfo* info = d.infoIndex >= 0 ? fInfos[size_t(d.infoIndex)] : nullptr;
     if (info) data = info->data();
     glUniform3f(uniform(p, "diffuseColour"), data.diffuse.r, data.diffuse.g, data.diffuse.b);
     glUniform3f(uniform(p, "ambientColour"), data.ambient.r, data.ambient.g, data.ambient.b);

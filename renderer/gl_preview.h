@@ -57,7 +57,7 @@ private:
 
     std::unique_ptr<TrenderScene> fScene;
     std::unique_ptr<T3dPort> fPort;
-    std::vector<std::unique_ptr<TmaterialInfo>> fInfos;  // one per group
+    std::vector<TmaterialInfo*> fInfos;  // one per group, nodes of the graph
     std::vector<Tlight> fLights;
     std::vector<Tdrawable> fDrawables;
     unsigned fProgram = 0;

@@ -141,6 +141,7 @@ bool TmaterialTexture::computeConvertSolid(const TevaluateTextureInfo& info) {
         std::vector<char> saved;
     };
     std::vector<Tinput> inputs;
+    TbakeScope baking;
     for (const char* name :
          {"refPointObj", "pointObj", "refPointCamera", "pointCamera", "normalCamera", "matrixEyeToWorld", "xPixelAngle"}) {
         const Tattribute* a = fNode->attribute(Tstring(name));
@@ -352,7 +353,7 @@ bool TmaterialTexture::computeFileWithIndex(const TevaluateTextureInfo&, unsigne
         int step = intValue(fNode, "byCycleIncrement", 1);
         if (step == 0) return false;
         unsigned steps = unsigned(std::labs(long(end - start) / step)) + 1;
-        if (fObjects.size() != steps) fObjects.resize(steps);
+        setTextureCacheSize(steps);
         int frame = start + step * int(index);
         if ((step > 0 && frame > end) || (step < 0 && frame < end)) return false;
         name = Tstring(TdnFileTexture::sFrameFileName(name.str(), frame));
@@ -457,6 +458,7 @@ bool TmaterialTexture::setTextureObject(std::shared_ptr<TpixelMap> map, unsigned
         }
     }
     auto object = std::make_shared<TglTextureObject>();
+    ++fUploads;
     if (!object->texImage2D(*map, fNode ? getFilterLevel(*fNode) : 1000)) return false;
     if (index >= fObjects.size()) fObjects.resize(index + 1);
     fObjects[index] = std::move(object);
@@ -498,6 +500,7 @@ bool TmaterialTexture::computeSwatch(const TevaluateTextureInfo&) {
     const Tattribute* uvAttribute = target ? target->attribute(Tstring("uvCoord")) : nullptr;
     unsigned size = uvAttribute ? nodeResolution(*fNode) : 2;
     T2Float saved{0, 0};
+    TbakeScope baking;
     if (uvAttribute) target->getAttributeValue(uvAttribute, &saved);
     auto map = std::make_shared<TpixelMap>(int(size), int(size), 3);
     for (unsigned y = 0; y < size; ++y)
@@ -553,6 +556,7 @@ bool TmaterialTexture::computeCubeMap(const TevaluateTextureInfo& info) {
     T3dPort* port = info.port ? info.port : T3dPort::current();
     if (!port || !fCubeSource.draw || fCubeSource.size < 1) return false;
     auto cube = std::make_shared<TglTextureObject>();
+    ++fUploads;
     if (!cube->texImageCube(int(fCubeSource.size))) return false;
     // A 90 degree frustum per face; the near plane is small against any
     // scene a viewport shows, the far one beyond it.
@@ -673,6 +677,53 @@ void TmaterialTexture::dirty(const Tplug& changed) {
         fFlags |= kDropCache;
     setDirty();
     if (fOwner && T3dPort::fsTexturePort && !fsDisableTextureCompute) fOwner->transformsDirty();
+}
+
+bool TmaterialTexture::nodeChanged(const Tplug& changed) {
+    TdependNode* node = changed.node();
+    if (!node) return false;
+    bool childs = false;
+    for (auto& child : fChildren) childs |= child->nodeChanged(changed);
+    if (childs) {
+        // Only the changed layer is made again; the composite is redone.
+        if (fKind == kLayered) {
+            fFlags |= kSwatchDirty;
+            if (fOwner && T3dPort::fsTexturePort && !fsDisableTextureCompute) fOwner->transformsDirty();
+        }
+        return true;
+    }
+    bool ours = node == fNode;
+    if (!ours && fChildren.empty()) {
+        std::vector<TdependNode*> stack{fNode}, seen;
+        while (!stack.empty() && !ours) {
+            TdependNode* at = stack.back();
+            stack.pop_back();
+            if (!at || std::find(seen.begin(), seen.end(), at) != seen.end()) continue;
+            seen.push_back(at);
+            ours = at == node;
+            std::vector<std::pair<Tplug, Tplug>> incoming;
+            at->allIncoming(incoming);
+            for (auto& link : incoming) stack.push_back(link.first.node());
+        }
+    }
+    if (ours) dirty(changed);
+    return ours;
+}
+
+bool TmaterialTexture::forceToCreateTextureObject(unsigned index) {
+    if (fKind != kFile) return textureObject(index) != nullptr;
+    if (index < fObjects.size() && fObjects[index]) return true;
+    return computeFileWithIndex(TevaluateTextureInfo(), index);
+}
+
+void TmaterialTexture::setTextureCacheSize(unsigned size) {
+    if (fObjects.size() != size) fObjects.resize(size);
+}
+
+bool TmaterialTexture::getDefaultColor(const TdagPath&, T3Float& colour) const {
+    auto c = unconnectedColor(fNode, "defaultColor");
+    if (c) colour = *c;
+    return c.has_value();
 }
 
 void TmaterialTexture::purge() {

@@ -119,6 +119,18 @@ public:
     TglTextureObject* find(const TmaterialTexture& other) const;
     // Marks the pixels out of date by kind; children are marked too.
     void setDirty();
+    // A plug of some node changed: the texture whose network holds the node
+    // (the deepest child first) is marked by dirty(); a layered texture
+    // over a changed child recomposites. False when the node is not ours.
+    bool nodeChanged(const Tplug& changed);
+    // Makes the object of cycle slot `index` of a file, whatever the frame.
+    bool forceToCreateTextureObject(unsigned index);
+    // The number of cycle slots kept; objects past it are dropped.
+    void setTextureCacheSize(unsigned size);
+    // The texture's defaultColor, when it has one.
+    bool getDefaultColor(const TdagPath& path, T3Float& colour) const;
+    // Images sent to OpenGL by this texture so far (its children not counted).
+    unsigned uploads() const { return fUploads; }
     // What a changed plug of the source node means for the texture.
     void dirty(const Tplug& changed);
     void purge();
@@ -153,6 +165,9 @@ public:
 
     // While set, nothing is recomputed: cached objects are served as they are.
     static bool fsDisableTextureCompute;
+    // Whether a bake is driving a network's inputs now: what the graph
+    // reports meanwhile is the bake at work, not an edit.
+    static bool sBaking() { return fsBakeDepth > 0; }
 
 private:
     bool setTextureObject(std::shared_ptr<TpixelMap> map, unsigned index);
@@ -172,5 +187,11 @@ private:
     std::vector<std::shared_ptr<TglTextureObject>> fObjects;
     std::shared_ptr<TpixelMap> fLastImage;
     TcubeMapSource fCubeSource;
+    unsigned fUploads = 0;
+    static inline int fsBakeDepth = 0;
+    struct TbakeScope {
+        TbakeScope() { ++fsBakeDepth; }
+        ~TbakeScope() { --fsBakeDepth; }
+    };
     unsigned fSphereSize = 0;
 };

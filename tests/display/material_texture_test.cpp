@@ -487,3 +487,90 @@ TEST(SwitchAndLayered, CompositeAndDepthFirstObjects) {
                 EXPECT_NEAR(out->getPixel(x, y, c) / 255.0f, expected, 0.5f / 255 + 1e-4f) << x << ", " << y << " channel " << c;
             }
 }
+
+// An info made in the graph watches its group's network: an edit anywhere
+// upstream marks exactly the texture that node feeds (a layered texture over
+// it recomposites, its other layer stays), the next evaluation uploads that
+// one again; a material edit touches only the record; disconnecting the
+// texture drops its record and detaching the info drops everything.
+TEST(MaterialInfoNode, WatchesTheNetworkThroughTheGraph) {
+    TevaluateTextureInfoArray at(1);
+    at[0].port = &port();
+    TdependGraph g;
+    for (const char* name : {"a", "b"}) {
+        g.createNode("checker", Tstring(std::string("check") + name));
+        g.createNode("place2dTexture", Tstring(std::string("place") + name));
+        connectOrFail(g, plugOf(g, std::string("place") + name + ".outUV"), plugOf(g, std::string("check") + name + ".uvCoord"));
+    }
+    TdependNode* layered = g.createNode("layeredTexture", "stack");
+    setLayer(layered, 0, TlayerBlendMode::kMultiply, 1.0f, {1, 1, 1});
+    setLayer(layered, 1, TlayerBlendMode::kOver, 1.0f, {1, 1, 1});
+    connectOrFail(g, plugOf(g, "checka.outColor"), Tplug(layered, &TdnLayeredTexture::saColor(), 0));
+    connectOrFail(g, plugOf(g, "checkb.outColor"), Tplug(layered, &TdnLayeredTexture::saColor(), 1));
+    TdependNode* group = shadedGroup(g, "m", "stack.outColor");
+    auto* info = static_cast<TmaterialInfo*>(g.createNode("materialInfo"));
+    ASSERT_NE(info, nullptr);
+    connectOrFail(g, Tplug(group, &TdependNode::saMessage()), Tplug(info, &TmaterialInfo::saShadingGroup()));
+    EXPECT_GT(info->watchedCount(), 0u);
+    ASSERT_TRUE(info->evaluateTexture(at));
+    TmaterialTexture* stack = info->colorTexture();
+    ASSERT_TRUE(stack && stack->kind() == TmaterialTexture::kLayered && stack->childCount() == 2);
+    TmaterialTexture* a = stack->child(0);
+    TmaterialTexture* b = stack->child(1);
+    auto uploads = [&] { return std::vector<unsigned>{stack->uploads(), a->uploads(), b->uploads()}; };
+    ASSERT_EQ(uploads(), (std::vector<unsigned>{1, 1, 1}));
+    const uint32_t dirty = TmaterialTexture::kSwatchDirty;
+    auto marks = [&] { return std::vector<bool>{bool(stack->flags() & dirty), bool(a->flags() & dirty), bool(b->flags() & dirty)}; };
+
+    const struct {
+        const char* plug;
+        std::vector<bool> marked;    // stack, a, b
+        std::vector<unsigned> after;  // uploads after the next evaluation
+    } edits[] = {
+        {"checka.color1", {true, true, false}, {2, 2, 1}},   // the texture itself
+        {"placeb.repeatU", {true, false, true}, {3, 2, 2}},  // through b's placement
+        {"stack.inputs[1].blendMode", {true, true, true}, {4, 3, 3}},  // the layered node: all of it
+    };
+    for (const auto& e : edits) {
+        Tplug p = plugOf(g, e.plug);
+        const unsigned before = info->transformsDirtyCount();
+        if (p.attribute()->valueType() == TvalueType::kEnum) {
+            short v = short(TlayerBlendMode::kAdd);
+            ASSERT_TRUE(p.node()->setAttributeValue(p.attribute(), &v, unsigned(std::max(p.index(), 0))));
+        } else {
+            float v = 0.25f;
+            T3Float c{0.25f, 0.5f, 0.75f};
+            ASSERT_TRUE(p.node()->setAttributeValue(p.attribute(), p.attribute()->size() == sizeof c ? static_cast<void*>(&c) : &v));
+        }
+        EXPECT_EQ(marks(), e.marked) << e.plug;
+        EXPECT_GT(info->transformsDirtyCount(), before) << e.plug;
+        EXPECT_TRUE(info->upToDate()) << e.plug << ": the record does not change with a texture";
+        ASSERT_TRUE(info->evaluateTexture(at));
+        EXPECT_EQ(uploads(), e.after) << e.plug;
+        EXPECT_EQ(marks(), (std::vector<bool>{false, false, false})) << e.plug;
+    }
+
+    // A material edit: the record, not the textures.
+    float diffuse = 0.3f;
+    ASSERT_TRUE(g.findNode("mMat")->setAttributeValue(g.findNode("mMat")->attribute(Tstring("diffuse")), &diffuse));
+    EXPECT_FALSE(info->upToDate());
+    EXPECT_EQ(marks(), (std::vector<bool>{false, false, false}));
+    EXPECT_FLOAT_EQ(info->data().diffuse.r, 0.3f);
+
+    // Disconnecting the texture drops its record; connecting another makes one.
+    ASSERT_EQ(g.disconnect(plugOf(g, "stack.outColor"), plugOf(g, "mMat.color")), TconnectStatus::kOk);
+    info->evaluateTexture(at);
+    EXPECT_EQ(info->colorTexture(), nullptr);
+    connectOrFail(g, plugOf(g, "checkb.outColor"), plugOf(g, "mMat.color"));
+    ASSERT_TRUE(info->evaluateTexture(at));
+    ASSERT_NE(info->colorTexture(), nullptr);
+    EXPECT_EQ(info->colorTexture()->node(), g.findNode("checkb"));
+    TmaterialInfo* found = nullptr;
+    EXPECT_TRUE(TmaterialInfo::findMaterial(plugOf(g, "mMat.outColor"), found));
+    EXPECT_EQ(found, info);
+
+    // Detached from its group, the info has nothing left.
+    ASSERT_EQ(g.disconnect(Tplug(group, &TdependNode::saMessage()), Tplug(info, &TmaterialInfo::saShadingGroup())), TconnectStatus::kOk);
+    EXPECT_EQ(info->colorTexture(), nullptr);
+    EXPECT_EQ(info->watchedCount(), 0u);
+}
