@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "display/material_values.h"
+#include "display/tilable_texture_cache.h"
 #include "framework/host/command_engine.h"
 #include "framework/host/depend_graph.h"
 #include "lights/light_link.h"
@@ -207,7 +208,8 @@ struct TglPreview::Tdrawable {
     int id = 0;
     T3Float centre;                                   // of its bounds, camera space
     float reflectivity = 0, reflectionRollOff = -1;  // roll-off below 0: none
-    TglTextureObject* texture = nullptr;              // owned by the group's record
+    TglTextureObject* texture = nullptr;              // owned by the group's record or `tile`
+    std::unique_ptr<TtilableTextureCache> tile;       // a file placement drawn by texture repeat
     std::unique_ptr<TmaterialTexture> environment;    // a cube map, for a reflective object
 };
 
@@ -219,6 +221,7 @@ TglPreview::~TglPreview() {
     for (TmaterialInfo* info : fInfos) info->purgeTextures();  // texture objects go while the context is current
     for (Tdrawable& d : fDrawables) {
         d.environment.reset();
+        d.tile.reset();
         glDeleteBuffers(1, &d.buffer);
         glDeleteVertexArrays(1, &d.array);
     }
@@ -367,6 +370,7 @@ bool TglPreview::build(TdependGraph& graph, const std::string& sceneFile, const 
             info->evaluateTexture(at);
             d.texture = at[0].result;
             info->apply2dTextureTransform(object->path, d.uvTransform);
+            useTile(d, info->colorTexture());
         }
         // The render traces mirror rays only with ray tracing on; a material
         // with reflectivity then shows the scene around it.
@@ -393,6 +397,25 @@ bool TglPreview::build(TdependGraph& graph, const std::string& sceneFile, const 
     glBindVertexArray(0);
     bakeEnvironments();
     return glGetError() == GL_NO_ERROR || (error = "OpenGL error while building the preview", false);
+}
+
+void TglPreview::useTile(Tdrawable& d, const TmaterialTexture* texture) {
+    // A file whose frame covers part of the surface, or that mirrors,
+    // draws from a tile of its placement: the image in the frame, the
+    // default colour around it, and repeat does the rest as in a render.
+    if (!d.texture || !texture || texture->kind() != TmaterialTexture::kFile || !texture->lastImage()) return;
+    TdependNode* node = texture->node();
+    auto* file = static_cast<TdnFileTexture*>(node->cast(TdnFileTexture::sMetaclass()));
+    auto number = [node](const char* name, double fallback) { return unconnectedNumber(node, name).value_or(fallback); };
+    const bool partial = number("coverageU", 1) < 1 || number("coverageV", 1) < 1;
+    const bool mirrored = number("mirrorU", 0) != 0 || number("mirrorV", 0) != 0;
+    if (!file || !(partial || mirrored) || !TtilableTextureCache::isTilable(node)) return;
+    auto tile = std::make_unique<TtilableTextureCache>();
+    if (!tile->updatePlacement(file) || !tile->tileTexture(*texture->lastImage(), fPort->haveMirrorRepeat())) return;
+    const float m[9] = {tile->scale[0], 0, 0, 0, tile->scale[1], 0, tile->shift[0], tile->shift[1], 1};
+    std::copy(std::begin(m), std::end(m), d.uvTransform);
+    d.texture = tile->getHWTexture();
+    d.tile = std::move(tile);
 }
 
 void TglPreview::bakeEnvironments() {

@@ -54,6 +54,7 @@ private:
     // in the camera's pass only: a map holds the scene without them.
     void drawPass(bool ids, const float* view, const float* projection, const T3Float& eye, const Tdrawable* hidden);
     void bakeEnvironments();
+    void useTile(Tdrawable& d, const TmaterialTexture* texture);
 
     std::unique_ptr<TrenderScene> fScene;
     std::unique_ptr<T3dPort> fPort;

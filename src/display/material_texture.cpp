@@ -10,6 +10,7 @@
 #include "framework/host/command_engine.h"
 #include "textures/file_texture.h"
 #include "textures/pyramid/file_pixel_map_cache.h"
+#include "textures/pyramid/pyramid.h"
 #include "textures/texture_2d.h"
 #include "textures/layered_texture.h"
 #include "textures/texture_3d.h"
@@ -29,6 +30,17 @@ int intValue(TdependNode* node, const char* name, int fallback) {
 }
 
 uint8_t toByte(float v) { return uint8_t(std::lround(std::clamp(v, 0.0f, 1.0f) * 255.0f)); }
+
+// A file's image: through the shared image cache, or for a block-ordered
+// file (which the cache does not read) the top level of its pyramid.
+std::shared_ptr<const TpixelMap> readFileImage(const Tstring& name) {
+    if (auto image = TfilePixelMapCache::theCache().pixelMap(name)) return image;
+    if (!Tpyramid::IsItABOTFile(name, nullptr, nullptr)) return nullptr;
+    std::unique_ptr<Tpyramid> pyramid(Tpyramid::openBOT(name, false, name));
+    auto map = std::make_shared<TpixelMap>();
+    if (!pyramid || !pyramid->extractLevel(pyramid->getMaxLevel(), *map)) return nullptr;
+    return map;
+}
 }  // namespace
 
 TmaterialTexture::TmaterialTexture(TmaterialInfo* owner, const Tplug& texture)
@@ -358,7 +370,7 @@ bool TmaterialTexture::computeFileWithIndex(const TevaluateTextureInfo&, unsigne
         if ((step > 0 && frame > end) || (step < 0 && frame < end)) return false;
         name = Tstring(TdnFileTexture::sFrameFileName(name.str(), frame));
     }
-    std::shared_ptr<const TpixelMap> image = TfilePixelMapCache::theCache().pixelMap(name);
+    std::shared_ptr<const TpixelMap> image = readFileImage(name);
     if (!image || image->isEmpty()) return false;  // drawn untextured
     auto map = std::make_shared<TpixelMap>(*image);
     computeFileAlpha(*map, isFileAlpha());
