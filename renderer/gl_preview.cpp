@@ -23,8 +23,8 @@ namespace {
 constexpr int kMaxLights = 8;
 constexpr int kSphereColumns = 96, kSphereRows = 48, kDiscSegments = 96;
 // The side of a reflective object's cube map faces: the whole room folds
-// into a ball a few hundred pixels wide, so more would not show.
-constexpr unsigned kEnvironmentSize = 256;
+// into a ball a hundred-odd pixels wide, so more would not show.
+constexpr unsigned kEnvironmentSize = 128;
 constexpr float kIdentity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
 const char* kVertexShader = R"(#version 130
