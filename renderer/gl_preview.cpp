@@ -65,6 +65,7 @@ uniform vec3 diffuseColour;
 uniform vec3 ambientColour;
 uniform vec3 specularColour;
 uniform vec3 emissionColour;
+uniform vec3 textureGlow;
 uniform float shininess;
 uniform float alpha;
 uniform bool textured;
@@ -105,7 +106,7 @@ void main() {
         }
         highlight += weight * specularColour * texture(environment, reflect(-toEye, n)).rgb;
     }
-    fragColour = vec4(texel * lit * alpha + highlight + emissionColour, alpha);
+    fragColour = vec4(texel * (lit * alpha + textureGlow) + highlight + emissionColour, alpha);
 }
 )";
 
@@ -207,6 +208,7 @@ struct TglPreview::Tdrawable {
     float uvTransform[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
     int id = 0;
     T3Float centre;                                   // of its bounds, camera space
+    T3Float textureGlow;                              // the ambient colour of a textured material
     float reflectivity = 0, reflectionRollOff = -1;  // roll-off below 0: none
     TglTextureObject* texture = nullptr;              // owned by the group's record or `tile`
     std::unique_ptr<TtilableTextureCache> tile;       // a file placement drawn by texture repeat
@@ -371,6 +373,8 @@ bool TglPreview::build(TdependGraph& graph, const std::string& sceneFile, const 
             d.texture = at[0].result;
             info->apply2dTextureTransform(object->path, d.uvTransform);
             useTile(d, info->colorTexture());
+            if (d.texture)
+                if (auto glow = unconnectedColor(info->material(), "ambientColor")) d.textureGlow = *glow;
         }
         // The render traces mirror rays only with ray tracing on; a material
         // with reflectivity then shows the scene around it.
@@ -455,6 +459,7 @@ void TglPreview::useObject(const Tdrawable& d, bool ids, bool reflections) {
     glUniform3f(uniform(p, "specularColour"), data.specular.r, data.specular.g, data.specular.b);
     glUniform3f(uniform(p, "emissionColour"), data.emission.r, data.emission.g, data.emission.b);
     glUniform1f(uniform(p, "shininess"), data.shininess);
+    glUniform3f(uniform(p, "textureGlow"), d.textureGlow.x, d.textureGlow.y, d.textureGlow.z);
     glUniform1f(uniform(p, "alpha"), data.alpha);
     TglTextureObject* texture = d.texture;
     glUniform1i(uniform(p, "textured"), texture != nullptr);

@@ -241,7 +241,10 @@ void TmaterialInfo::defaultMaterial(TmaterialInputData& data) {
     data.ambient = portColor(colour);
     T3Float emission{0, 0, 0};
     if (auto c = unconnectedColor(m, "incandescence")) emission = *c;
-    if (auto c = unconnectedColor(m, "ambientColor")) emission = emission + T3Float(c->x * colour.x, c->y * colour.y, c->z * colour.z);
+    // Under a texture the ambient colour glows through the texture's colour,
+    // which a record cannot hold: the draw adds it times the texel.
+    if (auto c = unconnectedColor(m, "ambientColor"); c && !textured)
+        emission = emission + T3Float(c->x * colour.x, c->y * colour.y, c->z * colour.z);
     data.emission = portColor(emission);
     if (auto c = unconnectedColor(m, "specularColor")) data.specular = portColor(*c);
     T3Float transparency{0, 0, 0};

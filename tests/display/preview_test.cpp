@@ -24,9 +24,9 @@ struct Tmeans {
 };
 }  // namespace
 
-// The showcase (every object, the chrome ball's reflections included) and
-// the viewport example (a frame covering part of a poster, a mirrored file
-// repeat, a layered texture, solid textures baked over UVs).
+// The showcase (every object, the chrome ball's reflections included), the
+// viewport example (a frame covering part of a poster, a mirrored file
+// repeat, a layered texture, a solid texture) and the solid textures.
 TEST(PreviewCommand, ScenesMatchTheRenderPerObject) {
     const struct {
         const char* scene;
@@ -38,6 +38,8 @@ TEST(PreviewCommand, ScenesMatchTheRenderPerObject) {
         // per shape; the render hands switches its own object record
         // rather than the shape, so both show the switch's default there.
         {"viewport.json", 6, {4, 5}},
+        // Six solid textures baked over their objects' UVs.
+        {"solid-textures.json", 7, {}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.scene);
