@@ -2,7 +2,10 @@
 // TmaterialTexture: the OpenGL texture objects of one texture connected to
 // a material, and how they are computed: a file read as it is (with one
 // object per frame when the file cycles on hardware), any other 2D texture
-// baked to an image. Runs on the main thread with the port's context current.
+// baked to an image, a solid texture baked over each object's UVs, a switch
+// or layered texture through children (one per driven input or layer), and
+// cube and sphere maps of the scene for reflections. Runs on the main
+// thread with the port's context current.
 #include <cstdint>
 #include <functional>
 #include <memory>
