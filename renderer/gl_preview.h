@@ -2,7 +2,8 @@
 // TglPreview: the scene as the viewport draws it. Each shading group is one
 // OpenGL material (its TmaterialInfo record and colour texture); meshes,
 // spheres and discs are drawn through the render's camera with per-pixel
-// Blinn-Phong under the scene's lights, without shadows or reflections.
+// Blinn-Phong under the scene's lights, without shadows. A reflective
+// object mirrors a cube map of the scene drawn from its centre.
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,6 +36,8 @@ public:
     int height() const { return fHeight; }
     const TrenderScene& scene() const { return *fScene; }
     T3dPort& port() { return *fPort; }
+    // The cube map a reflective object mirrors (scene object index), or null.
+    const TglTextureObject* environmentMap(unsigned objectIndex) const;
 
 private:
     struct Tlight {
@@ -45,12 +48,17 @@ private:
     };
     struct Tdrawable;
     bool buildProgram(std::string& error);
-    void useObject(const Tdrawable& d, bool ids);
-    void drawAll(bool ids);
+    void useObject(const Tdrawable& d, bool ids, bool reflections);
+    // One pass over the objects through `view` and `projection`, lit as seen
+    // from `eye` (camera space); `hidden` is left out. Reflections are drawn
+    // in the camera's pass only: a map holds the scene without them.
+    void drawPass(bool ids, const float* view, const float* projection, const T3Float& eye, const Tdrawable* hidden);
+    void bakeEnvironments();
+    void useTile(Tdrawable& d, const TmaterialTexture* texture);
 
     std::unique_ptr<TrenderScene> fScene;
     std::unique_ptr<T3dPort> fPort;
-    std::vector<std::unique_ptr<TmaterialInfo>> fInfos;  // one per group
+    std::vector<TmaterialInfo*> fInfos;  // one per group, nodes of the graph
     std::vector<Tlight> fLights;
     std::vector<Tdrawable> fDrawables;
     unsigned fProgram = 0;

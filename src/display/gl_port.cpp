@@ -86,6 +86,8 @@ T3dPort::~T3dPort() {
         glDeleteFramebuffers(1, &fFramebuffer);
         glDeleteRenderbuffers(1, &fColour);
         glDeleteRenderbuffers(1, &fDepth);
+        if (fFaceFramebuffer) glDeleteFramebuffers(1, &fFaceFramebuffer);
+        if (fFaceDepth) glDeleteRenderbuffers(1, &fFaceDepth);
     }
     if (fsTexturePort == this) fsTexturePort = nullptr;
     if (gCurrent == this) gCurrent = nullptr;
@@ -112,6 +114,25 @@ void T3dPort::bindTarget() {
     glViewport(0, 0, fWidth, fHeight);
 }
 
+bool T3dPort::bindCubeFaceTarget(const TglTextureObject& cube, int face) {
+    if (!cube.isCube() || face < 0 || face > 5) return false;
+    const int size = cube.width();
+    if (!fFaceFramebuffer) {
+        glGenFramebuffers(1, &fFaceFramebuffer);
+        glGenRenderbuffers(1, &fFaceDepth);
+    }
+    glBindFramebuffer(GL_FRAMEBUFFER, fFaceFramebuffer);
+    if (fFaceSize != size) {
+        glBindRenderbuffer(GL_RENDERBUFFER, fFaceDepth);
+        glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT24, size, size);
+        glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, fFaceDepth);
+        fFaceSize = size;
+    }
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GLenum(GL_TEXTURE_CUBE_MAP_POSITIVE_X + face), cube.name(), 0);
+    glViewport(0, 0, size, size);
+    return glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
+}
+
 void T3dPort::readImage(TpixelMap& out) {
     bindTarget();
     out.setSize(fWidth, fHeight, 4);
@@ -132,7 +153,7 @@ TglTextureObject::~TglTextureObject() {
 }
 
 bool TglTextureObject::texImage2D(const TpixelMap& map, int maxLevel, bool repeat, bool mirror) {
-    if (map.isEmpty() || map.channels() < 1 || map.channels() > 4 || !fName) return false;
+    if (map.isEmpty() || map.channels() < 1 || map.channels() > 4 || !fName || fCube) return false;
     fWidth = map.width();
     fHeight = map.height();
     fChannels = map.channels();
@@ -152,10 +173,36 @@ bool TglTextureObject::texImage2D(const TpixelMap& map, int maxLevel, bool repea
     return glGetError() == GL_NO_ERROR;
 }
 
-void TglTextureObject::bind() const { glBindTexture(GL_TEXTURE_2D, fName); }
+bool TglTextureObject::texImageCube(int size) {
+    if (size < 1 || !fName) return false;
+    fWidth = fHeight = size;
+    fChannels = 4;
+    fCube = true;
+    glBindTexture(GL_TEXTURE_CUBE_MAP, fName);
+    for (int face = 0; face < 6; ++face)
+        glTexImage2D(GLenum(GL_TEXTURE_CUBE_MAP_POSITIVE_X + face), 0, GL_RGBA16F, size, size, 0, GL_RGBA, GL_FLOAT, nullptr);
+    glTexParameteri(GL_TEXTURE_CUBE_MAP, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_CUBE_MAP, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_CUBE_MAP, GL_TEXTURE_MAX_LEVEL, 0);
+    for (GLenum wrap : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T, GL_TEXTURE_WRAP_R})
+        glTexParameteri(GL_TEXTURE_CUBE_MAP, wrap, GL_CLAMP_TO_EDGE);
+    glEnable(GL_TEXTURE_CUBE_MAP_SEAMLESS);  // no seams where a reflection crosses an edge of the cube
+    return glGetError() == GL_NO_ERROR;
+}
+
+void TglTextureObject::bind() const { glBindTexture(fCube ? GL_TEXTURE_CUBE_MAP : GL_TEXTURE_2D, fName); }
+
+bool TglTextureObject::getCubeFace(int face, std::vector<float>& out) const {
+    if (!fCube || face < 0 || face > 5) return false;
+    glBindTexture(GL_TEXTURE_CUBE_MAP, fName);
+    out.assign(size_t(fWidth) * fHeight * 4, 0.0f);
+    glPixelStorei(GL_PACK_ALIGNMENT, 1);
+    glGetTexImage(GLenum(GL_TEXTURE_CUBE_MAP_POSITIVE_X + face), 0, GL_RGBA, GL_FLOAT, out.data());
+    return glGetError() == GL_NO_ERROR;
+}
 
 bool TglTextureObject::getTexImage(std::vector<uint8_t>& out) const {
-    if (!fWidth || !fHeight) return false;
+    if (!fWidth || !fHeight || fCube) return false;
     glBindTexture(GL_TEXTURE_2D, fName);
     out.assign(size_t(fWidth) * fHeight * fChannels, 0);
     glPixelStorei(GL_PACK_ALIGNMENT, 1);

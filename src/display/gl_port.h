@@ -31,6 +31,10 @@ public:
     bool haveMirrorRepeat() const;
     // Binds the port's frame buffer as the draw target.
     void bindTarget();
+    // Binds face `face` (0..5: +x, -x, +y, -y, +z, -z) of a cube texture as
+    // the draw target, with a depth buffer of its size. bindTarget() returns
+    // to the port's own image.
+    bool bindCubeFaceTarget(const class TglTextureObject& cube, int face);
     // The drawn image, rows from the top, RGBA.
     void readImage(TpixelMap& out);
     std::string rendererName() const;
@@ -40,7 +44,8 @@ private:
     void* fDisplay = nullptr;
     void* fContext = nullptr;
     unsigned fFramebuffer = 0, fColour = 0, fDepth = 0;
-    int fWidth = 0, fHeight = 0;
+    unsigned fFaceFramebuffer = 0, fFaceDepth = 0;
+    int fWidth = 0, fHeight = 0, fFaceSize = 0;
 };
 
 // One OpenGL texture name; the name is deleted with the object.
@@ -59,11 +64,19 @@ public:
     // first, as OpenGL counts t from the bottom. `minLevel` caps the levels
     // sampled (the node's texture filter); `repeat` picks wrap or clamp.
     bool texImage2D(const TpixelMap& map, int maxLevel = 1000, bool repeat = true, bool mirror = false);
+    // Makes the object a cube map of six size x size faces of half floats,
+    // to be drawn into (T3dPort::bindCubeFaceTarget). Faces hold linear
+    // colour, so dark rooms keep their steps.
+    bool texImageCube(int size);
+    bool isCube() const { return fCube; }
     void bind() const;
     // The base level as OpenGL holds it, rows in the order uploaded.
     bool getTexImage(std::vector<uint8_t>& out) const;
+    // One cube face as RGBA floats, rows bottom first as OpenGL counts t.
+    bool getCubeFace(int face, std::vector<float>& out) const;
 
 private:
     unsigned fName = 0;
     int fWidth = 0, fHeight = 0, fChannels = 0;
+    bool fCube = false;
 };

@@ -16,9 +16,10 @@ const Tattribute* readable(TdependNode* node, const char* name) {
 bool isConnectedInput(TdependNode* node, const char* name) {
     const Tattribute* a = node ? node->attribute(Tstring(name)) : nullptr;
     if (!a) return false;
-    if (node->hasConnections(a)) return true;
+    // Incoming only: a viewport's watch reads from the attribute, it does not drive it.
+    if (node->sourceOf(Tplug(node, a))) return true;
     for (unsigned i = 0; i < a->childCount(); ++i)
-        if (node->hasConnections(a->child(i))) return true;
+        if (node->sourceOf(Tplug(node, a->child(i)))) return true;
     return false;
 }
 

@@ -229,4 +229,16 @@ const TattributeNotes kPlace2d{
         {"doTransform", "Output: whether the placement changes the UVs at all", "", ""},
     }};
 
+const TattributeNotes kLayeredTexture{
+    {"layeredTexture"},
+    {
+        {"inputs", "The layers, the first on top", "", ""},
+        {"color", "Colour of the layer; connect a texture", "colour", "0..1"},
+        {"alpha", "How much of the layer shows", "", "0..1"},
+        {"blendMode", "How the layer combines with the layers under it", "", ""},
+        {"isVisible", "Leaves the layer out when off", "", ""},
+        {"outColor", "The layers put together; connect it to a material's color", "colour", ""},
+        {"outAlpha", "Alpha of the layers put together", "", "0..1"},
+    }};
+
 }  // namespace

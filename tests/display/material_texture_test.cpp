@@ -3,6 +3,9 @@
 // texture objects that read back what was uploaded.
 #include <gtest/gtest.h>
 
+#include <GL/gl.h>
+
+#include <cmath>
 #include <cstdlib>
 #include <random>
 
@@ -12,6 +15,8 @@
 #include "framework/host/depend_graph.h"
 #include "support/temp_dir.h"
 #include "textures/file_texture.h"
+#include "textures/layered_texture.h"
+#include "utilities/switches.h"
 #include "textures/pyramid/file_pixel_map_cache.h"
 
 namespace {
@@ -317,4 +322,255 @@ TEST(TglTextureObject, UploadReadsBackBitForBit) {
             EXPECT_EQ(back, std::vector<uint8_t>(flipped.pixels(), flipped.pixels() + flipped.byteCount()))
                 << channels << " channels, " << w << "x" << h;
         }
+}
+
+// A sphere map resampled from a cube whose faces are flat colours: the
+// texel whose mirror-ball normal reflects the view (down -z) into a
+// direction shows the face that direction leaves through, by the closed
+// form r = 2 (n . v) n - v with v = (0, 0, 1).
+TEST(SphereMap, ReflectsTheCubeFaceOfEachDirection) {
+    T3dPort& p = port();
+    const uint8_t colours[6][3] = {{200, 0, 0}, {0, 200, 0}, {0, 0, 200}, {200, 200, 0}, {0, 200, 200}, {200, 0, 200}};
+    auto cube = std::make_unique<TmaterialTexture>(nullptr, TmaterialTexture::kCubeMap);
+    int face = 0;
+    TcubeMapSource source;
+    source.size = 8;
+    source.draw = [&](const float*, const float*) {
+        const uint8_t* c = colours[face++];
+        glClearColor(c[0] / 255.0f, c[1] / 255.0f, c[2] / 255.0f, 1);
+        glClear(GL_COLOR_BUFFER_BIT);
+    };
+    cube->initAsCubeMap(std::move(source));
+    TmaterialTexture sphere(nullptr, TmaterialTexture::kSphereMap);
+    const int size = 64;
+    sphere.initAsSphereMap(size, std::move(cube));
+    TevaluateTextureInfo at;
+    at.port = &p;
+    ASSERT_NE(sphere.getTexture(at), nullptr);
+    EXPECT_EQ(face, 6) << "each face drawn once";
+    const TpixelMap* image = sphere.lastImage();
+    ASSERT_NE(image, nullptr);
+    // Which face a unit normal (nx, ny) on the ball reflects into.
+    auto expected = [](float nx, float ny) {
+        if (nx * nx + ny * ny > 1) return 5;  // outside the ball: straight behind
+        const float nz = std::sqrt(1 - nx * nx - ny * ny);
+        const float r[3] = {2 * nz * nx, 2 * nz * ny, 2 * nz * nz - 1};
+        int axis = 0;
+        for (int k = 1; k < 3; ++k)
+            if (std::fabs(r[k]) > std::fabs(r[axis])) axis = k;
+        return 2 * axis + (r[axis] < 0 ? 1 : 0);
+    };
+    int checked = 0;
+    for (int y = 0; y < size; ++y)
+        for (int x = 0; x < size; ++x) {
+            const float nx = 2 * (x + 0.5f) / size - 1, ny = 1 - 2 * (y + 0.5f) / size;
+            // Texels where two faces meet may fall either way.
+            bool edge = false;
+            for (float d : {-0.02f, 0.02f})
+                edge |= expected(nx + d, ny) != expected(nx, ny) || expected(nx, ny + d) != expected(nx, ny);
+            if (edge) continue;
+            const uint8_t* c = colours[expected(nx, ny)];
+            const uint8_t* got = image->pixel(x, y);
+            ASSERT_TRUE(got[0] == c[0] && got[1] == c[1] && got[2] == c[2]) << "texel " << x << ", " << y;
+            ++checked;
+        }
+    EXPECT_GT(checked, size * size * 3 / 4);
+}
+
+namespace {
+void connectOrFail(TdependGraph& g, const Tplug& from, const Tplug& to) { ASSERT_EQ(g.connect(from, to), TconnectStatus::kOk); }
+
+void setLayer(TdependNode* layered, unsigned element, TlayerBlendMode mode, float alpha, const T3Float& colour) {
+    short m = short(mode);
+    ASSERT_TRUE(layered->setAttributeValue(&TdnLayeredTexture::saBlendMode(), &m, element));
+    ASSERT_TRUE(layered->setAttributeValue(&TdnLayeredTexture::saAlpha(), &alpha, element));
+    ASSERT_TRUE(layered->setAttributeValue(&TdnLayeredTexture::saColor(), &colour, element));
+}
+
+// Every object of a texture tree, children before later siblings: what
+// textureObject(i) must count through.
+void walk(const TmaterialTexture& t, std::vector<TglTextureObject*>& out) {
+    if (t.kind() == TmaterialTexture::kSwitch || t.kind() == TmaterialTexture::kLayered) {
+        for (unsigned k = 0; k < t.childCount(); ++k) walk(*t.child(k), out);
+        return;
+    }
+    for (unsigned i = 0; t.sharedObject(i) || i < t.textureObjectsCount(); ++i) out.push_back(t.sharedObject(i).get());
+}
+
+float channel(const uint8_t* p, int channels, int c) { return p[channels < 3 ? 0 : c] / 255.0f; }
+}  // namespace
+
+// A layered texture of three layers (a baked checker multiplied at half
+// strength over a file taking the lighter of itself and what is under it,
+// over a plain colour) inside a switch that also has a file and a default.
+// The composite is checked pixel by pixel against the layer images put
+// together here by the blend formulas; textureObject(i) walks the tree as a
+// brute-force recursion does; the switch draws each shape's own child.
+TEST(SwitchAndLayered, CompositeAndDepthFirstObjects) {
+    TevaluateTextureInfo at;
+    at.port = &port();
+    TtestTempDir dir;
+    TpixelMap pattern(4, 4, 3);
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 4; ++x)
+            for (int c = 0; c < 3; ++c) pattern.setPixel(x, y, c, uint8_t(20 + 50 * x + 12 * y + 30 * c));
+    Tstring error;
+    ASSERT_TRUE(TfilePixelMapCache::saveIMFPixelMap(Tstring(dir.file("pattern.png")), pattern, error)) << error.str();
+    writeImage(dir.file("flat.png"), 2, 2, 3, 90, 160, 30);
+    TdependGraph g;
+    fileNode(g, "pattern", dir.file("pattern.png"));
+    fileNode(g, "flat", dir.file("flat.png"));
+    g.createNode("checker", "check");
+    g.createNode("place2dTexture", "checkPlace");
+    connectOrFail(g, plugOf(g, "checkPlace.outUV"), plugOf(g, "check.uvCoord"));
+    g.createNode("checker", "fallback");
+    TdependNode* layered = g.createNode("layeredTexture", "stack");
+    ASSERT_NE(layered, nullptr);
+    setLayer(layered, 0, TlayerBlendMode::kMultiply, 0.5f, {1, 1, 1});
+    setLayer(layered, 1, TlayerBlendMode::kLighten, 0.75f, {1, 1, 1});
+    setLayer(layered, 2, TlayerBlendMode::kOver, 1.0f, {0.4f, 0.3f, 0.2f});
+    connectOrFail(g, plugOf(g, "check.outColor"), Tplug(layered, &TdnLayeredTexture::saColor(), 0));
+    connectOrFail(g, plugOf(g, "pattern.outColor"), Tplug(layered, &TdnLayeredTexture::saColor(), 1));
+    TdependNode* sw = g.createNode("tripleShadingSwitch", "sw");
+    TdagNode* shapeA = static_cast<TdagNode*>(g.createNode("sphere", "shapeA")->cast(TdagNode::sMetaclass()));
+    TdagNode* shapeB = static_cast<TdagNode*>(g.createNode("sphere", "shapeB")->cast(TdagNode::sMetaclass()));
+    connectOrFail(g, plugOf(g, "stack.outColor"), Tplug(sw, &TdnTripleSwitch::saInValue(), 0));
+    connectOrFail(g, Tplug(shapeA, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 0));
+    connectOrFail(g, plugOf(g, "flat.outColor"), Tplug(sw, &TdnTripleSwitch::saInValue(), 3));
+    connectOrFail(g, Tplug(shapeB, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 3));
+    connectOrFail(g, plugOf(g, "fallback.outColor"), plugOf(g, "sw.default"));
+    TmaterialInfo info(shadedGroup(g, "m", "sw.output"));
+    TmaterialTexture* top = info.colorTexture();
+    ASSERT_NE(top, nullptr);
+    ASSERT_EQ(top->kind(), TmaterialTexture::kSwitch);
+    ASSERT_EQ(top->childCount(), 3u) << "two driven inputs and the default";
+    TmaterialTexture* stack = top->child(0);
+    ASSERT_EQ(stack->kind(), TmaterialTexture::kLayered);
+    ASSERT_EQ(stack->childCount(), 2u) << "the plain colour layer has no child";
+
+    // Each shape draws its element's child; anything else the default.
+    at.path = TdagPath({shapeB});
+    TglTextureObject* forB = top->getTexture(at);
+    EXPECT_EQ(forB, top->child(1)->textureObject(0));
+    at.path = TdagPath();
+    TglTextureObject* other = top->getTexture(at);
+    EXPECT_EQ(other, top->child(2)->textureObject(0));
+    at.path = TdagPath({shapeA});
+    TglTextureObject* composite = top->getTexture(at);
+    ASSERT_NE(composite, nullptr);
+    EXPECT_NE(composite, stack->textureObject(0)) << "the composite is not one of the layers";
+
+    std::vector<TglTextureObject*> walked;
+    walk(*top, walked);
+    ASSERT_EQ(walked.size(), 4u) << "checker, pattern, flat, fallback";
+    ASSERT_EQ(top->textureObjectsCount(), 4u);
+    for (unsigned i = 0; i < walked.size(); ++i) EXPECT_EQ(top->textureObject(i), walked[i]) << i;
+    EXPECT_EQ(top->textureObject(4), nullptr);
+
+    // Bottom up: the colour; the pattern by lighten at 0.75; the checker by
+    // multiply at 0.5. Layer images are read at the nearest texel.
+    const TpixelMap* out = stack->lastImage();
+    ASSERT_NE(out, nullptr);
+    const TpixelMap* checker = stack->child(0)->lastImage();
+    const TpixelMap* file = stack->child(1)->lastImage();
+    ASSERT_TRUE(checker && file);
+    const int n = out->width();
+    EXPECT_EQ(n, 16) << "the host's bake size";
+    for (int y = 0; y < n; ++y)
+        for (int x = 0; x < n; ++x)
+            for (int c = 0; c < 3; ++c) {
+                const float base = c == 0 ? 0.4f : c == 1 ? 0.3f : 0.2f;
+                const float p = channel(file->pixel(x * file->width() / n, y * file->height() / n), file->channels(), c);
+                const float lightened = 0.25f * base + 0.75f * std::max(p, base);
+                const float k = channel(checker->pixel(x * checker->width() / n, y * checker->height() / n), checker->channels(), c);
+                const float expected = lightened * (0.5f + 0.5f * k);
+                EXPECT_NEAR(out->getPixel(x, y, c) / 255.0f, expected, 0.5f / 255 + 1e-4f) << x << ", " << y << " channel " << c;
+            }
+}
+
+// An info made in the graph watches its group's network: an edit anywhere
+// upstream marks exactly the texture that node feeds (a layered texture over
+// it recomposites, its other layer stays), the next evaluation uploads that
+// one again; a material edit touches only the record; disconnecting the
+// texture drops its record and detaching the info drops everything.
+TEST(MaterialInfoNode, WatchesTheNetworkThroughTheGraph) {
+    TevaluateTextureInfoArray at(1);
+    at[0].port = &port();
+    TdependGraph g;
+    for (const char* name : {"a", "b"}) {
+        g.createNode("checker", Tstring(std::string("check") + name));
+        g.createNode("place2dTexture", Tstring(std::string("place") + name));
+        connectOrFail(g, plugOf(g, std::string("place") + name + ".outUV"), plugOf(g, std::string("check") + name + ".uvCoord"));
+    }
+    TdependNode* layered = g.createNode("layeredTexture", "stack");
+    setLayer(layered, 0, TlayerBlendMode::kMultiply, 1.0f, {1, 1, 1});
+    setLayer(layered, 1, TlayerBlendMode::kOver, 1.0f, {1, 1, 1});
+    connectOrFail(g, plugOf(g, "checka.outColor"), Tplug(layered, &TdnLayeredTexture::saColor(), 0));
+    connectOrFail(g, plugOf(g, "checkb.outColor"), Tplug(layered, &TdnLayeredTexture::saColor(), 1));
+    TdependNode* group = shadedGroup(g, "m", "stack.outColor");
+    auto* info = static_cast<TmaterialInfo*>(g.createNode("materialInfo"));
+    ASSERT_NE(info, nullptr);
+    connectOrFail(g, Tplug(group, &TdependNode::saMessage()), Tplug(info, &TmaterialInfo::saShadingGroup()));
+    EXPECT_GT(info->watchedCount(), 0u);
+    ASSERT_TRUE(info->evaluateTexture(at));
+    TmaterialTexture* stack = info->colorTexture();
+    ASSERT_TRUE(stack && stack->kind() == TmaterialTexture::kLayered && stack->childCount() == 2);
+    TmaterialTexture* a = stack->child(0);
+    TmaterialTexture* b = stack->child(1);
+    auto uploads = [&] { return std::vector<unsigned>{stack->uploads(), a->uploads(), b->uploads()}; };
+    ASSERT_EQ(uploads(), (std::vector<unsigned>{1, 1, 1}));
+    const uint32_t dirty = TmaterialTexture::kSwatchDirty;
+    auto marks = [&] { return std::vector<bool>{bool(stack->flags() & dirty), bool(a->flags() & dirty), bool(b->flags() & dirty)}; };
+
+    const struct {
+        const char* plug;
+        std::vector<bool> marked;    // stack, a, b
+        std::vector<unsigned> after;  // uploads after the next evaluation
+    } edits[] = {
+        {"checka.color1", {true, true, false}, {2, 2, 1}},   // the texture itself
+        {"placeb.repeatU", {true, false, true}, {3, 2, 2}},  // through b's placement
+        {"stack.inputs[1].blendMode", {true, true, true}, {4, 3, 3}},  // the layered node: all of it
+    };
+    for (const auto& e : edits) {
+        Tplug p = plugOf(g, e.plug);
+        const unsigned before = info->transformsDirtyCount();
+        if (p.attribute()->valueType() == TvalueType::kEnum) {
+            short v = short(TlayerBlendMode::kAdd);
+            ASSERT_TRUE(p.node()->setAttributeValue(p.attribute(), &v, unsigned(std::max(p.index(), 0))));
+        } else {
+            float v = 0.25f;
+            T3Float c{0.25f, 0.5f, 0.75f};
+            ASSERT_TRUE(p.node()->setAttributeValue(p.attribute(), p.attribute()->size() == sizeof c ? static_cast<void*>(&c) : &v));
+        }
+        EXPECT_EQ(marks(), e.marked) << e.plug;
+        EXPECT_GT(info->transformsDirtyCount(), before) << e.plug;
+        EXPECT_TRUE(info->upToDate()) << e.plug << ": the record does not change with a texture";
+        ASSERT_TRUE(info->evaluateTexture(at));
+        EXPECT_EQ(uploads(), e.after) << e.plug;
+        EXPECT_EQ(marks(), (std::vector<bool>{false, false, false})) << e.plug;
+    }
+
+    // A material edit: the record, not the textures.
+    float diffuse = 0.3f;
+    ASSERT_TRUE(g.findNode("mMat")->setAttributeValue(g.findNode("mMat")->attribute(Tstring("diffuse")), &diffuse));
+    EXPECT_FALSE(info->upToDate());
+    EXPECT_EQ(marks(), (std::vector<bool>{false, false, false}));
+    EXPECT_FLOAT_EQ(info->data().diffuse.r, 0.3f);
+
+    // Disconnecting the texture drops its record; connecting another makes one.
+    ASSERT_EQ(g.disconnect(plugOf(g, "stack.outColor"), plugOf(g, "mMat.color")), TconnectStatus::kOk);
+    info->evaluateTexture(at);
+    EXPECT_EQ(info->colorTexture(), nullptr);
+    connectOrFail(g, plugOf(g, "checkb.outColor"), plugOf(g, "mMat.color"));
+    ASSERT_TRUE(info->evaluateTexture(at));
+    ASSERT_NE(info->colorTexture(), nullptr);
+    EXPECT_EQ(info->colorTexture()->node(), g.findNode("checkb"));
+    TmaterialInfo* found = nullptr;
+    EXPECT_TRUE(TmaterialInfo::findMaterial(plugOf(g, "mMat.outColor"), found));
+    EXPECT_EQ(found, info);
+
+    // Detached from its group, the info has nothing left.
+    ASSERT_EQ(g.disconnect(Tplug(group, &TdependNode::saMessage()), Tplug(info, &TmaterialInfo::saShadingGroup())), TconnectStatus::kOk);
+    EXPECT_EQ(info->colorTexture(), nullptr);
+    EXPECT_EQ(info->watchedCount(), 0u);
 }
