@@ -47,6 +47,7 @@ public:
     unsigned objectNumber() const override { return fNumber; }
     const TgeoManagerBase* geometryManager() const override { return this; }
     bool receiveShadows() const override { return fReceiveShadows; }
+    const TdagPath* dagPath() const override { return &path; }
 
     TdagPath path;
     std::string name;                      // full path name, for messages

@@ -116,11 +116,13 @@ TglTextureObject* TmaterialTexture::getTexture(const TevaluateTextureInfo& info)
             return textureObject(unsigned(at - fConvertedFor.begin()));
         }
         case kSwitch: {
-            // The element whose shape is the object drawn, else the default.
-            TdependNode* shape = info.path.node();
+            // The element whose shape is the object drawn, else its nearest
+            // transform's, else the default: the renderer's choice.
             TmaterialTexture* chosen = nullptr;
-            for (size_t k = 0; k < fChildren.size() && !chosen; ++k)
-                if (shape && fChildShapes[k] == shape) chosen = fChildren[k].get();
+            const std::vector<TdagNode*>& nodes = info.path.nodes();
+            for (auto node = nodes.rbegin(); node != nodes.rend() && !chosen; ++node)
+                for (size_t k = 0; k < fChildren.size() && !chosen; ++k)
+                    if (fChildShapes[k] == *node) chosen = fChildren[k].get();
             for (size_t k = 0; k < fChildren.size() && !chosen; ++k)
                 if (fChildElements[k] < 0) chosen = fChildren[k].get();
             return chosen ? chosen->getTexture(info) : nullptr;

@@ -8,11 +8,15 @@
 
 class Tsample;
 class TgeoManagerBase;
+class TdagPath;
 
 class TrenderGroupBase {
 public:
     virtual ~TrenderGroupBase() = default;
-    virtual void reserved0() {}
+    // The path of the shape the group renders, for nodes that tell objects
+    // apart by their shape (the shading switches); null when it renders no
+    // shape of the graph.
+    virtual const TdagPath* dagPath() const { return nullptr; }
     virtual void reserved1() {}
     // The object's number, which indexes per-object tables.
     virtual unsigned objectNumber() const = 0;

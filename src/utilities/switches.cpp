@@ -2,7 +2,9 @@
 
 #include <cstring>
 
+#include "framework/host/dag.h"
 #include "framework/host/depend_graph.h"
+#include "shading/render_bases.h"
 
 SN_REGISTER_NODE_CLASS(TdnBaseSwitch)
 SN_REGISTER_NODE_CLASS(TdnSingleSwitch)
@@ -10,14 +12,20 @@ SN_REGISTER_NODE_CLASS(TdnDoubleSwitch)
 SN_REGISTER_NODE_CLASS(TdnTripleSwitch)
 SN_REGISTER_NODE_CLASS(TdnQuadSwitch)
 
-int TdnBaseSwitch::elementFor(const Tattribute& input, const Tattribute& shape, const void* object) const {
-    if (!object) return -1;
+int TdnBaseSwitch::elementFor(const Tattribute& input, const Tattribute& shape, const void* group) const {
+    const TdagPath* path = group ? static_cast<const TrenderGroupBase*>(group)->dagPath() : nullptr;
+    if (!path) return -1;
     TuInt32Array indices;
     getExistingMultiAttributeIndices(Tplug(const_cast<TdnBaseSwitch*>(this), &input, true), indices);
-    for (unsigned e = 0; e < indices.length(); ++e) {
-        const Tplug* source = sourceOf(Tplug(const_cast<TdnBaseSwitch*>(this), &shape, int(indices[e])));
-        if (source && source->node() == object) return int(indices[e]);
-    }
+    // The shape itself first, then its transforms from the nearest up, so
+    // that an instance can be told apart from its siblings by its own
+    // transform.
+    const std::vector<TdagNode*>& nodes = path->nodes();
+    for (auto node = nodes.rbegin(); node != nodes.rend(); ++node)
+        for (unsigned e = 0; e < indices.length(); ++e) {
+            const Tplug* source = sourceOf(Tplug(const_cast<TdnBaseSwitch*>(this), &shape, int(indices[e])));
+            if (source && source->node() == *node) return int(indices[e]);
+        }
     return -1;
 }
 

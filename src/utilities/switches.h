@@ -1,8 +1,9 @@
 #pragma once
 // Shading switches: per sample, the value of the `input` element whose
 // `inShape` is connected to the sample's object, or `default` when none is.
-// The sample's object arrives in the hidden `objectId` (the shape node); a
-// scalar pull uses whatever value that attribute holds.
+// The sample's object arrives in the hidden `objectId`: the render group
+// (TrenderGroupBase) that shades it, whose path names the shape and its
+// transforms. A scalar pull uses whatever group that attribute holds.
 #include "utilities/utility_node.h"
 
 struct TdnVSBaseSwitch : TdependNodeVS {
@@ -17,8 +18,10 @@ class TdnBaseSwitch : public TnodeClass<TdnBaseSwitch, TrenderNode, TdnVSBaseSwi
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnBaseSwitch", 480, "kBaseShadingSwitch", true);
     SN_ATTRIBUTE(ObjectId, objectId)
-    // Index of the element of `input` whose `inShape` comes from `object`, or -1.
-    int elementFor(const Tattribute& input, const Tattribute& shape, const void* object) const;
+    // Index of the element of `input` whose `inShape` comes from the shape
+    // of `group` (a TrenderGroupBase), or else from the nearest of its
+    // transforms; -1 for none.
+    int elementFor(const Tattribute& input, const Tattribute& shape, const void* group) const;
 
 protected:
     // Copies into `output`, per run of samples of one object, the chosen

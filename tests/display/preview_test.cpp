@@ -34,10 +34,9 @@ TEST(PreviewCommand, ScenesMatchTheRenderPerObject) {
         std::vector<int> skipped;
     } cases[] = {
         {"showcase.json", 8, {}},
-        // Objects 4 and 5 share a shading switch, which the preview draws
-        // per shape; the render hands switches its own object record
-        // rather than the shape, so both show the switch's default there.
-        {"viewport.json", 6, {4, 5}},
+        // Objects 4 and 5 share a shading switch that gives each its own
+        // colour, in the render as in the preview.
+        {"viewport.json", 6, {}},
         // Six solid textures baked over their objects' UVs.
         {"solid-textures.json", 7, {}},
     };

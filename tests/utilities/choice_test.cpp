@@ -274,33 +274,3 @@ TEST(RemapCurves, RemapValueThroughTheGraphAndTheEngine) {
         EXPECT_NEAR(out[i].color.z, 10.0f, 1e-5f) << i;
     }
 }
-
-TEST(ShadingSwitches, EachObjectGetsItsElementAndOthersTheDefault) {
-    TutilityNetwork net;
-    TdependNode* sw = net.make("tripleShadingSwitch");
-    TdependNode* shapeA = net.make("utilityTestSource");
-    TdependNode* shapeB = net.make("utilityTestSource");
-    TdependNode* stranger = net.make("utilityTestSource");
-    const T3Float valueA(0.1f, 0.2f, 0.3f), valueB(0.7f, 0.8f, 0.9f);
-    ASSERT_TRUE(sw->setAttributeValue(&TdnTripleSwitch::saInValue(), &valueA, 0));
-    ASSERT_TRUE(sw->setAttributeValue(&TdnTripleSwitch::saInValue(), &valueB, 2));
-    ASSERT_EQ(net.graph.connect(Tplug(shapeA, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 0)),
-              TconnectStatus::kOk);
-    ASSERT_EQ(net.graph.connect(Tplug(shapeB, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 2)),
-              TconnectStatus::kOk);
-    net.toColor(sw, TdnTripleSwitch::saOutput());
-    auto in = rampSamples(64);
-    TdependNode* objects[3] = {shapeA, shapeB, stranger};
-    for (unsigned i = 0; i < in.size(); ++i) in[i].object = objects[(i / 4) % 3];
-    auto out = shadeBothWays(net, in);
-    for (unsigned i = 0; i < in.size(); ++i) {
-        int e = static_cast<TdnBaseSwitch*>(sw)->elementFor(TdnTripleSwitch::saInput(), TdnTripleSwitch::saInShape(), in[i].object);
-        T3Float want = T3Float(0.8f, 0.8f, 0.8f);
-        if (e >= 0) sw->getAttributeValue(&TdnTripleSwitch::saInValue(), &want, unsigned(e));
-        EXPECT_EQ(out[i].color, want) << i;
-        EXPECT_EQ(e < 0, in[i].object == stranger) << i;
-    }
-    EXPECT_EQ(out[0].color, valueA);
-    EXPECT_EQ(out[4].color, valueB);
-    EXPECT_EQ(out[8].color, T3Float(0.8f, 0.8f, 0.8f));
-}

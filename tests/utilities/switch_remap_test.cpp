@@ -1,11 +1,13 @@
-// The single, double and quad switches pick each object's element (or the
+// The single, double, triple and quad switches pick each object's element (or the
 // default) through both roads; a switch element can vary per sample; the
 // colour remaps work per channel, directly and in HSV.
 #include <algorithm>
 #include <cmath>
 #include <functional>
 
+#include "framework/host/dag.h"
 #include "framework/render_utilities.h"
+#include "shading/render_bases.h"
 #include "utilities/remap.h"
 #include "utilities/switches.h"
 #include "utilities/utility_fixture.h"
@@ -33,6 +35,9 @@ std::vector<TswitchCase> switchCases() {
              net.connect(sw, *sw->attribute(Tstring("outComp2")), net.probe, TtestPassThroughSurface::saColorG());
          },
          [](const TprobeResult& r, unsigned k) { return k == 0 ? r.color.x : r.color.y; }},
+        {"tripleShadingSwitch", &TdnTripleSwitch::saInValue(), &TdnTripleSwitch::saDefault(), 3,
+         [](TutilityNetwork& net, TdependNode* sw) { net.toColor(sw, TdnTripleSwitch::saOutput()); },
+         [](const TprobeResult& r, unsigned k) { return r.color[int(k)]; }},
         {"quadShadingSwitch", &TdnQuadSwitch::saInValue(), &TdnQuadSwitch::saDefault(), 4,
          [](TutilityNetwork& net, TdependNode* sw) {
              net.toColor(sw, *sw->attribute(Tstring("outTriple")));
@@ -43,16 +48,37 @@ std::vector<TswitchCase> switchCases() {
 }
 
 float elementValue(unsigned element, unsigned k) { return 0.1f * float(element + 1) + 0.01f * float(k); }
+
+// What a renderer hands the engine as a sample's object: a render group
+// that knows the path of the shape it renders.
+struct TshapeGroup : TrenderGroupBase {
+    TdagPath path;
+    unsigned objectNumber() const override { return 0; }
+    const TgeoManagerBase* geometryManager() const override { return nullptr; }
+    bool receiveShadows() const override { return true; }
+    const TdagPath* dagPath() const override { return &path; }
+};
+
+// A sphere under its own transform, and the group that renders it.
+struct TshapeUnderTransform {
+    TdagNode* transform;
+    TdagNode* shape;
+    TshapeGroup group;
+    explicit TshapeUnderTransform(TutilityNetwork& net)
+        : transform(static_cast<TdagNode*>(net.make("transform"))), shape(static_cast<TdagNode*>(net.make("sphere"))) {
+        transform->addChild(shape);
+        group.path = TdagPath({transform, shape});
+    }
+};
 }  // namespace
 
-TEST(ShadingSwitches, SingleDoubleAndQuadPickPerObject) {
+TEST(ShadingSwitches, EveryKindPicksPerObject) {
     for (const TswitchCase& c : switchCases()) {
         SCOPED_TRACE(c.type);
         TutilityNetwork net;
         TdependNode* sw = net.make(c.type);
-        TdependNode* shapeA = net.make("utilityTestSource");
-        TdependNode* shapeB = net.make("utilityTestSource");
-        TdependNode* stranger = net.make("utilityTestSource");
+        // A is connected by its shape, B by its transform; the stranger not.
+        TshapeUnderTransform a(net), b(net), stranger(net);
         const unsigned at[2] = {0, 3};
         for (unsigned e : at) {
             float bytes[4];
@@ -62,17 +88,19 @@ TEST(ShadingSwitches, SingleDoubleAndQuadPickPerObject) {
         float fallback[4] = {0.25f, 0.5f, 0.75f, 0.125f};
         ASSERT_TRUE(sw->setAttributeValue(c.fallback, fallback));
         const Tattribute* shape = sw->attribute(Tstring("inShape"));
-        ASSERT_EQ(net.graph.connect(Tplug(shapeA, &TdependNode::saMessage()), Tplug(sw, shape, int(at[0]))), TconnectStatus::kOk);
-        ASSERT_EQ(net.graph.connect(Tplug(shapeB, &TdependNode::saMessage()), Tplug(sw, shape, int(at[1]))), TconnectStatus::kOk);
+        ASSERT_EQ(net.graph.connect(Tplug(a.shape, &TdependNode::saMessage()), Tplug(sw, shape, int(at[0]))), TconnectStatus::kOk);
+        ASSERT_EQ(net.graph.connect(Tplug(b.transform, &TdependNode::saMessage()), Tplug(sw, shape, int(at[1]))), TconnectStatus::kOk);
         c.wire(net, sw);
         auto in = rampSamples(64);
-        TdependNode* objects[3] = {shapeA, stranger, shapeB};
+        TrenderGroupBase* objects[3] = {&a.group, &stranger.group, &b.group};
         for (unsigned i = 0; i < in.size(); ++i) in[i].object = objects[(i / 3) % 3];
         auto out = shadeBothWays(net, in);
         ASSERT_EQ(out.size(), in.size());
         for (unsigned i = 0; i < in.size(); ++i)
             for (unsigned k = 0; k < c.floats; ++k) {
-                float expected = in[i].object == shapeA ? elementValue(at[0], k) : in[i].object == shapeB ? elementValue(at[1], k) : fallback[k];
+                float expected = in[i].object == &a.group   ? elementValue(at[0], k)
+                                 : in[i].object == &b.group ? elementValue(at[1], k)
+                                                            : fallback[k];
                 EXPECT_EQ(c.read(out[i], k), expected) << "sample " << i << " value " << k;
             }
     }
@@ -82,21 +110,20 @@ TEST(ShadingSwitches, AnElementDrivenPerSample) {
     // Element 2 follows the sample's point; element 0 is a constant.
     TutilityNetwork net;
     TdependNode* sw = net.make("tripleShadingSwitch");
-    TdependNode* shapeA = net.make("utilityTestSource");
-    TdependNode* shapeB = net.make("utilityTestSource");
+    TshapeUnderTransform a(net), b(net);
     TutilityTestSource* driver = net.source();
     const T3Float fixed(0.1f, 0.2f, 0.3f);
     ASSERT_TRUE(sw->setAttributeValue(&TdnTripleSwitch::saInValue(), &fixed, 0));
     ASSERT_EQ(net.graph.connect(Tplug(driver, &TutilityTestSource::saOutA()), Tplug(sw, &TdnTripleSwitch::saInValue(), 2)),
               TconnectStatus::kOk);
-    ASSERT_EQ(net.graph.connect(Tplug(shapeA, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 0)), TconnectStatus::kOk);
-    ASSERT_EQ(net.graph.connect(Tplug(shapeB, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 2)), TconnectStatus::kOk);
+    ASSERT_EQ(net.graph.connect(Tplug(a.shape, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 0)), TconnectStatus::kOk);
+    ASSERT_EQ(net.graph.connect(Tplug(b.shape, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 2)), TconnectStatus::kOk);
     net.toColor(sw, TdnTripleSwitch::saOutput());
     auto in = rampSamples(64);
-    for (unsigned i = 0; i < in.size(); ++i) in[i].object = (i / 5) % 2 ? shapeB : shapeA;
+    for (unsigned i = 0; i < in.size(); ++i) in[i].object = (i / 5) % 2 ? &b.group : &a.group;
     auto out = shadeBothWays(net, in);
     ASSERT_EQ(out.size(), in.size());
-    for (unsigned i = 0; i < in.size(); ++i) EXPECT_EQ(out[i].color, in[i].object == shapeB ? in[i].point : fixed) << i;
+    for (unsigned i = 0; i < in.size(); ++i) EXPECT_EQ(out[i].color, in[i].object == &b.group ? in[i].point : fixed) << i;
 }
 
 TEST(ColorRemaps, RemapColorAndRemapHsvFollowTheirCurvesPerChannel) {
