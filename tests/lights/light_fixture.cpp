@@ -1,5 +1,7 @@
 #include "lights/light_fixture.h"
 
+#include "support/alloc_counter.h"
+
 SN_REGISTER_NODE_CLASS(TtestLitSurface)
 SN_REGISTER_NODE_CLASS(TcountingPointLight)
 
@@ -57,27 +59,44 @@ TshadingOpus* TlitNetwork::analyse() {
     return session->program();
 }
 
+TlitNetwork::Tsamples TlitNetwork::makeSamples(const std::vector<TsurfaceSample>& in, int object) {
+    Tsamples out;
+    unsigned size = group->sampleSize(kSurfaceColorTransparency);
+    unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
+    if (object >= 0) renderGroup.object = unsigned(object);
+    for (const TsurfaceSample& s : in) {
+        out.memory.emplace_back((size + 7) / 8, 0);
+        Tsample* sample = Tsample::sCreate(out.memory.back().data(), size, fields, nullptr, object >= 0 ? &batch : nullptr);
+        sample->setPointCamera(s.point);
+        sample->setNormalCamera(s.normal);
+        sample->setIlluminationIndex(s.illuminationIndex);
+        sample->setReceiveShadows(s.receiveShadows);
+        out.samples.push_back(sample);
+    }
+    return out;
+}
+
 std::vector<TlitNetwork::Result> TlitNetwork::shade(const std::vector<TsurfaceSample>& in, int object) {
     std::vector<Result> out;
     TshadingOpus* opus = analyse();
     EXPECT_NE(opus, nullptr);
     if (!opus) return out;
-    unsigned size = group->sampleSize(kSurfaceColorTransparency);
-    unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
-    if (object >= 0) renderGroup.object = unsigned(object);
-    std::vector<std::vector<uint64_t>> memory;
-    std::vector<Tsample*> samples;
-    for (const TsurfaceSample& s : in) {
-        memory.emplace_back((size + 7) / 8, 0);
-        Tsample* sample = Tsample::sCreate(memory.back().data(), size, fields, nullptr, object >= 0 ? &batch : nullptr);
-        sample->setPointCamera(s.point);
-        sample->setNormalCamera(s.normal);
-        sample->setIlluminationIndex(s.illuminationIndex);
-        sample->setReceiveShadows(s.receiveShadows);
-        samples.push_back(sample);
-    }
-    opus->shade(unsigned(samples.size()), samples.data());
-    for (Tsample* sample : samples) out.push_back({*sample->outColor(), *sample->outTransparency()});
+    Tsamples batch = makeSamples(in, object);
+    opus->shade(unsigned(batch.samples.size()), batch.samples.data());
+    for (Tsample* sample : batch.samples) out.push_back({*sample->outColor(), *sample->outTransparency()});
     session.reset();
     return out;
+}
+
+size_t TlitNetwork::allocationsWhenShadedAgain(const std::vector<TsurfaceSample>& in) {
+    TshadingOpus* opus = analyse();
+    EXPECT_NE(opus, nullptr);
+    if (!opus) return ~size_t(0);
+    Tsamples batch = makeSamples(in, -1);
+    opus->shade(unsigned(batch.samples.size()), batch.samples.data());
+    TallocationCounter counter;
+    opus->shade(unsigned(batch.samples.size()), batch.samples.data());
+    const size_t allocations = counter.allocations();
+    session.reset();
+    return allocations;
 }

@@ -123,6 +123,16 @@ struct TlitNetwork {
     };
     // Shades one batch; with `object` the samples belong to that render object.
     std::vector<Result> shade(const std::vector<TsurfaceSample>& in, int object = -1);
+    // Heap allocations made by shading `in` a second time in one render: the
+    // first batch of a render does the lights' first-use work.
+    size_t allocationsWhenShadedAgain(const std::vector<TsurfaceSample>& in);
+
+private:
+    struct Tsamples {
+        std::vector<std::vector<uint64_t>> memory;
+        std::vector<Tsample*> samples;
+    };
+    Tsamples makeSamples(const std::vector<TsurfaceSample>& in, int object);
 };
 
 // Lights under transforms in a graph of their own, asked for their record at
