@@ -2,23 +2,20 @@
 
 #include <cstdint>
 
+#include "support/alloc_counter.h"
+
 TshadingOpus* TmaterialNetwork::analyse() {
     init();
     return session->program(kSurfaceColorTransparency);
 }
 
-std::vector<TmaterialResult> TmaterialNetwork::shade(const std::vector<TmaterialSample>& in) {
-    std::vector<TmaterialResult> results;
-    TshadingOpus* opus = analyse();
-    EXPECT_NE(opus, nullptr);
-    if (!opus) return results;
+TmaterialNetwork::Tbatch TmaterialNetwork::makeBatch(const std::vector<TmaterialSample>& in) {
+    Tbatch batch;
     unsigned size = group->sampleSize(kSurfaceColorTransparency);
     unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
-    std::vector<std::vector<uint64_t>> memory;
-    std::vector<Tsample*> samples;
     for (const TmaterialSample& s : in) {
-        memory.emplace_back((size + 7) / 8, 0);
-        Tsample* sample = Tsample::sCreate(memory.back().data(), size, fields);
+        batch.memory.emplace_back((size + 7) / 8, 0);
+        Tsample* sample = Tsample::sCreate(batch.memory.back().data(), size, fields);
         if (sample->hasItem(kItemPointCamera)) sample->setPointCamera(s.point);
         if (sample->hasItem(kItemNormalCamera)) sample->setNormalCamera(s.normal);
         if (sample->hasItem(kItemRayDirection)) sample->setRayDirection(s.direction);
@@ -26,8 +23,31 @@ std::vector<TmaterialResult> TmaterialNetwork::shade(const std::vector<Tmaterial
         if (sample->hasItem(kItemMediumRefractiveIndex)) sample->setMediumRefractiveIndex(s.medium);
         if (sample->hasItem(kItemTangentUCamera)) sample->setTangentUCamera(s.tangentU);
         if (sample->hasItem(kItemTangentVCamera)) sample->setTangentVCamera(s.tangentV);
-        samples.push_back(sample);
+        batch.samples.push_back(sample);
     }
+    return batch;
+}
+
+size_t TmaterialNetwork::allocationsWhenShadedAgain(const std::vector<TmaterialSample>& in) {
+    TshadingOpus* opus = analyse();
+    EXPECT_NE(opus, nullptr);
+    if (!opus) return ~size_t(0);
+    Tbatch batch = makeBatch(in);
+    opus->shade(unsigned(batch.samples.size()), batch.samples.data());
+    TallocationCounter counter;
+    opus->shade(unsigned(batch.samples.size()), batch.samples.data());
+    const size_t allocations = counter.allocations();
+    session.reset();
+    return allocations;
+}
+
+std::vector<TmaterialResult> TmaterialNetwork::shade(const std::vector<TmaterialSample>& in) {
+    std::vector<TmaterialResult> results;
+    TshadingOpus* opus = analyse();
+    EXPECT_NE(opus, nullptr);
+    if (!opus) return results;
+    Tbatch batch = makeBatch(in);
+    std::vector<Tsample*>& samples = batch.samples;
     opus->shade(unsigned(samples.size()), samples.data());
     for (Tsample* sample : samples) {
         TmaterialResult r;

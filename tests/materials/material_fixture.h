@@ -122,6 +122,15 @@ struct TmaterialNetwork {
     // returns the engine's results.
     std::vector<TmaterialResult> shadeBoth(const std::vector<TmaterialSample>& in);
     TmaterialResult shadeOne(const TmaterialSample& s = {}) { return shadeBoth({s}).at(0); }
+    // Samples laid out for the group's program, holding `in`.
+    struct Tbatch {
+        std::vector<std::vector<uint64_t>> memory;
+        std::vector<Tsample*> samples;
+    };
+    Tbatch makeBatch(const std::vector<TmaterialSample>& in);
+    // Heap allocations made by shading `in` a second time in one render (a
+    // first run may set up shared state). The render ends after it.
+    size_t allocationsWhenShadedAgain(const std::vector<TmaterialSample>& in);
 };
 
 // A point light's record at `point`: intensity flat within unit distance,
