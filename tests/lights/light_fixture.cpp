@@ -1,7 +1,5 @@
 #include "lights/light_fixture.h"
 
-#include "support/alloc_counter.h"
-
 SN_REGISTER_NODE_CLASS(TtestLitSurface)
 SN_REGISTER_NODE_CLASS(TcountingPointLight)
 
@@ -59,19 +57,14 @@ TshadingOpus* TlitNetwork::analyse() {
     return session->program();
 }
 
-TlitNetwork::Tsamples TlitNetwork::makeSamples(const std::vector<TsurfaceSample>& in, int object) {
-    Tsamples out;
-    unsigned size = group->sampleSize(kSurfaceColorTransparency);
-    unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
+TtestSamples TlitNetwork::makeSamples(const std::vector<TsurfaceSample>& in, int object) {
     if (object >= 0) renderGroup.object = unsigned(object);
-    for (const TsurfaceSample& s : in) {
-        out.memory.emplace_back((size + 7) / 8, 0);
-        Tsample* sample = Tsample::sCreate(out.memory.back().data(), size, fields, nullptr, object >= 0 ? &batch : nullptr);
-        sample->setPointCamera(s.point);
-        sample->setNormalCamera(s.normal);
-        sample->setIlluminationIndex(s.illuminationIndex);
-        sample->setReceiveShadows(s.receiveShadows);
-        out.samples.push_back(sample);
+    TtestSamples out(group, in.size(), object >= 0 ? &batch : nullptr);
+    for (size_t i = 0; i < in.size(); ++i) {
+        out[i].setPointCamera(in[i].point);
+        out[i].setNormalCamera(in[i].normal);
+        out[i].setIlluminationIndex(in[i].illuminationIndex);
+        out[i].setReceiveShadows(in[i].receiveShadows);
     }
     return out;
 }
@@ -81,9 +74,9 @@ std::vector<TlitNetwork::Result> TlitNetwork::shade(const std::vector<TsurfaceSa
     TshadingOpus* opus = analyse();
     EXPECT_NE(opus, nullptr);
     if (!opus) return out;
-    Tsamples batch = makeSamples(in, object);
-    opus->shade(unsigned(batch.samples.size()), batch.samples.data());
-    for (Tsample* sample : batch.samples) out.push_back({*sample->outColor(), *sample->outTransparency()});
+    TtestSamples samples = makeSamples(in, object);
+    samples.shade(opus);
+    for (Tsample* sample : samples.samples) out.push_back({*sample->outColor(), *sample->outTransparency()});
     session.reset();
     return out;
 }
@@ -92,11 +85,7 @@ size_t TlitNetwork::allocationsWhenShadedAgain(const std::vector<TsurfaceSample>
     TshadingOpus* opus = analyse();
     EXPECT_NE(opus, nullptr);
     if (!opus) return ~size_t(0);
-    Tsamples batch = makeSamples(in, -1);
-    opus->shade(unsigned(batch.samples.size()), batch.samples.data());
-    TallocationCounter counter;
-    opus->shade(unsigned(batch.samples.size()), batch.samples.data());
-    const size_t allocations = counter.allocations();
+    const size_t allocations = makeSamples(in, -1).allocationsOfASecondShade(opus);
     session.reset();
     return allocations;
 }

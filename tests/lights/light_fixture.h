@@ -18,6 +18,7 @@
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
 #include "shading/shading_session.h"
+#include "support/test_samples.h"
 
 // outColor = sum of the ambient records plus the diffuse ones times
 // max(N.L, 0); outTransparency = (lights seen, shadow fraction sum, luminance
@@ -128,11 +129,7 @@ struct TlitNetwork {
     size_t allocationsWhenShadedAgain(const std::vector<TsurfaceSample>& in);
 
 private:
-    struct Tsamples {
-        std::vector<std::vector<uint64_t>> memory;
-        std::vector<Tsample*> samples;
-    };
-    Tsamples makeSamples(const std::vector<TsurfaceSample>& in, int object);
+    TtestSamples makeSamples(const std::vector<TsurfaceSample>& in, int object);
 };
 
 // Lights under transforms in a graph of their own, asked for their record at

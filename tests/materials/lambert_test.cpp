@@ -506,7 +506,7 @@ TEST(LambertBatch, ShadingTouchesNoHeapAndMatchesOneByOne) {
     EXPECT_EQ(net.allocationsWhenShadedAgain(in), 0u);
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
-    TmaterialNetwork::Tbatch batch = net.makeBatch(in);
+    TtestSamples batch = net.makeBatch(in);
     std::vector<Tsample*>& samples = batch.samples;
     opus->shade(kBatchSize, samples.data());
     std::vector<T3Float> batched;

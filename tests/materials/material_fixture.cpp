@@ -2,28 +2,23 @@
 
 #include <cstdint>
 
-#include "support/alloc_counter.h"
-
 TshadingOpus* TmaterialNetwork::analyse() {
     init();
     return session->program(kSurfaceColorTransparency);
 }
 
-TmaterialNetwork::Tbatch TmaterialNetwork::makeBatch(const std::vector<TmaterialSample>& in) {
-    Tbatch batch;
-    unsigned size = group->sampleSize(kSurfaceColorTransparency);
-    unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
-    for (const TmaterialSample& s : in) {
-        batch.memory.emplace_back((size + 7) / 8, 0);
-        Tsample* sample = Tsample::sCreate(batch.memory.back().data(), size, fields);
-        if (sample->hasItem(kItemPointCamera)) sample->setPointCamera(s.point);
-        if (sample->hasItem(kItemNormalCamera)) sample->setNormalCamera(s.normal);
-        if (sample->hasItem(kItemRayDirection)) sample->setRayDirection(s.direction);
-        if (sample->hasItem(kItemRayDepth)) sample->setRayDepth(s.rayDepth);
-        if (sample->hasItem(kItemMediumRefractiveIndex)) sample->setMediumRefractiveIndex(s.medium);
-        if (sample->hasItem(kItemTangentUCamera)) sample->setTangentUCamera(s.tangentU);
-        if (sample->hasItem(kItemTangentVCamera)) sample->setTangentVCamera(s.tangentV);
-        batch.samples.push_back(sample);
+TtestSamples TmaterialNetwork::makeBatch(const std::vector<TmaterialSample>& in) {
+    TtestSamples batch(group, in.size());
+    for (size_t i = 0; i < in.size(); ++i) {
+        Tsample& sample = batch[i];
+        const TmaterialSample& s = in[i];
+        if (sample.hasItem(kItemPointCamera)) sample.setPointCamera(s.point);
+        if (sample.hasItem(kItemNormalCamera)) sample.setNormalCamera(s.normal);
+        if (sample.hasItem(kItemRayDirection)) sample.setRayDirection(s.direction);
+        if (sample.hasItem(kItemRayDepth)) sample.setRayDepth(s.rayDepth);
+        if (sample.hasItem(kItemMediumRefractiveIndex)) sample.setMediumRefractiveIndex(s.medium);
+        if (sample.hasItem(kItemTangentUCamera)) sample.setTangentUCamera(s.tangentU);
+        if (sample.hasItem(kItemTangentVCamera)) sample.setTangentVCamera(s.tangentV);
     }
     return batch;
 }
@@ -32,11 +27,7 @@ size_t TmaterialNetwork::allocationsWhenShadedAgain(const std::vector<TmaterialS
     TshadingOpus* opus = analyse();
     EXPECT_NE(opus, nullptr);
     if (!opus) return ~size_t(0);
-    Tbatch batch = makeBatch(in);
-    opus->shade(unsigned(batch.samples.size()), batch.samples.data());
-    TallocationCounter counter;
-    opus->shade(unsigned(batch.samples.size()), batch.samples.data());
-    const size_t allocations = counter.allocations();
+    const size_t allocations = makeBatch(in).allocationsOfASecondShade(opus);
     session.reset();
     return allocations;
 }
@@ -46,7 +37,7 @@ std::vector<TmaterialResult> TmaterialNetwork::shade(const std::vector<Tmaterial
     TshadingOpus* opus = analyse();
     EXPECT_NE(opus, nullptr);
     if (!opus) return results;
-    Tbatch batch = makeBatch(in);
+    TtestSamples batch = makeBatch(in);
     std::vector<Tsample*>& samples = batch.samples;
     opus->shade(unsigned(samples.size()), samples.data());
     for (Tsample* sample : samples) {

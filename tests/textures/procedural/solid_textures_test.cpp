@@ -263,20 +263,15 @@ TEST(SolidBump, GradientReturnsToTheSamplePointsSpace) {
 namespace {
 // A batch of samples at given placed points (placement and eye-to-world
 // are the identity): camera point and object point alike, facing +z.
-struct TsolidBatch {
-    std::vector<std::vector<uint64_t>> memory;
-    std::vector<Tsample*> samples;
-    TsolidBatch(TDNshadingEngine* group, const std::vector<T3Float>& points) {
-        unsigned size = group->sampleSize(kSurfaceColorTransparency);
-        unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
-        for (const T3Float& p : points) {
-            memory.emplace_back((size + 7) / 8, 0);
-            Tsample* s = Tsample::sCreate(memory.back().data(), size, fields);
-            if (s->hasItem(kItemRefPointCamera)) s->setRefPointCamera(p);
-            if (s->hasItem(kItemRefPointObj)) s->setRefPointObj(p);
-            if (s->hasItem(kItemPointCamera)) s->setPointCamera(p);
-            if (s->hasItem(kItemNormalCamera)) s->setNormalCamera(T3Float(0, 0, 1));
-            samples.push_back(s);
+struct TsolidBatch : TtestSamples {
+    TsolidBatch(TDNshadingEngine* group, const std::vector<T3Float>& points) : TtestSamples(group, points.size()) {
+        for (size_t i = 0; i < points.size(); ++i) {
+            Tsample& s = (*this)[i];
+            const T3Float& p = points[i];
+            if (s.hasItem(kItemRefPointCamera)) s.setRefPointCamera(p);
+            if (s.hasItem(kItemRefPointObj)) s.setRefPointObj(p);
+            if (s.hasItem(kItemPointCamera)) s.setPointCamera(p);
+            if (s.hasItem(kItemNormalCamera)) s.setNormalCamera(T3Float(0, 0, 1));
         }
     }
     const T3Float& colour(unsigned i) const { return *samples[i]->outColor(); }
@@ -358,8 +353,8 @@ TEST(SolidBatch, ShadingAllocatesNothing) {
         TshadingOpus* opus = net.analyse();
         ASSERT_NE(opus, nullptr) << type;
         TsolidBatch batch(net.group, points);
-        TallocationCounter counter;
-        opus->shade(unsigned(points.size()), batch.samples.data());
+        TallocationCounter counter;  // the first shade of the render too
+        batch.shade(opus);
         EXPECT_EQ(counter.allocations(), 0u) << type;
         EXPECT_EQ(batch.colour(0).y, 0.1f) << type << ": outside the box, the default colour";
         EXPECT_NE(batch.colour(32).y, 0.1f) << type << ": inside, the texture";
