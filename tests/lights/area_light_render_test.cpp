@@ -4,19 +4,14 @@
 // (Lambert and Phong call the light back) and with the penumbra width of
 // similar triangles (soft ray-traced shadows).
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-
 
 #include <cmath>
 #include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "lights/form_factor.h"
-#include "support/temp_dir.h"
-#include "support/test_image.h"
+#include "support/scene_render.h"
 
 namespace {
 
@@ -38,22 +33,17 @@ std::string format(const char* text, double a = 0, double b = 0, double c = 0, d
 
 // Renders `nodes` under the camera to an EXR through the program and reads it back.
 TtestImage render(const TtestTempDir& dir, const std::string& name, const std::string& nodes, const std::string& connections) {
-    const std::string scene = dir.file(name + ".json"), image = dir.file(name + ".exr"), err = dir.file(name + ".err");
-    std::ofstream(scene) << R"({"nodes": [
+    const std::string scene = R"({"nodes": [
         {"type": "transform", "name": "camXf", "attributes": {"translate": [0, 10, 0], "rotate": [-90, 0, 0]}},
         {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 8}},
         {"type": "renderQuality", "name": "defaultRenderQuality",
          "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1, "enableRaytracing": true}},
         {"type": "transform", "name": "floorXf"},
         {"type": "plane", "name": "floor", "parent": "floorXf", "attributes": {"width": 20, "height": 20}},
-        )" << nodes << R"(], "connections": [)" << connections << "]}";
-    const std::string command = std::string("'") + SHADENET_CLI + "' render '" + scene + "' -o '" + image +
-                                "' --resolution 160 120 --spp 1 --threads 2 -q >/dev/null 2>'" + err + "'";
-    int raw = std::system(command.c_str());
-    std::stringstream messages;
-    messages << std::ifstream(err).rdbuf();
-    EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 0) << messages.str();
-    return readTestImage(image);
+        )" + nodes + R"(], "connections": [)" + connections + "]}";
+    TsceneRender r = renderSceneFile(dir, name, scene, {"--resolution", "160", "120", "--spp", "1", "--threads", "2", "-q"});
+    EXPECT_EQ(r.run.status, 0) << r.run.err;
+    return r.image;
 }
 
 // A light under a transform at `centre`, turned to shine straight down, its

@@ -6,7 +6,6 @@
 
 #include "lights/light_fixture.h"
 #include "shading/render_pass_control.h"
-#include "support/alloc_counter.h"
 
 namespace {
 
@@ -69,6 +68,7 @@ TEST(LightEngine, ThreeLightsMatchTheClosedFormForEveryBatchSize) {
             expectNear(out[i].color, want, 1e-4f, "colour");
             EXPECT_EQ(out[i].info.x, 3.0f) << "every sample sees the three lights";
         }
+        EXPECT_EQ(net.allocationsWhenShadedAgain(in), 0u) << "shading with lights touches no heap";
     }
 }
 
@@ -92,7 +92,7 @@ TEST(LightEngine, SamplesSharingAnIlluminationIndexRunTheLightsOnce) {
     }
 }
 
-TEST(LightEngine, ALightMaskedOutForTheObjectLeavesNoElement) {
+TEST(LightEngine, ALightMaskedOutForTheObjectOrAbsentLeavesNoElement) {
     TlitNetwork net;
     auto* red = net.addLight("pointLight", T3Float(0, 0, 1));
     net.set(red, TlightShape::saColor(), T3Float(1, 0, 0));
@@ -113,13 +113,10 @@ TEST(LightEngine, ALightMaskedOutForTheObjectLeavesNoElement) {
         EXPECT_EQ(r.info.x, 2.0f);
         expectNear(r.color, {1, 1, 0}, 1e-5f, "both");
     }
-}
-
-TEST(LightEngine, NoLightsGivesAnEmptyArray) {
-    TlitNetwork net;
-    net.useLights();
-    auto out = net.shade(fanOfSamples(5));
-    for (const auto& r : out) {
+    // No lights at all: an empty array, and dark.
+    TlitNetwork none;
+    none.useLights();
+    for (const auto& r : none.shade(fanOfSamples(5))) {
         EXPECT_EQ(r.info.x, 0.0f);
         expectNear(r.color, {0, 0, 0}, 0, "dark");
     }
@@ -152,28 +149,6 @@ TEST(LightEngine, TheLightsProgramReadsTheOneByteObjectType) {
         ASSERT_NE(program, nullptr) << light->typeName().asC();
         EXPECT_TRUE(program->needs().test(kItemObjectType)) << light->typeName().asC();
     }
-}
-
-TEST(LightEngine, ShadingWithLightsTouchesNoHeap) {
-    ThreeLights net;
-    std::vector<TsurfaceSample> in = fanOfSamples(64);
-    TshadingOpus* opus = net.analyse();
-    ASSERT_NE(opus, nullptr);
-    unsigned size = net.group->sampleSize(kSurfaceColorTransparency);
-    unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
-    std::vector<std::vector<uint64_t>> memory;
-    std::vector<Tsample*> samples;
-    for (const auto& s : in) {
-        memory.emplace_back((size + 7) / 8, 0);
-        samples.push_back(Tsample::sCreate(memory.back().data(), size, fields));
-        samples.back()->setPointCamera(s.point);
-        samples.back()->setNormalCamera(s.normal);
-    }
-    opus->shade(64, samples.data());  // the render's first batch does the lights' first-use work
-    TallocationCounter counter;
-    opus->shade(64, samples.data());
-    EXPECT_EQ(counter.allocations(), 0u);
-    EXPECT_GT(samples[10]->outColor()->y, 0.0f);
 }
 
 // A tracer with a wall in the plane z = 1 between x0 and x1: rays that

@@ -57,27 +57,35 @@ TshadingOpus* TlitNetwork::analyse() {
     return session->program();
 }
 
+TtestSamples TlitNetwork::makeSamples(const std::vector<TsurfaceSample>& in, int object) {
+    if (object >= 0) renderGroup.object = unsigned(object);
+    TtestSamples out(group, in.size(), object >= 0 ? &batch : nullptr);
+    for (size_t i = 0; i < in.size(); ++i) {
+        out[i].setPointCamera(in[i].point);
+        out[i].setNormalCamera(in[i].normal);
+        out[i].setIlluminationIndex(in[i].illuminationIndex);
+        out[i].setReceiveShadows(in[i].receiveShadows);
+    }
+    return out;
+}
+
 std::vector<TlitNetwork::Result> TlitNetwork::shade(const std::vector<TsurfaceSample>& in, int object) {
     std::vector<Result> out;
     TshadingOpus* opus = analyse();
     EXPECT_NE(opus, nullptr);
     if (!opus) return out;
-    unsigned size = group->sampleSize(kSurfaceColorTransparency);
-    unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
-    if (object >= 0) renderGroup.object = unsigned(object);
-    std::vector<std::vector<uint64_t>> memory;
-    std::vector<Tsample*> samples;
-    for (const TsurfaceSample& s : in) {
-        memory.emplace_back((size + 7) / 8, 0);
-        Tsample* sample = Tsample::sCreate(memory.back().data(), size, fields, nullptr, object >= 0 ? &batch : nullptr);
-        sample->setPointCamera(s.point);
-        sample->setNormalCamera(s.normal);
-        sample->setIlluminationIndex(s.illuminationIndex);
-        sample->setReceiveShadows(s.receiveShadows);
-        samples.push_back(sample);
-    }
-    opus->shade(unsigned(samples.size()), samples.data());
-    for (Tsample* sample : samples) out.push_back({*sample->outColor(), *sample->outTransparency()});
+    TtestSamples samples = makeSamples(in, object);
+    samples.shade(opus);
+    for (Tsample* sample : samples.samples) out.push_back({*sample->outColor(), *sample->outTransparency()});
     session.reset();
     return out;
+}
+
+size_t TlitNetwork::allocationsWhenShadedAgain(const std::vector<TsurfaceSample>& in) {
+    TshadingOpus* opus = analyse();
+    EXPECT_NE(opus, nullptr);
+    if (!opus) return ~size_t(0);
+    const size_t allocations = makeSamples(in, -1).allocationsOfASecondShade(opus);
+    session.reset();
+    return allocations;
 }

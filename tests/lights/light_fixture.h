@@ -18,6 +18,7 @@
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
 #include "shading/shading_session.h"
+#include "support/test_samples.h"
 
 // outColor = sum of the ambient records plus the diffuse ones times
 // max(N.L, 0); outTransparency = (lights seen, shadow fraction sum, luminance
@@ -123,6 +124,12 @@ struct TlitNetwork {
     };
     // Shades one batch; with `object` the samples belong to that render object.
     std::vector<Result> shade(const std::vector<TsurfaceSample>& in, int object = -1);
+    // Heap allocations made by shading `in` a second time in one render: the
+    // first batch of a render does the lights' first-use work.
+    size_t allocationsWhenShadedAgain(const std::vector<TsurfaceSample>& in);
+
+private:
+    TtestSamples makeSamples(const std::vector<TsurfaceSample>& in, int object);
 };
 
 // Lights under transforms in a graph of their own, asked for their record at

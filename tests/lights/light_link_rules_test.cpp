@@ -97,165 +97,65 @@ TEST(LightLinkIgnoreRules, EachRowAsItsOwnCase) {
     }
 }
 
-TEST(LightLinkIgnoreRules, AnIgnoreOfAnotherLightRemovesNothing) {
-    Entries e;
-    e.add(0, G);
-    e.add(0, L | S | 1);
-    e.ignore(1, G);
-    e.ignore(2, L | 1);
-    e.removeIgnored();
-    EXPECT_FALSE(e.dead(0));
-    EXPECT_FALSE(e.dead(1));
-    EXPECT_EQ(e.count, 2);
-}
+struct Entry {
+    unsigned light;
+    uint32_t flags;
+};
 
-TEST(LightLinkIgnoreRules, EveryMatchingEntryDiesOnce) {
-    // Two group entries of one light (default set and group link) and a
-    // group ignore: both die and each leaves the count.
-    Entries e;
-    e.add(0, G | L | S);
-    e.add(0, G);
-    e.add(1, G);
-    e.ignore(0, G | L);
-    e.ignore(0, G);  // a second matching ignore must not count twice
-    e.removeIgnored();
-    EXPECT_TRUE(e.dead(0));
-    EXPECT_TRUE(e.dead(1));
-    EXPECT_FALSE(e.dead(2));
-    EXPECT_EQ(e.count, 1);
-}
+// Collections of several entries: the rule, the count the group had
+// before it, and what each entry is after (d dead, s shared, . neither).
+struct CollectionRow {
+    const char* name;
+    std::vector<Entry> entries;
+    int count;
+    std::vector<Entry> ignores;  // empty: the duplicate rule runs instead
+    const char* after;
+    int countAfter;
+};
 
-TEST(LightLinkIgnoreRules, SharedEntryTakesTheCoveredSharedOnesAlong) {
-    // One light standing for objects 0 (through a set), 1 (through a set)
-    // and 2 (direct), counted once. A group ignore covers the set entries
-    // but not the direct one: the light stays in the count.
-    Entries e;
-    e.add(0, L | S | 0 | SH);
-    e.add(0, L | S | 1 | SH);
-    e.add(0, L | 2 | SH);
-    e.count = 1;
-    e.ignore(0, G | L);
-    e.removeIgnored();
-    EXPECT_TRUE(e.dead(0));
-    EXPECT_TRUE(e.dead(1));
-    EXPECT_FALSE(e.dead(2));
-    EXPECT_EQ(e.count, 1);
-}
+const CollectionRow kCollectionRows[] = {
+    {"an ignore of another light removes nothing", {{0, G}, {0, L | S | 1}}, 2, {{1, G}, {2, L | 1}}, "..", 2},
+    // Two group entries of one light (default set and group link): both die
+    // and each leaves the count once, however many ignores match.
+    {"every matching entry dies once", {{0, G | L | S}, {0, G}, {1, G}}, 3, {{0, G | L}, {0, G}}, "dd.", 1},
+    // One light standing for objects 0 and 1 through a set and 2 directly,
+    // counted once: a group ignore takes the set entries, the light stays.
+    {"a shared entry takes the covered shared ones along", {{0, L | S | 0 | SH}, {0, L | S | 1 | SH}, {0, L | 2 | SH}}, 1,
+     {{0, G | L}}, "dds", 1},
+    {"the last shared entry leaving drops the count", {{0, L | S | 0 | SH}, {0, L | S | 1 | SH}, {1, G}}, 2, {{0, G}}, "dd.", 1},
+    {"a per-object ignore of a shared entry keeps the others", {{0, L | 0 | SH}, {0, L | 1 | SH}, {0, L | 2 | SH}}, 1, {{0, L | 1}},
+     "sds", 1},
+    {"a group entry below absorbs the entry above", {{0, G}, {0, L | 1}}, 2, {}, ".d", 1},
+    {"a group entry below takes all shared entries", {{0, G}, {0, L | 1 | SH}, {0, L | 2 | SH}}, 2, {}, ".dd", 1},
+    {"a group entry above removes the per-object one and the shared below",
+     {{0, L | 3 | SH}, {1, G}, {0, L | 4 | SH}, {0, G | L | S}}, 3, {}, "d.d.", 2},
+    {"the same object through a set and directly stands once", {{0, L | S | 5}, {0, L | 5}}, 2, {}, ".d", 1},
+    {"the same object, the upper shared, passes the share down", {{0, L | 5}, {0, L | 5 | SH}}, 2, {}, "sd", 1},
+    {"the same object, both shared, keeps the count", {{0, L | 5 | SH}, {0, L | 5 | SH}}, 1, {}, "sd", 1},
+    {"two objects of one light become shared and count once", {{0, L | 0}, {0, L | 1}, {0, L | S | 2}, {1, L | 1}}, 4, {},
+     "sss.", 2},
+};
 
-TEST(LightLinkIgnoreRules, LastSharedEntryLeavingDropsTheCount) {
-    Entries e;
-    e.add(0, L | S | 0 | SH);
-    e.add(0, L | S | 1 | SH);
-    e.add(1, G);
-    e.count = 2;
-    e.ignore(0, G);
-    e.removeIgnored();
-    EXPECT_TRUE(e.dead(0));
-    EXPECT_TRUE(e.dead(1));
-    EXPECT_FALSE(e.dead(2));
-    EXPECT_EQ(e.count, 1);
-}
-
-TEST(LightLinkIgnoreRules, PerObjectIgnoreOfASharedEntryKeepsTheOthers) {
-    Entries e;
-    e.add(0, L | 0 | SH);
-    e.add(0, L | 1 | SH);
-    e.add(0, L | 2 | SH);
-    e.count = 1;
-    e.ignore(0, L | 1);
-    e.removeIgnored();
-    EXPECT_FALSE(e.dead(0));
-    EXPECT_TRUE(e.dead(1));
-    EXPECT_FALSE(e.dead(2));
-    EXPECT_EQ(e.count, 1);
-}
-
-// removeDuplicates, one step at a time.
-TEST(LightLinkDuplicateRules, GroupEntryBelowAbsorbsTheEntryAbove) {
-    Entries e;
-    e.add(0, G);
-    e.add(0, L | 1);
-    e.removeDuplicates();
-    EXPECT_FALSE(e.dead(0));
-    EXPECT_TRUE(e.dead(1));
-    EXPECT_EQ(e.count, 1);
-}
-
-TEST(LightLinkDuplicateRules, GroupEntryBelowTakesAllSharedEntries) {
-    Entries e;
-    e.add(0, G);
-    e.add(0, L | 1 | SH);
-    e.add(0, L | 2 | SH);
-    e.count = 2;  // the group entry and the shared light
-    e.removeDuplicates();
-    EXPECT_FALSE(e.dead(0));
-    EXPECT_TRUE(e.dead(1));
-    EXPECT_TRUE(e.dead(2));
-    EXPECT_EQ(e.count, 1);
-}
-
-TEST(LightLinkDuplicateRules, GroupEntryAboveRemovesThePerObjectOneAndSharedBelow) {
-    Entries e;
-    e.add(0, L | 3 | SH);
-    e.add(1, G);
-    e.add(0, L | 4 | SH);
-    e.add(0, G | L | S);
-    e.count = 3;  // light 0 shared, light 1, light 0 for the group
-    e.removeDuplicates();
-    EXPECT_TRUE(e.dead(0));  // shared entry below the removed one
-    EXPECT_FALSE(e.dead(1));
-    EXPECT_TRUE(e.dead(2));
-    EXPECT_FALSE(e.dead(3));
-    EXPECT_EQ(e.count, 2);
-}
-
-TEST(LightLinkDuplicateRules, SameObjectTwiceStandsOnce) {
-    Entries e;
-    e.add(0, L | S | 5);  // through a set
-    e.add(0, L | 5);      // and directly
-    e.removeDuplicates();
-    EXPECT_FALSE(e.dead(0));
-    EXPECT_TRUE(e.dead(1));
-    EXPECT_FALSE(e.shared(0));
-    EXPECT_EQ(e.count, 1);
-}
-
-TEST(LightLinkDuplicateRules, SameObjectWhenTheUpperIsSharedPassesTheShareDown) {
-    Entries e;
-    e.add(0, L | 5);
-    e.add(0, L | 5 | SH);
-    e.count = 2;  // each counted on its own
-    e.removeDuplicates();
-    EXPECT_FALSE(e.dead(0));
-    EXPECT_TRUE(e.dead(1));
-    EXPECT_TRUE(e.shared(0));
-    EXPECT_EQ(e.count, 1);
-}
-
-TEST(LightLinkDuplicateRules, SameObjectWhenBothAreSharedKeepsTheCount) {
-    Entries e;
-    e.add(0, L | 5 | SH);
-    e.add(0, L | 5 | SH);
-    e.count = 1;
-    e.removeDuplicates();
-    EXPECT_FALSE(e.dead(0));
-    EXPECT_TRUE(e.dead(1));
-    EXPECT_EQ(e.count, 1);
-}
-
-TEST(LightLinkDuplicateRules, TwoObjectsOneLightBecomeSharedAndCountOnce) {
-    Entries e;
-    e.add(0, L | 0);
-    e.add(0, L | 1);
-    e.add(0, L | S | 2);
-    e.add(1, L | 1);
-    e.removeDuplicates();
-    for (unsigned i = 0; i < 3; ++i) {
-        EXPECT_FALSE(e.dead(i)) << i;
-        EXPECT_TRUE(e.shared(i)) << i;
+TEST(LightLinkRules, CollectionsOfSeveralEntries) {
+    for (const CollectionRow& row : kCollectionRows) {
+        SCOPED_TRACE(row.name);
+        Entries e;
+        for (const Entry& entry : row.entries) e.add(entry.light, entry.flags);
+        e.count = row.count;
+        for (const Entry& ignore : row.ignores) e.ignore(ignore.light, ignore.flags);
+        if (row.ignores.empty()) {
+            e.removeDuplicates();
+        } else {
+            e.removeIgnored();
+        }
+        for (unsigned i = 0; i < row.entries.size(); ++i) {
+            EXPECT_EQ(e.dead(i), row.after[i] == 'd') << "entry " << i;
+            if (row.after[i] != 'd') {
+                EXPECT_EQ(e.shared(i), row.after[i] == 's') << "entry " << i;
+            }
+        }
+        EXPECT_EQ(e.count, row.countAfter);
     }
-    EXPECT_FALSE(e.shared(3));
-    EXPECT_EQ(e.count, 2);
 }
 
 TEST(LightLinkCompaction, RowsFollowTheLiveEntries) {

@@ -2,6 +2,8 @@
 // in the link node, and the per-object answers of litBy and shadowedBy.
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "lights/light_link_scene.h"
 #include "lights/light_visibility.h"
 #include "lights/render_info.h"
@@ -11,9 +13,9 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-class LightLinkScene : public ::testing::Test {
-protected:
-    LightLinkScene() {
+// Two lights in the default set and one group of three objects.
+struct TthreeObjects {
+    TthreeObjects() {
         key = s.light("key");
         fill = s.light("fill");
         ball = s.object("ball");
@@ -27,145 +29,80 @@ protected:
     TlinkTestShape *ball, *cube, *cone;
 };
 
-TEST_F(LightLinkScene, DefaultLightSetLightsEveryObject) {
-    TDNshadingEngine* g = groupOfAll();
-    g->collectLights();
-    ASSERT_EQ(g->lights().size(), 2u);
-    for (unsigned o = 0; o < 3; ++o) EXPECT_EQ(TlinkScene::litNames(*g, o), (Names{"key", "fill"})) << o;
-    EXPECT_EQ(g->collectedLightCount(false), 2);
-    EXPECT_FALSE(g->litBy(3, key));  // no such object
-    EXPECT_FALSE(g->litBy(0, ball));  // not a light
-}
+class LightLinkScene : public ::testing::Test, public TthreeObjects {};
 
-TEST_F(LightLinkScene, GroupWithoutLinksHasNoLights) {
-    TDNshadingEngine* g = groupOfAll(false);
-    g->collectLights();
-    EXPECT_TRUE(g->lights().empty());
-    EXPECT_FALSE(g->litBy(0, key));
-    EXPECT_EQ(g->collectedLightCount(false), 0);
-}
-
-TEST_F(LightLinkScene, SameLightOnTheGroupAndAnObjectStandsOnceForTheGroup) {
-    TDNshadingEngine* g = groupOfAll();
-    s.link(key, cube);
-    g->collectLights();
-    EXPECT_EQ(g->lights().size(), 2u);
-    EXPECT_EQ(g->collectedLightCount(false), 2);
-    for (unsigned o = 0; o < 3; ++o) EXPECT_TRUE(g->litBy(o, key)) << o;
-}
-
-TEST_F(LightLinkScene, LightOnTwoObjectsCountsOnceAndSkipsTheThird) {
+// The same, with spot, a and b in no set, made before the group.
+struct TlinkCaseScene : TthreeObjects {
     TlinkTestLight* spot = s.light("spot", false);
-    TDNshadingEngine* g = groupOfAll();
-    s.link(spot, ball);
-    s.link(spot, cone);
-    g->collectLights();
-    EXPECT_EQ(g->collectedLightCount(false), 3);
-    EXPECT_EQ(g->lights().size(), 3u);
-    EXPECT_TRUE(g->litBy(0, spot));
-    EXPECT_FALSE(g->litBy(1, spot));
-    EXPECT_TRUE(g->litBy(2, spot));
-}
-
-TEST_F(LightLinkScene, IgnoreThroughASetDoesNotUndoADirectLink) {
-    TlinkTestLight* spot = s.light("spot", false);
-    TDNshadingEngine* g = groupOfAll();
-    TobjectSet* round = s.set("roundThings", {ball, cone});
-    s.link(spot, ball);
-    s.ignore(spot, round);
-    g->collectLights();
-    EXPECT_TRUE(g->litBy(0, spot));
-    EXPECT_FALSE(g->litBy(2, spot));
-}
-
-TEST_F(LightLinkScene, GroupIgnoreRemovesALinkThroughASet) {
-    TlinkTestLight* spot = s.light("spot", false);
-    TDNshadingEngine* g = groupOfAll();
-    TobjectSet* round = s.set("roundThings", {ball, cone});
-    s.link(spot, round);
-    s.ignore(spot, g);
-    g->collectLights();
-    for (unsigned o = 0; o < 3; ++o) EXPECT_FALSE(g->litBy(o, spot)) << o;
-    EXPECT_EQ(g->collectedLightCount(false), 2);
-}
-
-TEST_F(LightLinkScene, LinkThroughASetReachesItsMembersOnly) {
-    TlinkTestLight* spot = s.light("spot", false);
-    TDNshadingEngine* g = groupOfAll();
-    s.link(spot, s.set("roundThings", {ball, cone}));
-    g->collectLights();
-    EXPECT_EQ(TlinkScene::litNames(*g, 0), (Names{"key", "fill", "spot"}));
-    EXPECT_EQ(TlinkScene::litNames(*g, 1), (Names{"key", "fill"}));
-    EXPECT_EQ(TlinkScene::litNames(*g, 2), (Names{"key", "fill", "spot"}));
-    EXPECT_EQ(g->collectedLightCount(false), 3);
-}
-
-// The ignore rows again, now through the scene's links.
-TEST_F(LightLinkScene, GroupIgnoreRemovesADefaultLight) {
-    TDNshadingEngine* g = groupOfAll();
-    s.ignore(fill, g);
-    g->collectLights();
-    for (unsigned o = 0; o < 3; ++o) EXPECT_EQ(TlinkScene::litNames(*g, o), (Names{"key"})) << o;
-    EXPECT_EQ(g->collectedLightCount(false), 1);
-}
-
-TEST_F(LightLinkScene, ObjectIgnoreLeavesAGroupLight) {
-    TDNshadingEngine* g = groupOfAll();
-    s.ignore(fill, cube);
-    g->collectLights();
-    EXPECT_TRUE(g->litBy(1, fill));
-}
-
-TEST_F(LightLinkScene, DirectLinkSurvivesAGroupIgnore) {
-    TDNshadingEngine* g = groupOfAll();
-    s.ignore(fill, g);
-    s.link(fill, cube);
-    g->collectLights();
-    EXPECT_FALSE(g->litBy(0, fill));
-    EXPECT_TRUE(g->litBy(1, fill));
-    EXPECT_FALSE(g->litBy(2, fill));
-}
-
-TEST_F(LightLinkScene, DirectIgnoreRemovesADirectLinkOfTheSameObject) {
-    TlinkTestLight* spot = s.light("spot", false);
-    TDNshadingEngine* g = groupOfAll();
-    s.link(spot, ball);
-    s.link(spot, cube);
-    s.ignore(spot, cube);
-    g->collectLights();
-    EXPECT_TRUE(g->litBy(0, spot));
-    EXPECT_FALSE(g->litBy(1, spot));
-}
-
-TEST_F(LightLinkScene, LinkToAParentTransformReachesTheShape) {
-    TlinkTestLight* spot = s.light("spot", false);
-    TDNshadingEngine* g = groupOfAll();
-    s.link(spot, s.transformOf(cube));
-    g->collectLights();
-    EXPECT_FALSE(g->litBy(0, spot));
-    EXPECT_TRUE(g->litBy(1, spot));
-}
-
-TEST_F(LightLinkScene, SetOfLightsLinkedToAnObject) {
     TlinkTestLight* a = s.light("a", false);
     TlinkTestLight* b = s.light("b", false);
-    TDNshadingEngine* g = groupOfAll();
-    s.link(s.set("rig", {a, b}), cone);
-    g->collectLights();
-    EXPECT_EQ(TlinkScene::litNames(*g, 2), (Names{"key", "fill", "a", "b"}));
-    EXPECT_EQ(TlinkScene::litNames(*g, 0), (Names{"key", "fill"}));
-}
+};
 
-TEST_F(LightLinkScene, HiddenLightIsSkipped) {
-    bool off = false;
-    ASSERT_TRUE(s.transformOf(fill)->setAttributeValue(&Ttransform::saVisibility(), &off));
-    TlinkTestLight* spot = s.light("spot", false);
-    ASSERT_TRUE(s.transformOf(spot)->setAttributeValue(&Ttransform::saVisibility(), &off));
-    TDNshadingEngine* g = groupOfAll();
-    s.link(spot, ball);
-    g->collectLights();
-    EXPECT_EQ(TlinkScene::litNames(*g, 0), (Names{"key"}));
-    EXPECT_EQ(g->collectedLightCount(false), 1);
+// A scene's links, the lights of each object and the count the group keeps.
+struct LinkCase {
+    const char* name;
+    bool defaultLights;
+    std::function<void(TlinkCaseScene&, TDNshadingEngine*)> links;
+    Names lit[3];
+    int count;
+};
+
+TEST(LightLinkScenes, EachRuleOnAWholeScene) {
+    using F = TlinkCaseScene;
+    using G = TDNshadingEngine;
+    const Names kf{"key", "fill"}, kfs{"key", "fill", "spot"}, k{"key"};
+    auto hide = [](F& f, TdagNode* light) {
+        bool off = false;
+        ASSERT_TRUE(f.s.transformOf(light)->setAttributeValue(&Ttransform::saVisibility(), &off));
+    };
+    auto connect = [](F& f, TdependNode* light, G* g, const Tattribute& port) {
+        ASSERT_EQ(f.s.graph().connect(Tplug(light, &TlightShape::saLightData()), Tplug(g, &port, 0)), TconnectStatus::kOk);
+    };
+    const LinkCase cases[] = {
+        {"the default light set lights every object", true, [](F&, G*) {}, {kf, kf, kf}, 2},
+        {"a group without links has no lights", false, [](F&, G*) {}, {{}, {}, {}}, 0},
+        {"the same light on the group and an object stands once", true, [](F& f, G*) { f.s.link(f.key, f.cube); }, {kf, kf, kf}, 2},
+        {"a light on two objects counts once and skips the third", true,
+         [](F& f, G*) { f.s.link(f.spot, f.ball), f.s.link(f.spot, f.cone); }, {kfs, kf, kfs}, 3},
+        {"an ignore through a set does not undo a direct link", true,
+         [](F& f, G*) { f.s.link(f.spot, f.ball), f.s.ignore(f.spot, f.s.set("round", {f.ball, f.cone})); }, {kfs, kf, kf}, 3},
+        {"a group ignore removes a link through a set", true,
+         [](F& f, G* g) { f.s.link(f.spot, f.s.set("round", {f.ball, f.cone})), f.s.ignore(f.spot, g); }, {kf, kf, kf}, 2},
+        {"a link through a set reaches its members only", true,
+         [](F& f, G*) { f.s.link(f.spot, f.s.set("round", {f.ball, f.cone})); }, {kfs, kf, kfs}, 3},
+        {"a group ignore removes a default light", true, [](F& f, G* g) { f.s.ignore(f.fill, g); }, {k, k, k}, 1},
+        {"an object ignore leaves a group light", true, [](F& f, G*) { f.s.ignore(f.fill, f.cube); }, {kf, kf, kf}, 2},
+        {"a direct link survives a group ignore", true, [](F& f, G* g) { f.s.ignore(f.fill, g), f.s.link(f.fill, f.cube); },
+         {k, kf, k}, 2},
+        {"a direct ignore removes a direct link of the same object", true,
+         [](F& f, G*) { f.s.link(f.spot, f.ball), f.s.link(f.spot, f.cube), f.s.ignore(f.spot, f.cube); }, {kfs, kf, kf}, 3},
+        {"a link to a parent transform reaches the shape", true, [](F& f, G*) { f.s.link(f.spot, f.s.transformOf(f.cube)); },
+         {kf, kfs, kf}, 3},
+        {"a set of lights linked to an object", true, [](F& f, G*) { f.s.link(f.s.set("rig", {f.a, f.b}), f.cone); },
+         {kf, kf, {"key", "fill", "a", "b"}}, 4},
+        {"a hidden light is skipped", true, [&](F& f, G*) { hide(f, f.fill), hide(f, f.spot), f.s.link(f.spot, f.ball); }, {k, k, k},
+         1},
+        {"light data connected to the group lights every object", false,
+         [&](F& f, G* g) { connect(f, f.spot, g, G::saLinkedLights()); }, {{"spot"}, {"spot"}, {"spot"}}, 1},
+        {"light data on the ignore port removes the light", true, [&](F& f, G* g) { connect(f, f.key, g, G::saIgnoredLights()); },
+         {{"fill"}, {"fill"}, {"fill"}}, 1},
+    };
+    for (const LinkCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        TlinkCaseScene f;
+        G* g = f.groupOfAll(c.defaultLights);
+        c.links(f, g);
+        g->collectLights();
+        for (unsigned o = 0; o < 3; ++o) EXPECT_EQ(TlinkScene::litNames(*g, o), c.lit[o]) << "object " << o;
+        EXPECT_EQ(g->collectedLightCount(false), c.count);
+        EXPECT_FALSE(g->litBy(3, f.key)) << "no such object";
+        EXPECT_FALSE(g->litBy(0, f.ball)) << "not a light";
+        // Collecting again gives the same tables.
+        const std::vector<TdependNode*> first = g->lights();
+        g->collectLights();
+        EXPECT_EQ(g->lights(), first);
+        EXPECT_EQ(TlinkScene::litNames(*g, 1), c.lit[1]);
+    }
 }
 
 TEST_F(LightLinkScene, LightOutsideTheRenderLayerIsSkipped) {
@@ -175,35 +112,6 @@ TEST_F(LightLinkScene, LightOutsideTheRenderLayerIsSkipped) {
     g->collectLights();
     TdagPathUtils::setRenderLayerFilter(previous);
     EXPECT_EQ(TlinkScene::litNames(*g, 0), (Names{"fill"}));
-}
-
-TEST_F(LightLinkScene, LightDataConnectedToTheGroupLightsEveryObject) {
-    TlinkTestLight* spot = s.light("spot", false);
-    TDNshadingEngine* g = groupOfAll(false);
-    ASSERT_EQ(s.graph().connect(Tplug(spot, &TlightShape::saLightData()), Tplug(g, &TDNshadingEngine::saLinkedLights(), 0)),
-              TconnectStatus::kOk);
-    g->collectLights();
-    for (unsigned o = 0; o < 3; ++o) EXPECT_EQ(TlinkScene::litNames(*g, o), (Names{"spot"})) << o;
-}
-
-TEST_F(LightLinkScene, LightDataOnTheIgnorePortRemovesTheLight) {
-    TDNshadingEngine* g = groupOfAll();
-    ASSERT_EQ(s.graph().connect(Tplug(key, &TlightShape::saLightData()), Tplug(g, &TDNshadingEngine::saIgnoredLights(), 0)),
-              TconnectStatus::kOk);
-    g->collectLights();
-    EXPECT_EQ(TlinkScene::litNames(*g, 1), (Names{"fill"}));
-}
-
-TEST_F(LightLinkScene, RecollectingGivesTheSameTables) {
-    TlinkTestLight* spot = s.light("spot", false);
-    TDNshadingEngine* g = groupOfAll();
-    s.link(spot, cube);
-    g->collectLights();
-    const std::vector<TdependNode*> first = g->lights();
-    g->collectLights();
-    EXPECT_EQ(g->lights(), first);
-    EXPECT_TRUE(g->litBy(1, spot));
-    EXPECT_FALSE(g->litBy(0, spot));
 }
 
 TEST_F(LightLinkScene, LinkingToTheDefaultSetNeedsTheGroupFlag) {
@@ -242,44 +150,35 @@ protected:
     TDNshadingEngine* g;
 };
 
-TEST_F(ShadowLinkScene, ObeyingLightLinksShadowsWhatIsLit) {
-    s.setShadowSwitches(true, false);
-    g->collectLights();
-    for (unsigned o = 0; o < 3; ++o) EXPECT_EQ(TlinkScene::litNames(*g, o, true), TlinkScene::litNames(*g, o)) << o;
-    EXPECT_TRUE(g->shadowedBy(1, spot));
-    EXPECT_FALSE(g->shadowedBy(0, spot));
-}
-
-TEST_F(ShadowLinkScene, ObeyingShadowLinksUsesOnlyThem) {
-    s.setShadowSwitches(false, true);
-    g->collectLights();
-    EXPECT_EQ(TlinkScene::litNames(*g, 0, true), (Names{"key", "spot"}));
-    EXPECT_TRUE(TlinkScene::litNames(*g, 1, true).empty());
-    EXPECT_TRUE(TlinkScene::litNames(*g, 2, true).empty());
-    EXPECT_EQ(g->collectedLightCount(true), 2);
-    // The light table is untouched by shadow links.
-    EXPECT_EQ(TlinkScene::litNames(*g, 0), (Names{"key", "fill"}));
-}
-
-TEST_F(ShadowLinkScene, ObeyingBothNeedsALightAndAShadowLink) {
-    s.setShadowSwitches(true, true);
-    g->collectLights();
-    EXPECT_TRUE(g->shadowedBy(0, key));
-    EXPECT_FALSE(g->shadowedBy(0, spot));  // shadow-linked but does not light the ball
-    EXPECT_FALSE(g->shadowedBy(1, spot));  // lights the cube but is not shadow-linked to it
-}
-
-TEST_F(ShadowLinkScene, ObeyingNeitherShadowsEveryObjectByEveryLight) {
-    s.setShadowSwitches(false, false);
-    g->collectLights();
-    for (unsigned o = 0; o < 3; ++o) EXPECT_EQ(TlinkScene::litNames(*g, o, true), (Names{"key", "fill", "spot"})) << o;
-}
-
-TEST_F(ShadowLinkScene, ShadowIgnoreRemovesAShadowLink) {
-    s.setShadowSwitches(false, true);
-    s.shadowIgnore(key, ball);
-    g->collectLights();
-    EXPECT_EQ(TlinkScene::litNames(*g, 0, true), (Names{"spot"}));
+TEST_F(ShadowLinkScene, TheSwitchesDecideWhichLinksCastShadows) {
+    // Lit: the ball and the cone by key and fill, the cube by all three.
+    const Names all{"key", "fill", "spot"}, kf{"key", "fill"};
+    struct Case {
+        const char* name;
+        bool light, shadow, ignoreKeyOnBall;
+        Names shadowed[3];
+        int count;
+    };
+    const Case cases[] = {
+        {"obeying light links shadows what is lit", true, false, false, {kf, all, kf}, 3},
+        {"obeying shadow links uses only them", false, true, false, {{"key", "spot"}, {}, {}}, 2},
+        // The count is the shadow links' (key and spot); light links only
+        // narrow what each object is shadowed by.
+        {"obeying both needs a light and a shadow link", true, true, false, {{"key"}, {}, {}}, 2},
+        {"obeying neither shadows every object by every light", false, false, false, {all, all, all}, 3},
+        {"a shadow ignore removes a shadow link", false, true, true, {{"spot"}, {}, {}}, 1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        s.setShadowSwitches(c.light, c.shadow);
+        if (c.ignoreKeyOnBall) s.shadowIgnore(key, ball);
+        g->collectLights();
+        for (unsigned o = 0; o < 3; ++o) EXPECT_EQ(TlinkScene::litNames(*g, o, true), c.shadowed[o]) << o;
+        EXPECT_EQ(g->collectedLightCount(true), c.count);
+        // The light table is untouched by shadow links.
+        EXPECT_EQ(TlinkScene::litNames(*g, 0), kf);
+        EXPECT_EQ(TlinkScene::litNames(*g, 1), all);
+    }
 }
 
 TEST_F(ShadowLinkScene, ModesSetThroughTheGlobalsGiveTheSameTables) {

@@ -304,39 +304,26 @@ TEST(RenderListBase, NoDefaultsMeansOnlyAdditions) {
     EXPECT_TRUE(out.empty());
 }
 
-TEST(ShadowLinkMode, ModesSetBothSwitches) {
+TEST(ShadowLinkMode, ModesSetBothSwitchesAndOthersChangeNothing) {
     struct Case {
         int mode;
-        bool light, shadow;
+        bool startLight, startShadow, light, shadow;
     };
-    // Each case starts from the opposite of its result, so no case passes by
-    // leaving things alone.
-    const Case cases[] = {{0, false, false}, {1, false, true}, {2, true, false}};
+    // Each known mode starts from the opposite of its result, so no case
+    // passes by leaving things alone.
+    const Case cases[] = {{0, true, true, false, false},   {1, true, false, false, true},   {2, false, true, true, false},
+                          {3, false, true, false, true},   {-1, true, false, true, false},  {17, false, true, false, true},
+                          {17, true, false, true, false}};
     for (const Case& c : cases) {
         TlinkScene s;
         TdnRenderGlobals* g = s.globals();
-        s.setShadowSwitches(!c.light, !c.shadow);
+        s.setShadowSwitches(c.startLight, c.startShadow);
         g->setShadowLinkMode(TdnRenderGlobals::TshadowLinkMode(c.mode));
         bool light = !c.light, shadow = !c.shadow;
         g->getAttributeValue(&TdnRenderGlobals::saShadowsObeyLightLinking(), &light);
         g->getAttributeValue(&TdnRenderGlobals::saShadowsObeyShadowLinking(), &shadow);
         EXPECT_EQ(light, c.light) << c.mode;
         EXPECT_EQ(shadow, c.shadow) << c.mode;
-    }
-}
-
-TEST(ShadowLinkMode, OtherModesChangeNothing) {
-    for (int mode : {3, -1, 17}) {
-        for (bool start : {false, true}) {
-            TlinkScene s;
-            s.setShadowSwitches(start, !start);
-            s.globals()->setShadowLinkMode(TdnRenderGlobals::TshadowLinkMode(mode));
-            bool light = !start, shadow = start;
-            s.globals()->getAttributeValue(&TdnRenderGlobals::saShadowsObeyLightLinking(), &light);
-            s.globals()->getAttributeValue(&TdnRenderGlobals::saShadowsObeyShadowLinking(), &shadow);
-            EXPECT_EQ(light, start) << mode;
-            EXPECT_EQ(shadow, !start) << mode;
-        }
     }
 }
 

@@ -2,18 +2,12 @@
 // `shadenet render`, compared with ray-traced shadows of the same scene, and
 // maps written by one render and reused by the next.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-
 
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
-#include <vector>
 
-#include "support/temp_dir.h"
-#include "support/test_image.h"
+#include "support/scene_render.h"
 
 namespace {
 constexpr int kSize = 96;
@@ -51,14 +45,9 @@ const char* kSpot = R"({"type": "transform", "name": "lightXf", "attributes": {"
 
 // Renders `scene` (written into `dir` as `name`) to an EXR and reads it back.
 TtestImage render(const TtestTempDir& dir, const std::string& name, const std::string& scene, std::string& err) {
-    const std::string file = dir.file(name + ".json"), image = dir.file(name + ".exr"), log = dir.file(name + ".err");
-    std::ofstream(file) << scene;
-    const std::string command = std::string("'") + SHADENET_CLI + "' render '" + file + "' -o '" + image + "' -q --threads 2 >/dev/null 2>'" + log + "'";
-    const int raw = std::system(command.c_str());
-    std::ifstream in(log);
-    err.assign(std::istreambuf_iterator<char>(in), {});
-    if (!WIFEXITED(raw) || WEXITSTATUS(raw) != 0) return {};
-    return readTestImage(image);
+    TsceneRender r = renderSceneFile(dir, name, scene, {"-q", "--threads", "2"});
+    err = r.run.err;
+    return r.image;
 }
 
 // Pixels whose colour differs by more than `tolerance` in any channel.

@@ -2,18 +2,12 @@
 // `shadenet render`, read back and compared at every pixel centre with the
 // closed form of N.L times the cone's ramp and dropoff.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-
 
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <string>
-#include <vector>
 
-#include "support/temp_dir.h"
-#include "support/test_image.h"
+#include "support/scene_render.h"
 
 namespace {
 constexpr double kDeg = 3.14159265358979323846 / 180;
@@ -59,14 +53,10 @@ TEST(SpotLightRender, PixelsFollowTheConeOnAFloorBelow) {
     TtestTempDir dir;
     for (const Tspot& s : spots) {
         SCOPED_TRACE(std::to_string(s.cone) + " " + std::to_string(s.penumbra));
-        const std::string scene = dir.file("spot.json"), image = dir.file("spot.exr");
-        std::ofstream(scene) << sceneFor(s);
-        std::string command = std::string("'") + SHADENET_CLI + "' render '" + scene + "' -o '" + image +
-                              "' -q --threads 1 --spp 1 --resolution " + std::to_string(kSize) + " " + std::to_string(kSize) +
-                              " >/dev/null 2>&1";
-        int status = std::system(command.c_str());
-        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
-        const TtestImage rendered = readTestImage(image);
+        const std::string size = std::to_string(kSize);
+        TsceneRender r = renderSceneFile(dir, "spot", sceneFor(s), {"-q", "--threads", "1", "--spp", "1", "--resolution", size, size});
+        ASSERT_EQ(r.run.status, 0) << r.run.err;
+        const TtestImage& rendered = r.image;
         ASSERT_EQ(rendered.width, kSize);
         ASSERT_EQ(rendered.height, kSize);
 

@@ -9,7 +9,6 @@
 #include "materials/material_fixture.h"
 #include "materials/material_support.h"
 #include "shading/light_callbacks.h"
-#include "support/alloc_counter.h"
 
 namespace {
 T3Float mul3(const T3Float& a, const T3Float& b) { return {a.x * b.x, a.y * b.y, a.z * b.z}; }
@@ -498,25 +497,22 @@ TEST(LambertBatch, ShadingTouchesNoHeapAndMatchesOneByOne) {
     net.set(TdnLambert::saTranslucenceCoeff(), 0.3f);
     for (unsigned k = 0; k < 4; ++k)
         net.setLight(k, pointLightRecord(T3Float(float(k), 3, 1), T3Float(1, 0.5f, 0.25f), 2, int(k), T3Float(0, 0, -5)));
+    std::vector<TmaterialSample> in(kBatchSize);
+    for (unsigned i = 0; i < kBatchSize; ++i) {
+        float t = float(i) / kBatchSize;
+        in[i].normal = normalize(T3Float(t - 0.5f, 0.3f, 1));
+        in[i].direction = normalize(T3Float(0.2f, -t, -1));
+    }
+    EXPECT_EQ(net.allocationsWhenShadedAgain(in), 0u);
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
-    unsigned size = net.group->sampleSize(kSurfaceColorTransparency);
-    unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
-    std::vector<std::vector<uint64_t>> memory(kBatchSize, std::vector<uint64_t>((size + 7) / 8, 0));
-    std::vector<Tsample*> samples;
-    for (unsigned i = 0; i < kBatchSize; ++i) {
-        samples.push_back(Tsample::sCreate(memory[i].data(), size, fields));
-        float t = float(i) / kBatchSize;
-        samples.back()->setNormalCamera(normalize(T3Float(t - 0.5f, 0.3f, 1)));
-        samples.back()->setRayDirection(normalize(T3Float(0.2f, -t, -1)));
-    }
+    TtestSamples batch = net.makeBatch(in);
+    std::vector<Tsample*>& samples = batch.samples;
     opus->shade(kBatchSize, samples.data());
     std::vector<T3Float> batched;
     for (Tsample* s : samples) batched.push_back(*s->outColor());
-    TallocationCounter counter;
-    for (int round = 0; round < 3; ++round) opus->shade(kBatchSize, samples.data());
-    EXPECT_EQ(counter.allocations(), 0u);
-    for (unsigned i = 0; i < kBatchSize; ++i) EXPECT_TRUE(*samples[i]->outColor() == batched[i]) << i;
+    opus->shade(kBatchSize, samples.data());
+    for (unsigned i = 0; i < kBatchSize; ++i) EXPECT_TRUE(*samples[i]->outColor() == batched[i]) << i << ": again, the same";
     // One sample at a time through the same program gives the same colours.
     for (unsigned i = 0; i < kBatchSize; i += 9) {
         opus->shade(1, &samples[i]);

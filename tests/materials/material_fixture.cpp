@@ -7,27 +7,38 @@ TshadingOpus* TmaterialNetwork::analyse() {
     return session->program(kSurfaceColorTransparency);
 }
 
+TtestSamples TmaterialNetwork::makeBatch(const std::vector<TmaterialSample>& in) {
+    TtestSamples batch(group, in.size());
+    for (size_t i = 0; i < in.size(); ++i) {
+        Tsample& sample = batch[i];
+        const TmaterialSample& s = in[i];
+        if (sample.hasItem(kItemPointCamera)) sample.setPointCamera(s.point);
+        if (sample.hasItem(kItemNormalCamera)) sample.setNormalCamera(s.normal);
+        if (sample.hasItem(kItemRayDirection)) sample.setRayDirection(s.direction);
+        if (sample.hasItem(kItemRayDepth)) sample.setRayDepth(s.rayDepth);
+        if (sample.hasItem(kItemMediumRefractiveIndex)) sample.setMediumRefractiveIndex(s.medium);
+        if (sample.hasItem(kItemTangentUCamera)) sample.setTangentUCamera(s.tangentU);
+        if (sample.hasItem(kItemTangentVCamera)) sample.setTangentVCamera(s.tangentV);
+    }
+    return batch;
+}
+
+size_t TmaterialNetwork::allocationsWhenShadedAgain(const std::vector<TmaterialSample>& in) {
+    TshadingOpus* opus = analyse();
+    EXPECT_NE(opus, nullptr);
+    if (!opus) return ~size_t(0);
+    const size_t allocations = makeBatch(in).allocationsOfASecondShade(opus);
+    session.reset();
+    return allocations;
+}
+
 std::vector<TmaterialResult> TmaterialNetwork::shade(const std::vector<TmaterialSample>& in) {
     std::vector<TmaterialResult> results;
     TshadingOpus* opus = analyse();
     EXPECT_NE(opus, nullptr);
     if (!opus) return results;
-    unsigned size = group->sampleSize(kSurfaceColorTransparency);
-    unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
-    std::vector<std::vector<uint64_t>> memory;
-    std::vector<Tsample*> samples;
-    for (const TmaterialSample& s : in) {
-        memory.emplace_back((size + 7) / 8, 0);
-        Tsample* sample = Tsample::sCreate(memory.back().data(), size, fields);
-        if (sample->hasItem(kItemPointCamera)) sample->setPointCamera(s.point);
-        if (sample->hasItem(kItemNormalCamera)) sample->setNormalCamera(s.normal);
-        if (sample->hasItem(kItemRayDirection)) sample->setRayDirection(s.direction);
-        if (sample->hasItem(kItemRayDepth)) sample->setRayDepth(s.rayDepth);
-        if (sample->hasItem(kItemMediumRefractiveIndex)) sample->setMediumRefractiveIndex(s.medium);
-        if (sample->hasItem(kItemTangentUCamera)) sample->setTangentUCamera(s.tangentU);
-        if (sample->hasItem(kItemTangentVCamera)) sample->setTangentVCamera(s.tangentV);
-        samples.push_back(sample);
-    }
+    TtestSamples batch = makeBatch(in);
+    std::vector<Tsample*>& samples = batch.samples;
     opus->shade(unsigned(samples.size()), samples.data());
     for (Tsample* sample : samples) {
         TmaterialResult r;

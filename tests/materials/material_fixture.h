@@ -19,6 +19,7 @@
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
 #include "shading/shading_session.h"
+#include "support/test_samples.h"
 
 // Traces nothing: answers every ray with fixed values and keeps a copy of
 // the rays it was given (fixed storage, so tracing touches no heap).
@@ -122,6 +123,11 @@ struct TmaterialNetwork {
     // returns the engine's results.
     std::vector<TmaterialResult> shadeBoth(const std::vector<TmaterialSample>& in);
     TmaterialResult shadeOne(const TmaterialSample& s = {}) { return shadeBoth({s}).at(0); }
+    // Samples laid out for the group's program, holding `in`.
+    TtestSamples makeBatch(const std::vector<TmaterialSample>& in);
+    // Heap allocations made by shading `in` a second time in one render (a
+    // first run may set up shared state). The render ends after it.
+    size_t allocationsWhenShadedAgain(const std::vector<TmaterialSample>& in);
 };
 
 // A point light's record at `point`: intensity flat within unit distance,

@@ -33,6 +33,13 @@ inline TrenderRun renderText(const std::string& text, const TrenderOptions& opti
     return run;
 }
 
+// A `w` by `h` render at `spp` samples per pixel on `threads` threads.
+inline TrenderOptions renderOptions(int w, int h, int threads = 1, int spp = 1) {
+    TrenderOptions o;
+    o.width = w, o.height = h, o.threads = threads, o.samplesPerPixel = spp;
+    return o;
+}
+
 inline void writeFile(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
 
 // A scene: a camera on +Z looking at the origin, then `nodes` (JSON object
@@ -52,4 +59,20 @@ inline std::string testGroup(const std::string& name, int mode, const std::strin
 }
 inline std::string testConnection(const std::string& name) {
     return "[\"" + name + ".outColor\", \"" + name + "SG.surfaceShader\"]";
+}
+
+// The default camera: a 35 mm lens over a 36 mm gate.
+constexpr float kDefaultTanHalfWidth = 36.0f / 70.0f;
+
+// The camera-space direction through a pixel centre of the default camera
+// rendering a `w` by `h` image.
+inline T3Float defaultCameraRay(int px, int py, int w, int h) {
+    float x = (2 * (float(px) + 0.5f) / float(w) - 1) * kDefaultTanHalfWidth;
+    float y = (1 - 2 * (float(py) + 0.5f) / float(h)) * kDefaultTanHalfWidth * float(h) / float(w);
+    return normalize(T3Float(x, y, -1));
+}
+
+inline T3Float rgb(const TframeBuffer& image, int x, int y) {
+    const float* p = image.pixel(x, y);
+    return {p[0], p[1], p[2]};
 }

@@ -11,23 +11,8 @@
 #include "support/temp_dir.h"
 
 namespace {
-constexpr float kTanHalfWidth = 36.0f / 70.0f;  // the default camera: 35 mm lens, 36 mm gate
-
 // The one-pixel box filter makes each pixel its centre sample.
 const char* kSharp = R"({"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1}})";
-
-TrenderOptions options(int w, int h, int threads = 1, int spp = 1) {
-    TrenderOptions o;
-    o.width = w, o.height = h, o.threads = threads, o.samplesPerPixel = spp;
-    return o;
-}
-
-// The camera-space direction through a pixel centre of the default camera.
-T3Float pixelDirection(int px, int py, int w, int h) {
-    float x = (2 * (float(px) + 0.5f) / float(w) - 1) * kTanHalfWidth;
-    float y = (1 - 2 * (float(py) + 0.5f) / float(h)) * kTanHalfWidth * float(h) / float(w);
-    return normalize(T3Float(x, y, -1));
-}
 
 // Distance along `d` from the origin to a sphere, or -1; `margin` is the
 // discriminant's distance from a grazing hit.
@@ -36,11 +21,6 @@ float hitSphere(const T3Float& d, const T3Float& centre, float radius, float& ma
     float disc = b * b - (dot(centre, centre) - radius * radius);
     margin = std::fabs(disc);
     return disc < 0 ? -1 : b - std::sqrt(disc);
-}
-
-T3Float rgb(const TframeBuffer& image, int x, int y) {
-    const float* p = image.pixel(x, y);
-    return {p[0], p[1], p[2]};
 }
 }  // namespace
 
@@ -68,14 +48,14 @@ TEST(RenderImage, SphereShadingMatchesTheClosedFormAtEveryPixel) {
         std::string nodes = std::string(xf) + R"(, {"type": "sphere", "name": "ball", "parent": "ballXf", "attributes": {"radius": )" +
                             std::to_string(c.radius) + "}}, " + testGroup("surf", c.mode, R"("|ballXf|ball")", attrs) + ", " +
                             kSharp;
-        TrenderRun run = renderText(sceneText(nodes, testConnection("surf")), options(w, h));
+        TrenderRun run = renderText(sceneText(nodes, testConnection("surf")), renderOptions(w, h));
         ASSERT_TRUE(run.ok) << run.error;
         ASSERT_TRUE(run.warnings.empty());
         T3Float centre = c.centre - T3Float(0, 0, 5);
         int hits = 0;
         for (int py = 0; py < h; ++py)
             for (int px = 0; px < w; ++px) {
-                T3Float d = pixelDirection(px, py, w, h);
+                T3Float d = defaultCameraRay(px, py, w, h);
                 float margin;
                 float t = hitSphere(d, centre, c.radius, margin);
                 if (margin < 0.02f) continue;  // the silhouette may fall either way
@@ -107,7 +87,7 @@ TEST(RenderImage, ARayThatHitsNothingGivesTheBackground) {
     std::string nodes = R"({"type": "transform", "name": "far", "attributes": {"translate": [40, 0, 0]}}, {"type": "sphere", "name": "ball", "parent": "far"}, )" +
                         testGroup("surf", TrendererTestSurface::kFlat, R"("|far|ball")");
     for (int spp : {1, 4}) {
-        TrenderRun run = renderText(sceneText(nodes, testConnection("surf"), camera), options(24, 16, 1, spp));
+        TrenderRun run = renderText(sceneText(nodes, testConnection("surf"), camera), renderOptions(24, 16, 1, spp));
         ASSERT_TRUE(run.ok) << run.error;
         for (int y = 0; y < 16; ++y)
             for (int x = 0; x < 24; ++x) {
@@ -129,7 +109,7 @@ TEST(RenderImage, EveryPixelFilterReproducesAFlatColour) {
                               filter + R"(", "pixelFilterWidthX": 3}})";
         std::string nodes = R"({"type": "transform", "name": "wall", "attributes": {"rotate": [90, 0, 0]}}, {"type": "plane", "name": "card", "parent": "wall", "attributes": {"width": 100, "height": 100}}, )" +
                             testGroup("surf", TrendererTestSurface::kFlat, R"("|wall|card")", R"("color": [0.25, 0.5, 0.75])") + ", " + quality;
-        TrenderRun run = renderText(sceneText(nodes, testConnection("surf")), options(20, 14, 2, 4));
+        TrenderRun run = renderText(sceneText(nodes, testConnection("surf")), renderOptions(20, 14, 2, 4));
         ASSERT_TRUE(run.ok) << run.error;
         for (int y = 0; y < 14; ++y)
             for (int x = 0; x < 20; ++x) {
@@ -158,7 +138,7 @@ TEST(RenderImage, TransparentSurfacesShowWhatLiesBehind) {
     for (const Case& c : {Case{true, {0.5f, 0.4f, 0}, 1.0f}, Case{false, {0.5f, 0, 0.5f}, 1.0f}}) {
         std::string nodes = card + (c.withWall ? ", " + wall : "") + ", " + kSharp;
         std::string links = testConnection("glass") + (c.withWall ? ", " + testConnection("paint") : "");
-        TrenderRun run = renderText(sceneText(nodes, links, camera), options(8, 6));
+        TrenderRun run = renderText(sceneText(nodes, links, camera), renderOptions(8, 6));
         ASSERT_TRUE(run.ok) << run.error;
         const float* p = run.image.pixel(4, 3);
         EXPECT_NEAR(p[0], c.colour.x, 1e-5f);
@@ -194,7 +174,7 @@ TEST(RenderImage, ObjMeshesWithAndWithoutNormalsAndUvs) {
         writeFile(dir.file("quad.obj"), c.obj);
         std::string nodes = std::string(R"({"type": "mesh", "name": "quad", "attributes": {"fileName": "quad.obj", "smoothNormals": )") +
                             (c.smooth ? "true" : "false") + "}}, " + testGroup("surf", c.mode, R"("quad")") + ", " + kSharp;
-        TrenderRun run = renderText(sceneText(nodes, testConnection("surf"), camera), options(w, h), dir.file("scene.json"));
+        TrenderRun run = renderText(sceneText(nodes, testConnection("surf"), camera), renderOptions(w, h), dir.file("scene.json"));
         ASSERT_TRUE(run.ok) << run.error;
         for (int py = 0; py < h; ++py)
             for (int px = 0; px < w; ++px) {

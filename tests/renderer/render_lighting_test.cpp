@@ -10,7 +10,6 @@
 #include "renderer/render_fixture.h"
 
 namespace {
-constexpr float kTanHalfWidth = 36.0f / 70.0f;  // the default camera: 35 mm lens, 36 mm gate
 constexpr int kW = 80, kH = 60;
 
 std::string quality(bool rayTracing) {
@@ -18,29 +17,12 @@ std::string quality(bool rayTracing) {
            (rayTracing ? "true" : "false") + R"(, "reflections": 2, "refractions": 2}})";
 }
 
-TrenderOptions options() {
-    TrenderOptions o;
-    o.width = kW, o.height = kH, o.threads = 1, o.samplesPerPixel = 1;
-    return o;
-}
-
-T3Float pixelDirection(int px, int py) {
-    float x = (2 * (float(px) + 0.5f) / float(kW) - 1) * kTanHalfWidth;
-    float y = (1 - 2 * (float(py) + 0.5f) / float(kH)) * kTanHalfWidth * float(kH) / float(kW);
-    return normalize(T3Float(x, y, -1));
-}
-
 // The pixel that sees a world point of the fixture's camera (at z = 5).
 void pixelOf(const T3Float& world, int& px, int& py) {
     T3Float c = world - T3Float(0, 0, 5);
-    float nx = c.x / -c.z / kTanHalfWidth, ny = c.y / -c.z / (kTanHalfWidth * float(kH) / float(kW));
+    float nx = c.x / -c.z / kDefaultTanHalfWidth, ny = c.y / -c.z / (kDefaultTanHalfWidth * float(kH) / float(kW));
     px = int(std::floor((nx + 1) / 2 * float(kW)));
     py = int(std::floor((1 - ny) / 2 * float(kH)));
-}
-
-T3Float rgb(const TframeBuffer& image, int x, int y) {
-    const float* p = image.pixel(x, y);
-    return {p[0], p[1], p[2]};
 }
 
 std::string node(const char* format, double a = 0, double b = 0, double c = 0) {
@@ -50,7 +32,7 @@ std::string node(const char* format, double a = 0, double b = 0, double c = 0) {
 }
 
 TrenderRun render(const std::string& nodes, const std::string& connections) {
-    return renderText(sceneText(nodes, connections), options());
+    return renderText(sceneText(nodes, connections), renderOptions(kW, kH));
 }
 }  // namespace
 
@@ -92,7 +74,7 @@ TEST(RenderLighting, LambertSphereUnderADirectionalLightMatchesTheClosedForm) {
         int checked = 0, lit = 0;
         for (int py = 0; py < kH; py += 3)
             for (int px = 0; px < kW; px += 3) {
-                T3Float d = pixelDirection(px, py);
+                T3Float d = defaultCameraRay(px, py, kW, kH);
                 float b = dot(d, centre), disc = b * b - (dot(centre, centre) - 1);
                 if (disc < 0.05f) continue;  // background or too near the silhouette
                 T3Float n = normalize(d * (b - std::sqrt(disc)) - centre);

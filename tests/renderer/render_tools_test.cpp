@@ -1,47 +1,17 @@
 // The render and swatch commands on real files, and the ray sampler that
 // materials trace through.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <OpenImageIO/imageio.h>
 
 #include <cmath>
-#include <fstream>
-#include <sstream>
 
 #include "renderer/ray_tracer.h"
 #include "renderer/render_fixture.h"
 #include "renderer/renderer_test_surface.h"
 #include "renderer/swatch.h"
 #include "shading/shading_engine.h"
+#include "support/program_run.h"
 #include "support/temp_dir.h"
-
-namespace {
-struct ProgramRun {
-    int status = -1;
-    std::string out, err;
-};
-
-ProgramRun run(const TtestTempDir& dir, const std::string& arguments) {
-    const std::string out = dir.file("out.txt"), err = dir.file("err.txt");
-    int raw = std::system((std::string("'") + SHADENET_CLI + "' " + arguments + " >'" + out + "' 2>'" + err + "'").c_str());
-    ProgramRun r;
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    std::stringstream o, e;
-    o << std::ifstream(out).rdbuf();
-    e << std::ifstream(err).rdbuf();
-    r.out = o.str(), r.err = e.str();
-    return r;
-}
-
-// Width, height and channels of an image file; zeros when unreadable.
-std::array<int, 3> imageShape(const std::string& path) {
-    auto in = OIIO::ImageInput::open(path);
-    if (!in) return {0, 0, 0};
-    const OIIO::ImageSpec header = in->spec_dimensions(0);
-    return {header.width, header.height, header.nchannels};
-}
-}  // namespace
+#include "support/test_image.h"
 
 TEST(RenderTools, RenderWritesEachFormatByExtension) {
     TtestTempDir dir;
@@ -49,10 +19,13 @@ TEST(RenderTools, RenderWritesEachFormatByExtension) {
     for (const char* extension : {"png", "exr", "tif"}) {
         SCOPED_TRACE(extension);
         std::string image = dir.file(std::string("smoke.") + extension);
-        ProgramRun r = run(dir, "render '" + scene + "' -o '" + image + "' --resolution 32 24 --spp 2 --threads 2");
+        TprogramRun r = runProgram(SHADENET_CLI, {"render", scene, "-o", image, "--resolution", "32", "24", "--spp", "2", "--threads", "2"});
         EXPECT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(r.out, image + "\n");
-        EXPECT_EQ(imageShape(image), (std::array<int, 3>{32, 24, 4}));
+        const TtestImage written = readTestImage(image);
+        EXPECT_EQ(written.width, 32);
+        EXPECT_EQ(written.height, 24);
+        EXPECT_EQ(written.channels, 4);
     }
 }
 
@@ -61,18 +34,19 @@ TEST(RenderTools, RenderFailuresNameTheFileAndExitWithOne) {
     writeFile(dir.file("nomesh.json"), sceneText(R"({"type": "mesh", "name": "m", "attributes": {"fileName": "lost.obj"}})"));
     writeFile(dir.file("broken.json"), "{\"nodes\": [}");
     struct Case {
-        std::string arguments, message;
+        std::vector<std::string> arguments;
+        std::string message;
         int status;
     };
     const Case cases[] = {
-        {"render '" + dir.file("nomesh.json") + "' -o '" + dir.file("a.png") + "'", "lost.obj: mesh file not found", 1},
-        {"render '" + dir.file("broken.json") + "' -o '" + dir.file("a.png") + "'", "broken.json:1:", 1},
-        {"render '" + dir.file("absent.json") + "' -o '" + dir.file("a.png") + "'", "absent.json", 1},
-        {"render '" + dir.file("nomesh.json") + "' --spp 0", "", 2},
+        {{"render", dir.file("nomesh.json"), "-o", dir.file("a.png")}, "lost.obj: mesh file not found", 1},
+        {{"render", dir.file("broken.json"), "-o", dir.file("a.png")}, "broken.json:1:", 1},
+        {{"render", dir.file("absent.json"), "-o", dir.file("a.png")}, "absent.json", 1},
+        {{"render", dir.file("nomesh.json"), "--spp", "0"}, "", 2},
     };
     for (const Case& c : cases) {
-        ProgramRun r = run(dir, c.arguments);
-        EXPECT_EQ(r.status, c.status) << c.arguments << "\n" << r.err;
+        TprogramRun r = runProgram(SHADENET_CLI, c.arguments);
+        EXPECT_EQ(r.status, c.status) << c.arguments[1] << "\n" << r.err;
         EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
     }
 }

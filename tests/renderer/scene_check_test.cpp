@@ -41,17 +41,6 @@ std::string twoBalls(const std::string& leftTransform, const std::string& extraN
     ], "connections": [["red.outColor", "redSG.surfaceShader"], ["green.outColor", "greenSG.surfaceShader"]]})";
 }
 
-TrenderOptions sharp() {
-    TrenderOptions o;
-    o.threads = 1, o.samplesPerPixel = 1, o.width = kSize, o.height = kSize;
-    return o;
-}
-
-T3Float rgb(const TframeBuffer& image, int x, int y) {
-    const float* p = image.pixel(x, y);
-    return {p[0], p[1], p[2]};
-}
-
 // Loads `text` and runs the check on it.
 std::vector<TsceneIssue> issuesOf(const std::string& text, const TsceneCheckOptions& options = {}) {
     TdependGraph graph;
@@ -66,7 +55,7 @@ std::vector<TsceneIssue> issuesOf(const std::string& text, const TsceneCheckOpti
 TEST(SceneCheck, ZeroScaleHidesAnObjectAndChangesNothingElse) {
     // The reference: the same scene with the left ball left out by the
     // ordinary road, its transform's visibility.
-    TrenderRun reference = renderText(twoBalls("\"visibility\": false"), sharp());
+    TrenderRun reference = renderText(twoBalls("\"visibility\": false"), renderOptions(kSize, kSize));
     ASSERT_TRUE(reference.ok) << reference.error;
     // Left ball centre (x = -1 is pixel 4) shows the background; right ball's is green.
     EXPECT_EQ(rgb(reference.image, 4, 8), kBackground);
@@ -87,7 +76,7 @@ TEST(SceneCheck, ZeroScaleHidesAnObjectAndChangesNothingElse) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        TrenderRun run = renderText(twoBalls(c.leftTransform, c.extraNodes, c.leftRadius), sharp());
+        TrenderRun run = renderText(twoBalls(c.leftTransform, c.extraNodes, c.leftRadius), renderOptions(kSize, kSize));
         ASSERT_TRUE(run.ok) << run.error;
         for (int y = 0; y < kSize; ++y)
             for (int x = 0; x < kSize; ++x)
@@ -96,15 +85,15 @@ TEST(SceneCheck, ZeroScaleHidesAnObjectAndChangesNothingElse) {
 
     // A flattened parent hides everything under it, and a tiny but whole
     // scale still draws the ball (red at its centre).
-    TrenderRun parent = renderText(twoBalls("") , sharp());
+    TrenderRun parent = renderText(twoBalls("") , renderOptions(kSize, kSize));
     ASSERT_TRUE(parent.ok) << parent.error;
     EXPECT_EQ(rgb(parent.image, 4, 8), T3Float(1, 0, 0));
     std::string flatParent = twoBalls("");
     flatParent.replace(flatParent.find(R"("name": "holder"})"), 17, R"("name": "holder", "attributes": {"scale": [1, 0, 1]}})");
-    TrenderRun hidden = renderText(flatParent, sharp());
+    TrenderRun hidden = renderText(flatParent, renderOptions(kSize, kSize));
     ASSERT_TRUE(hidden.ok) << hidden.error;
     EXPECT_EQ(rgb(hidden.image, 4, 8), kBackground);
-    TrenderRun tiny = renderText(twoBalls(R"("scale": [1e-4, 1e-4, 1e-4])", "", "8000"), sharp());
+    TrenderRun tiny = renderText(twoBalls(R"("scale": [1e-4, 1e-4, 1e-4])", "", "8000"), renderOptions(kSize, kSize));
     ASSERT_TRUE(tiny.ok) << tiny.error;
     EXPECT_EQ(rgb(tiny.image, 4, 8), T3Float(1, 0, 0));
 }
@@ -162,7 +151,7 @@ TEST(SceneCheck, FindsEachClassOfProblemOnTheNodeAndAttributeAtFault) {
         // A render refuses exactly the errors, naming the same place, and
         // leaves the image untouched.
         if (c.kind == K::kError && c.node != "m") {
-            TrenderRun run = renderText(text, sharp());
+            TrenderRun run = renderText(text, renderOptions(kSize, kSize));
             EXPECT_FALSE(run.ok);
             EXPECT_NE(run.error.find(issue.text()), std::string::npos) << run.error;
             EXPECT_EQ(run.image.width(), 0);
@@ -184,7 +173,7 @@ TEST(SceneCheck, ALoopIsReportedWhereTheEngineCutsIt) {
     EXPECT_NE(issues[0].message.find("('blendA' -> 'blendB' -> 'blendA')"), std::string::npos) << issues[0].message;
     EXPECT_NE(issues[0].message.find("where 'blendA.output' feeds 'blendB.color1'"), std::string::npos) << issues[0].message;
     // And it renders.
-    EXPECT_TRUE(renderText(text, sharp()).ok);
+    EXPECT_TRUE(renderText(text, renderOptions(kSize, kSize)).ok);
 }
 
 TEST(SceneCheck, MeshProblemsAreFoundByReadingTheFile) {
@@ -214,7 +203,7 @@ TEST(SceneCheck, MeshProblemsAreFoundByReadingTheFile) {
         Trenderer renderer;
         TframeBuffer image;
         std::string error;
-        EXPECT_FALSE(renderer.render(graph, dir.file("scene.json"), sharp(), image, error));
+        EXPECT_FALSE(renderer.render(graph, dir.file("scene.json"), renderOptions(kSize, kSize), image, error));
         EXPECT_NE(error.find(c.message), std::string::npos) << error;
     }
 }

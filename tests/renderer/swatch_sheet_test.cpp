@@ -4,36 +4,19 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <sys/wait.h>
 
 #include <OpenImageIO/imageio.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstdint>
-#include <fstream>
-#include <sstream>
 
 #include "renderer/render_fixture.h"
+#include "support/program_run.h"
 #include "support/temp_dir.h"
 
 namespace {
-struct Trun {
-    int status = -1;
-    std::string out, err;
-};
-
-Trun shadenet(const TtestTempDir& dir, const std::string& arguments) {
-    const std::string out = dir.file("out.txt"), err = dir.file("err.txt");
-    int raw = std::system((std::string("'") + SHADENET_CLI + "' " + arguments + " >'" + out + "' 2>'" + err + "'").c_str());
-    Trun r;
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    std::stringstream o, e;
-    o << std::ifstream(out).rdbuf();
-    e << std::ifstream(err).rdbuf();
-    r.out = o.str(), r.err = e.str();
-    return r;
-}
+TprogramRun shadenet(const std::vector<std::string>& arguments) { return runProgram(SHADENET_CLI, arguments); }
 
 // An 8-bit RGB image as read back from a file.
 struct Timage {
@@ -71,8 +54,8 @@ double meanLuma(const Timage& image, int x0, int y0, int x1, int y1) {
 }
 
 // The registered types the program knows, with their classifications.
-std::vector<std::pair<std::string, std::string>> programTypes(const TtestTempDir& dir) {
-    Trun r = shadenet(dir, "nodes --json");
+std::vector<std::pair<std::string, std::string>> programTypes() {
+    TprogramRun r = shadenet({"nodes", "--json"});
     EXPECT_EQ(r.status, 0) << r.err;
     std::vector<std::pair<std::string, std::string>> types;
     for (const auto& t : nlohmann::json::parse(r.out)) types.emplace_back(t["type"].get<std::string>(), t["classification"].get<std::string>());
@@ -94,7 +77,7 @@ unsigned checkEverySwatch(bool materials) {
     TtestTempDir dir;
     constexpr int kSize = 40;
     unsigned checked = 0;
-    for (const auto& [type, classification] : programTypes(dir)) {
+    for (const auto& [type, classification] : programTypes()) {
         const bool texture = under(classification, "texture") || std::find(kFamily2d.begin(), kFamily2d.end(), type) != kFamily2d.end();
         const bool material = classification == "shader/surface";
         if (materials ? !material : !texture) continue;
@@ -102,7 +85,7 @@ unsigned checkEverySwatch(bool materials) {
         if (type == "layeredTexture") continue;
         SCOPED_TRACE(type + " (" + classification + ")");
         const std::string file = dir.file(type + ".png");
-        Trun r = shadenet(dir, "swatch " + type + " -o '" + file + "' --size " + std::to_string(kSize) + " --spp 1");
+        TprogramRun r = shadenet({"swatch", type, "-o", file, "--size", std::to_string(kSize), "--spp", "1"});
         if (r.status != 0 && r.err.find("cannot make a node") != std::string::npos) continue;  // an abstract base
         EXPECT_EQ(r.status, 0) << r.err;
         Timage image = readImage(file);
@@ -145,7 +128,7 @@ TEST(Swatches, ATextureOfASceneFileFillsTheCardWithItsOwnSettings) {
                            {"type": "sphere", "name": "ball", "parent": "ballXf"})",
                         R"(["p.outUV", "checks.uvCoord"])"));
     const std::string file = dir.file("checks.png");
-    Trun r = shadenet(dir, "swatch '" + dir.file("checks.json") + ":checks' -o '" + file + "' --size 32 --spp 1");
+    TprogramRun r = shadenet({"swatch", dir.file("checks.json") + ":checks", "-o", file, "--size", "32", "--spp", "1"});
     ASSERT_EQ(r.status, 0) << r.err;
     Timage image = readImage(file);
     ASSERT_EQ(image.width, 32);
@@ -190,7 +173,7 @@ TEST(Swatches, AMaterialOfAFileWithLightLinksSwatchesAsWithout) {
     int k = 0;
     for (const char* name : {"plain", "linked"}) {
         const std::string file = dir.file(std::string(name) + ".png");
-        Trun r = shadenet(dir, "swatch '" + dir.file(std::string(name) + ".json") + ":clay' -o '" + file + "' --size 32 --spp 1");
+        TprogramRun r = shadenet({"swatch", dir.file(std::string(name) + ".json") + ":clay", "-o", file, "--size", "32", "--spp", "1"});
         ASSERT_EQ(r.status, 0) << name << ": " << r.err;
         images[k] = readImage(file);
         ASSERT_EQ(images[k].width, kSize) << name;
@@ -207,9 +190,9 @@ TEST(Swatches, TheContactSheetHoldsEachSwatchLabelledInReadingOrder) {
     TtestTempDir dir;
     const std::vector<std::string>& types = kFamily2d;
     constexpr int kSize = 20;  // narrower than the longer labels
-    const std::string common = " --size " + std::to_string(kSize) + " --spp 1";
+    const std::string size = std::to_string(kSize);
     const std::string sheetFile = dir.file("sheet.png");
-    Trun r = shadenet(dir, "swatch --sheet textures-2d -o '" + sheetFile + "'" + common);
+    TprogramRun r = shadenet({"swatch", "--sheet", "textures-2d", "-o", sheetFile, "--size", size, "--spp", "1"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out, sheetFile + "\n");
     Timage sheet = readImage(sheetFile);
@@ -219,7 +202,7 @@ TEST(Swatches, TheContactSheetHoldsEachSwatchLabelledInReadingOrder) {
     for (const std::string& type : types) {
         SCOPED_TRACE(type);
         const std::string own = dir.file(type + ".png");
-        ASSERT_EQ(shadenet(dir, "swatch " + type + " -o '" + own + "'" + common).status, 0);
+        ASSERT_EQ(shadenet({"swatch", type, "-o", own, "--size", size, "--spp", "1"}).status, 0);
         Timage swatch = readImage(own);
         ASSERT_EQ(swatch.width, kSize);
         std::vector<std::pair<int, int>> at;
@@ -260,15 +243,17 @@ TEST(Swatches, TheContactSheetHoldsEachSwatchLabelledInReadingOrder) {
 TEST(Swatches, UsageErrorsExitWithTwoAndSayWhy) {
     TtestTempDir dir;
     struct Case {
-        std::string arguments, message;
+        std::vector<std::string> arguments;
+        std::string message;
     } cases[] = {
-        {"swatch", "give either a node type"},
-        {"swatch checker --sheet textures-2d", "give either a node type"},
-        {"swatch --sheet textures-9d", "unknown contact sheet 'textures-9d' (known: textures-2d, textures-3d)"},
+        {{"swatch"}, "give either a node type"},
+        {{"swatch", "checker", "--sheet", "textures-2d"}, "give either a node type"},
+        {{"swatch", "--sheet", "textures-9d"}, "unknown contact sheet 'textures-9d' (known: textures-2d, textures-3d)"},
     };
-    for (const Case& c : cases) {
-        Trun r = shadenet(dir, c.arguments + " -o '" + dir.file("x.png") + "'");
-        EXPECT_EQ(r.status, 2) << c.arguments;
-        EXPECT_NE(r.err.find(c.message), std::string::npos) << c.arguments << ": " << r.err;
+    for (Case c : cases) {
+        c.arguments.insert(c.arguments.end(), {"-o", dir.file("x.png")});
+        TprogramRun r = shadenet(c.arguments);
+        EXPECT_EQ(r.status, 2) << c.arguments.size();
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << c.message << ": " << r.err;
     }
 }

@@ -3,13 +3,12 @@
 // lends its unit and range to its children; a later note refines an earlier.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <memory>
 #include <sstream>
 
 #include "framework/attribute_notes.h"
 #include "framework/host/depend_graph.h"
 #include "scene/scene_test_node.h"
+#include "support/program_run.h"
 
 namespace {
 // Registered once for the test node, as a class file would: the family note
@@ -28,13 +27,6 @@ const Tattribute& attributeOf(TdependNodeMetaClass& type, const char* name) {
     return *list[0];
 }
 
-std::string output(const std::string& command) {
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    std::stringstream text;
-    char buffer[4096];
-    for (size_t n; pipe && (n = fread(buffer, 1, sizeof buffer, pipe.get())) > 0;) text.write(buffer, std::streamsize(n));
-    return text.str();
-}
 }  // namespace
 
 TEST(AttributeNotes, NotesRefineAndChildrenShareTheirParentsUnitAndRange) {
@@ -84,7 +76,7 @@ TEST(AttributeNotes, TypesWithoutNotesStillListEveryAttributeWithItsSoftRange) {
 }
 
 TEST(AttributeNotes, NodesCommandShowsMeaningUnitAndRange) {
-    const std::string text = output(std::string("'") + SHADENET_CLI + "' nodes spotLight");
+    const std::string text = runProgram(SHADENET_CLI, {"nodes", "spotLight"}).out;
     std::stringstream lines(text);
     bool cone = false, child = false;
     for (std::string line; std::getline(lines, line);) {

@@ -1,7 +1,6 @@
 // The shadenet program itself: nodes listings against the classes they
 // describe, and check on good and bad files.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <fstream>
 #include <sstream>
@@ -9,32 +8,11 @@
 #include "framework/host/depend_graph.h"
 #include "scene/value_codec.h"
 #include "shading/shading_engine.h"
+#include "support/program_run.h"
 #include "support/temp_dir.h"
 
 namespace {
-struct ProgramRun {
-    int status = -1;
-    std::string out, err;
-};
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-ProgramRun run(const std::string& arguments) {
-    TtestTempDir dir;
-    const std::string out = dir.file("out.txt"), err = dir.file("err.txt");
-    const std::string command = std::string("'") + SHADENET_CLI + "' " + arguments + " >'" + out + "' 2>'" + err + "'";
-    int raw = std::system(command.c_str());
-    ProgramRun r;
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.out = slurp(out);
-    r.err = slurp(err);
-    return r;
-}
+TprogramRun run(const std::vector<std::string>& arguments) { return runProgram(SHADENET_CLI, arguments); }
 
 std::vector<std::vector<std::string>> rowsOf(const std::string& text) {
     std::vector<std::vector<std::string>> rows;
@@ -53,7 +31,7 @@ const char* const kLibraryTypes[] = {"objectSet", "shadingEngine", "transform"};
 }  // namespace
 
 TEST(CommandLineNodes, ListsEveryTypeWithItsTagAndFacts) {
-    ProgramRun r = run("nodes");
+    TprogramRun r = run({"nodes"});
     ASSERT_EQ(r.status, 0) << r.err;
     auto rows = rowsOf(r.out);
     for (const char* name : kLibraryTypes) {
@@ -71,7 +49,7 @@ TEST(CommandLineNodes, ListsEveryTypeWithItsTagAndFacts) {
         EXPECT_TRUE(found) << name;
     }
 
-    ProgramRun json = run("nodes --json");
+    TprogramRun json = run({"nodes", "--json"});
     ASSERT_EQ(json.status, 0) << json.err;
     TsceneJson list = TsceneJson::parse(json.out);
     ASSERT_TRUE(list.is_array());
@@ -86,7 +64,7 @@ TEST(CommandLineNodes, ListsEveryTypeWithItsTagAndFacts) {
 }
 
 TEST(CommandLineNodes, ShadingEngineShowsDefaultShadowsWithChildrenAndTags) {
-    ProgramRun r = run("nodes shadingEngine --details");
+    TprogramRun r = run({"nodes", "shadingEngine", "--details"});
     ASSERT_EQ(r.status, 0) << r.err;
     auto rows = rowsOf(r.out);
     const Tattribute& shadows = TDNshadingEngine::saDefaultShadows();
@@ -110,7 +88,7 @@ TEST(CommandLineNodes, ShadingEngineShowsDefaultShadowsWithChildrenAndTags) {
     }
 
     // The JSON form lists the class's whole attribute table in order.
-    ProgramRun json = run("nodes shadingEngine --json");
+    TprogramRun json = run({"nodes", "shadingEngine", "--json"});
     ASSERT_EQ(json.status, 0) << json.err;
     TsceneJson doc = TsceneJson::parse(json.out);
     EXPECT_EQ(doc["tag"], "SHAD");
@@ -130,9 +108,9 @@ TEST(CommandLineNodes, ShadingEngineShowsDefaultShadowsWithChildrenAndTags) {
 }
 
 TEST(CommandLineNodes, UnknownTypeIsAUsageError) {
-    for (const char* arguments : {"nodes noSuchType", "nodes noSuchType --json"}) {
-        ProgramRun r = run(arguments);
-        EXPECT_EQ(r.status, 2) << arguments;
+    for (bool json : {false, true}) {
+        TprogramRun r = run(json ? std::vector<std::string>{"nodes", "noSuchType", "--json"} : std::vector<std::string>{"nodes", "noSuchType"});
+        EXPECT_EQ(r.status, 2) << json;
         EXPECT_NE(r.err.find("unknown node type 'noSuchType'"), std::string::npos) << r.err;
         EXPECT_TRUE(r.out.empty());
     }
@@ -140,7 +118,7 @@ TEST(CommandLineNodes, UnknownTypeIsAUsageError) {
 
 TEST(CommandLineCheck, GoodFilesPassAndBadOnesNameTheirPlace) {
     const std::string example = std::string(SHADENET_SOURCE_DIR) + "/examples/basic.json";
-    ProgramRun good = run("check '" + example + "'");
+    TprogramRun good = run({"check", example});
     EXPECT_EQ(good.status, 0) << good.err;
     EXPECT_NE(good.out.find("ok, 6 nodes, 1 connection\n"), std::string::npos) << good.out;
 
@@ -149,14 +127,14 @@ TEST(CommandLineCheck, GoodFilesPassAndBadOnesNameTheirPlace) {
     std::ofstream(bad) << "{\n  \"nodes\": [\n    {\"type\": \"transform\", \"name\": \"t\"},\n"
                           "    {\"type\": \"lamp\", \"name\": \"l\"}\n  ],\n"
                           "  \"connections\": [[\"t.visibility\", \"t.nothing\"]]\n}\n";
-    ProgramRun r = run("check '" + bad + "'");
+    TprogramRun r = run({"check", bad});
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find(bad + ":4:14: unknown node type 'lamp'"), std::string::npos) << r.err;
     EXPECT_NE(r.err.find(bad + ":6:36: bad plug 't.nothing'"), std::string::npos) << r.err;
 
-    ProgramRun missing = run("check '" + dir.file("missing.json") + "'");
+    TprogramRun missing = run({"check", dir.file("missing.json")});
     EXPECT_EQ(missing.status, 1);
     EXPECT_NE(missing.err.find("No such file or directory"), std::string::npos);
     // One bad file among good ones fails the whole run.
-    EXPECT_EQ(run("check '" + example + "' '" + bad + "'").status, 1);
+    EXPECT_EQ(run({"check", example, bad}).status, 1);
 }

@@ -78,19 +78,36 @@ TEST(ImageNameExpansion, WorkedExamples) {
     EXPECT_EQ(TimageName::fixNumberPattern("img_@@@.%e").str(), "img_%3n.%e");
 }
 
-TEST(ImageNameExpansion, TagsAndPercentTokensGiveTheSameValues) {
-    const Tinputs in = with([](Tinputs& i) {
+TEST(ImageNameExpansion, TokensTagsAndTheValuesTheyTake) {
+    const Tinputs fgV2 = with([](Tinputs& i) {
         i.layer = "fg";
         i.version = "v2";
     });
     runCases({
-        {"<Scene>/<Layer>/<Camera>.<Version>.<Extension>", in, "shot/fg/persp.v2.iff"},
-        {"%s/%l/%c.%v.%e", in, "shot/fg/persp.v2.iff"},
-        // Unknown tokens and tags stay as they are.
-        {"%q<Shot>%s", in, "%q<Shot>shot"},
-        // Tokens are case-sensitive.
-        {"%S<scene>", in, "%S<scene>"},
+        // Tags and percent tokens give the same values.
+        {"<Scene>/<Layer>/<Camera>.<Version>.<Extension>", fgV2, "shot/fg/persp.v2.iff"},
+        {"%s/%l/%c.%v.%e", fgV2, "shot/fg/persp.v2.iff"},
+        // Unknown tokens and tags stay as they are; tokens are case-sensitive.
+        {"%q<Shot>%s", fgV2, "%q<Shot>shot"},
+        {"%S<scene>", fgV2, "%S<scene>"},
+        // An empty layer leaves no trace.
+        {"%/l%s%_l<Layer>.%e", {}, "shot.iff"},
+        {"%/l%s%_l<Layer>.%e", with([](Tinputs& i) { i.layer = "fg"; }), "fg/shot_fgfg.iff"},
+        // Pass and field join the layer and the camera.
+        {"%l/%c", with([](Tinputs& i) { i.layer = "fg"; i.pass = "specular"; }), "fg_specular/persp"},
+        {"%l/%c", with([](Tinputs& i) { i.pass = "specular"; }), "specular/persp"},
+        {"%_l%s", with([](Tinputs& i) { i.pass = "specular"; }), "_specularshot"},
+        {"%l/%c", with([](Tinputs& i) { i.field = "odd"; }), "/persp_odd"},
+        {"%/c%s", with([](Tinputs& i) { i.camera = ""; i.field = "even"; }), "even/shot"},
+        // Namespace and path separators in values become underscores...
+        {"%s", with([](Tinputs& i) { i.scene = "a:b|c"; }), "a_b_c"},
+        {"%c", with([](Tinputs& i) { i.camera = "|group|cam:shape"; }), "_group_cam_shape"},
+        {"%/l%s", with([](Tinputs& i) { i.layer = "ns:fg"; i.pass = "p|q"; }), "ns_fg_p_q/shot"},
+        {"<Camera>", with([](Tinputs& i) { i.camera = "x:y"; i.field = "o|d"; }), "x_y_o_d"},
+        // ...and only in values: the pattern's own text stands.
+        {"C:/out|x/%s", with([](Tinputs& i) { i.scene = "a:b"; }), "C:/out|x/a_b"},
     });
+    EXPECT_EQ(TimageNameProbe::replaceFormat("%/k", "k", "<K>", "n:s").str(), "n_s/");
 }
 
 TEST(ImageNameExpansion, SeparatorsStandOnlyBeforeAValue) {
@@ -119,36 +136,7 @@ TEST(ImageNameExpansion, SeparatorsStandOnlyBeforeAValue) {
     }
 }
 
-TEST(ImageNameExpansion, EmptyLayerLeavesNoTrace) {
-    runCases({
-        {"%/l%s%_l<Layer>.%e", {}, "shot.iff"},
-        {"%/l%s%_l<Layer>.%e", with([](Tinputs& i) { i.layer = "fg"; }), "fg/shot_fgfg.iff"},
-    });
-}
-
-TEST(ImageNameExpansion, PassAndFieldJoinLayerAndCamera) {
-    runCases({
-        {"%l/%c", with([](Tinputs& i) { i.layer = "fg"; i.pass = "specular"; }), "fg_specular/persp"},
-        {"%l/%c", with([](Tinputs& i) { i.pass = "specular"; }), "specular/persp"},
-        {"%_l%s", with([](Tinputs& i) { i.pass = "specular"; }), "_specularshot"},
-        {"%l/%c", with([](Tinputs& i) { i.field = "odd"; }), "/persp_odd"},
-        {"%/c%s", with([](Tinputs& i) { i.camera = ""; i.field = "even"; }), "even/shot"},
-    });
-}
-
-TEST(ImageNameExpansion, NamespaceAndPathSeparatorsBecomeUnderscores) {
-    runCases({
-        {"%s", with([](Tinputs& i) { i.scene = "a:b|c"; }), "a_b_c"},
-        {"%c", with([](Tinputs& i) { i.camera = "|group|cam:shape"; }), "_group_cam_shape"},
-        {"%/l%s", with([](Tinputs& i) { i.layer = "ns:fg"; i.pass = "p|q"; }), "ns_fg_p_q/shot"},
-        {"<Camera>", with([](Tinputs& i) { i.camera = "x:y"; i.field = "o|d"; }), "x_y_o_d"},
-        // Only values are changed: the pattern's own text stands.
-        {"C:/out|x/%s", with([](Tinputs& i) { i.scene = "a:b"; }), "C:/out|x/a_b"},
-    });
-    EXPECT_EQ(TimageNameProbe::replaceFormat("%/k", "k", "<K>", "n:s").str(), "n_s/");
-}
-
-TEST(ImageNameFrames, TokenFormsAndSeparators) {
+TEST(ImageNameFrames, TokenFormsSeparatorsAndEveryTokenReplaced) {
     runCases({
         {"%s.#", {}, "shot.0007"},  // "#" is four digits, not one
         {"%s%.4n", {}, "shot.0007"},
@@ -160,11 +148,6 @@ TEST(ImageNameFrames, TokenFormsAndSeparators) {
         {"%s.%004n", {}, "shot.0007"},
         {"%s.@@@@@@", {}, "shot.000007"},
         {"%s.@@@@@@@", {}, "shot.0000077"},  // seven "@": six, then one
-    });
-}
-
-TEST(ImageNameFrames, EveryFrameTokenIsReplaced) {
-    runCases({
         {"%s.%4n.%2n", {}, "shot.0007.07"},
         {"%/n%s.%4n.%e", {}, "7/shot.0007.iff"},
         {"%n%n%n", with([](Tinputs& i) { i.frame = 3; }), "333"},

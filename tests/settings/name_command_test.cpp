@@ -1,53 +1,14 @@
 // The name subcommand, run as a user runs it.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "support/temp_dir.h"
+#include "support/program_run.h"
 
 namespace {
 
-struct Trun {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-// Runs the program with `args`, without a shell, so patterns need no quoting.
-Trun runCli(const std::vector<std::string>& args) {
-    TtestTempDir dir;
-    const std::string outFile = dir.file("out"), errFile = dir.file("err");
-    Trun run;
-    const pid_t pid = fork();
-    if (pid == 0) {
-        if (!freopen(outFile.c_str(), "w", stdout) || !freopen(errFile.c_str(), "w", stderr)) _exit(127);
-        std::vector<char*> argv;
-        std::string program = SHADENET_CLI;
-        argv.push_back(program.data());
-        std::vector<std::string> copy = args;
-        for (std::string& a : copy) argv.push_back(a.data());
-        argv.push_back(nullptr);
-        execv(program.c_str(), argv.data());
-        _exit(127);
-    }
-    int raw = 0;
-    if (pid > 0 && waitpid(pid, &raw, 0) == pid && WIFEXITED(raw)) run.status = WEXITSTATUS(raw);
-    auto slurp = [](const std::string& path) {
-        std::ifstream in(path);
-        std::stringstream s;
-        s << in.rdbuf();
-        return s.str();
-    };
-    run.out = slurp(outFile);
-    run.err = slurp(errFile);
-    return run;
-}
+TprogramRun runCli(const std::vector<std::string>& args) { return runProgram(SHADENET_CLI, args); }
 
 }  // namespace
 
@@ -73,7 +34,7 @@ TEST(NameCommand, ExpandsPatterns) {
         {{"name", "%s.%4n", "--scene", "a:b|c", "--frame", "7"}, "a_b_c.\n"},  // not animated: no number
     };
     for (const Tcase& c : cases) {
-        const Trun run = runCli(c.args);
+        const TprogramRun run = runCli(c.args);
         EXPECT_EQ(run.status, 0) << c.args[1] << ": " << run.err;
         EXPECT_EQ(run.out, c.out) << c.args[1];
         EXPECT_EQ(run.err, "") << c.args[1];
@@ -93,12 +54,12 @@ TEST(NameCommand, RepairsPatterns) {
         {{"name", "--fix", "%s"}, "%s\n"},
     };
     for (const Tcase& c : cases) {
-        const Trun run = runCli(c.args);
+        const TprogramRun run = runCli(c.args);
         EXPECT_EQ(run.status, 0) << c.args[2] << ": " << run.err;
         EXPECT_EQ(run.out, c.out) << c.args[2];
     }
     // The warning about the repair is shown on request, on stderr only.
-    const Trun verbose = runCli({"name", "--fix", "render", "--need-camera", "--verbose"});
+    const TprogramRun verbose = runCli({"name", "--fix", "render", "--need-camera", "--verbose"});
     EXPECT_EQ(verbose.out, "%/crender\n");
     EXPECT_NE(verbose.err.find("%/crender"), std::string::npos) << verbose.err;
 }
@@ -119,7 +80,7 @@ TEST(NameCommand, BadRequestsExitWithStatusTwo) {
         {{"name", std::string(5000, 'x')}, "longer"},
     };
     for (const Tcase& c : cases) {
-        const Trun run = runCli(c.args);
+        const TprogramRun run = runCli(c.args);
         const std::string what = c.args.size() > 1 ? c.args.back().substr(0, 20) : "no pattern";
         EXPECT_EQ(run.status, 2) << what;
         EXPECT_EQ(run.out, "") << what;

@@ -3,21 +3,17 @@
 // centre), read back and compared with closed forms of Beer-Lambert
 // attenuation along each pixel's ray.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <OpenImageIO/imageio.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "support/temp_dir.h"
-#include "support/test_image.h"
+#include "support/scene_render.h"
 
 namespace {
 constexpr double kDeg = 3.14159265358979323846 / 180;
@@ -25,15 +21,12 @@ constexpr int kSize = 24;         // pixels, square
 constexpr double kViewWidth = 8;  // scene units across the orthographic view
 
 // Renders `scene` and reads the image back; fails the test when either fails.
-TtestImage render(const TtestTempDir& dir, const std::string& scene, const std::string& options = "") {
-    const std::string path = dir.file("fog.json"), image = dir.file("fog.exr");
-    std::ofstream(path) << scene;
-    const std::string command = std::string("'") + SHADENET_CLI + "' render '" + path + "' -o '" + image +
-                                "' -q --threads 2 --spp 1 --resolution " + std::to_string(kSize) + " " + std::to_string(kSize) +
-                                " " + options + " >/dev/null 2>&1";
-    const int status = std::system(command.c_str());
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
-    return readTestImage(image);
+TtestImage render(const TtestTempDir& dir, const std::string& scene, std::vector<std::string> options = {}) {
+    const std::string size = std::to_string(kSize);
+    options.insert(options.begin(), {"-q", "--threads", "2", "--spp", "1", "--resolution", size, size});
+    TsceneRender r = renderSceneFile(dir, "fog", scene, options);
+    EXPECT_EQ(r.run.status, 0) << r.run.err;
+    return r.image;
 }
 
 // Scene units of a pixel centre across the view, from its left or top edge.
@@ -227,7 +220,7 @@ constexpr double kBeamHeight = 3.5, kBeamLength = 6, kBeamHalfAngle = 20;  // ap
 // A spot light pointing down with its fog in a cone that matches its own,
 // seen from the side against black, with `more` nodes.
 TtestImage renderBeam(const TtestTempDir& dir, const std::string& spotAttributes, const std::string& more,
-                      const std::string& options = "") {
+                      const std::vector<std::string>& options = {}) {
     const double radius = kBeamLength * std::tan(kBeamHalfAngle * kDeg);
     char fog[2048];
     std::snprintf(fog, sizeof fog, R"(,
@@ -284,7 +277,7 @@ TEST(FogRender, SpotLightFogLiesInsideTheConeOnly) {
 // diffuse and ambient terms, which that pass leaves out.
 TEST(FogRender, TheSpecularPassHoldsNoLightFog) {
     TtestTempDir dir;
-    const TtestImage image = renderBeam(dir, "", "", "--pass specular");
+    const TtestImage image = renderBeam(dir, "", "", {"--pass", "specular"});
     ASSERT_EQ(image.width, kSize);
     std::unique_ptr<OIIO::ImageInput> in = OIIO::ImageInput::open(dir.file("fog.exr"));
     ASSERT_TRUE(in);

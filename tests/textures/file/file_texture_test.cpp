@@ -59,32 +59,28 @@ struct TfileNetwork {
         TshadingOpus* opus = net.analyse();
         EXPECT_NE(opus, nullptr);
         if (!opus) return {};
-        unsigned size = net.group->sampleSize(kSurfaceColorTransparency);
-        unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
-        std::vector<std::vector<uint64_t>> memory;
-        std::vector<Tsample*> samples;
-        for (const TfileSampleSetup& setup : setups) {
-            memory.emplace_back((size + 7) / 8, 0);
-            Tsample* s = Tsample::sCreate(memory.back().data(), size, fields);
+        TtestSamples samples(net.group, setups.size());
+        for (size_t i = 0; i < setups.size(); ++i) {
+            const TfileSampleSetup& setup = setups[i];
+            Tsample& s = samples[i];
             const T2Float uv = uvOfPixel(camera, setup.pixel);
-            s->setUvCoord(T2Float{uv.x + setup.shift.x, uv.y + setup.shift.y});
-            s->setUvFilterSize(T2Float{camera.scale, camera.scale});
-            s->setRayDepth(int32_t(setup.depth));
-            s->setObjectType(setup.objectType);
-            s->setPrimitiveId(int32_t(setup.primitive));
-            s->setPixelCenter(setup.pixel);
-            s->setInfoBits(uint32_t(setup.bump ? 1 : 0));
-            s->setVertexCameraOne(T3Float(-0.5f, -0.5f, -2));
-            s->setVertexCameraTwo(T3Float(0.5f, -0.5f, -2));
-            s->setVertexCameraThree(T3Float(-0.5f, 0.5f, -2));
-            s->setVertexUvOne(T2Float{0, 0});
-            s->setVertexUvTwo(T2Float{1, 0});
-            s->setVertexUvThree(T2Float{0, 1});
-            samples.push_back(s);
+            s.setUvCoord(T2Float{uv.x + setup.shift.x, uv.y + setup.shift.y});
+            s.setUvFilterSize(T2Float{camera.scale, camera.scale});
+            s.setRayDepth(int32_t(setup.depth));
+            s.setObjectType(setup.objectType);
+            s.setPrimitiveId(int32_t(setup.primitive));
+            s.setPixelCenter(setup.pixel);
+            s.setInfoBits(uint32_t(setup.bump ? 1 : 0));
+            s.setVertexCameraOne(T3Float(-0.5f, -0.5f, -2));
+            s.setVertexCameraTwo(T3Float(0.5f, -0.5f, -2));
+            s.setVertexCameraThree(T3Float(-0.5f, 0.5f, -2));
+            s.setVertexUvOne(T2Float{0, 0});
+            s.setVertexUvTwo(T2Float{1, 0});
+            s.setVertexUvThree(T2Float{0, 1});
         }
-        opus->shade(unsigned(samples.size()), samples.data());
+        samples.shade(opus);
         std::vector<T3Float> out;
-        for (Tsample* s : samples) out.push_back(*s->outColor());
+        for (Tsample* s : samples.samples) out.push_back(*s->outColor());
         return out;
     }
 };

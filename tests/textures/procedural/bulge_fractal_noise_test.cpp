@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "textures/bulge.h"
+#include "textures/checker.h"
 #include "textures/fractal.h"
 #include "textures/noise/noise.h"
 #include "textures/noise_texture.h"
@@ -254,6 +255,7 @@ TEST(ValueTextures, BatchEqualsTheScalarPull) {
         {"bulge", &TdnBulge::saUWidth(), 0.2f},
         {"fractal", &TdnFractal::saBias(), 0.3f},
         {"noise", &TdnNoise::saFrequency(), 5.0f},
+        {"checker", &TdnChecker::saContrast(), 0.8f},
     };
     for (auto& c : cases) {
         TtextureNetwork net;

@@ -147,25 +147,6 @@ TEST(Texture2d, OutsideSamplesTakeTheDefaultColourThenTheEffects) {
     }
 }
 
-TEST(Checker, BatchEqualsTheScalarPull) {
-    CheckerNode n;
-    n.set(TdnChecker::saContrast(), 0.8f);
-    n.set(TdnTx2D::saFilterOffset(), 0.01f);
-    n.net.show(n.checker, TdnTx2D::saOutColor());
-    TshadingOpus* opus = n.net.analyse();
-    ASSERT_NE(opus, nullptr);
-    std::vector<T2Float> uvs = spreadUvs();
-    uvs[5] = T2Float{-1e7f, -1e7f};
-    T2Float size{0.03f, 0.05f};
-    TtextureBatch batch(n.net.group, uvs, size);
-    batch.shade(opus);
-    for (unsigned i = 0; i < uvs.size(); ++i) {
-        TtexResult r = pullTexture(n.checker, uvs[i], size);
-        expectNear(batch.colour(i), r.colour, "batch against pull");
-        if (i != 5) expectNear(r.colour, mix(TdnChecker::sColor1Weight(uvs[i], size, 1, 0.01f, 0.8f)), "pull against formula");
-    }
-}
-
 namespace {
 // Runs of consecutive samples for which `need` holds.
 template <class F>

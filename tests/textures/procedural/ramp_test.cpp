@@ -6,7 +6,6 @@
 #include <cmath>
 #include <numbers>
 
-#include "framework/render_utilities.h"
 #include "textures/procedural/texture_test_nodes.h"
 #include "textures/ramp.h"
 
@@ -146,21 +145,6 @@ TEST(Ramp, TypesMakeTheirValues) {
         {TdnRamp::kBoxRamp, 0.5f, 0.5f, 0.0f},
     };
     for (auto& c : cases) EXPECT_NEAR(TdnRamp::sRampValue(c.type, c.u, c.v), c.want, 1e-5f) << c.type << " at " << c.u << "," << c.v;
-}
-
-TEST(Ramp, HsvConversionRoundTrips) {
-    struct {
-        T3Float rgb, hsv;
-    } known[] = {{{1, 0, 0}, {0, 1, 1}}, {{0, 1, 0}, {120, 1, 1}}, {{0, 0, 0.5f}, {240, 1, 0.5f}}, {{0.5f, 0.5f, 0.5f}, {0, 0, 0.5f}},
-                 {{1, 1, 0}, {60, 1, 1}},  {{1, 0, 1}, {300, 1, 1}}};
-    for (auto& k : known) {
-        expectNear(TrenderUtilities::RGBtoHSV(k.rgb), k.hsv, "to hsv", 1e-5f);
-        expectNear(TrenderUtilities::HSVtoRGB(k.hsv), k.rgb, "to rgb", 1e-5f);
-    }
-    for (float r = 0; r <= 1.0f; r += 0.13f)
-        for (float g = 0; g <= 1.0f; g += 0.17f)
-            for (float b = 0; b <= 1.0f; b += 0.19f)
-                expectNear(TrenderUtilities::HSVtoRGB(TrenderUtilities::RGBtoHSV({r, g, b})), T3Float(r, g, b), "round trip", 1e-5f);
 }
 
 namespace {

@@ -18,6 +18,7 @@
 #include "shading/shading_opus.h"
 #include "shading/shading_session.h"
 #include "support/pass_through_surface.h"
+#include "support/test_samples.h"
 
 struct TtexTestSourceVS : TdependNodeVS {
     TpairAttribute uvCoord{"uvCoord", "uv", TiffTag("XUVC"), "uCoord", "u", TiffTag("XUCO"), "vCoord", "v", TiffTag("XVCO")};
@@ -70,21 +71,14 @@ struct TtextureNetwork {
 };
 
 // Samples laid out for the surface program, with their UVs (and filter sizes).
-struct TtextureBatch {
-    std::vector<std::vector<uint64_t>> memory;
-    std::vector<Tsample*> samples;
-    TtextureBatch(TDNshadingEngine* group, const std::vector<T2Float>& uvs, T2Float filterSize = {}) {
-        unsigned size = group->sampleSize(kSurfaceColorTransparency);
-        unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
-        for (const T2Float& uv : uvs) {
-            memory.emplace_back((size + 7) / 8, 0);
-            Tsample* s = Tsample::sCreate(memory.back().data(), size, fields);
-            if (s->hasItem(kItemUvCoord)) s->setUvCoord(uv);
-            if (s->hasItem(kItemUvFilterSize)) s->setUvFilterSize(filterSize);
-            samples.push_back(s);
+struct TtextureBatch : TtestSamples {
+    TtextureBatch(TDNshadingEngine* group, const std::vector<T2Float>& uvs, T2Float filterSize = {}) : TtestSamples(group, uvs.size()) {
+        for (size_t i = 0; i < uvs.size(); ++i) {
+            Tsample& s = (*this)[i];
+            if (s.hasItem(kItemUvCoord)) s.setUvCoord(uvs[i]);
+            if (s.hasItem(kItemUvFilterSize)) s.setUvFilterSize(filterSize);
         }
     }
-    void shade(TshadingOpus* opus) { opus->shade(unsigned(samples.size()), samples.data()); }
     const T3Float& colour(unsigned i) const { return *samples[i]->outColor(); }
 };
 
