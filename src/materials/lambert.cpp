@@ -197,33 +197,60 @@ void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start,
     const float range = translucenceRange(threshold);
     T3Float accumulator[kChunk];
 
-    for (unsigned i = start; i < start + count; ++i) {
-        T3Float sum;
-        TshadowSums shadow;
-        const T3Float& n = normal.asFloat3(i);
-        const T3Float& p = point.asFloat3(i);
-        const T3Float& v = view.asFloat3(i);
-        const T3Float& c = color.asFloat3(i);
-        for (unsigned k = 0; k < lights.count(); ++k) {
+    if (pass == kPassShadow) {
+        for (unsigned i = start; i < start + count; ++i) {
+            TshadowSums shadow;
+            const T3Float& n = normal.asFloat3(i);
+            const T3Float& p = point.asFloat3(i);
+            for (unsigned k = 0; k < lights.count(); ++k) {
+                const TlightData& d = lights.record(k, i);
+                if (d.lightDiffuse) shadow.add(d, lightCosine(d, p, n));
+            }
+            outColor.asFloat3(i) = T3Float();
+            outGlow.asFloat3(i) = T3Float();
+            outMatte.asFloat3(i) = splat(shadow.fraction());
+        }
+        return;
+    }
+
+    // Light by light, each sample's sum adding the lights in the same order
+    // as a loop over lights per sample would. A light whose one record
+    // serves the whole batch, with no callbacks and no translucence to add
+    // (a constant zero), runs a loop of a dot product and a multiply-add.
+    for (unsigned i = 0; i < count; ++i) accumulator[i] = T3Float();
+    const bool noTranslucence = !translucence.isVariable() && translucence.asFloat(0) == 0;
+    for (unsigned k = 0; k < lights.count() && lightsAdd; ++k) {
+        const TlightData& shared = lights.record(k, start);
+        if (lights.sharedByBatch(k) && noTranslucence && !callbacksOf(shared)) {
+            const T3Float L = shared.lightDirection, intensity = shared.lightIntensity;
+            const float base = shared.lightAmbient ? 1.0f : 0.0f;
+            const bool diffuses = shared.lightDiffuse;
+            withLane<float>(diffuse, [&](auto kd) {
+                for (unsigned i = start; i < start + count; ++i) {
+                    float w = base;
+                    if (diffuses) {
+                        const float cosine = dot(L, normal.asFloat3(i));
+                        if (cosine >= 0) w += cosine * kd[i];
+                    }
+                    accumulator[i - start] = accumulator[i - start] + mul(color.asFloat3(i), intensity) * w;
+                }
+            });
+            continue;
+        }
+        for (unsigned i = start; i < start + count; ++i) {
             const TlightData& d = lights.record(k, i);
+            const T3Float& n = normal.asFloat3(i);
+            const T3Float& p = point.asFloat3(i);
             float w = d.lightAmbient ? 1.0f : 0.0f;
             if (d.lightDiffuse) {
                 float cosine = lightCosine(d, p, n);
                 if (cosine >= 0) w += cosine * diffuse.asFloat(i);
                 // After the sign test: translucence lights the far side.
-                w += translucenceTerm(d, p, v, translucence.asFloat(i), focus.asFloat(i), cosine, threshold, range);
-                if (pass == kPassShadow) shadow.add(d, cosine);
+                w += translucenceTerm(d, p, view.asFloat3(i), translucence.asFloat(i), focus.asFloat(i), cosine, threshold, range);
             }
-            if (lightsAdd) sum = sum + mul(c, d.lightIntensity) * w;
-        }
-        accumulator[i - start] = sum;
-        if (pass == kPassShadow) {
-            outColor.asFloat3(i) = T3Float();
-            outGlow.asFloat3(i) = T3Float();
-            outMatte.asFloat3(i) = splat(shadow.fraction());
+            accumulator[i - start] = accumulator[i - start] + mul(color.asFloat3(i), d.lightIntensity) * w;
         }
     }
-    if (pass == kPassShadow) return;
 
     const bool ambientAdds = pass == kPassFull || pass == kPassNoShadows || pass == kPassAmbientOnly || pass == kPassNoSpecular;
     const bool incandescenceAdds = pass == kPassFull || pass == kPassNoShadows || pass == kPassNoSpecular;
