@@ -303,9 +303,17 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
         TsampleBatch* batch = samples[0]->batch();
         fillUserSampleData(batch ? batch->renderGroup : nullptr, count, samples);
     }
-    // Defaults of needed items the renderer did not set; usually there are none.
-    for (unsigned i = 0; i < count; ++i)
-        if ((fNeeds & ~samples[i]->fieldsSet()).bits()) samples[i]->confirmSet(fNeeds);
+    // Defaults of needed items the renderer did not set; usually there are
+    // none, so one pass gathers what is missing and a second runs only then.
+    uint32_t everyLow = ~0u, everyHigh = ~0u;  // the items set in every sample
+    for (unsigned i = 0; i < count; ++i) {
+        const TbitField64 set = samples[i]->fieldsSet();
+        everyLow &= set.low();
+        everyHigh &= set.high();
+    }
+    if ((fNeeds.low() & ~everyLow) | (fNeeds.high() & ~everyHigh))
+        for (unsigned i = 0; i < count; ++i)
+            if ((fNeeds & ~samples[i]->fieldsSet()).bits()) samples[i]->confirmSet(fNeeds);
 
     // Lights first, once per sample that has its own lighting.
     TSElighting lighting;

@@ -81,6 +81,31 @@ TEST(ShadingOpus, BatchEqualsAHandWrittenLoop) {
     }
 }
 
+TEST(ShadingOpus, ANeededItemOneSampleLacksTakesItsDefault) {
+    // Every sample but one carries its uv; the one that does not holds
+    // stale bytes, which the run must replace with the item's default
+    // whichever place in the batch the sample has.
+    ChainNetwork net;
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    TengineBatch reference(net.group, kSurfaceColorTransparency, 1);
+    reference.samples[0]->confirmSet(opus->needs());
+    const T2Float byDefault = *reference.samples[0]->uvCoord();
+    for (unsigned lacking : {0u, 5u, 63u}) {
+        SCOPED_TRACE(lacking);
+        TengineBatch batch(net.group, kSurfaceColorTransparency, 64);
+        for (unsigned i = 0; i < batch.size(); ++i)
+            if (i != lacking) batch.samples[i]->setUvCoord(coordOf(i));
+        const T2Float stale{7.0f, -3.0f};
+        std::memcpy(const_cast<T2Float*>(batch.samples[lacking]->uvCoord()), &stale, sizeof stale);
+        opus->shade(batch.size(), batch.data());
+        for (unsigned i = 0; i < batch.size(); ++i) {
+            const T2Float c = i == lacking ? byDefault : coordOf(i);
+            EXPECT_TRUE(sameBits(*batch.samples[i]->outColor(), net.scalar(c.x, c.y))) << i;
+        }
+    }
+}
+
 TEST(ShadingOpus, EachNodeComputesOncePerBatch) {
     // uv feeds two scales; both feed the surface: uv still runs once.
     TengineNetwork net;
