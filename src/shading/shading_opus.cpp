@@ -1,6 +1,8 @@
 #include "shading/shading_opus.h"
 
 #include <algorithm>
+#include <climits>
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <type_traits>
@@ -150,6 +152,12 @@ struct TshadingOpus::Plan {
     struct Link {
         uint32_t destBase, destOffset, sourceBase, sourceOffset, sourceBlock;
     };
+    // An input that reads a sample item where the records lie, or a copy
+    // of it at `copyOffset` of its own block when they are not evenly spaced.
+    struct SampleLink {
+        uint32_t destBase, destOffset, copyOffset, destBlock, stride, item;
+        TSEcopyRoutine copy;
+    };
     struct Step {
         uint32_t opcode;
         uint32_t operand;  // a copy, a compute target, or else the instruction
@@ -159,6 +167,8 @@ struct TshadingOpus::Plan {
     Copy* copies;  // one per program copy
     Link* links;
     unsigned linkCount;
+    SampleLink* sampleLinks;
+    unsigned sampleLinkCount;
     unsigned* prologue;  // instructions that start the provider stacks
     unsigned prologueCount;
     bool* marksRead;  // per block: the node computes more than one output
@@ -208,19 +218,28 @@ void TshadingOpus::buildPlan() {
     // and the links; the frame does those before any step runs.
     unsigned k = p.segmentCount ? p.segments[0] : 0, end0 = p.segmentCount ? p.segments[1] : 0;
     unsigned prologueEnd = k;
-    unsigned links = 0, stacks = 0;
+    unsigned links = 0, sampleLinks = 0, stacks = 0;
     while (prologueEnd < end0) {
         uint32_t op = p.instructions[prologueEnd].opcode;
-        if (op != kOpSetUpBlock && op != kOpInitStack && op != kOpLinkBlock) break;
+        if (op != kOpSetUpBlock && op != kOpInitStack && op != kOpLinkBlock && op != kOpLinkSample) break;
         links += op == kOpLinkBlock;
+        sampleLinks += op == kOpLinkSample;
         stacks += op == kOpInitStack;
         ++prologueEnd;
     }
     array(plan->links, links);
+    array(plan->sampleLinks, sampleLinks);
     array(plan->prologue, stacks);
     for (; k < prologueEnd; ++k) {
         const TSEinstruction& in = p.instructions[k];
         if (in.opcode == kOpInitStack) plan->prologue[plan->prologueCount++] = k;
+        if (in.opcode == kOpLinkSample) {
+            const TSEblockLayout& dest = p.blocks[in.word[0]];
+            const unsigned size = dest.node->attribute(in.word[1])->size();
+            plan->sampleLinks[plan->sampleLinkCount++] = {dest.variableBase, dest.info[in.word[1]].offset, in.word[3], in.word[0],
+                                                          dest.elementSize, in.word[2], selectCopyRoutine(size, kSideSample, kSideVariable)};
+            continue;
+        }
         if (in.opcode != kOpLinkBlock) continue;
         const TSEblockLayout& dest = p.blocks[in.word[0]];
         const TSEblockLayout& source = p.blocks[in.word[2]];
@@ -291,7 +310,7 @@ void TshadingOpus::fillUserSampleData(TrenderGroupBase* group, unsigned count, T
 }
 
 size_t TshadingOpus::frameSize(unsigned count) const {
-    return align16(sizeof(TdataBlockRendering) * fProgram.blockCount) + align16(fProgram.constantSize) +
+    return align16(sizeof(TdataBlockRendering) * (fProgram.blockCount + 1)) + align16(fProgram.constantSize) +
            align16(size_t(fProgram.variableSize) * count) + align16(2 * sizeof(uint64_t) * fProgram.segmentCount) +
            align16(fProgram.loopSize);
 }
@@ -332,7 +351,8 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     TSEframe frame;
     frame.opus = this;
     frame.blocks = reinterpret_cast<TdataBlockRendering*>(memory);
-    memory += align16(sizeof(TdataBlockRendering) * fProgram.blockCount);
+    frame.sampleBlock = frame.blocks + fProgram.blockCount;
+    memory += align16(sizeof(TdataBlockRendering) * (fProgram.blockCount + 1));
     frame.constants = memory;
     memory += align16(fProgram.constantSize);
     frame.variables = memory;
@@ -379,6 +399,44 @@ void TshadingOpus::setUpFrame(TSEframe& frame) const {
         auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(frame.variables + size_t(link.destBase) * frame.count + link.destOffset);
         ref->value = frame.variables + size_t(link.sourceBase) * frame.count + link.sourceOffset;
         ref->block = &frame.blocks[link.sourceBlock];
+    }
+    if (fPlan->sampleLinkCount) linkSamples(frame);
+}
+
+void TshadingOpus::linkSamples(TSEframe& frame) const {
+    // Records laid out one after another at a fixed spacing, as a batch
+    // usually is, form one block whose elements are the records: inputs
+    // read their items there. Otherwise each input gets its own copy.
+    const unsigned count = frame.count;
+    auto* base = reinterpret_cast<unsigned char*>(frame.samples[0]);
+    const ptrdiff_t spacing = count > 1 ? reinterpret_cast<unsigned char*>(frame.samples[1]) - base : 0;
+    bool even = spacing >= 0 && spacing <= ptrdiff_t(UINT32_MAX);
+    for (unsigned i = 2; i < count && even; ++i) even = reinterpret_cast<unsigned char*>(frame.samples[i]) - base == spacing * ptrdiff_t(i);
+    frame.sampleBlock = even ? new (frame.sampleBlock) TdataBlockRendering(nullptr, unsigned(spacing), base, count, nullptr, nullptr,
+                                                                           nullptr, nullptr, &frame)
+                             : nullptr;
+    for (unsigned k = 0; k < fPlan->sampleLinkCount; ++k) {
+        const Plan::SampleLink& link = fPlan->sampleLinks[k];
+        unsigned char* element = frame.variables + size_t(link.destBase) * count;
+        auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(element + link.destOffset);
+        const unsigned field = frame.fields[link.item];
+        if (frame.sampleBlock && field) {
+            ref->value = base + field;
+            ref->block = frame.sampleBlock;
+            continue;
+        }
+        // Copied as a copy instruction would; an item the records do not
+        // carry is left as the frame has it.
+        if (field) {
+            TSErun r{};
+            r.samples = frame.samples;
+            r.dest = element + link.copyOffset;
+            r.destStride = link.stride;
+            r.sourceField = field;
+            link.copy(r, 0, count - 1);
+        }
+        ref->value = element + link.copyOffset;
+        ref->block = &frame.blocks[link.destBlock];
     }
 }
 
@@ -592,6 +650,7 @@ const char* opcodeName(uint32_t opcode) {
         case kOpInitStack: return "initStack";
         case kOpLinkBlock: return "linkBlock";
         case kOpLightArray: return "lightArray";
+        case kOpLinkSample: return "linkSample";
     }
     return nullptr;
 }

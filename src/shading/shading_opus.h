@@ -35,6 +35,7 @@ enum TSEopcode : uint32_t {
     kOpInitStack = 7,
     kOpLinkBlock = 10,  // store in a block the reference to another block's value
     kOpLightArray = 11,  // fill a node's light array from the lights run for each sample
+    kOpLinkSample = 12,  // make an input read a sample item where the records lie
 };
 // The opcode's name for listings; null for a value that is no opcode.
 const char* opcodeName(uint32_t opcode);
@@ -202,6 +203,7 @@ public:
 private:
     void buildPlan();
     void setUpFrame(TSEframe& frame) const;
+    void linkSamples(TSEframe& frame) const;
     void run(TSEframe& frame, unsigned segment, unsigned first, unsigned count) const;
     void execute(TSEframe& frame, const TSEinstruction& in, unsigned first, unsigned count) const;
     void runSegment(TSEframe& frame, int segment, unsigned first, unsigned count) const;
