@@ -172,7 +172,9 @@ void TdnLambert::finishColor(const Tplug&, TdataBlock& block, unsigned start, un
 
 void TdnLambert::readTransparency(TdataBlock& block, unsigned start, unsigned count, T3Float* out) {
     TdataHandle transparency = block.inputValue(attrTransparency(), start, count);
-    for (unsigned i = start; i < start + count; ++i) out[i - start] = transparency.asFloat3(i);
+    withLane<T3Float>(transparency, [&](auto t) {
+        for (unsigned i = start; i < start + count; ++i) out[i - start] = t[i];
+    });
 }
 
 void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start, unsigned count) {
@@ -254,12 +256,24 @@ void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start,
 
     const bool ambientAdds = pass == kPassFull || pass == kPassNoShadows || pass == kPassAmbientOnly || pass == kPassNoSpecular;
     const bool incandescenceAdds = pass == kPassFull || pass == kPassNoShadows || pass == kPassNoSpecular;
-    for (unsigned i = start; i < start + count; ++i) {
-        T3Float& acc = accumulator[i - start];
-        if (ambientAdds) acc = acc + mul(color.asFloat3(i), ambient.asFloat3(i));
-        acc = mul(acc, oneMinus(transparency.asFloat3(i)));
-        if (incandescenceAdds) acc = acc + incandescence.asFloat3(i);
-        outGlow.asFloat3(i) = acc;  // the glow holds no refraction
+    if (!ambient.isVariable() && !transparency.isVariable() && !incandescence.isVariable()) {
+        // The usual material: these three are constants, read once.
+        const T3Float amb = ambient.asFloat3(start), keep = oneMinus(transparency.asFloat3(start)), inc = incandescence.asFloat3(start);
+        for (unsigned i = start; i < start + count; ++i) {
+            T3Float& acc = accumulator[i - start];
+            if (ambientAdds) acc = acc + mul(color.asFloat3(i), amb);
+            acc = mul(acc, keep);
+            if (incandescenceAdds) acc = acc + inc;
+            outGlow.asFloat3(i) = acc;
+        }
+    } else {
+        for (unsigned i = start; i < start + count; ++i) {
+            T3Float& acc = accumulator[i - start];
+            if (ambientAdds) acc = acc + mul(color.asFloat3(i), ambient.asFloat3(i));
+            acc = mul(acc, oneMinus(transparency.asFloat3(i)));
+            if (incandescenceAdds) acc = acc + incandescence.asFloat3(i);
+            outGlow.asFloat3(i) = acc;  // the glow holds no refraction
+        }
     }
     accumulateRefraction(block, start, count, accumulator);
     for (unsigned i = start; i < start + count; ++i) outColor.asFloat3(i) = accumulator[i - start];
@@ -285,6 +299,7 @@ void TdnLambert::formRefractiveRays(TdataBlock& block, unsigned start, unsigned 
 }
 
 void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned start, unsigned count, T3Float* accumulator) {
+    if (!surfaceRaySampler(block, fsVs->io, start, count)) return;  // nothing to trace: no refraction to add
     T3Float transparency[kChunk];
     readTransparency(block, start, count, transparency);
     accumulateSurfaceRefraction(this, surface(), block, start, count, transparency, accumulator);
