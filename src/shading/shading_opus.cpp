@@ -411,7 +411,11 @@ void TshadingOpus::linkSamples(TSEframe& frame) const {
     auto* base = reinterpret_cast<unsigned char*>(frame.samples[0]);
     const ptrdiff_t spacing = count > 1 ? reinterpret_cast<unsigned char*>(frame.samples[1]) - base : 0;
     bool even = spacing >= 0 && spacing <= ptrdiff_t(UINT32_MAX);
-    for (unsigned i = 2; i < count && even; ++i) even = reinterpret_cast<unsigned char*>(frame.samples[i]) - base == spacing * ptrdiff_t(i);
+    const unsigned char* expected = base + spacing;
+    for (unsigned i = 2; i < count && even; ++i) {
+        expected += spacing;
+        even = reinterpret_cast<unsigned char*>(frame.samples[i]) == expected;
+    }
     frame.sampleBlock = even ? new (frame.sampleBlock) TdataBlockRendering(nullptr, unsigned(spacing), base, count, nullptr, nullptr,
                                                                            nullptr, nullptr, &frame)
                              : nullptr;
