@@ -179,11 +179,11 @@ public:
         Ttx2dEffects effects(block, fFirst, fCount);
         TdataHandle color = block.outputValue(outColor, fFirst, fCount);
         TdataHandle alpha = block.outputValue(outAlpha, fFirst, fCount);
-        if (effects.constant()) {
-            // The effects of the whole batch read once, applied in the loop.
-            const Ttx2dEffects::Values e = effects.values(fFirst);
+        // effectsAt(i): the colour effects of sample i.
+        auto mix = [&](auto&& effectsAt) {
             for (unsigned i = fFirst; i < fFirst + fCount; ++i) {
                 const Record& r = at(i);
+                const Ttx2dEffects::Values& e = effectsAt(i);
                 T3Float c = r.own;
                 float a = r.alpha;
                 if (!r.done) {
@@ -196,23 +196,14 @@ public:
                 color.asFloat3(i) = c;
                 alpha.asFloat(i) = a;
             }
-            block.setClean(outColor);
-            block.setClean(outAlpha);
-            return;
-        }
-        for (unsigned i = fFirst; i < fFirst + fCount; ++i) {
-            const Record& r = at(i);
-            T3Float c = r.own;
-            float a = r.alpha;
-            if (!r.done) {
-                for (unsigned k = 0; k < kInputs; ++k)
-                    if (r.need[k]) c = c + in[k].asFloat3(i) * r.weight[k];
-                if (clampAtZero) c = T3Float(c.x > 0.0f ? c.x : 0.0f, c.y > 0.0f ? c.y : 0.0f, c.z > 0.0f ? c.z : 0.0f);
-                if (alphaFromColour || effects.alphaIsLuminance.asBool(i)) a = luminance(c);
-            }
-            effects.apply(i, c, a);
-            color.asFloat3(i) = c;
-            alpha.asFloat(i) = a;
+        };
+        if (effects.constant()) {
+            // The effects of the whole batch, read once.
+            const Ttx2dEffects::Values batchEffects = effects.values(fFirst);
+            mix([&](unsigned) -> const Ttx2dEffects::Values& { return batchEffects; });
+        } else {
+            Ttx2dEffects::Values sampleEffects;
+            mix([&](unsigned i) -> const Ttx2dEffects::Values& { return sampleEffects = effects.values(i); });
         }
         block.setClean(outColor);
         block.setClean(outAlpha);
