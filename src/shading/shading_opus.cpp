@@ -316,7 +316,7 @@ size_t TshadingOpus::frameSize(unsigned count) const {
 }
 
 void TshadingOpus::shade(unsigned count, Tsample** samples) const {
-    if (!samples || count == 0) return;
+    if (!samples || count == 0 || !fPlan) return;
     count = std::min(count, kBatchSize);
     if (fUserData) {
         TsampleBatch* batch = samples[0]->batch();
