@@ -187,8 +187,9 @@ public:
                 T3Float c = r.own;
                 float a = r.alpha;
                 if (!r.done) {
-                    for (unsigned k = 0; k < kInputs; ++k)
-                        if (r.need[k]) c = c + in[k].asFloat3(i) * r.weight[k];
+                    if constexpr (kInputs > 0)
+                        for (unsigned k = 0; k < kInputs; ++k)
+                            if (r.need[k]) c = c + in[k].asFloat3(i) * r.weight[k];
                     if (clampAtZero) c = T3Float(c.x > 0.0f ? c.x : 0.0f, c.y > 0.0f ? c.y : 0.0f, c.z > 0.0f ? c.z : 0.0f);
                     if (alphaFromColour || e.alphaIsLuminance) a = luminance(c);
                 }
