@@ -73,6 +73,7 @@ void TdataBlockRendering::setUp(TdependNode* node, unsigned stride, unsigned cha
     fFlag = 0;
     fKind = 2;
     fCleanCount = 0;
+    fMarksRead = true;
     if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
 }
 
@@ -111,6 +112,7 @@ bool TdataBlockRendering::isClean(const Tattribute& a) const {
 }
 
 void TdataBlockRendering::setClean(const Tattribute& a) {
+    if (!fMarksRead) return;
     const uint16_t index = rootIndex(a);
     for (unsigned k = 0; k < fCleanCount; ++k)
         if (fClean[k] == index) return;

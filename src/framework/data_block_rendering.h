@@ -114,6 +114,9 @@ public:
     bool isClean(const Tattribute& a) const override;
     void setClean(const Tattribute& a) override;
     void clearCleanMarks() { fCleanCount = 0; }
+    // For a node the engine computes once per pass, nobody reads the marks:
+    // setClean returns at once.
+    void ignoreCleanMarks() { fMarksRead = false; }
     unsigned cleanMarkCount() const { return fCleanCount; }
 
 private:
@@ -142,4 +145,5 @@ private:
     void* fContext = nullptr;
     uint16_t fClean[kMaxCleanMarks] = {};
     uint8_t fCleanCount = 0;
+    bool fMarksRead = true;
 };

@@ -172,7 +172,9 @@ void TdnLambert::finishColor(const Tplug&, TdataBlock& block, unsigned start, un
 
 void TdnLambert::readTransparency(TdataBlock& block, unsigned start, unsigned count, T3Float* out) {
     TdataHandle transparency = block.inputValue(attrTransparency(), start, count);
-    for (unsigned i = start; i < start + count; ++i) out[i - start] = transparency.asFloat3(i);
+    withLane<T3Float>(transparency, [&](auto t) {
+        for (unsigned i = start; i < start + count; ++i) out[i - start] = t[i];
+    });
 }
 
 void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start, unsigned count) {
@@ -197,42 +199,81 @@ void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start,
     const float range = translucenceRange(threshold);
     T3Float accumulator[kChunk];
 
-    for (unsigned i = start; i < start + count; ++i) {
-        T3Float sum;
-        TshadowSums shadow;
-        const T3Float& n = normal.asFloat3(i);
-        const T3Float& p = point.asFloat3(i);
-        const T3Float& v = view.asFloat3(i);
-        const T3Float& c = color.asFloat3(i);
-        for (unsigned k = 0; k < lights.count(); ++k) {
+    if (pass == kPassShadow) {
+        for (unsigned i = start; i < start + count; ++i) {
+            TshadowSums shadow;
+            const T3Float& n = normal.asFloat3(i);
+            const T3Float& p = point.asFloat3(i);
+            for (unsigned k = 0; k < lights.count(); ++k) {
+                const TlightData& d = lights.record(k, i);
+                if (d.lightDiffuse) shadow.add(d, lightCosine(d, p, n));
+            }
+            outColor.asFloat3(i) = T3Float();
+            outGlow.asFloat3(i) = T3Float();
+            outMatte.asFloat3(i) = splat(shadow.fraction());
+        }
+        return;
+    }
+
+    // Light by light, each sample's sum adding the lights in the same order
+    // as a loop over lights per sample would. A light whose one record
+    // serves the whole batch, with no callbacks and no translucence to add
+    // (a constant zero), runs a loop of a dot product and a multiply-add.
+    for (unsigned i = 0; i < count; ++i) accumulator[i] = T3Float();
+    const bool noTranslucence = !translucence.isVariable() && translucence.asFloat(0) == 0;
+    for (unsigned k = 0; k < lights.count() && lightsAdd; ++k) {
+        const TlightData& shared = lights.record(k, start);
+        if (lights.sharedByBatch(k) && noTranslucence && !callbacksOf(shared)) {
+            const T3Float L = shared.lightDirection, intensity = shared.lightIntensity;
+            const float base = shared.lightAmbient ? 1.0f : 0.0f;
+            const bool diffuses = shared.lightDiffuse;
+            withLane<float>(diffuse, [&](auto kd) {
+                for (unsigned i = start; i < start + count; ++i) {
+                    float w = base;
+                    if (diffuses) {
+                        const float cosine = dot(L, normal.asFloat3(i));
+                        if (cosine >= 0) w += cosine * kd[i];
+                    }
+                    accumulator[i - start] = accumulator[i - start] + mul(color.asFloat3(i), intensity) * w;
+                }
+            });
+            continue;
+        }
+        for (unsigned i = start; i < start + count; ++i) {
             const TlightData& d = lights.record(k, i);
+            const T3Float& n = normal.asFloat3(i);
+            const T3Float& p = point.asFloat3(i);
             float w = d.lightAmbient ? 1.0f : 0.0f;
             if (d.lightDiffuse) {
                 float cosine = lightCosine(d, p, n);
                 if (cosine >= 0) w += cosine * diffuse.asFloat(i);
                 // After the sign test: translucence lights the far side.
-                w += translucenceTerm(d, p, v, translucence.asFloat(i), focus.asFloat(i), cosine, threshold, range);
-                if (pass == kPassShadow) shadow.add(d, cosine);
+                w += translucenceTerm(d, p, view.asFloat3(i), translucence.asFloat(i), focus.asFloat(i), cosine, threshold, range);
             }
-            if (lightsAdd) sum = sum + mul(c, d.lightIntensity) * w;
-        }
-        accumulator[i - start] = sum;
-        if (pass == kPassShadow) {
-            outColor.asFloat3(i) = T3Float();
-            outGlow.asFloat3(i) = T3Float();
-            outMatte.asFloat3(i) = splat(shadow.fraction());
+            accumulator[i - start] = accumulator[i - start] + mul(color.asFloat3(i), d.lightIntensity) * w;
         }
     }
-    if (pass == kPassShadow) return;
 
     const bool ambientAdds = pass == kPassFull || pass == kPassNoShadows || pass == kPassAmbientOnly || pass == kPassNoSpecular;
     const bool incandescenceAdds = pass == kPassFull || pass == kPassNoShadows || pass == kPassNoSpecular;
-    for (unsigned i = start; i < start + count; ++i) {
-        T3Float& acc = accumulator[i - start];
-        if (ambientAdds) acc = acc + mul(color.asFloat3(i), ambient.asFloat3(i));
-        acc = mul(acc, oneMinus(transparency.asFloat3(i)));
-        if (incandescenceAdds) acc = acc + incandescence.asFloat3(i);
-        outGlow.asFloat3(i) = acc;  // the glow holds no refraction
+    if (!ambient.isVariable() && !transparency.isVariable() && !incandescence.isVariable()) {
+        // The usual material: these three are constants, read once.
+        const T3Float amb = ambient.asFloat3(start), keep = oneMinus(transparency.asFloat3(start)), inc = incandescence.asFloat3(start);
+        for (unsigned i = start; i < start + count; ++i) {
+            T3Float& acc = accumulator[i - start];
+            if (ambientAdds) acc = acc + mul(color.asFloat3(i), amb);
+            acc = mul(acc, keep);
+            if (incandescenceAdds) acc = acc + inc;
+            outGlow.asFloat3(i) = acc;
+        }
+    } else {
+        for (unsigned i = start; i < start + count; ++i) {
+            T3Float& acc = accumulator[i - start];
+            if (ambientAdds) acc = acc + mul(color.asFloat3(i), ambient.asFloat3(i));
+            acc = mul(acc, oneMinus(transparency.asFloat3(i)));
+            if (incandescenceAdds) acc = acc + incandescence.asFloat3(i);
+            outGlow.asFloat3(i) = acc;  // the glow holds no refraction
+        }
     }
     accumulateRefraction(block, start, count, accumulator);
     for (unsigned i = start; i < start + count; ++i) outColor.asFloat3(i) = accumulator[i - start];
@@ -258,6 +299,7 @@ void TdnLambert::formRefractiveRays(TdataBlock& block, unsigned start, unsigned 
 }
 
 void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned start, unsigned count, T3Float* accumulator) {
+    if (!surfaceRaySampler(block, fsVs->io, start, count)) return;  // nothing to trace: no refraction to add
     T3Float transparency[kChunk];
     readTransparency(block, start, count, transparency);
     accumulateSurfaceRefraction(this, surface(), block, start, count, transparency, accumulator);

@@ -25,6 +25,8 @@ public:
     const TlightData& record(unsigned k, unsigned sample) const {
         return *static_cast<const TlightData*>(handles()[k].element(sample));
     }
+    // One record for every sample of the batch (a constant element).
+    bool sharedByBatch(unsigned k) const { return !handles()[k].isVariable(); }
 
 private:
     // Raw storage: only the handles in use are constructed, so a batch does

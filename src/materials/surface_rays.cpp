@@ -66,7 +66,10 @@ void computeSurfaceTransparency(TdependNode* node, const TsurfaceAttributes& a, 
     const TsurfaceSettings& s = a.settings;
     TdataHandle hide = block.inputValue(s.hideSource, start, count);
     T3Float result[kSurfaceChunk];
-    for (unsigned i = start; i < start + count; ++i) result[i - start] = hide.asBool(i) ? splat(1) : transparency[i - start];
+    if (!hide.isVariable() && !hide.asBool(start))
+        for (unsigned i = 0; i < count; ++i) result[i] = transparency[i];
+    else
+        for (unsigned i = start; i < start + count; ++i) result[i - start] = hide.asBool(i) ? splat(1) : transparency[i - start];
 
     if (TraySampler* sampler = surfaceRaySampler(block, a.io, start, count)) {
         TdataHandle chromatic = block.inputValue(s.chromaticAberration, start, count);
@@ -97,6 +100,18 @@ void computeSurfaceTransparency(TdependNode* node, const TsurfaceAttributes& a, 
     TdataHandle mode = block.inputValue(s.matteOpacityMode, start, count);
     TdataHandle gain = block.inputValue(s.matteOpacity, start, count);
     TdataHandle outMatte = block.outputValue(a.io.outMatteOpacity.whole, start, count);
+    if (!mode.isVariable() && !gain.isVariable()) {
+        // One mode and gain for the batch.
+        const short m = mode.asShort(start);
+        const float g = gain.asFloat(start);
+        if (m == kMatteBlackHole || m == kMatteSolid) {
+            const T3Float value = splat(m == kMatteBlackHole ? kBlackHoleMatte : g);
+            for (unsigned i = start; i < start + count; ++i) outMatte.asFloat3(i) = value;
+        } else {
+            for (unsigned i = start; i < start + count; ++i) outMatte.asFloat3(i) = oneMinus(result[i - start]) * g;
+        }
+        return;
+    }
     for (unsigned i = start; i < start + count; ++i) {
         short m = mode.asShort(i);
         float g = gain.asFloat(i);
@@ -238,6 +253,7 @@ float surfaceGlowIntensity(TdependNode& node, const Tattribute& glowIntensity) {
 
 void computeSurfaceBlackHole(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count) {
     TdataHandle mode = block.inputValue(a.settings.matteOpacityMode, start, count);
+    if (!mode.isVariable() && mode.asShort(start) != kMatteBlackHole) return;  // the batch has no black hole
     TdataHandle outColor = block.outputValue(a.io.outColor.whole, start, count);
     TdataHandle outGlow = block.outputValue(a.io.outGlowColor.whole, start, count);
     for (unsigned i = start; i < start + count; ++i)
@@ -252,9 +268,15 @@ void finishSurfaceColor(const TsurfaceAttributes& a, TdataBlock& block, unsigned
     TdataHandle glow = block.inputValue(a.settings.glowIntensity, start, count);
     TdataHandle outColor = block.outputValue(a.io.outColor.whole, start, count);
     TdataHandle outGlow = block.outputValue(a.io.outGlowColor.whole, start, count);
-    for (unsigned i = start; i < start + count; ++i) {
-        if (hide.asBool(i)) outColor.asFloat3(i) = T3Float();
-        outGlow.asFloat3(i) = outGlow.asFloat3(i) * glow.asFloat(i);
+    if (!hide.isVariable() && !hide.asBool(start) && !glow.isVariable()) {
+        // Nothing hidden and one glow for the batch.
+        const float g = glow.asFloat(start);
+        for (unsigned i = start; i < start + count; ++i) outGlow.asFloat3(i) = outGlow.asFloat3(i) * g;
+    } else {
+        for (unsigned i = start; i < start + count; ++i) {
+            if (hide.asBool(i)) outColor.asFloat3(i) = T3Float();
+            outGlow.asFloat3(i) = outGlow.asFloat3(i) * glow.asFloat(i);
+        }
     }
     computeSurfaceBlackHole(a, block, start, count);
 }

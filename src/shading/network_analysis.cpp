@@ -191,6 +191,9 @@ private:
         std::vector<std::pair<unsigned, unsigned>> constantParts;
         // Varying multis: (attribute, template offset, bytes per sample).
         std::vector<std::array<unsigned, 3>> arrays;
+        // Inputs that read a sample item where the records lie: (attribute,
+        // item, offset of the copy kept for records that are not evenly spaced).
+        std::vector<std::array<unsigned, 3>> sampleLinks;
     };
     unsigned arrayTemplate(BlockPlan& plan, TdependNode* node, const Tattribute* a, unsigned& count);
     std::vector<BlockPlan> fPlans;
@@ -540,6 +543,19 @@ void TSEanalysis::layOut(TSEnodeDescription* d) {
         if (source->parent() || source->isArray() || source->typeof() != dest->typeof()) continue;
         direct[dest->index()] = &c;
     }
+    // Inputs fed by one sample item alone read it in the records; an item
+    // that providers stand in for keeps its copy from the provider stack.
+    std::vector<const TSEconnectionRecord*> fromSample(n, nullptr);
+    for (const TSEconnectionRecord& c : d->connections) {
+        const Tattribute* dest = node->attribute(c.destAttr);
+        if (c.kind != kConnSampleItem || c.element >= 0 || dest->parent() || dest->isArray() || connectionCount[dest->index()] != 1)
+            continue;
+        const unsigned item = unsigned(c.sourceAttr);
+        if (item >= kSampleItemCount || providedItem(item) || dest->size() > Tsample::sStorageSize(item) ||
+            (dest->flags() & kAttrNeedsConstruction))
+            continue;
+        fromSample[dest->index()] = &c;
+    }
 
     auto place = [&](const Tattribute* a, uint32_t kind, unsigned offset, int segment, auto&& self) -> void {
         plan.info[a->index()] = {kind, uint16_t(offset), int16_t(segment)};
@@ -589,6 +605,13 @@ void TSEanalysis::layOut(TSEnodeDescription* d) {
                     readPlug(Tplug(node, a), plan.constants.data() + offset);
             }
             place(a, TdataBlockRendering::kConstPresent, offset, TdataBlockRendering::kNoSegment, place);
+            continue;
+        }
+        if (const TSEconnectionRecord* c = fromSample[i]) {
+            variable = align(variable, 8);
+            place(a, TdataBlockRendering::kVarPresentOtherDB, variable, TdataBlockRendering::kNoSegment, place);
+            plan.sampleLinks.push_back({i, unsigned(c->sourceAttr), variable + kReferenceSlot});
+            variable += kReferenceSlot + align(size, 8);
             continue;
         }
         if (const TSEconnectionRecord* c = direct[i]) {
@@ -801,6 +824,8 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
                                        p.item));
     for (unsigned b = 0; b < fBlocks.size(); ++b)
         for (auto& link : fPlans[b].links) prologue.push_back(instruction(kOpLinkBlock, b, link[0], link[1], link[2]));
+    for (unsigned b = 0; b < fBlocks.size(); ++b)
+        for (auto& link : fPlans[b].sampleLinks) prologue.push_back(instruction(kOpLinkSample, b, link[0], link[1], link[2]));
     for (TSEnodeDescription* d : fBlocks)
         if (d->cut) {
             std::vector<TSEinstruction> stream;

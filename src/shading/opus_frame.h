@@ -21,6 +21,7 @@ struct TSElighting {
 struct TSEframe {
     const TshadingOpus* opus;
     TdataBlockRendering* blocks;
+    TdataBlockRendering* sampleBlock;  // the records as one block, when evenly spaced; else null
     unsigned char* constants;
     unsigned char* variables;
     uint64_t* segmentDone;     // per segment, the samples it has computed in this run

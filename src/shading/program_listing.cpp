@@ -116,6 +116,14 @@ private:
                 case kOpInitStack:
                     detail = std::string("stack@") + std::to_string(in.word[0]) + " for " + Tsample::fDataItem[in.word[2]];
                     break;
+                case kOpLinkSample: {
+                    const TSEblockLayout& l = fProgram.blocks[in.word[0]];
+                    node = l.node->name().str();
+                    plug = l.node->attribute(in.word[1])->longName().str();
+                    block = std::to_string(in.word[0]);
+                    detail = side(kSideSample, 0xFFFF, in.word[2]) + " -> " + node + "." + plug + ", read in place";
+                    break;
+                }
                 case kOpLinkBlock:
                     node = fProgram.blocks[in.word[0]].node->name().str();
                     plug = fProgram.blocks[in.word[0]].node->attribute(in.word[1])->longName().str();

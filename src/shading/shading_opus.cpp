@@ -1,8 +1,12 @@
 #include "shading/shading_opus.h"
 
 #include <algorithm>
+#include <climits>
+#include <cstdint>
 #include <cstring>
 #include <new>
+#include <type_traits>
+#include <vector>
 
 #include "framework/host/depend_node.h"
 #include "framework/shading_node.h"
@@ -132,6 +136,46 @@ TshadingOpus::~TshadingOpus() {
     for (unsigned t = fProgram.targetCount; t-- > 0;) fProgram.targets[t].~TSEcomputeTarget();
 }
 
+struct TshadingOpus::Plan {
+    // A copy with both sides looked up. A constant side reads at `base` in
+    // the frame's constants; a variable side at base * count + offset in
+    // its variables, `stride` apart; a sample side reads field `offset`.
+    struct Copy {
+        TSEcopyRoutine routine;
+        TSEside sourceSide, destSide;
+        uint32_t sourceBase, sourceOffset, sourceStride;
+        uint32_t destBase, destOffset, destStride;
+        uint32_t size;
+        int32_t sourceSegment;
+    };
+    // An input that reads another block's output where it lies.
+    struct Link {
+        uint32_t destBase, destOffset, sourceBase, sourceOffset, sourceBlock;
+    };
+    // An input that reads a sample item where the records lie, or a copy
+    // of it at `copyOffset` of its own block when they are not evenly spaced.
+    struct SampleLink {
+        uint32_t destBase, destOffset, copyOffset, destBlock, stride, item;
+        TSEcopyRoutine copy;
+    };
+    struct Step {
+        uint32_t opcode;
+        uint32_t operand;  // a copy, a compute target, or else the instruction
+        uint32_t block;
+        uint32_t sibling;  // a later compute of the same node in this pass
+    };
+    Copy* copies;  // one per program copy
+    Link* links;
+    unsigned linkCount;
+    SampleLink* sampleLinks;
+    unsigned sampleLinkCount;
+    unsigned* prologue;  // instructions that start the provider stacks
+    unsigned prologueCount;
+    bool* marksRead;  // per block: the node computes more than one output
+    Step* steps;
+    unsigned* segmentSteps;  // segmentCount + 1 entries
+};
+
 void TshadingOpus::initialize(const Program& program, TbitField64 needs, TbitField64 requested, unsigned* fieldOffsets,
                               TDNshadingEngine* engine) {
     fProgram = program;
@@ -139,6 +183,90 @@ void TshadingOpus::initialize(const Program& program, TbitField64 needs, TbitFie
     fRequested = requested;
     fFieldOffsets = fieldOffsets;
     fEngine = engine;
+    buildPlan();
+}
+
+void TshadingOpus::buildPlan() {
+    fPlan = nullptr;
+    if (!fArena) return;
+    const Program& p = fProgram;
+    auto* plan = new (fArena->allocate(sizeof(Plan))) Plan{};
+    auto array = [&](auto*& out, size_t n) {
+        using T = std::remove_reference_t<decltype(*out)>;
+        out = n ? static_cast<T*>(fArena->allocate(sizeof(T) * n)) : nullptr;
+    };
+    array(plan->copies, p.copyCount);
+    for (unsigned k = 0; k < p.copyCount; ++k) {
+        const TSEcopy& c = p.copies[k];
+        Plan::Copy& r = plan->copies[k];
+        r = {c.routine, c.sourceSide, c.destSide, 0, c.sourceOffset, 0, 0, c.destOffset, 0, c.size, c.sourceSegment};
+        auto side = [&](TSEside s, uint16_t block, uint32_t& base, uint32_t& offset, uint32_t& stride) {
+            if (s == kSideConstant) {
+                base = (block == kNoBlock ? 0 : p.blocks[block].constantOffset) + offset;
+                offset = 0;
+            } else if (s == kSideVariable) {
+                base = p.blocks[block].variableBase;
+                stride = p.blocks[block].elementSize;
+            }
+        };
+        side(c.sourceSide, c.sourceBlock, r.sourceBase, r.sourceOffset, r.sourceStride);
+        side(c.destSide, c.destBlock, r.destBase, r.destOffset, r.destStride);
+    }
+    array(plan->marksRead, p.blockCount);
+    for (unsigned b = 0; b < p.blockCount; ++b) plan->marksRead[b] = false;
+    // Segment 0 starts with the set-up of every block, the provider stacks
+    // and the links; the frame does those before any step runs.
+    unsigned k = p.segmentCount ? p.segments[0] : 0, end0 = p.segmentCount ? p.segments[1] : 0;
+    unsigned prologueEnd = k;
+    unsigned links = 0, sampleLinks = 0, stacks = 0;
+    while (prologueEnd < end0) {
+        uint32_t op = p.instructions[prologueEnd].opcode;
+        if (op != kOpSetUpBlock && op != kOpInitStack && op != kOpLinkBlock && op != kOpLinkSample) break;
+        links += op == kOpLinkBlock;
+        sampleLinks += op == kOpLinkSample;
+        stacks += op == kOpInitStack;
+        ++prologueEnd;
+    }
+    array(plan->links, links);
+    array(plan->sampleLinks, sampleLinks);
+    array(plan->prologue, stacks);
+    for (; k < prologueEnd; ++k) {
+        const TSEinstruction& in = p.instructions[k];
+        if (in.opcode == kOpInitStack) plan->prologue[plan->prologueCount++] = k;
+        if (in.opcode == kOpLinkSample) {
+            const TSEblockLayout& dest = p.blocks[in.word[0]];
+            const unsigned size = dest.node->attribute(in.word[1])->size();
+            plan->sampleLinks[plan->sampleLinkCount++] = {dest.variableBase, dest.info[in.word[1]].offset, in.word[3], in.word[0],
+                                                          dest.elementSize, in.word[2], selectCopyRoutine(size, kSideSample, kSideVariable)};
+            continue;
+        }
+        if (in.opcode != kOpLinkBlock) continue;
+        const TSEblockLayout& dest = p.blocks[in.word[0]];
+        const TSEblockLayout& source = p.blocks[in.word[2]];
+        plan->links[plan->linkCount++] = {dest.variableBase, dest.info[in.word[1]].offset, source.variableBase,
+                                          source.info[in.word[3]].offset, in.word[2]};
+    }
+    // The steps: every instruction after the prologue, segment by segment.
+    array(plan->segmentSteps, p.segmentCount + 1);
+    array(plan->steps, p.instructionCount);
+    unsigned n = 0;
+    std::vector<unsigned> computes(p.blockCount, 0);
+    for (unsigned s = 0; s < p.segmentCount; ++s) {
+        plan->segmentSteps[s] = n;
+        for (unsigned i = s == 0 ? prologueEnd : p.segments[s]; i < p.segments[s + 1]; ++i) {
+            const TSEinstruction& in = p.instructions[i];
+            Plan::Step& step = plan->steps[n++];
+            step = {in.opcode, i, 0, 0};
+            if (in.opcode == kOpCopy) step.operand = in.word[0];
+            if (in.opcode == kOpCompute || in.opcode == kOpComputeLocked) {
+                step = {in.opcode, in.word[1], in.word[0], in.word[2]};
+                if (in.word[0] < p.blockCount) ++computes[in.word[0]];
+            }
+        }
+    }
+    if (p.segmentCount) plan->segmentSteps[p.segmentCount] = n;
+    for (unsigned b = 0; b < p.blockCount; ++b) plan->marksRead[b] = computes[b] > 1;
+    fPlan = plan;
 }
 
 bool TshadingOpus::releaseOpus() {
@@ -182,21 +310,29 @@ void TshadingOpus::fillUserSampleData(TrenderGroupBase* group, unsigned count, T
 }
 
 size_t TshadingOpus::frameSize(unsigned count) const {
-    return align16(sizeof(TdataBlockRendering) * fProgram.blockCount) + align16(fProgram.constantSize) +
+    return align16(sizeof(TdataBlockRendering) * (fProgram.blockCount + 1)) + align16(fProgram.constantSize) +
            align16(size_t(fProgram.variableSize) * count) + align16(2 * sizeof(uint64_t) * fProgram.segmentCount) +
            align16(fProgram.loopSize);
 }
 
 void TshadingOpus::shade(unsigned count, Tsample** samples) const {
-    if (!samples || count == 0) return;
+    if (!samples || count == 0 || !fPlan) return;
     count = std::min(count, kBatchSize);
     if (fUserData) {
         TsampleBatch* batch = samples[0]->batch();
         fillUserSampleData(batch ? batch->renderGroup : nullptr, count, samples);
     }
-    // Defaults of needed items the renderer did not set; usually there are none.
-    for (unsigned i = 0; i < count; ++i)
-        if ((fNeeds & ~samples[i]->fieldsSet()).bits()) samples[i]->confirmSet(fNeeds);
+    // Defaults of needed items the renderer did not set; usually there are
+    // none, so one pass gathers what is missing and a second runs only then.
+    uint32_t everyLow = ~0u, everyHigh = ~0u;  // the items set in every sample
+    for (unsigned i = 0; i < count; ++i) {
+        const TbitField64 set = samples[i]->fieldsSet();
+        everyLow &= set.low();
+        everyHigh &= set.high();
+    }
+    if ((fNeeds.low() & ~everyLow) | (fNeeds.high() & ~everyHigh))
+        for (unsigned i = 0; i < count; ++i)
+            if ((fNeeds & ~samples[i]->fieldsSet()).bits()) samples[i]->confirmSet(fNeeds);
 
     // Lights first, once per sample that has its own lighting.
     TSElighting lighting;
@@ -215,7 +351,8 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     TSEframe frame;
     frame.opus = this;
     frame.blocks = reinterpret_cast<TdataBlockRendering*>(memory);
-    memory += align16(sizeof(TdataBlockRendering) * fProgram.blockCount);
+    frame.sampleBlock = frame.blocks + fProgram.blockCount;
+    memory += align16(sizeof(TdataBlockRendering) * (fProgram.blockCount + 1));
     frame.constants = memory;
     memory += align16(fProgram.constantSize);
     frame.variables = memory;
@@ -236,12 +373,75 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     std::memset(frame.segmentDone, 0, 2 * sizeof(uint64_t) * fProgram.segmentCount);
     frame.segmentDone[0] = rangeMask(0, count);
 
-    run(frame, fProgram.segments[0], fProgram.segments[1], 0, count);
+    setUpFrame(frame);
+    run(frame, 0, 0, count);
 
     // Only blocks with values that were constructed have anything to tear
     // down; the others end with the frame.
     for (unsigned b = frame.blocksMade; b-- > 0;)
         if (fProgram.blocks[b].hidden && fProgram.blocks[b].hidden[0]) frame.blocks[b].~TdataBlockRendering();
+}
+
+void TshadingOpus::setUpFrame(TSEframe& frame) const {
+    for (unsigned b = 0; b < fProgram.blockCount; ++b) {
+        const TSEblockLayout& layout = fProgram.blocks[b];
+        TdataBlockRendering* block =
+            new (&frame.blocks[b]) TdataBlockRendering(layout.node, layout.elementSize, frame.variables + size_t(layout.variableBase) * frame.count,
+                                                       frame.count, frame.constants + layout.constantOffset, layout.info, layout.multi,
+                                                       layout.hidden, &frame);
+        // Clean marks only matter to a node with a second compute in the pass.
+        if (!fPlan->marksRead[b]) block->ignoreCleanMarks();
+    }
+    frame.blocksMade = fProgram.blockCount;
+    for (unsigned k = 0; k < fPlan->prologueCount; ++k) execute(frame, fProgram.instructions[fPlan->prologue[k]], 0, frame.count);
+    for (unsigned k = 0; k < fPlan->linkCount; ++k) {
+        const Plan::Link& link = fPlan->links[k];
+        auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(frame.variables + size_t(link.destBase) * frame.count + link.destOffset);
+        ref->value = frame.variables + size_t(link.sourceBase) * frame.count + link.sourceOffset;
+        ref->block = &frame.blocks[link.sourceBlock];
+    }
+    if (fPlan->sampleLinkCount) linkSamples(frame);
+}
+
+void TshadingOpus::linkSamples(TSEframe& frame) const {
+    // Records laid out one after another at a fixed spacing, as a batch
+    // usually is, form one block whose elements are the records: inputs
+    // read their items there. Otherwise each input gets its own copy.
+    const unsigned count = frame.count;
+    auto* base = reinterpret_cast<unsigned char*>(frame.samples[0]);
+    const ptrdiff_t spacing = count > 1 ? reinterpret_cast<unsigned char*>(frame.samples[1]) - base : 0;
+    bool even = spacing >= 0 && spacing <= ptrdiff_t(UINT32_MAX);
+    const unsigned char* expected = base + spacing;
+    for (unsigned i = 2; i < count && even; ++i) {
+        expected += spacing;
+        even = reinterpret_cast<unsigned char*>(frame.samples[i]) == expected;
+    }
+    frame.sampleBlock = even ? new (frame.sampleBlock) TdataBlockRendering(nullptr, unsigned(spacing), base, count, nullptr, nullptr,
+                                                                           nullptr, nullptr, &frame)
+                             : nullptr;
+    for (unsigned k = 0; k < fPlan->sampleLinkCount; ++k) {
+        const Plan::SampleLink& link = fPlan->sampleLinks[k];
+        unsigned char* element = frame.variables + size_t(link.destBase) * count;
+        auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(element + link.destOffset);
+        const unsigned field = frame.fields[link.item];
+        if (frame.sampleBlock && field) {
+            ref->value = base + field;
+            ref->block = frame.sampleBlock;
+            continue;
+        }
+        // Copied as a copy instruction would; an item the records do not
+        // carry is left as the frame has it.
+        if (field) {
+            TSErun r{};
+            r.samples = frame.samples;
+            r.dest = element + link.copyOffset;
+            r.destStride = link.stride;
+            r.sourceField = field;
+            link.copy(r, 0, count - 1);
+        }
+        ref->value = element + link.copyOffset;
+        ref->block = &frame.blocks[link.destBlock];
+    }
 }
 
 void TshadingOpus::computeValue(void* context, int segment, const Tattribute*, unsigned first, unsigned count) {
@@ -268,7 +468,7 @@ void TshadingOpus::runSegment(TSEframe& frame, int segment, unsigned first, unsi
         uint64_t shifted = ~(todo >> start);
         unsigned length = shifted ? unsigned(__builtin_ctzll(shifted)) : 64 - start;
         uint64_t mask = rangeMask(start, length);
-        run(frame, fProgram.segments[segment], fProgram.segments[segment + 1], start, length);
+        run(frame, unsigned(segment), start, length);
         running &= ~mask;
         if (frame.providerDepth == 0)
             done |= mask;
@@ -322,17 +522,17 @@ void TshadingOpus::copy(TSEframe& frame, const TSEcopy& c, unsigned first, unsig
     c.routine(run, first, first + count - 1);
 }
 
-void TshadingOpus::run(TSEframe& frame, unsigned begin, unsigned end, unsigned first, unsigned count) const {
-    for (unsigned k = begin; k < end; ++k) {
-        const TSEinstruction& in = fProgram.instructions[k];
-        switch (in.opcode) {
+void TshadingOpus::run(TSEframe& frame, unsigned segment, unsigned first, unsigned count) const {
+    const Plan::Step* const end = fPlan->steps + fPlan->segmentSteps[segment + 1];
+    for (const Plan::Step* step = fPlan->steps + fPlan->segmentSteps[segment]; step != end; ++step) {
+        switch (step->opcode) {
             case kOpCompute:
             case kOpComputeLocked: {
-                TdataBlockRendering& block = frame.blocks[in.word[0]];
-                const TSEcomputeTarget& target = fProgram.targets[in.word[1]];
+                TdataBlockRendering& block = frame.blocks[step->block];
+                const TSEcomputeTarget& target = fProgram.targets[step->operand];
                 // A later compute of the same node in this pass: its output
                 // may have come with an earlier one.
-                if (in.word[2]) {
+                if (step->sibling) {
                     if (block.isClean(*target.plug.attribute())) break;
                 } else {
                     block.clearCleanMarks();
@@ -342,7 +542,7 @@ void TshadingOpus::run(TSEframe& frame, unsigned begin, unsigned end, unsigned f
                     Tplug plug = target.plug;
                     target.shadingNode->ensureOnDemand(plug, block);
                 }
-                if (in.opcode == kOpComputeLocked && target.mutex) {
+                if (step->opcode == kOpComputeLocked && target.mutex) {
                     TmtLock lock(*target.mutex);
                     Dispatcher::run(target.plug.node(), target.plug, block, first, count);
                 } else {
@@ -350,69 +550,95 @@ void TshadingOpus::run(TSEframe& frame, unsigned begin, unsigned end, unsigned f
                 }
                 break;
             }
-            case kOpSetUpBlock: {
-                unsigned b = in.word[0];
-                const TSEblockLayout& layout = fProgram.blocks[b];
-                new (&frame.blocks[b]) TdataBlockRendering(layout.node, layout.elementSize,
-                                                           frame.variables + size_t(layout.variableBase) * frame.count, frame.count,
-                                                           frame.constants + layout.constantOffset, layout.info, layout.multi,
-                                                           layout.hidden, &frame);
-                frame.blocksMade = std::max(frame.blocksMade, b + 1);
-                break;
-            }
-            case kOpCopy:
-                copy(frame, fProgram.copies[in.word[0]], first, count);
-                break;
-            case kOpLightArray:
-                copyLights(frame, in, first, count);
-                break;
-            case kOpCopyFromStack:
-                copyFromStack(frame, in.word[0], fProgram.copies[in.word[1]], first, count);
-                break;
-            case kOpInitStack: {
-                auto* stack = reinterpret_cast<TSEproviderStack*>(frame.loop + in.word[0]);
-                auto* entries = reinterpret_cast<TSEproviderEntry*>(stack + 1);
-                stack->top = 0;
-                stack->capacity = unsigned((in.word[1] - in.word[0] - sizeof(TSEproviderStack)) / sizeof(TSEproviderEntry));
-                entries[0] = {kNoBlock, 0, in.word[2], 0, 0};
-                break;
-            }
-            case kOpPushProvider: {
-                auto* stack = reinterpret_cast<TSEproviderStack*>(frame.loop + in.word[0]);
-                auto* entries = reinterpret_cast<TSEproviderEntry*>(stack + 1);
-                TSEproviderEntry& top = entries[stack->top];
-                if (stack->top + 1 < stack->capacity && (top.block != in.word[1] || top.offset != in.word[2]))
-                    entries[++stack->top] = {uint16_t(in.word[1]), 0, in.word[2], 0, 0};
-                else
-                    ++top.nesting;
-                ++frame.providerDepth;
-                break;
-            }
-            case kOpPopProvider: {
-                auto* stack = reinterpret_cast<TSEproviderStack*>(frame.loop + in.word[0]);
-                auto* entries = reinterpret_cast<TSEproviderEntry*>(stack + 1);
-                TSEproviderEntry& top = entries[stack->top];
-                if (top.nesting == 0 && stack->top > 0)
-                    --stack->top;
-                else if (top.nesting > 0)
-                    --top.nesting;
-                if (frame.providerDepth) --frame.providerDepth;
-                break;
-            }
-            case kOpLinkBlock: {
-                const TSEblockLayout& dest = fProgram.blocks[in.word[0]];
-                const TSEblockLayout& source = fProgram.blocks[in.word[2]];
-                const auto& destInfo = dest.info[in.word[1]];
-                const auto& sourceInfo = source.info[in.word[3]];
-                auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(
-                    frame.variables + size_t(dest.variableBase) * frame.count + destInfo.offset);
-                ref->value = frame.variables + size_t(source.variableBase) * frame.count + sourceInfo.offset;
-                ref->block = &frame.blocks[in.word[2]];
+            case kOpCopy: {
+                const Plan::Copy& c = fPlan->copies[step->operand];
+                if (c.sourceSegment > 0) runSegment(frame, c.sourceSegment, first, count);
+                TSErun r;
+                r.samples = frame.samples;
+                r.size = c.size;
+                r.source = c.sourceSide == kSideConstant ? frame.constants + c.sourceBase
+                                                         : frame.variables + size_t(c.sourceBase) * frame.count + c.sourceOffset;
+                r.dest = c.destSide == kSideConstant ? frame.constants + c.destBase
+                                                     : frame.variables + size_t(c.destBase) * frame.count + c.destOffset;
+                r.sourceStride = c.sourceStride;
+                r.destStride = c.destStride;
+                r.sourceField = c.sourceSide == kSideSample ? frame.fields[c.sourceOffset] : 0;
+                r.destField = c.destSide == kSideSample ? frame.fields[c.destOffset] : 0;
+                // An item the samples do not carry.
+                if ((c.sourceSide == kSideSample && r.sourceField == 0) || (c.destSide == kSideSample && r.destField == 0)) break;
+                c.routine(r, first, first + count - 1);
                 break;
             }
             default:
+                execute(frame, fProgram.instructions[step->operand], first, count);
                 break;
         }
+    }
+}
+
+void TshadingOpus::execute(TSEframe& frame, const TSEinstruction& in, unsigned first, unsigned count) const {
+    // The instructions that are not computes or copies: the prologue's, the
+    // providers' and the light arrays'.
+    switch (in.opcode) {
+        case kOpSetUpBlock: {
+            unsigned b = in.word[0];
+            const TSEblockLayout& layout = fProgram.blocks[b];
+            new (&frame.blocks[b]) TdataBlockRendering(layout.node, layout.elementSize,
+                                                       frame.variables + size_t(layout.variableBase) * frame.count, frame.count,
+                                                       frame.constants + layout.constantOffset, layout.info, layout.multi,
+                                                       layout.hidden, &frame);
+            frame.blocksMade = std::max(frame.blocksMade, b + 1);
+            break;
+        }
+        case kOpLightArray:
+            copyLights(frame, in, first, count);
+            break;
+        case kOpCopyFromStack:
+            copyFromStack(frame, in.word[0], fProgram.copies[in.word[1]], first, count);
+            break;
+        case kOpInitStack: {
+            auto* stack = reinterpret_cast<TSEproviderStack*>(frame.loop + in.word[0]);
+            auto* entries = reinterpret_cast<TSEproviderEntry*>(stack + 1);
+            stack->top = 0;
+            stack->capacity = unsigned((in.word[1] - in.word[0] - sizeof(TSEproviderStack)) / sizeof(TSEproviderEntry));
+            entries[0] = {kNoBlock, 0, in.word[2], 0, 0};
+            break;
+        }
+        case kOpPushProvider: {
+            auto* stack = reinterpret_cast<TSEproviderStack*>(frame.loop + in.word[0]);
+            auto* entries = reinterpret_cast<TSEproviderEntry*>(stack + 1);
+            TSEproviderEntry& top = entries[stack->top];
+            if (stack->top + 1 < stack->capacity && (top.block != in.word[1] || top.offset != in.word[2]))
+                entries[++stack->top] = {uint16_t(in.word[1]), 0, in.word[2], 0, 0};
+            else
+                ++top.nesting;
+            ++frame.providerDepth;
+            break;
+        }
+        case kOpPopProvider: {
+            auto* stack = reinterpret_cast<TSEproviderStack*>(frame.loop + in.word[0]);
+            auto* entries = reinterpret_cast<TSEproviderEntry*>(stack + 1);
+            TSEproviderEntry& top = entries[stack->top];
+            if (top.nesting == 0 && stack->top > 0)
+                --stack->top;
+            else if (top.nesting > 0)
+                --top.nesting;
+            if (frame.providerDepth) --frame.providerDepth;
+            break;
+        }
+        case kOpLinkBlock: {
+            const TSEblockLayout& dest = fProgram.blocks[in.word[0]];
+            const TSEblockLayout& source = fProgram.blocks[in.word[2]];
+            const auto& destInfo = dest.info[in.word[1]];
+            const auto& sourceInfo = source.info[in.word[3]];
+            auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(
+                frame.variables + size_t(dest.variableBase) * frame.count + destInfo.offset);
+            ref->value = frame.variables + size_t(source.variableBase) * frame.count + sourceInfo.offset;
+            ref->block = &frame.blocks[in.word[2]];
+            break;
+        }
+        default:
+            break;
     }
 }
 
@@ -428,6 +654,7 @@ const char* opcodeName(uint32_t opcode) {
         case kOpInitStack: return "initStack";
         case kOpLinkBlock: return "linkBlock";
         case kOpLightArray: return "lightArray";
+        case kOpLinkSample: return "linkSample";
     }
     return nullptr;
 }

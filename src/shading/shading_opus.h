@@ -35,6 +35,7 @@ enum TSEopcode : uint32_t {
     kOpInitStack = 7,
     kOpLinkBlock = 10,  // store in a block the reference to another block's value
     kOpLightArray = 11,  // fill a node's light array from the lights run for each sample
+    kOpLinkSample = 12,  // make an input read a sample item where the records lie
 };
 // The opcode's name for listings; null for a value that is no opcode.
 const char* opcodeName(uint32_t opcode);
@@ -194,8 +195,17 @@ public:
     static void resetShadeVectorHistogram() {}
     static void printShadeVectorHistogram() {}
 
+    // The program as a run walks it, resolved once when it is built: each
+    // block's set-up, the links and each segment's steps with their operands
+    // looked up. Defined in shading_opus.cpp; lives in the arena.
+    struct Plan;
+
 private:
-    void run(TSEframe& frame, unsigned begin, unsigned end, unsigned first, unsigned count) const;
+    void buildPlan();
+    void setUpFrame(TSEframe& frame) const;
+    void linkSamples(TSEframe& frame) const;
+    void run(TSEframe& frame, unsigned segment, unsigned first, unsigned count) const;
+    void execute(TSEframe& frame, const TSEinstruction& in, unsigned first, unsigned count) const;
     void runSegment(TSEframe& frame, int segment, unsigned first, unsigned count) const;
     void copy(TSEframe& frame, const TSEcopy& c, unsigned first, unsigned count) const;
     void copyLights(TSEframe& frame, const TSEinstruction& in, unsigned first, unsigned count) const;
@@ -210,6 +220,7 @@ private:
     unsigned fOption;
     TstackArena* fArena;
     Program fProgram{};
+    const Plan* fPlan = nullptr;
     TbitField64 fNeeds, fRequested;
     unsigned* fFieldOffsets = nullptr;
     TshadingOpus** fLights = nullptr;  // in the group's arena

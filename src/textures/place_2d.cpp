@@ -197,6 +197,26 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
     }
     TdataHandle uv = block.inputValue(attrUvCoord(), first, count);
     TdataHandle out = block.outputValue(attrOutUV(), first, count);
+    bool constant = true;
+    for (const TdataHandle* h : {&coverage, &repeat, &translate, &rotateFrame, &mirrorU, &mirrorV, &stagger, &wrapU, &wrapV, &offset,
+                                 &rotateUV, &noise})
+        constant = constant && !h->isVariable();
+    if (constant) {
+        // One placement for the batch, as it usually is: decided once, and
+        // the identity passes the coordinates through.
+        const Tplace2dParams p = paramsAt(first);
+        if (computeDoTransform(p))
+            for (unsigned i = first; i < first + count; ++i) {
+                const T2Float in = uv.asFloat2(i);
+                T2Float mapped;
+                sMapUV(p, in.x, in.y, mapped.x, mapped.y);
+                out.asFloat2(i) = mapped;
+            }
+        else
+            for (unsigned i = first; i < first + count; ++i) out.asFloat2(i) = uv.asFloat2(i);
+        block.setClean(attrOutUV());
+        return true;
+    }
     for (unsigned i = first; i < first + count; ++i) {
         T2Float in = uv.asFloat2(i);
         Tplace2dParams p = paramsAt(i);

@@ -37,16 +37,7 @@ Ttx2dEffects::Ttx2dEffects(TdataBlock& block, unsigned first, unsigned count)
       alphaOffset(block.inputValue(TdnTx2D::saAlphaOffset(), first, count)),
       defaultColor(block.inputValue(TdnTx2D::saDefaultColor(), first, count)) {}
 
-void Ttx2dEffects::apply(unsigned i, T3Float& colour, float& alpha) const {
-    if (invert.asBool(i)) {
-        colour = T3Float(1.0f - colour.x, 1.0f - colour.y, 1.0f - colour.z);
-        alpha = 1.0f - alpha;
-    }
-    const T3Float& gain = colorGain.asFloat3(i);
-    const T3Float& offset = colorOffset.asFloat3(i);
-    colour = T3Float(colour.x * gain.x + offset.x, colour.y * gain.y + offset.y, colour.z * gain.z + offset.z);
-    alpha = alpha * alphaGain.asFloat(i) + alphaOffset.asFloat(i);
-}
+void Ttx2dEffects::apply(unsigned i, T3Float& colour, float& alpha) const { values(i).apply(colour, alpha); }
 
 Tattribute* TdnTx2D::alternateAttr(const Tattribute* a) {
     if (!a) return nullptr;

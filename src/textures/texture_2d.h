@@ -70,6 +70,31 @@ struct Ttx2dEffects {
     Ttx2dEffects(TdataBlock& block, unsigned first, unsigned count);
     // Invert, then gain and offset; no clamp.
     void apply(unsigned i, T3Float& colour, float& alpha) const;
+
+    // The effects of one sample as values, for a loop that holds them.
+    struct Values {
+        bool invert, alphaIsLuminance;
+        T3Float gain, offset;
+        float alphaGain, alphaOffset;
+        // The same arithmetic as apply().
+        void apply(T3Float& colour, float& alpha) const {
+            if (invert) {
+                colour = T3Float(1.0f - colour.x, 1.0f - colour.y, 1.0f - colour.z);
+                alpha = 1.0f - alpha;
+            }
+            colour = T3Float(colour.x * gain.x + offset.x, colour.y * gain.y + offset.y, colour.z * gain.z + offset.z);
+            alpha = alpha * alphaGain + alphaOffset;
+        }
+    };
+    Values values(unsigned i) const {
+        return {invert.asBool(i), alphaIsLuminance.asBool(i), colorGain.asFloat3(i), colorOffset.asFloat3(i), alphaGain.asFloat(i),
+                alphaOffset.asFloat(i)};
+    }
+    // No effect varies per sample.
+    bool constant() const {
+        return !invert.isVariable() && !alphaIsLuminance.isVariable() && !colorGain.isVariable() && !colorOffset.isVariable() &&
+               !alphaGain.isVariable() && !alphaOffset.isVariable();
+    }
 };
 
 // Per-sample scratch of one vector compute, for a texture with kInputs lazy
@@ -154,19 +179,32 @@ public:
         Ttx2dEffects effects(block, fFirst, fCount);
         TdataHandle color = block.outputValue(outColor, fFirst, fCount);
         TdataHandle alpha = block.outputValue(outAlpha, fFirst, fCount);
-        for (unsigned i = fFirst; i < fFirst + fCount; ++i) {
-            const Record& r = at(i);
-            T3Float c = r.own;
-            float a = r.alpha;
-            if (!r.done) {
-                for (unsigned k = 0; k < kInputs; ++k)
-                    if (r.need[k]) c = c + in[k].asFloat3(i) * r.weight[k];
-                if (clampAtZero) c = T3Float(c.x > 0.0f ? c.x : 0.0f, c.y > 0.0f ? c.y : 0.0f, c.z > 0.0f ? c.z : 0.0f);
-                if (alphaFromColour || effects.alphaIsLuminance.asBool(i)) a = luminance(c);
+        // effectsAt(i): the colour effects of sample i.
+        auto mix = [&](auto&& effectsAt) {
+            for (unsigned i = fFirst; i < fFirst + fCount; ++i) {
+                const Record& r = at(i);
+                const Ttx2dEffects::Values& e = effectsAt(i);
+                T3Float c = r.own;
+                float a = r.alpha;
+                if (!r.done) {
+                    if constexpr (kInputs > 0)
+                        for (unsigned k = 0; k < kInputs; ++k)
+                            if (r.need[k]) c = c + in[k].asFloat3(i) * r.weight[k];
+                    if (clampAtZero) c = T3Float(c.x > 0.0f ? c.x : 0.0f, c.y > 0.0f ? c.y : 0.0f, c.z > 0.0f ? c.z : 0.0f);
+                    if (alphaFromColour || e.alphaIsLuminance) a = luminance(c);
+                }
+                e.apply(c, a);
+                color.asFloat3(i) = c;
+                alpha.asFloat(i) = a;
             }
-            effects.apply(i, c, a);
-            color.asFloat3(i) = c;
-            alpha.asFloat(i) = a;
+        };
+        if (effects.constant()) {
+            // The effects of the whole batch, read once.
+            const Ttx2dEffects::Values batchEffects = effects.values(fFirst);
+            mix([&](unsigned) -> const Ttx2dEffects::Values& { return batchEffects; });
+        } else {
+            Ttx2dEffects::Values sampleEffects;
+            mix([&](unsigned i) -> const Ttx2dEffects::Values& { return sampleEffects = effects.values(i); });
         }
         block.setClean(outColor);
         block.setClean(outAlpha);

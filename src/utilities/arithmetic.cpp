@@ -45,10 +45,10 @@ bool TdnMultiplyDivide::vectorComputePlug(const Tplug& plug, TdataBlock& block, 
     };
     if (!op.isVariable() && op.asShort(0) == kMultiply) {
         // The common case, with the operation chosen once for the batch.
-        withLane<T3Float>(a, [&](auto x) {
-            withLane<T3Float>(b, [&](auto y) {
-                for (unsigned i = first; i < first + count; ++i)
-                    out.asFloat3(i) = T3Float(x[i].x * y[i].x, x[i].y * y[i].y, x[i].z * y[i].z);
+        const TtripleOut to(out);
+        withTripleLane(a, [&](auto x) {
+            withTripleLane(b, [&](auto y) {
+                for (unsigned i = first; i < first + count; ++i) to.put(i, x[i] * y[i]);
             });
         });
     } else {

@@ -25,19 +25,20 @@ bool TdnBlendColors::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
         const bool one = w != 0.0f, two = w != 1.0f;
         TdataHandle c1 = one ? block.inputValue(attrColor1(), first, count) : TdataHandle{};
         TdataHandle c2 = two ? block.inputValue(attrColor2(), first, count) : TdataHandle{};
+        const TtripleOut to(out);
         if (one && two)
-            withLane<T3Float>(c1, [&](auto x) {
-                withLane<T3Float>(c2, [&](auto y) {
-                    for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = x[i] * w + y[i] * rest;
+            withTripleLane(c1, [&](auto x) {
+                withTripleLane(c2, [&](auto y) {
+                    for (unsigned i = first; i < first + count; ++i) to.put(i, x[i] * w + y[i] * rest);
                 });
             });
         else if (one)
-            withLane<T3Float>(c1, [&](auto x) {
-                for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = x[i] * w;
+            withTripleLane(c1, [&](auto x) {
+                for (unsigned i = first; i < first + count; ++i) to.put(i, x[i] * w);
             });
         else
-            withLane<T3Float>(c2, [&](auto y) {
-                for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = T3Float() + y[i] * rest;
+            withTripleLane(c2, [&](auto y) {
+                for (unsigned i = first; i < first + count; ++i) to.put(i, Tf4{} + y[i] * rest);
             });
         block.setClean(attrOutput());
         return true;

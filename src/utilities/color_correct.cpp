@@ -29,13 +29,13 @@ bool TdnClampColor::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsi
     TdataHandle in = block.inputValue(attrInput(), first, count);
     TdataHandle out = block.outputValue(attrOutput(), first, count);
     // The bounds are usually constants: one loop per kind of each.
-    withLane<T3Float>(lo, [&](auto a) {
-        withLane<T3Float>(hi, [&](auto b) {
-            for (unsigned i = first; i < first + count; ++i) {
-                const T3Float x = in.asFloat3(i), l = a[i], h = b[i];
+    const TtripleOut to(out);
+    withTripleLane(in, [&](auto x) {
+        withTripleLane(lo, [&](auto a) {
+            withTripleLane(hi, [&](auto b) {
                 // The upper bound wins when the bounds cross.
-                out.asFloat3(i) = perChannel([&](int c) { return std::min(std::max(x[c], l[c]), h[c]); });
-            }
+                for (unsigned i = first; i < first + count; ++i) to.put(i, minLanes(maxLanes(x[i], a[i]), b[i]));
+            });
         });
     });
     block.setClean(attrOutput());
@@ -104,10 +104,11 @@ bool TdnReverse::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
     if (plug.attribute()->rootParent() != &attrOutput()) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle in = block.inputValue(attrInput(), first, count);
     TdataHandle out = block.outputValue(attrOutput(), first, count);
-    for (unsigned i = first; i < first + count; ++i) {
-        const T3Float& x = in.asFloat3(i);
-        out.asFloat3(i) = T3Float(1.0f - x.x, 1.0f - x.y, 1.0f - x.z);
-    }
+    const TtripleOut to(out);
+    const Tf4 one = Tf4{} + 1.0f;
+    withTripleLane(in, [&](auto x) {
+        for (unsigned i = first; i < first + count; ++i) to.put(i, one - x[i]);
+    });
     block.setClean(attrOutput());
     return true;
 }

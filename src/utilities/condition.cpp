@@ -41,7 +41,21 @@ bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
     bool flags[64];
     for (unsigned base = first; base < first + count; base += 64) {
         unsigned n = std::min(64u, first + count - base);
-        for (unsigned i = 0; i < n; ++i) flags[i] = sTest(op.asShort(base + i), a.asFloat(base + i), b.asFloat(base + i));
+        if (!op.isVariable() && !b.isVariable()) {
+            // The usual form, a constant test against a constant: the
+            // operation is chosen once and the loop is one compare per sample.
+            const short operation = op.asShort(0);
+            const float second = b.asFloat(0);
+            withLane<float>(a, [&](auto x) {
+                switch (operation) {
+                    case kGreaterThan: for (unsigned i = 0; i < n; ++i) flags[i] = x[base + i] > second; break;
+                    case kLessThan: for (unsigned i = 0; i < n; ++i) flags[i] = x[base + i] < second; break;
+                    default: for (unsigned i = 0; i < n; ++i) flags[i] = sTest(operation, x[base + i], second); break;
+                }
+            });
+        } else {
+            for (unsigned i = 0; i < n; ++i) flags[i] = sTest(op.asShort(base + i), a.asFloat(base + i), b.asFloat(base + i));
+        }
         forEachRun(base, n, [&](unsigned i) { return flags[i - base]; }, [&](unsigned begin, unsigned end, bool pick) {
             TdataHandle c = block.inputValue(pick ? attrColorIfTrue() : attrColorIfFalse(), begin, end - begin);
             for (unsigned i = begin; i < end; ++i) out.asFloat3(i) = c.asFloat3(i);

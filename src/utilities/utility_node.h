@@ -1,6 +1,11 @@
 #pragma once
 // What the colour and math utility nodes share: their base, and the helpers
 // that declare outputs and walk a batch.
+#include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "framework/host/attribute_groups.h"
 #include "framework/host/node_class.h"
 #include "framework/node_registry.h"
@@ -56,4 +61,57 @@ void withLane(const TdataHandle& h, F&& f) {
         f(TvariableLane<T>{static_cast<const char*>(h.value), h.stride});
     else
         f(TconstantLane<T>{*static_cast<const T*>(h.value)});
+}
+
+// Triples in four-lane registers: one vector operation per sample where
+// three scalar ones would run (the fourth lane is never stored). Each
+// channel sees the same IEEE operation as the scalar form, so the bits are
+// the same.
+using Tf4 = float __attribute__((vector_size(16)));
+#if defined(__SSE2__)
+// Two moves each way; a memcpy of 12 bytes would go through the stack.
+inline Tf4 loadTriple(const void* p) {
+    const __m128 xy = _mm_castpd_ps(_mm_load_sd(static_cast<const double*>(p)));
+    return Tf4(_mm_movelh_ps(xy, _mm_load_ss(static_cast<const float*>(p) + 2)));
+}
+inline void storeTriple(void* p, const Tf4& v) {
+    _mm_store_sd(static_cast<double*>(p), _mm_castps_pd(__m128(v)));
+    _mm_store_ss(static_cast<float*>(p) + 2, _mm_movehl_ps(__m128(v), __m128(v)));
+}
+#else
+inline Tf4 loadTriple(const void* p) {
+    Tf4 v = {};
+    std::memcpy(&v, p, 3 * sizeof(float));
+    return v;
+}
+inline void storeTriple(void* p, const Tf4& v) { std::memcpy(p, &v, 3 * sizeof(float)); }
+#endif
+// std::max(x, lo) and std::min(x, hi) lane by lane, ties and NaNs included.
+inline Tf4 maxLanes(Tf4 x, Tf4 lo) { return x < lo ? lo : x; }
+inline Tf4 minLanes(Tf4 x, Tf4 hi) { return hi < x ? hi : x; }
+
+struct TconstantTriple {
+    Tf4 value;
+    Tf4 operator[](unsigned) const { return value; }
+};
+struct TvariableTriple {
+    const char* base;
+    size_t stride;
+    Tf4 operator[](unsigned i) const { return loadTriple(base + stride * i); }
+};
+// Where a loop writes its triples.
+struct TtripleOut {
+    char* base;
+    size_t stride;
+    explicit TtripleOut(const TdataHandle& h) : base(static_cast<char*>(h.value)), stride(h.stride) {}
+    void put(unsigned i, const Tf4& v) const { storeTriple(base + stride * i, v); }
+};
+
+// Calls f with the triple lane of `h`: constant (read once) or variable.
+template <class F>
+void withTripleLane(const TdataHandle& h, F&& f) {
+    if (h.isVariable())
+        f(TvariableTriple{static_cast<const char*>(h.value), h.stride});
+    else
+        f(TconstantTriple{loadTriple(h.value)});
 }

@@ -544,3 +544,51 @@ TEST(LambertLighting, BlindDataLightIntegratesItself) {
     EXPECT_NEAR(r.color.x, 2 * 0.8f * 0.8f, 1e-6f);
     EXPECT_GE(light.calls, 2) << "both roads asked the light";
 }
+
+TEST(LambertLighting, MixedLightsSumInOrderOverABatch) {
+    // Plain lights shared by the batch take a short loop, a light with
+    // callbacks the general one; with translucence on, every light takes the
+    // general loop. Either way each sample's sum is every light's term, in
+    // order: compared with that sum written per sample.
+    TdoublingLight doubling;
+    TlightData plain;
+    plain.lightDirection = normalize(T3Float(0.3f, 0.4f, 0.85f));
+    plain.lightIntensity = T3Float(0.9f, 0.6f, 0.3f);
+    plain.lightAmbient = false;
+    TlightData self = plain;
+    self.lightDirection = normalize(T3Float(-0.5f, 0.1f, 0.8f));
+    self.lightIntensity = T3Float(0.2f, 0.5f, 0.7f);
+    self.lightBlindData = static_cast<TlightCallbacks*>(&doubling);
+    TlightData ambientToo = plain;
+    ambientToo.lightDirection = normalize(T3Float(0.1f, -0.9f, 0.4f));
+    ambientToo.lightIntensity = T3Float(0.3f, 0.3f, 0.1f);
+    ambientToo.lightAmbient = true;
+    const TlightData lights[] = {plain, self, ambientToo};
+    const T3Float color(0.8f, 0.6f, 0.4f);
+    const float diffuse = 0.7f;
+    std::vector<TmaterialSample> in(24);
+    for (unsigned i = 0; i < in.size(); ++i) in[i].normal = normalize(T3Float(float(i % 5) - 2.0f, float(i % 7) * 0.3f - 1.0f, 1.0f));
+    for (float translucence : {0.0f, 0.25f}) {
+        SCOPED_TRACE(translucence);
+        TmaterialNetwork net;
+        net.set(TdnLambert::saColor(), color);
+        net.set(TdnLambert::saDiffuseCoeff(), diffuse);
+        net.set(TdnLambert::saTranslucenceCoeff(), translucence);
+        net.set(TdnLambert::saTranslucenceFocus(), 0.0f);
+        for (unsigned k = 0; k < 3; ++k) net.setLight(k, lights[k]);
+        auto out = net.shadeBoth(in);
+        ASSERT_EQ(out.size(), in.size());
+        const float threshold = net.material->translucenceThreshold(), range = std::min(0.15f - threshold, 1.0f);
+        for (unsigned i = 0; i < in.size(); ++i) {
+            T3Float want;
+            for (const TlightData& d : lights) {
+                float cosine = dot(d.lightDirection, in[i].normal) * (d.lightBlindData ? 2.0f : 1.0f);
+                float w = (d.lightAmbient ? 1.0f : 0.0f) + std::max(cosine, 0.0f) * diffuse;
+                if (translucence != 0 && cosine > threshold)
+                    w += translucence * (cosine < threshold + range ? (cosine - threshold) / range : 1.0f);
+                want = want + mul3(color, d.lightIntensity) * w;
+            }
+            expectNear3(out[i].color, want, 2e-6f, "outColor");
+        }
+    }
+}

@@ -81,6 +81,63 @@ TEST(ShadingOpus, BatchEqualsAHandWrittenLoop) {
     }
 }
 
+TEST(ShadingOpus, ANeededItemOneSampleLacksTakesItsDefault) {
+    // Every sample but one carries its uv; the one that does not holds
+    // stale bytes, which the run must replace with the item's default
+    // whichever place in the batch the sample has.
+    ChainNetwork net;
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    TengineBatch reference(net.group, kSurfaceColorTransparency, 1);
+    reference.samples[0]->confirmSet(opus->needs());
+    const T2Float byDefault = *reference.samples[0]->uvCoord();
+    for (unsigned lacking : {0u, 5u, 63u}) {
+        SCOPED_TRACE(lacking);
+        TengineBatch batch(net.group, kSurfaceColorTransparency, 64);
+        for (unsigned i = 0; i < batch.size(); ++i)
+            if (i != lacking) batch.samples[i]->setUvCoord(coordOf(i));
+        const T2Float stale{7.0f, -3.0f};
+        std::memcpy(const_cast<T2Float*>(batch.samples[lacking]->uvCoord()), &stale, sizeof stale);
+        opus->shade(batch.size(), batch.data());
+        for (unsigned i = 0; i < batch.size(); ++i) {
+            const T2Float c = i == lacking ? byDefault : coordOf(i);
+            EXPECT_TRUE(sameBits(*batch.samples[i]->outColor(), net.scalar(c.x, c.y))) << i;
+        }
+    }
+}
+
+TEST(ShadingOpus, SampleItemsReadInPlaceOrCopiedWhateverTheRecordsLayout) {
+    // Inputs fed by a sample item read it in the records when they lie at a
+    // fixed spacing, and from a copy otherwise. Records one after another,
+    // in reverse order, and scattered give the scalar pull's bits, and the
+    // items the network reads stay as they were.
+    ChainNetwork net;
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    const unsigned size = net.group->sampleSize(kSurfaceColorTransparency);
+    unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
+    enum Layout { kInOrder, kReversed, kScattered };
+    for (Layout layout : {kInOrder, kReversed, kScattered})
+        for (unsigned count : {1u, 2u, 3u, 64u}) {
+            SCOPED_TRACE(testing::Message() << "layout " << layout << ", " << count << " samples");
+            std::vector<uint64_t> memory(size_t(size / 8) * count * 2, 0);
+            std::vector<Tsample*> samples(count);
+            for (unsigned i = 0; i < count; ++i) {
+                // Scattered: odd samples in the second half, so three or more
+                // records have no fixed spacing.
+                const unsigned slot = layout == kInOrder ? i : layout == kReversed ? count - 1 - i : (i % 2 ? count + i : i);
+                samples[i] = Tsample::sCreate(memory.data() + size_t(slot) * (size / 8), size, fields);
+            }
+            for (unsigned i = 0; i < count; ++i) samples[i]->setUvCoord(coordOf(i));
+            opus->shade(count, samples.data());
+            for (unsigned i = 0; i < count; ++i) {
+                const T2Float c = coordOf(i);
+                EXPECT_TRUE(sameBits(*samples[i]->outColor(), net.scalar(c.x, c.y))) << i;
+                EXPECT_EQ(std::memcmp(samples[i]->uvCoord(), &c, sizeof c), 0) << i;
+            }
+        }
+}
+
 TEST(ShadingOpus, EachNodeComputesOncePerBatch) {
     // uv feeds two scales; both feed the surface: uv still runs once.
     TengineNetwork net;

@@ -179,3 +179,35 @@ TEST(MultiplyDivide, OperationsAndTheDivideByZeroMessage) {
         }
     }
 }
+
+TEST(PerChannelNodes, ClampKeepsTheScalarFormsTiesAndNaNs) {
+    // The batch loop clamps a triple at once; it must pick the same operand
+    // as std::min(std::max(x, lo), hi) where the two differ in bits: signed
+    // zeros at a bound, a NaN input, and bounds that cross (the upper wins).
+    // The bounds come per sample (normal) as well as constant.
+    const float nan = std::nanf("");
+    const T3Float lo(0.0f, -0.0f, 0.6f), hi(1.0f, 1.0f, 0.2f);
+    const T3Float inputs[] = {{-0.0f, 0.0f, 0.4f}, {nan, nan, nan}, {0.0f, -0.0f, 0.7f}, {2.0f, -3.0f, 0.1f}};
+    for (bool boundsPerSample : {false, true}) {
+        SCOPED_TRACE(boundsPerSample ? "bounds per sample" : "constant bounds");
+        TutilityNetwork net;
+        TdependNode* node = net.make("clamp");
+        TutilityTestSource* source = net.source();
+        net.connect(source, TutilityTestSource::saOutA(), node, TdnClampColor::saInput());
+        if (boundsPerSample)
+            net.connect(source, TutilityTestSource::saOutB(), node, TdnClampColor::saMin());
+        else
+            net.set(node, TdnClampColor::saMin(), lo);
+        net.set(node, TdnClampColor::saMax(), hi);
+        net.toColor(node, TdnClampColor::saOutput());
+        std::vector<TprobeSample> in;
+        for (unsigned i = 0; i < 16; ++i) in.push_back({inputs[i % 4], lo});
+        auto out = shadeBothWays(net, in);
+        ASSERT_EQ(out.size(), in.size());
+        for (unsigned i = 0; i < in.size(); ++i)
+            for (int c = 0; c < 3; ++c) {
+                const float want = std::min(std::max(in[i].point[c], lo[c]), hi[c]);
+                EXPECT_EQ(std::memcmp(&out[i].color[c], &want, sizeof want), 0) << i << " " << c << ": " << out[i].color[c];
+            }
+    }
+}

@@ -251,3 +251,39 @@ TEST(Place2d, FeedsATextureThroughTheEngine) {
     EXPECT_GT(outside, 8) << "the case must put samples outside";
     EXPECT_EQ(computedByBatch, needFirst) << "the input is not computed outside or where color2 shows";
 }
+
+TEST(Place2d, ThroughTheEngineTheIdentityPassesTheUvAndAVaryingParameterStillMaps) {
+    // A placement constant for the batch is decided once: the identity hands
+    // the sample's uv on unchanged. A parameter driven per sample (repeat,
+    // from a source that outputs the uv itself) maps sample by sample.
+    for (bool varying : {false, true}) {
+        SCOPED_TRACE(varying ? "repeat per sample" : "identity");
+        TtextureNetwork net;
+        auto* place = net.make<TdnPlace2dTx>("place2dTexture");
+        auto* reader = net.make<TtexTestSource>("texTestSource");
+        net.connect(place, TdnPlace2dTx::saOutUV(), reader, TtexTestSource::saUvCoord());
+        if (varying) {
+            auto* driver = net.make<TtexTestSource>("texTestSource");
+            net.connect(driver, TtexTestSource::saOutColorR(), place, TdnPlace2dTx::saRepeatUVU());
+        }
+        net.show(reader, TtexTestSource::saOutColor());
+        TshadingOpus* opus = net.analyse();
+        ASSERT_NE(opus, nullptr);
+        std::vector<T2Float> uvs = spreadUvs();
+        TtextureBatch batch(net.group, uvs);
+        batch.shade(opus);
+        for (unsigned i = 0; i < uvs.size(); ++i) {
+            T3Float want = TtexTestSource::sColourAt(uvs[i]);
+            if (varying) {
+                Tplace2dParams p;
+                p.repeat = {uvs[i].x, 1.0f};  // the driver's red is the sample's u
+                Mapped m = mapUV(p, uvs[i].x, uvs[i].y);
+                want = m.inside ? TtexTestSource::sColourAt({m.u, m.v}) : TtexTestSource::sColourAt({kOutsideUv, kOutsideUv});
+                EXPECT_NEAR(batch.colour(i).x, want.x, 1e-5f) << i;
+                EXPECT_NEAR(batch.colour(i).y, want.y, 1e-5f) << i;
+            } else {
+                EXPECT_EQ(std::memcmp(&batch.colour(i), &want, sizeof want), 0) << i;
+            }
+        }
+    }
+}
