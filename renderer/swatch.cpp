@@ -5,6 +5,7 @@
 
 #include "framework/host/depend_graph.h"
 #include "renderer/renderer.h"
+#include "renderer/swatch_scene.h"
 #include "shading/swatch_mode.h"
 #include "scene/scene_camera.h"
 #include "scene/scene_loader.h"
@@ -13,6 +14,9 @@
 #include "shading/shading_engine.h"
 
 namespace {
+using swatch_scene::placed;
+using swatch_scene::set;
+
 bool startsWith(const std::string& text, std::string_view prefix) { return text.compare(0, prefix.size(), prefix) == 0; }
 
 // The node's colour output: outColor, else output.
@@ -20,20 +24,6 @@ const Tattribute* colourOutput(TdependNode* node) {
     for (const char* name : {"outColor", "output"})
         if (const Tattribute* a = node->attribute(Tstring(name))) return a;
     return nullptr;
-}
-
-template <class V>
-void set(TdependNode* node, const char* attribute, V value) {
-    if (const Tattribute* a = node ? node->attribute(Tstring(attribute)) : nullptr) node->setAttributeValue(a, &value);
-}
-
-TdependNode* placed(TdependGraph& graph, const char* type, const char* name, T3Float translate, T3Float rotate) {
-    auto* transform = static_cast<Ttransform*>(graph.createNode("transform", Tstring(std::string(name) + "Xf")));
-    transform->setAttributeValue(&Ttransform::saTranslate(), &translate);
-    transform->setAttributeValue(&Ttransform::saRotate(), &rotate);
-    TdependNode* shape = graph.createNode(type, Tstring(name));
-    if (shape) transform->addChild(static_cast<TdagNode*>(shape));
-    return shape;
 }
 
 TDNshadingEngine* groupFor(TdependGraph& graph, const char* name, TdependNode* shape) {

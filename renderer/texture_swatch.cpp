@@ -11,6 +11,7 @@
 #include "framework/host/depend_graph.h"
 #include "framework/host/file_checks.h"
 #include "renderer/renderer.h"
+#include "renderer/swatch_scene.h"
 #include "scene/scene_loader.h"
 #include "shading/shading_engine.h"
 #include "textures/file_texture.h"
@@ -19,6 +20,9 @@
 #include "textures/texture_3d.h"
 
 namespace {
+using swatch_scene::placed;
+using swatch_scene::set;
+
 // The view spans kViewWidth; the card reaches kMargin of that further on
 // each side, so that the pixel filter at the image's border still finds the
 // card. A placement made for the preview maps the view, not the card, onto
@@ -26,11 +30,6 @@ namespace {
 constexpr float kViewWidth = 2.0f;
 constexpr float kMargin = 0.1f;
 constexpr float kCardWidth = kViewWidth * (1.0f + 2.0f * kMargin);
-
-template <class V>
-void set(TdependNode* node, const char* attribute, V value) {
-    if (const Tattribute* a = node ? node->attribute(Tstring(attribute)) : nullptr) node->setAttributeValue(a, &value);
-}
 
 bool link(TdependGraph& graph, TdependNode* from, const char* out, TdependNode* to, const char* in) {
     const Tattribute* a = from ? from->attribute(Tstring(out)) : nullptr;
@@ -93,14 +92,6 @@ std::string swatchPicture() {
     return picture.path;
 }
 
-TdependNode* placed(TdependGraph& graph, const char* type, const char* name, T3Float translate, T3Float rotate) {
-    auto* transform = static_cast<Ttransform*>(graph.createNode("transform", Tstring(std::string(name) + "Xf")));
-    transform->setAttributeValue(&Ttransform::saTranslate(), &translate);
-    transform->setAttributeValue(&Ttransform::saRotate(), &rotate);
-    TdependNode* shape = graph.createNode(type, Tstring(name));
-    if (shape) transform->addChild(static_cast<TdagNode*>(shape));
-    return shape;
-}
 }  // namespace
 
 bool isTextureType(const std::string& typeName) {
