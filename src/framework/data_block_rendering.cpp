@@ -73,7 +73,11 @@ void TdataBlockRendering::setUp(TdependNode* node, unsigned stride, unsigned cha
     fFlag = 0;
     fKind = 2;
     fCleanCount = 0;
-    fMarksRead = true;
+    fDirect = nullptr;
+    fDirectBase[0] = constant;
+    fDirectBase[1] = first;
+    fDirectStride = stride;
+    fMarksIgnored = false;
     if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
 }
 
@@ -111,8 +115,7 @@ bool TdataBlockRendering::isClean(const Tattribute& a) const {
     return false;
 }
 
-void TdataBlockRendering::setClean(const Tattribute& a) {
-    if (!fMarksRead) return;
+void TdataBlockRendering::markClean(const Tattribute& a) {
     const uint16_t index = rootIndex(a);
     for (unsigned k = 0; k < fCleanCount; ++k)
         if (fClean[k] == index) return;
@@ -152,7 +155,7 @@ inline TdataHandle TdataBlockRendering::locate(const Tattribute& a) {
         if (ref->block && ref->value) {
             h.block = ref->block;
             h.value = ref->value;
-            h.stride = ref->block->fStride;
+            h.stride = ref->block->directStride();
             h.flags = TdataHandle::kIsVariable;
         }
         return h;
@@ -185,7 +188,7 @@ TdataHandle TdataBlockRendering::inputValue(const Tattribute& a) {
     return h;
 }
 TdataHandle TdataBlockRendering::inputValue(const Tplug& p) { return inputValue(*p.attribute()); }
-TdataHandle TdataBlockRendering::outputValue(const Tattribute& a, unsigned, unsigned) { return locate(a); }
+TdataHandle TdataBlockRendering::outputRun(const Tattribute& a, unsigned, unsigned) { return locate(a); }
 
 void TdataBlockRendering::fillFromDefault(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count) {
     if (e.kind & kVariableBit) {
@@ -226,14 +229,34 @@ void TdataBlockRendering::computeSegment(int segment, const Tattribute& a, unsig
     if (saved >= fFirst && saved <= fLast) fCurrent = saved;
 }
 
-TdataHandle TdataBlockRendering::inputValue(const Tattribute& a, unsigned first, unsigned count) {
+namespace {
+// Present values, and values linked from another block that no cut segment
+// computes, are handed out as they stand.
+inline bool standsAsIs(const TdataBlockRendering::AttrInfo& e) {
+    using B = TdataBlockRendering;
+    return e.kind == B::kConstPresent || e.kind == B::kVarPresentNoProp ||
+           ((e.kind == B::kVarPresent || e.kind == B::kVarPresentOtherDB) && e.parentOrSegment < 0);
+}
+}  // namespace
+
+TdataHandle TdataBlockRendering::inputRun(const Tattribute& a, unsigned first, unsigned count) {
     AttrInfo& e = fOffsets[a.index()];
-    // Present values, and values linked from another block that no cut
-    // segment computes, are handed out as they stand.
-    if (e.kind == kConstPresent || e.kind == kVarPresentNoProp ||
-        ((e.kind == kVarPresent || e.kind == kVarPresentOtherDB) && e.parentOrSegment < 0))
-        return locate(a);
+    if (standsAsIs(e)) return locate(a);
     return fillAndLocate(a, e, first, count);
+}
+
+uint32_t TdataBlockRendering::directEntry(const AttrInfo& e, const Tattribute& a) {
+    // Arrays carry a flag and parents of other-block children look up their
+    // top parent: both stay on the virtual road. The variable and other-block
+    // bits of a kind never change while a program runs, so a write can
+    // always be direct; a read only while the kind stands as it is.
+    if (a.isArray()) return 0;
+    const uint32_t at = uint32_t(e.offset) << kDirectShift;
+    if (e.kind & kOtherBlockBit)
+        return e.kind == kVarPresentOtherDB && e.parentOrSegment < 0
+                   ? at | kDirectInput | kDirectOutput | kDirectVariable | kDirectOther
+                   : 0;
+    return at | kDirectOutput | (standsAsIs(e) ? kDirectInput : 0) | ((e.kind & kVariableBit) ? kDirectVariable : 0);
 }
 
 TdataHandle TdataBlockRendering::fillAndLocate(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count) {

@@ -47,11 +47,7 @@ public:
     struct MultiInfo {
         uint32_t threadCount, numKids, pOff, cOff, dOff, bOff;
     };
-    // What stands at an other-block attribute's offset.
-    struct OtherBlockRef {
-        void* value;  // element 0 of the value in the other block
-        TdataBlockRendering* block;
-    };
+    // What stands at an other-block attribute's offset: TdataBlock::OtherBlockRef.
 
     // Computes a cut segment's value on demand; the opus installs it.
     using ComputeValue = void (*)(void* context, int segment, const Tattribute* a, unsigned first, unsigned count);
@@ -76,6 +72,9 @@ public:
           fMulti(multi),
           fHiddenMulti(hiddenMulti),
           fContext(context) {
+        fDirectBase[0] = constant;
+        fDirectBase[1] = first;
+        fDirectStride = stride;
         if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
     }
     ~TdataBlockRendering() override;
@@ -94,13 +93,20 @@ public:
     void* context() const { return fContext; }
     AttrInfo& info(const Tattribute& a);
 
+    // The word of a direct table for attribute `a` laid out as `e`: plain
+    // values only, so that an inline answer is the one the virtual road gives.
+    static uint32_t directEntry(const AttrInfo& e, const Tattribute& a);
+    // The table, one word per attribute index, built with the program; null
+    // sends every read down the virtual road.
+    void setDirect(const uint32_t* table) { fDirect = table; }
+
     void debug(TdebugOutput& out, unsigned level) const override;
+    using TdataBlock::inputValue;
+    using TdataBlock::outputValue;
     TdataHandle outputValue(const Tattribute& a) override;
     TdataHandle outputValue(const Tplug& p) override;
     TdataHandle inputValue(const Tattribute& a) override;
     TdataHandle inputValue(const Tplug& p) override;
-    TdataHandle inputValue(const Tattribute& a, unsigned first, unsigned count) override;
-    TdataHandle outputValue(const Tattribute& a, unsigned first, unsigned count) override;
     size_t dataBlockMemorySize() const override { return size_t(fLast - fFirst) + fStride; }
     unsigned multiIndices(const Tattribute& a, unsigned* indices, unsigned capacity) const override;
     TdataHandle elementValue(const Tattribute& a, unsigned logicalIndex) override;
@@ -112,12 +118,16 @@ public:
     // recompute.
     static constexpr unsigned kMaxCleanMarks = 8;
     bool isClean(const Tattribute& a) const override;
-    void setClean(const Tattribute& a) override;
     void clearCleanMarks() { fCleanCount = 0; }
     // For a node the engine computes once per pass, nobody reads the marks:
     // setClean returns at once.
-    void ignoreCleanMarks() { fMarksRead = false; }
+    void ignoreCleanMarks() { fMarksIgnored = true; }
     unsigned cleanMarkCount() const { return fCleanCount; }
+
+protected:
+    TdataHandle inputRun(const Tattribute& a, unsigned first, unsigned count) override;
+    TdataHandle outputRun(const Tattribute& a, unsigned first, unsigned count) override;
+    void markClean(const Tattribute& a) override;
 
 private:
     TdataHandle locate(const Tattribute& a);
@@ -145,5 +155,4 @@ private:
     void* fContext = nullptr;
     uint16_t fClean[kMaxCleanMarks] = {};
     uint8_t fCleanCount = 0;
-    bool fMarksRead = true;
 };

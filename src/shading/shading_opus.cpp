@@ -172,6 +172,7 @@ struct TshadingOpus::Plan {
     unsigned* prologue;  // instructions that start the provider stacks
     unsigned prologueCount;
     bool* marksRead;  // per block: the node computes more than one output
+    uint32_t** direct;  // per block: its direct table, one word per attribute
     Step* steps;
     unsigned* segmentSteps;  // segmentCount + 1 entries
 };
@@ -214,6 +215,14 @@ void TshadingOpus::buildPlan() {
     }
     array(plan->marksRead, p.blockCount);
     for (unsigned b = 0; b < p.blockCount; ++b) plan->marksRead[b] = false;
+    array(plan->direct, p.blockCount);
+    for (unsigned b = 0; b < p.blockCount; ++b) {
+        const TSEblockLayout& layout = p.blocks[b];
+        const unsigned n = layout.node && layout.info ? layout.node->attributeCount() : 0;
+        array(plan->direct[b], n);
+        for (unsigned i = 0; i < n; ++i)
+            plan->direct[b][i] = TdataBlockRendering::directEntry(layout.info[i], *layout.node->attribute(i));
+    }
     // Segment 0 starts with the set-up of every block, the provider stacks
     // and the links; the frame does those before any step runs.
     unsigned k = p.segmentCount ? p.segments[0] : 0, end0 = p.segmentCount ? p.segments[1] : 0;
@@ -391,6 +400,7 @@ void TshadingOpus::setUpFrame(TSEframe& frame) const {
                                                        layout.hidden, &frame);
         // Clean marks only matter to a node with a second compute in the pass.
         if (!fPlan->marksRead[b]) block->ignoreCleanMarks();
+        block->setDirect(fPlan->direct[b]);
     }
     frame.blocksMade = fProgram.blockCount;
     for (unsigned k = 0; k < fPlan->prologueCount; ++k) execute(frame, fProgram.instructions[fPlan->prologue[k]], 0, frame.count);
@@ -583,10 +593,11 @@ void TshadingOpus::execute(TSEframe& frame, const TSEinstruction& in, unsigned f
         case kOpSetUpBlock: {
             unsigned b = in.word[0];
             const TSEblockLayout& layout = fProgram.blocks[b];
-            new (&frame.blocks[b]) TdataBlockRendering(layout.node, layout.elementSize,
+            auto* block = new (&frame.blocks[b]) TdataBlockRendering(layout.node, layout.elementSize,
                                                        frame.variables + size_t(layout.variableBase) * frame.count, frame.count,
                                                        frame.constants + layout.constantOffset, layout.info, layout.multi,
                                                        layout.hidden, &frame);
+            block->setDirect(fPlan->direct[b]);
             frame.blocksMade = std::max(frame.blocksMade, b + 1);
             break;
         }

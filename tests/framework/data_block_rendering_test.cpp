@@ -179,6 +179,68 @@ TEST(DataBlockRendering, ValuesInAnotherNodesBlock) {
     EXPECT_FLOAT_EQ(h.asFloat(6), 106.0f);
 }
 
+// The inline road a direct table opens must give, for every kind, the handle
+// the virtual road gives and leave the same on-demand computes to it: twin
+// blocks on the same storage, one with the table, read attribute by attribute.
+TEST(DataBlockRendering, DirectTableAnswersAsTheVirtualRoadDoes) {
+    static int computes;
+    TdataBlockRendering::setComputeValueHook([](void*, int, const Tattribute*, unsigned, unsigned) { ++computes; });
+    struct {
+        uint32_t kind;
+        int16_t segment;
+        bool linked;  // for other-block kinds: the reference is made
+        bool directRead;
+    } cases[] = {
+        {Kind::kConstPresent, TdataBlockRendering::kNoSegment, false, true},
+        {Kind::kVarPresent, TdataBlockRendering::kNoSegment, false, true},
+        {Kind::kVarPresentNoProp, TdataBlockRendering::kNoSegment, false, true},
+        {Kind::kVarPresent, 3, false, false},  // computed on demand
+        {Kind::kConstDefaultValue, TdataBlockRendering::kNoSegment, false, false},
+        {Kind::kVarDefaultValue, TdataBlockRendering::kNoSegment, false, false},
+        {Kind::kVarPresentOtherDB, TdataBlockRendering::kNoSegment, true, true},
+        {Kind::kVarPresentOtherDB, TdataBlockRendering::kNoSegment, false, true},  // unmade: falls back, null
+        {Kind::kVarPresentOtherDB, 2, true, false},
+        {Kind::kVarUseParentOtherDB, TdataBlockRendering::kNoSegment, true, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << TdataBlockRendering::kindName(c.kind) << " segment " << c.segment);
+        AdderBlock producer, b;
+        const Tattribute& a = TtestAdder::saA();
+        b.info[a.index()] = {c.kind, 40, c.segment};
+        auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(b.variable.data() + 40);
+        ref->value = c.linked ? producer.variable.data() + 8 : nullptr;
+        ref->block = c.linked ? &producer.block : nullptr;
+        std::vector<uint32_t> table;
+        for (unsigned i = 0; i < b.node->attributeCount(); ++i)
+            table.push_back(TdataBlockRendering::directEntry(b.info[i], *b.node->attribute(i)));
+        EXPECT_EQ((table[a.index()] & TdataBlock::kDirectInput) != 0, c.directRead);
+        TdataBlockRendering direct;
+        direct.setUp(b.node, AdderBlock::kStride, b.variable.data(), AdderBlock::kCount, b.constant.data(), b.info.data(), nullptr,
+                     nullptr, &direct);
+        direct.setDirect(table.data());
+        for (unsigned i = 0; i < b.node->attributeCount(); ++i) {
+            const Tattribute& x = *b.node->attribute(i);
+            for (bool input : {true, false}) {
+                computes = 0;
+                TdataHandle want = input ? b.block.inputValue(x, 1, 6) : b.block.outputValue(x, 1, 6);
+                const int wanted = computes;
+                computes = 0;
+                TdataHandle got = input ? direct.inputValue(x, 1, 6) : direct.outputValue(x, 1, 6);
+                EXPECT_EQ(computes, wanted) << x.longName().asC() << (input ? " read" : " write");
+                EXPECT_EQ(got.value, want.value) << x.longName().asC() << (input ? " read" : " write");
+                EXPECT_EQ(got.stride, want.stride) << x.longName().asC();
+                EXPECT_EQ(got.flags, want.flags) << x.longName().asC();
+                EXPECT_EQ(got.attribute, want.attribute);
+                EXPECT_EQ(got.block == &direct, want.block == &b.block) << x.longName().asC();
+                if (want.block != &b.block) {
+                    EXPECT_EQ(got.block, want.block);
+                }
+            }
+        }
+    }
+    TdataBlockRendering::setComputeValueHook(nullptr);
+}
+
 TEST(DataBlockRendering, DumpNamesTheNodeAndTheKinds) {
     AdderBlock b;
     b.info[TtestAdder::saMode().index()].kind = 99;

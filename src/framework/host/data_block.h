@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <string>
 
+#include "framework/host/attribute.h"
 #include "framework/host/math.h"
 
-class Tattribute;
 class TdependNode;
 class Tplug;
 
@@ -57,11 +57,23 @@ public:
     virtual TdataHandle outputValue(const Tplug& p) = 0;
     virtual TdataHandle inputValue(const Tattribute& a) = 0;
     virtual TdataHandle inputValue(const Tplug& p) = 0;
-    // A run of elements: what vectorComputePlug reads and writes.
-    virtual TdataHandle inputValue(const Tattribute& a, unsigned first, unsigned count) = 0;
-    virtual TdataHandle outputValue(const Tattribute& a, unsigned first, unsigned count) = 0;
+    // A run of elements: what vectorComputePlug reads and writes. A node
+    // makes a dozen of these a call, so a block with a direct table answers
+    // the plain attributes inline; the rest take the virtual road.
+    TdataHandle inputValue(const Tattribute& a, unsigned first, unsigned count) {
+        TdataHandle h;
+        if (fDirect && (fDirect[a.index()] & kDirectInput) && direct(a, fDirect[a.index()], h)) return h;
+        return inputRun(a, first, count);
+    }
+    TdataHandle outputValue(const Tattribute& a, unsigned first, unsigned count) {
+        TdataHandle h;
+        if (fDirect && (fDirect[a.index()] & kDirectOutput) && direct(a, fDirect[a.index()], h)) return h;
+        return outputRun(a, first, count);
+    }
     virtual bool isClean(const Tattribute&) const { return true; }
-    virtual void setClean(const Tattribute&) {}
+    void setClean(const Tattribute& a) {
+        if (!fMarksIgnored) markClean(a);
+    }
     // The index of the current element: 0 for a scalar block.
     virtual unsigned currentIndex() const { return 0; }
     virtual unsigned elementCount() const { return 1; }
@@ -69,4 +81,51 @@ public:
     // Logical indices of the existing elements of an array attribute.
     virtual unsigned multiIndices(const Tattribute& a, unsigned* indices, unsigned capacity) const = 0;
     virtual TdataHandle elementValue(const Tattribute& a, unsigned logicalIndex) = 0;
+
+    // A direct table has one word per attribute index: the byte offset
+    // shifted by kDirectShift and the flags below; 0 takes the virtual road.
+    static constexpr uint32_t kDirectInput = 1u << 0;     // a read hands the value out as it stands
+    static constexpr uint32_t kDirectOutput = 1u << 1;    // so does a write
+    static constexpr uint32_t kDirectVariable = 1u << 2;  // in the elements, else in the constants
+    static constexpr uint32_t kDirectOther = 1u << 3;     // a reference to a value in another block
+    static constexpr unsigned kDirectShift = 4;
+    // What a kDirectOther word points at.
+    struct OtherBlockRef {
+        void* value;  // element 0 of the value in the other block
+        TdataBlock* block;
+    };
+    unsigned directStride() const { return fDirectStride; }
+
+protected:
+    virtual TdataHandle inputRun(const Tattribute& a, unsigned first, unsigned count) = 0;
+    virtual TdataHandle outputRun(const Tattribute& a, unsigned first, unsigned count) = 0;
+    virtual void markClean(const Tattribute&) {}
+
+    const uint32_t* fDirect = nullptr;
+    unsigned char* fDirectBase[2] = {};  // the constants, then element 0 of the elements
+    unsigned fDirectStride = 0;
+    bool fMarksIgnored = false;
+
+private:
+    // False for a reference not made in this run: the virtual road says so.
+    bool direct(const Tattribute& a, uint32_t word, TdataHandle& h) {
+        unsigned char* at = fDirectBase[(word & kDirectVariable) ? 1 : 0] + (word >> kDirectShift);
+        h.attribute = &a;
+        if (word & kDirectOther) {
+            const auto* ref = reinterpret_cast<const OtherBlockRef*>(at);
+            if (!ref->block || !ref->value) return false;
+            h.block = ref->block;
+            h.value = ref->value;
+            h.stride = ref->block->fDirectStride;
+            h.flags = TdataHandle::kIsVariable;
+            return true;
+        }
+        h.block = this;
+        h.value = at;
+        if (word & kDirectVariable) {
+            h.stride = fDirectStride;
+            h.flags = TdataHandle::kIsVariable;
+        }
+        return true;
+    }
 };

@@ -227,12 +227,16 @@ public:
     TdataHandle outputValue(const Tplug& p) override;
     TdataHandle inputValue(const Tattribute& a) override;
     TdataHandle inputValue(const Tplug& p) override;
-    TdataHandle inputValue(const Tattribute& a, unsigned, unsigned) override { return inputValue(a); }
-    TdataHandle outputValue(const Tattribute& a, unsigned, unsigned) override { return outputValue(a); }
+    using TdataBlock::inputValue;
+    using TdataBlock::outputValue;
     bool isClean(const Tattribute& a) const override { return !fNode.isDirty(&a); }
-    void setClean(const Tattribute& a) override { fNode.markClean(&a); }
     unsigned multiIndices(const Tattribute& a, unsigned* indices, unsigned capacity) const override;
     TdataHandle elementValue(const Tattribute& a, unsigned logicalIndex) override;
+
+protected:
+    TdataHandle inputRun(const Tattribute& a, unsigned, unsigned) override { return inputValue(a); }
+    TdataHandle outputRun(const Tattribute& a, unsigned, unsigned) override { return outputValue(a); }
+    void markClean(const Tattribute& a) override { fNode.markClean(&a); }
 
 private:
     TdataHandle handleOn(const Tattribute& a, void* value);
