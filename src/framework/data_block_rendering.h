@@ -77,6 +77,20 @@ public:
         fDirectStride = stride;
         if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
     }
+    // A run's block from a prototype made when the program was built: only
+    // what depends on the batch is written after the copy.
+    TdataBlockRendering(const TdataBlockRendering& prototype, unsigned char* first, unsigned count, unsigned char* constant,
+                        const uint16_t* hiddenMulti, void* context)
+        : TdataBlockRendering(prototype) {
+        fFirst = fCurrent = fDirectBase[1] = first;
+        fLast = first + size_t(fStride) * (count ? count - 1 : 0);
+        fConstant = fDirectBase[0] = constant;
+        fHiddenMulti = hiddenMulti;
+        fContext = context;
+        if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
+    }
+    TdataBlockRendering(const TdataBlockRendering&) = default;
+    TdataBlockRendering& operator=(const TdataBlockRendering&) = delete;
     ~TdataBlockRendering() override;
 
     // Set-up of one block for `count` samples. `hiddenMulti` is a count and

@@ -173,6 +173,7 @@ struct TshadingOpus::Plan {
     unsigned prologueCount;
     bool* marksRead;  // per block: the node computes more than one output
     uint32_t** direct;  // per block: its direct table, one word per attribute
+    TdataBlockRendering* prototypes;  // per block: all a run's block holds that does not depend on the batch
     Step* steps;
     unsigned* segmentSteps;  // segmentCount + 1 entries
 };
@@ -275,6 +276,15 @@ void TshadingOpus::buildPlan() {
     }
     if (p.segmentCount) plan->segmentSteps[p.segmentCount] = n;
     for (unsigned b = 0; b < p.blockCount; ++b) plan->marksRead[b] = computes[b] > 1;
+    // Never torn down: a prototype constructs no values.
+    array(plan->prototypes, p.blockCount);
+    for (unsigned b = 0; b < p.blockCount; ++b) {
+        const TSEblockLayout& layout = p.blocks[b];
+        auto* block = new (&plan->prototypes[b])
+            TdataBlockRendering(layout.node, layout.elementSize, nullptr, 0, nullptr, layout.info, layout.multi, nullptr, nullptr);
+        if (!plan->marksRead[b]) block->ignoreCleanMarks();
+        block->setDirect(plan->direct[b]);
+    }
     fPlan = plan;
 }
 
@@ -394,13 +404,10 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
 void TshadingOpus::setUpFrame(TSEframe& frame) const {
     for (unsigned b = 0; b < fProgram.blockCount; ++b) {
         const TSEblockLayout& layout = fProgram.blocks[b];
-        TdataBlockRendering* block =
-            new (&frame.blocks[b]) TdataBlockRendering(layout.node, layout.elementSize, frame.variables + size_t(layout.variableBase) * frame.count,
-                                                       frame.count, frame.constants + layout.constantOffset, layout.info, layout.multi,
-                                                       layout.hidden, &frame);
-        // Clean marks only matter to a node with a second compute in the pass.
-        if (!fPlan->marksRead[b]) block->ignoreCleanMarks();
-        block->setDirect(fPlan->direct[b]);
+        // Clean marks only matter to a node with a second compute in the
+        // pass; the prototype says which, and holds the direct table.
+        new (&frame.blocks[b]) TdataBlockRendering(fPlan->prototypes[b], frame.variables + size_t(layout.variableBase) * frame.count,
+                                                   frame.count, frame.constants + layout.constantOffset, layout.hidden, &frame);
     }
     frame.blocksMade = fProgram.blockCount;
     for (unsigned k = 0; k < fPlan->prologueCount; ++k) execute(frame, fProgram.instructions[fPlan->prologue[k]], 0, frame.count);
