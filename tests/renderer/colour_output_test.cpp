@@ -12,6 +12,7 @@
 
 #include "support/program_run.h"
 #include "support/temp_dir.h"
+#include "support/test_image.h"
 
 namespace {
 // A ball of one flat, unlit colour (incandescence only) on the default
@@ -37,15 +38,11 @@ struct Tpixels {
 // applies to unassociated files by default.
 Tpixels readRaw(const std::string& path) {
     Tpixels p;
-    OIIO::ImageSpec config;
-    config.attribute("oiio:UnassociatedAlpha", 1);
-    auto in = OIIO::ImageInput::open(path, &config);
-    if (!in) return p;
-    const OIIO::ImageSpec& header = in->spec();
-    p.width = header.width, p.height = header.height, p.channels = header.nchannels;
+    OIIO::ImageSpec header;
+    TtestImage image = readTestImage(path, &header, true);
+    p.width = image.width, p.height = image.height, p.channels = image.channels;
     p.colourSpace = header.get_string_attribute("oiio:ColorSpace");
-    p.values.resize(size_t(p.width) * size_t(p.height) * size_t(p.channels));
-    if (!in->read_image(0, 0, 0, p.channels, OIIO::TypeDesc::FLOAT, p.values.data())) p.width = 0;
+    p.values = std::move(image.pixels);
     return p;
 }
 

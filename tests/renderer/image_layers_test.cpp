@@ -12,6 +12,7 @@
 #include "renderer/render_fixture.h"
 #include "renderer/renderer_test_surface.h"
 #include "support/temp_dir.h"
+#include "support/test_image.h"
 
 namespace {
 // A value per pixel and channel that no two places share.
@@ -42,11 +43,9 @@ struct TexrFile {
 
 TexrFile readExr(const std::string& path) {
     TexrFile f;
-    auto in = OIIO::ImageInput::open(path);
-    if (!in) return f;
-    f.header = in->spec();
-    f.pixels.resize(size_t(f.header.image_pixels()) * size_t(f.header.nchannels));
-    f.ok = in->read_image(0, 0, 0, f.header.nchannels, OIIO::TypeDesc::FLOAT, f.pixels.data());
+    TtestImage image = readTestImage(path, &f.header);
+    f.pixels = std::move(image.pixels);
+    f.ok = image.width > 0;
     return f;
 }
 }  // namespace
