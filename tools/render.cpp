@@ -109,10 +109,9 @@ std::string checkImageOptions(const TrenderCommand& c, const std::string& output
     return {};
 }
 
-int renderFrame(const TrenderCommand& c, TrenderOptions options, const int* frame) {
-    // Each frame starts from the file, so that no state of one frame can
-    // reach the next and any frame renders alone as it does in a sequence.
-    TdependGraph graph;
+// Reads the scene and applies the --set values: kExitOk, or the status to
+// leave with once the messages are out.
+int loadScene(const TrenderCommand& c, TdependGraph& graph) {
     TsceneLoader loader;
     if (!loader.load(c.scene, graph)) {
         for (const TsceneError& e : loader.errors()) reportError(e.text());
@@ -122,6 +121,14 @@ int renderFrame(const TrenderCommand& c, TrenderOptions options, const int* fram
         for (const std::string& e : errors) reportError(e);
         return kExitUsage;
     }
+    return kExitOk;
+}
+
+int renderFrame(const TrenderCommand& c, TrenderOptions options, const int* frame) {
+    // Each frame starts from the file, so that no state of one frame can
+    // reach the next and any frame renders alone as it does in a sequence.
+    TdependGraph graph;
+    if (int status = loadScene(c, graph); status != kExitOk) return status;
     // Names carry the camera the render looks through, also when the
     // command line named none.
     std::string camera = options.camera;
@@ -188,15 +195,7 @@ int run(const TrenderCommand& c) {
         frames.push_back(c.frame);
     }
     TdependGraph graph;
-    TsceneLoader loader;
-    if (!loader.load(c.scene, graph)) {
-        for (const TsceneError& e : loader.errors()) reportError(e.text());
-        return kExitFailure;
-    }
-    if (std::vector<std::string> errors; !applyAttributeOverrides(graph, c.sets, "--set", errors)) {
-        for (const std::string& e : errors) reportError(e);
-        return kExitUsage;
-    }
+    if (int status = loadScene(c, graph); status != kExitOk) return status;
     TrenderOptions options;
     options.threads = c.threads;
     // More workers than cores only costs memory; 100000 of them exhaust it.
