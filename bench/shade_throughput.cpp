@@ -48,6 +48,7 @@
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
 #include "shading/shading_session.h"
+#include "shading/program_listing.h"
 
 // ---------------------------------------------------------------- two bench nodes
 
@@ -608,6 +609,7 @@ std::vector<unsigned> gBatchSizes = {1, 8, 64};
 std::string gOnly;  // the letters of the cases to run; all when empty
 bool gThreads = true;
 unsigned gCallgrindCalls = 0;  // > 0: count instructions under callgrind instead of timing
+bool gListing = false;         // print each case's program instead of timing it
 
 // `calls` calls of one side at batch `batch`, cycling over the samples, as one callgrind dump.
 template <class Shade>
@@ -621,6 +623,13 @@ void countCalls(const char* label, Shade&& shade, unsigned batch, unsigned calls
 }
 
 void run(Tcase c, double seconds, char letter) {
+    if (gListing) {
+        std::string listing, error;
+        if (!shadingProgramListing(c.net->graph, "bench", c.net->group->name().asC(), "surfaceColorTransparency", listing, error))
+            listing = error + "\n";
+        std::printf("(%c) %s\n%s\n", letter, c.name, listing.c_str());
+        return;
+    }
     c.net->session.emplace(c.net->group);
     TshadingOpus* opus = c.net->session->program();
     if (!opus) {
@@ -668,7 +677,8 @@ void run(Tcase c, double seconds, char letter) {
 }  // namespace
 
 // --seconds=S per figure (0.5); --batch=N for one batch size and no threads;
-// --cases=LETTERS to run some of the cases (a to f) only.
+// --cases=LETTERS to run some of the cases (a to f) only; --listing prints
+// their programs as `shadenet compile` does.
 int main(int argc, char** argv) {
     double seconds = 0.5;
     for (int i = 1; i < argc; ++i)
@@ -680,6 +690,8 @@ int main(int argc, char** argv) {
             gOnly = argv[i] + 8;
         else if (std::string(argv[i]).rfind("--callgrind=", 0) == 0)  // N calls per side, batches 8 and 64
             gCallgrindCalls = unsigned(std::stoul(argv[i] + 12)), gBatchSizes = {8, 64}, gThreads = false;
+        else if (std::string(argv[i]) == "--listing")  // the programs the engine makes of the cases
+            gListing = true;
     std::printf("Shading throughput (%.2f s per figure); ratio is time per sample, engine over fused, target <= 1.5 at 64\n", seconds);
     Tcase (*cases[])() = {chainOfEight, conditionOfTwo, lambertFourLights, blinnFourLights, checkerLambert, rampLambert};
     for (unsigned k = 0; k < sizeof(cases) / sizeof(cases[0]); ++k)

@@ -149,12 +149,13 @@ inline TdataHandle TdataBlockRendering::locate(const Tattribute& a) {
     h.block = this;
     h.attribute = &a;
     if (e.kind & kOtherBlockBit) {
-        const Tattribute* top = topParent(&a);
-        const AttrInfo& entry = e.kind == kVarUseParentOtherDB ? fOffsets[top->index()] : e;
+        // A child's entry holds its offset within the value its top parent refers to.
+        const bool child = e.kind == kVarUseParentOtherDB;
+        const AttrInfo& entry = child ? fOffsets[topParent(&a)->index()] : e;
         auto* ref = reinterpret_cast<OtherBlockRef*>(fFirst + entry.offset);
         if (ref->block && ref->value) {
             h.block = ref->block;
-            h.value = ref->value;
+            h.value = static_cast<unsigned char*>(ref->value) + (child ? e.offset : 0);
             h.stride = ref->block->directStride();
             h.flags = TdataHandle::kIsVariable;
         }

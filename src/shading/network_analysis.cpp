@@ -539,8 +539,10 @@ void TSEanalysis::layOut(TSEnodeDescription* d) {
     for (const TSEconnectionRecord& c : d->connections) {
         const Tattribute* dest = node->attribute(c.destAttr);
         if (c.kind != kConnNodeOutput || dest->parent() || dest->isArray() || connectionCount[dest->index()] != 1) continue;
+        // A child of a compound output (a colour's red, say) lies at its own
+        // offset in the source's element, so it links as well as a whole value.
         const Tattribute* source = c.source->node->attribute(unsigned(c.sourceAttr));
-        if (source->parent() || source->isArray() || source->typeof() != dest->typeof()) continue;
+        if (source->rootParent()->isArray() || source->typeof() != dest->typeof()) continue;
         direct[dest->index()] = &c;
     }
     // Inputs fed by one sample item alone read it in the records; an item
@@ -559,8 +561,13 @@ void TSEanalysis::layOut(TSEnodeDescription* d) {
 
     auto place = [&](const Tattribute* a, uint32_t kind, unsigned offset, int segment, auto&& self) -> void {
         plan.info[a->index()] = {kind, uint16_t(offset), int16_t(segment)};
+        // The slot of a linked input holds a reference, not the value: its
+        // children are read through their top parent's reference, at their
+        // offset within the value.
+        const bool linked = kind == TdataBlockRendering::kVarPresentOtherDB || kind == TdataBlockRendering::kVarUseParentOtherDB;
         for (unsigned c = 0; c < a->childCount(); ++c)
-            self(a->child(c), kind, offset + a->child(c)->offsetInParent(), segment, self);
+            self(a->child(c), linked ? TdataBlockRendering::kVarUseParentOtherDB : kind,
+                 (linked && a->parent() == nullptr ? 0 : offset) + a->child(c)->offsetInParent(), segment, self);
     };
     for (unsigned i = 0; i < n; ++i) {
         const Tattribute* a = node->attribute(i);

@@ -177,6 +177,27 @@ TEST(DataBlockRendering, ValuesInAnotherNodesBlock) {
     TdataHandle h = consumer.block.inputValue(TtestAdder::saA(), 0, 8);
     EXPECT_EQ(h.block, &producer.block);
     EXPECT_FLOAT_EQ(h.asFloat(6), 106.0f);
+
+    // A linked compound's slot holds the reference; its children read through
+    // it at their offsets within the value, by either road.
+    const Tattribute& color = TtestAdder::saOutColor();
+    consumer.info[color.index()] = {Kind::kVarPresentOtherDB, 48, TdataBlockRendering::kNoSegment};
+    for (unsigned c = 0; c < color.childCount(); ++c)
+        consumer.info[color.child(c)->index()] = {Kind::kVarUseParentOtherDB, uint16_t(color.child(c)->offsetInParent()),
+                                                  TdataBlockRendering::kNoSegment};
+    auto* colorRef = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(consumer.variable.data() + 48);
+    colorRef->value = producer.variable.data() + producer.info[color.index()].offset;
+    colorRef->block = &producer.block;
+    for (unsigned i = 0; i < AdderBlock::kCount; ++i) producer.var<T3Float>(color, i) = T3Float(float(i), 10.0f + float(i), 20.0f + float(i));
+    std::vector<uint32_t> table;
+    for (unsigned i = 0; i < consumer.node->attributeCount(); ++i)
+        table.push_back(TdataBlockRendering::directEntry(consumer.info[i], *consumer.node->attribute(i)));
+    for (bool direct : {false, true}) {
+        consumer.block.setDirect(direct ? table.data() : nullptr);
+        EXPECT_FLOAT_EQ(consumer.block.inputValue(TtestAdder::saOutColorG(), 0, 8).asFloat(3), 13.0f) << direct;
+        EXPECT_FLOAT_EQ(consumer.block.inputValue(TtestAdder::saOutColorB(), 0, 8).asFloat(5), 25.0f) << direct;
+        EXPECT_FLOAT_EQ(consumer.block.inputValue(color, 0, 8).asFloat3(2).y, 12.0f) << direct;
+    }
 }
 
 // The inline road a direct table opens must give, for every kind, the handle

@@ -11,18 +11,20 @@
 namespace {
 // uv -> scale(value = u + v, factor 3, offset 0.5) -> surface.colorR
 // uv.outColor.G -> surface.colorG; surface.colorB keeps its stored value.
+// The scale's value may come from a child of the uv's colour instead, which
+// it reads in the uv's block as it reads a whole value.
 struct ChainNetwork : TengineNetwork {
     TengineTestUv* uv = make<TengineTestUv>("engineTestUv");
     TengineTestScale* scale = make<TengineTestScale>("engineTestScale");
     TengineTestSurface* surface = make<TengineTestSurface>("engineTestSurface");
-    ChainNetwork() {
+    explicit ChainNetwork(const Tattribute& valueSource = TengineTestUv::saOutAlpha()) {
         float factor = 3, offset = 0.5f;
         scale->setAttributeValue(&TengineTestScale::saFactor(), &factor);
         scale->setAttributeValue(&TengineTestScale::saOffset(), &offset);
         T3Float tint(0.5f, 2.0f, 1.0f), color(0, 0, 0.75f);
         uv->setAttributeValue(&TengineTestUv::saTint(), &tint);
         surface->setAttributeValue(&TengineTestSurface::saColor(), &color);
-        connect(uv, TengineTestUv::saOutAlpha(), scale, TengineTestScale::saValue());
+        connect(uv, valueSource, scale, TengineTestScale::saValue());
         connect(scale, TengineTestScale::saOutValue(), surface, TengineTestSurface::saColorR());
         connect(uv, TengineTestUv::saOutColorG(), surface, TengineTestSurface::saColorG());
         toSurfaceShader(surface, TengineTestSurface::saOutColor());
@@ -47,19 +49,26 @@ bool sameBits(const T3Float& a, const T3Float& b) { return std::memcmp(&a, &b, s
 }  // namespace
 
 TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBit) {
-    ChainNetwork net;
-    TshadingOpus* opus = net.analyse();
-    ASSERT_NE(opus, nullptr);
-    for (unsigned count : {1u, 7u, 63u, 64u}) {
-        TengineBatch batch(net.group, kSurfaceColorTransparency, count);
-        fill(batch);
-        opus->shade(batch.size(), batch.data());
-        for (unsigned i = 0; i < count; ++i) {
-            T2Float c = coordOf(i);
-            T3Float expected = net.scalar(c.x, c.y);
-            const T3Float& got = *batch.samples[i]->outColor();
-            EXPECT_TRUE(sameBits(got, expected)) << "count " << count << " sample " << i << ": " << got.x << " " << got.y << " "
-                                                 << got.z << " vs " << expected.x << " " << expected.y << " " << expected.z;
+    for (const Tattribute* valueSource : {&TengineTestUv::saOutAlpha(), &TengineTestUv::saOutColorB()}) {
+        SCOPED_TRACE(valueSource->longName().asC());
+        ChainNetwork net(*valueSource);
+        TshadingOpus* opus = net.analyse();
+        ASSERT_NE(opus, nullptr);
+        const auto& p = opus->program();
+        for (unsigned b = 0; b < p.blockCount; ++b)
+            if (p.blocks[b].node == net.scale)
+                EXPECT_EQ(p.blocks[b].info[TengineTestScale::saValue().index()].kind, TdataBlockRendering::kVarPresentOtherDB);
+        for (unsigned count : {1u, 7u, 63u, 64u}) {
+            TengineBatch batch(net.group, kSurfaceColorTransparency, count);
+            fill(batch);
+            opus->shade(batch.size(), batch.data());
+            for (unsigned i = 0; i < count; ++i) {
+                T2Float c = coordOf(i);
+                T3Float expected = net.scalar(c.x, c.y);
+                const T3Float& got = *batch.samples[i]->outColor();
+                EXPECT_TRUE(sameBits(got, expected)) << "count " << count << " sample " << i << ": " << got.x << " " << got.y << " "
+                                                     << got.z << " vs " << expected.x << " " << expected.y << " " << expected.z;
+            }
         }
     }
 }
