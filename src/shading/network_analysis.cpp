@@ -140,13 +140,14 @@ private:
     void emitElementCopy(TSEnodeDescription* d, const TSEconnectionRecord& c, std::vector<TSEinstruction>& stream);
     unsigned addCopy(const TSEcopy& c);
     unsigned newSegment();
-    TSEinstruction instruction(uint32_t op, uint32_t w0 = 0, uint32_t w1 = 0, uint32_t w2 = 0, uint32_t w3 = 0) {
+    TSEinstruction instruction(uint32_t op, uint32_t w0 = 0, uint32_t w1 = 0, uint32_t w2 = 0, uint32_t w3 = 0, uint32_t w4 = 0) {
         TSEinstruction in{};
         in.opcode = op;
         in.word[0] = w0;
         in.word[1] = w1;
         in.word[2] = w2;
         in.word[3] = w3;
+        in.word[4] = w4;
         return in;
     }
 
@@ -194,7 +195,12 @@ private:
         // Inputs that read a sample item where the records lie: (attribute,
         // item, offset of the copy kept for records that are not evenly spaced).
         std::vector<std::array<unsigned, 3>> sampleLinks;
+        // Outputs written where the records lie: (attribute, item, offset of
+        // the value kept for records that are not evenly spaced).
+        std::vector<std::array<unsigned, 3>> outputLinks;
+        std::vector<std::pair<unsigned, unsigned>> inPlace;  // (attribute, item) chosen before the layout
     };
+    void chooseOutputsInPlace();
     unsigned arrayTemplate(BlockPlan& plan, TdependNode* node, const Tattribute* a, unsigned& count);
     std::vector<BlockPlan> fPlans;
     std::vector<std::vector<TSEinstruction>> fSegments;
@@ -522,6 +528,38 @@ unsigned TSEanalysis::arrayTemplate(BlockPlan& plan, TdependNode* node, const Ta
     return offset;
 }
 
+void TSEanalysis::chooseOutputsInPlace() {
+    // A shader output that only the group reads is written straight into
+    // the sample records when they lie evenly spaced, so no copy follows
+    // the compute. Not where a loop may read a value before it is computed
+    // (the records hold last batch's), nor for a node run on demand, nor
+    // when the network also reads the item (it would see the new value early).
+    if (fHasLoops) return;
+    auto readsBelow = [](const TSEconnectionRecord& c, const TSEnodeDescription* s, const Tattribute* a) {
+        if (c.source != s || c.sourceAttr < 0) return false;
+        const Tattribute* from = s->node->attribute(unsigned(c.sourceAttr));
+        while (from && from != a) from = from->parent();
+        return from == a;
+    };
+    for (const TSEconnectionRecord& c : fRoot.connections) {
+        if (c.kind != kConnShaderOutput || !c.source || c.source->cut || c.source->block < 0 || c.destAttr >= kSampleItemCount) continue;
+        TSEnodeDescription* s = c.source;
+        const Tattribute* a = s->node->attribute(unsigned(c.sourceAttr));
+        if (a->parent() || a->isArray() || a->size() != Tsample::sStorageSize(c.destAttr) || (a->flags() & kAttrNeedsConstruction))
+            continue;
+        if (std::any_of(s->provides.begin(), s->provides.end(), [&](const auto& p) { return p.second == a->index(); })) continue;
+        unsigned readers = 0;
+        bool itemRead = false;
+        for (const TSEconnectionRecord& r : fRoot.connections) readers += readsBelow(r, s, a);
+        for (const TSEnodeDescription* d : fBlocks)
+            for (const TSEconnectionRecord& r : d->connections) {
+                readers += readsBelow(r, s, a);
+                itemRead |= (r.kind == kConnSampleItem || r.kind == kConnSampleDirect) && r.sourceAttr == int(c.destAttr);
+            }
+        if (readers == 1 && !itemRead) fPlans[unsigned(s->block)].inPlace.push_back({a->index(), c.destAttr});
+    }
+}
+
 void TSEanalysis::layOut(TSEnodeDescription* d) {
     BlockPlan& plan = fPlans[unsigned(d->block)];
     TdependNode* node = d->node;
@@ -618,6 +656,14 @@ void TSEanalysis::layOut(TSEnodeDescription* d) {
             variable = align(variable, 8);
             place(a, TdataBlockRendering::kVarPresentOtherDB, variable, TdataBlockRendering::kNoSegment, place);
             plan.sampleLinks.push_back({i, unsigned(c->sourceAttr), variable + kReferenceSlot});
+            variable += kReferenceSlot + align(size, 8);
+            continue;
+        }
+        if (auto it = std::find_if(plan.inPlace.begin(), plan.inPlace.end(), [&](const auto& p) { return p.first == i; });
+            it != plan.inPlace.end()) {
+            variable = align(variable, 8);
+            place(a, TdataBlockRendering::kVarPresentOtherDB, variable, TdataBlockRendering::kNoSegment, place);
+            plan.outputLinks.push_back({i, it->second, variable + kReferenceSlot});
             variable += kReferenceSlot + align(size, 8);
             continue;
         }
@@ -815,6 +861,7 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
     newSegment();  // segment 0: the straight-line program
     for (TSEnodeDescription* d : fBlocks)
         if (d->cut) d->segment = int(newSegment());
+    chooseOutputsInPlace();
     for (TSEnodeDescription* d : fBlocks) layOut(d);
     // One stack per provided item: the seed, then one entry per nesting provider.
     for (Provided& p : fProvided) {
@@ -831,8 +878,10 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
                                        p.item));
     for (unsigned b = 0; b < fBlocks.size(); ++b)
         for (auto& link : fPlans[b].links) prologue.push_back(instruction(kOpLinkBlock, b, link[0], link[1], link[2]));
-    for (unsigned b = 0; b < fBlocks.size(); ++b)
-        for (auto& link : fPlans[b].sampleLinks) prologue.push_back(instruction(kOpLinkSample, b, link[0], link[1], link[2]));
+    for (unsigned b = 0; b < fBlocks.size(); ++b) {
+        for (auto& link : fPlans[b].sampleLinks) prologue.push_back(instruction(kOpLinkSample, b, link[0], link[1], link[2], 0));
+        for (auto& link : fPlans[b].outputLinks) prologue.push_back(instruction(kOpLinkSample, b, link[0], link[1], link[2], 1));
+    }
     for (TSEnodeDescription* d : fBlocks)
         if (d->cut) {
             std::vector<TSEinstruction> stream;
@@ -859,6 +908,12 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
             copy.sourceBlock = uint16_t(c.source->block);
             copy.sourceOffset = fPlans[unsigned(c.source->block)].info[source->index()].offset;
             if (c.source->cut) copy.sourceSegment = c.source->segment;
+            for (const auto& link : fPlans[unsigned(c.source->block)].outputLinks)
+                if (link[0] == source->index() && link[1] == c.destAttr) {
+                    // The value's own place is the fallback behind the reference.
+                    copy.sourceOffset = link[2];
+                    copy.destInPlace = true;
+                }
         } else {
             copy.sourceSide = kSideConstant;
             copy.sourceBlock = kNoBlock;

@@ -22,6 +22,7 @@ struct TSEframe {
     const TshadingOpus* opus;
     TdataBlockRendering* blocks;
     TdataBlockRendering* sampleBlock;  // the records as one block, when evenly spaced; else null
+    bool recordsEven;                  // the records lie at a fixed spacing: items linked to them are used in place
     unsigned char* constants;
     unsigned char* variables;
     uint64_t* segmentDone;     // per segment, the samples it has computed in this run

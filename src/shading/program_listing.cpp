@@ -70,9 +70,12 @@ private:
         return node + "." + attributeAt(block, offset, s == kSideVariable) + (s == kSideConstant ? " (constant)" : "");
     }
     std::string describe(const TSEcopy& c) const {
-        std::string text = side(c.sourceSide, c.sourceBlock, c.sourceOffset) + " -> " + side(c.destSide, c.destBlock, c.destOffset) +
-                           ", " + std::to_string(c.size) + " bytes";
+        // An output written in place keeps its own value behind its reference slot.
+        const uint32_t source = c.destInPlace ? c.sourceOffset - uint32_t(sizeof(TdataBlockRendering::OtherBlockRef)) : c.sourceOffset;
+        std::string text = side(c.sourceSide, c.sourceBlock, source) + " -> " + side(c.destSide, c.destBlock, c.destOffset) + ", " +
+                           std::to_string(c.size) + " bytes";
         if (c.sourceSegment > 0) text += ", source in segment " + std::to_string(c.sourceSegment);
+        if (c.destInPlace) text += ", only when the records are not evenly spaced";
         return text;
     }
 
@@ -121,7 +124,8 @@ private:
                     node = l.node->name().str();
                     plug = l.node->attribute(in.word[1])->longName().str();
                     block = std::to_string(in.word[0]);
-                    detail = side(kSideSample, 0xFFFF, in.word[2]) + " -> " + node + "." + plug + ", read in place";
+                    detail = in.word[4] ? node + "." + plug + " -> " + side(kSideSample, 0xFFFF, in.word[2]) + ", written in place"
+                                        : side(kSideSample, 0xFFFF, in.word[2]) + " -> " + node + "." + plug + ", read in place";
                     break;
                 }
                 case kOpLinkBlock:

@@ -147,16 +147,19 @@ struct TshadingOpus::Plan {
         uint32_t destBase, destOffset, destStride;
         uint32_t size;
         int32_t sourceSegment;
+        bool destInPlace;
     };
     // An input that reads another block's output where it lies.
     struct Link {
         uint32_t destBase, destOffset, sourceBase, sourceOffset, sourceBlock;
     };
     // An input that reads a sample item where the records lie, or a copy
-    // of it at `copyOffset` of its own block when they are not evenly spaced.
+    // of it at `copyOffset` of its own block when they are not evenly spaced;
+    // or an output that writes the item there, or at `copyOffset` for the
+    // copy after it.
     struct SampleLink {
         uint32_t destBase, destOffset, copyOffset, destBlock, stride, item;
-        TSEcopyRoutine copy;
+        TSEcopyRoutine copy;  // null for an output
     };
     struct Step {
         uint32_t opcode;
@@ -201,7 +204,7 @@ void TshadingOpus::buildPlan() {
     for (unsigned k = 0; k < p.copyCount; ++k) {
         const TSEcopy& c = p.copies[k];
         Plan::Copy& r = plan->copies[k];
-        r = {c.routine, c.sourceSide, c.destSide, 0, c.sourceOffset, 0, 0, c.destOffset, 0, c.size, c.sourceSegment};
+        r = {c.routine, c.sourceSide, c.destSide, 0, c.sourceOffset, 0, 0, c.destOffset, 0, c.size, c.sourceSegment, c.destInPlace};
         auto side = [&](TSEside s, uint16_t block, uint32_t& base, uint32_t& offset, uint32_t& stride) {
             if (s == kSideConstant) {
                 base = (block == kNoBlock ? 0 : p.blocks[block].constantOffset) + offset;
@@ -247,7 +250,8 @@ void TshadingOpus::buildPlan() {
             const TSEblockLayout& dest = p.blocks[in.word[0]];
             const unsigned size = dest.node->attribute(in.word[1])->size();
             plan->sampleLinks[plan->sampleLinkCount++] = {dest.variableBase, dest.info[in.word[1]].offset, in.word[3], in.word[0],
-                                                          dest.elementSize, in.word[2], selectCopyRoutine(size, kSideSample, kSideVariable)};
+                                                          dest.elementSize, in.word[2],
+                                                          in.word[4] ? nullptr : selectCopyRoutine(size, kSideSample, kSideVariable)};
             continue;
         }
         if (in.opcode != kOpLinkBlock) continue;
@@ -341,13 +345,20 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
         TsampleBatch* batch = samples[0]->batch();
         fillUserSampleData(batch ? batch->renderGroup : nullptr, count, samples);
     }
-    // Defaults of needed items the renderer did not set; usually there are
-    // none, so one pass gathers what is missing and a second runs only then.
-    uint32_t everyLow = ~0u, everyHigh = ~0u;  // the items set in every sample
-    for (unsigned i = 0; i < count; ++i) {
+    // One pass over the records gathers the items set in every sample and
+    // whether the records lie at a fixed spacing, as a batch usually does
+    // (inputs and outputs then use them in place). Defaults of needed items
+    // the renderer did not set are filled in a second pass, only when some
+    // are missing.
+    uint32_t everyLow = ~0u, everyHigh = ~0u;
+    const uintptr_t base = reinterpret_cast<uintptr_t>(samples[0]);
+    const uintptr_t spacing = count > 1 ? reinterpret_cast<uintptr_t>(samples[1]) - base : 0;
+    uintptr_t expected = base, uneven = 0;
+    for (unsigned i = 0; i < count; ++i, expected += spacing) {
         const TbitField64 set = samples[i]->fieldsSet();
         everyLow &= set.low();
         everyHigh &= set.high();
+        uneven |= reinterpret_cast<uintptr_t>(samples[i]) ^ expected;
     }
     if ((fNeeds.low() & ~everyLow) | (fNeeds.high() & ~everyHigh))
         for (unsigned i = 0; i < count; ++i)
@@ -386,6 +397,8 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     frame.count = count;
     frame.blocksMade = 0;
     frame.lighting = &lighting;
+    // A block's stride is 32 bits and never negative.
+    frame.recordsEven = !uneven && spacing <= UINT32_MAX;
 
     if (fProgram.constantSize) std::memcpy(frame.constants, fProgram.constants, fProgram.constantSize);
     if (fProgram.zeroVariables) std::memset(frame.variables, 0, size_t(fProgram.variableSize) * count);
@@ -426,16 +439,10 @@ void TshadingOpus::linkSamples(TSEframe& frame) const {
     // read their items there. Otherwise each input gets its own copy.
     const unsigned count = frame.count;
     auto* base = reinterpret_cast<unsigned char*>(frame.samples[0]);
-    const ptrdiff_t spacing = count > 1 ? reinterpret_cast<unsigned char*>(frame.samples[1]) - base : 0;
-    bool even = spacing >= 0 && spacing <= ptrdiff_t(UINT32_MAX);
-    const unsigned char* expected = base + spacing;
-    for (unsigned i = 2; i < count && even; ++i) {
-        expected += spacing;
-        even = reinterpret_cast<unsigned char*>(frame.samples[i]) == expected;
-    }
-    frame.sampleBlock = even ? new (frame.sampleBlock) TdataBlockRendering(nullptr, unsigned(spacing), base, count, nullptr, nullptr,
-                                                                           nullptr, nullptr, &frame)
-                             : nullptr;
+    const unsigned spacing = count > 1 ? unsigned(reinterpret_cast<unsigned char*>(frame.samples[1]) - base) : 0;
+    frame.sampleBlock = frame.recordsEven ? new (frame.sampleBlock) TdataBlockRendering(nullptr, spacing, base, count, nullptr, nullptr,
+                                                                                        nullptr, nullptr, &frame)
+                                          : nullptr;
     for (unsigned k = 0; k < fPlan->sampleLinkCount; ++k) {
         const Plan::SampleLink& link = fPlan->sampleLinks[k];
         unsigned char* element = frame.variables + size_t(link.destBase) * count;
@@ -447,8 +454,8 @@ void TshadingOpus::linkSamples(TSEframe& frame) const {
             continue;
         }
         // Copied as a copy instruction would; an item the records do not
-        // carry is left as the frame has it.
-        if (field) {
+        // carry is left as the frame has it. An output's copy comes after it.
+        if (field && link.copy) {
             TSErun r{};
             r.samples = frame.samples;
             r.dest = element + link.copyOffset;
@@ -570,6 +577,7 @@ void TshadingOpus::run(TSEframe& frame, unsigned segment, unsigned first, unsign
             case kOpCopy: {
                 const Plan::Copy& c = fPlan->copies[step->operand];
                 if (c.sourceSegment > 0) runSegment(frame, c.sourceSegment, first, count);
+                if (c.destInPlace && frame.recordsEven) break;
                 TSErun r;
                 r.samples = frame.samples;
                 r.size = c.size;

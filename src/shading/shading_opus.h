@@ -35,7 +35,7 @@ enum TSEopcode : uint32_t {
     kOpInitStack = 7,
     kOpLinkBlock = 10,  // store in a block the reference to another block's value
     kOpLightArray = 11,  // fill a node's light array from the lights run for each sample
-    kOpLinkSample = 12,  // make an input read a sample item where the records lie
+    kOpLinkSample = 12,  // make an input read, or an output write, a sample item where the records lie
 };
 // The opcode's name for listings; null for a value that is no opcode.
 const char* opcodeName(uint32_t opcode);
@@ -77,6 +77,9 @@ struct TSEcopy {
     uint32_t sourceOffset, destOffset;  // in the block's area, or the sample item index
     uint32_t size;
     int32_t sourceSegment;  // computed on demand before the copy, or -1
+    // The source output is written into the records when they lie evenly
+    // spaced; the copy only runs when they do not.
+    bool destInPlace = false;
 };
 
 // The layout of one node's block.

@@ -80,15 +80,18 @@ TEST(NetworkAnalysis, ChainFromSampleItemToOutColor) {
     EXPECT_EQ(countOps(*opus, kOpLinkBlock), 1u);
     int surfaceBlock = blockOf(*opus, surface);
     EXPECT_EQ(p.blocks[surfaceBlock].info[TengineTestSurface::saColor().index()].kind, TdataBlockRendering::kVarPresentOtherDB);
-    // The texture reads uvCoord in the sample records; one copy takes
-    // outColor to the sample.
+    // The texture reads uvCoord in the sample records and the surface writes
+    // outColor there; one copy takes outColor to the sample when the records
+    // are not evenly spaced.
     ASSERT_EQ(countOps(*opus, kOpCopy), 1u);
-    EXPECT_EQ(countOps(*opus, kOpLinkSample), 1u);
+    EXPECT_EQ(countOps(*opus, kOpLinkSample), 2u);
     int uvBlock = blockOf(*opus, uv);
     EXPECT_EQ(p.blocks[uvBlock].info[TengineTestUv::saUvCoord().index()].kind, TdataBlockRendering::kVarPresentOtherDB);
     bool toSample = false;
-    for (unsigned c = 0; c < p.copyCount; ++c) toSample |= p.copies[c].destSide == kSideSample && p.copies[c].destOffset == kItemOutColor;
+    for (unsigned c = 0; c < p.copyCount; ++c)
+        toSample |= p.copies[c].destSide == kSideSample && p.copies[c].destOffset == kItemOutColor && p.copies[c].destInPlace;
     EXPECT_TRUE(toSample);
+    EXPECT_EQ(p.blocks[surfaceBlock].info[TengineTestSurface::saOutColor().index()].kind, TdataBlockRendering::kVarPresentOtherDB);
 
     // The sample layout holds exactly what is read and written, and the object.
     const unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);

@@ -55,9 +55,11 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBit) {
         TshadingOpus* opus = net.analyse();
         ASSERT_NE(opus, nullptr);
         const auto& p = opus->program();
-        for (unsigned b = 0; b < p.blockCount; ++b)
-            if (p.blocks[b].node == net.scale)
+        for (unsigned b = 0; b < p.blockCount; ++b) {
+            if (p.blocks[b].node == net.scale) {
                 EXPECT_EQ(p.blocks[b].info[TengineTestScale::saValue().index()].kind, TdataBlockRendering::kVarPresentOtherDB);
+            }
+        }
         for (unsigned count : {1u, 7u, 63u, 64u}) {
             TengineBatch batch(net.group, kSurfaceColorTransparency, count);
             fill(batch);
