@@ -54,7 +54,6 @@ const char* TdataBlockRendering::kindName(uint32_t kind) {
 
 TdataBlockRendering::~TdataBlockRendering() { tearDown(); }
 
-TdataBlockRendering::AttrInfo& TdataBlockRendering::info(const Tattribute& a) { return fOffsets[a.index()]; }
 
 void TdataBlockRendering::setUp(TdependNode* node, unsigned stride, unsigned char* first, unsigned count,
                                 unsigned char* constant, AttrInfo* offsets, MultiInfo* multi, const uint16_t* hiddenMulti,
@@ -78,6 +77,7 @@ void TdataBlockRendering::setUp(TdependNode* node, unsigned stride, unsigned cha
     fDirectBase[1] = first;
     fDirectStride = stride;
     fMarksIgnored = false;
+    fComputeHook = &computeForDirect;
     if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
 }
 
@@ -251,13 +251,29 @@ uint32_t TdataBlockRendering::directEntry(const AttrInfo& e, const Tattribute& a
     // top parent: both stay on the virtual road. The variable and other-block
     // bits of a kind never change while a program runs, so a write can
     // always be direct; a read only while the kind stands as it is.
+    // A value a cut segment computes is read after the block's hook has run
+    // the segment, as the virtual road would.
     if (a.isArray()) return 0;
     const uint32_t at = uint32_t(e.offset) << kDirectShift;
-    if (e.kind & kOtherBlockBit)
-        return e.kind == kVarPresentOtherDB && e.parentOrSegment < 0
-                   ? at | kDirectInput | kDirectOutput | kDirectVariable | kDirectOther
-                   : 0;
-    return at | kDirectOutput | (standsAsIs(e) ? kDirectInput : 0) | ((e.kind & kVariableBit) ? kDirectVariable : 0);
+    if (e.kind & kOtherBlockBit) {
+        if (e.kind != kVarPresentOtherDB) return 0;
+        return e.parentOrSegment < 0 ? at | kDirectInput | kDirectOutput | kDirectVariable | kDirectOther
+                                     : at | kDirectComputed | kDirectVariable | kDirectOther;
+    }
+    const uint32_t computed = e.kind == kVarPresent && e.parentOrSegment >= 0 ? kDirectComputed : 0;
+    return at | kDirectOutput | computed | (standsAsIs(e) ? kDirectInput : 0) | ((e.kind & kVariableBit) ? kDirectVariable : 0);
+}
+
+void TdataBlockRendering::computeForDirect(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count) {
+    auto& self = static_cast<TdataBlockRendering&>(block);
+    const AttrInfo& e = self.fOffsets[a.index()];
+    TdataBlockRendering* owner = &self;
+    if (e.kind & kOtherBlockBit) {
+        // The entry names the segment that computes the value in the other block.
+        owner = static_cast<TdataBlockRendering*>(reinterpret_cast<const OtherBlockRef*>(self.fFirst + e.offset)->block);
+        if (!owner || owner == &self) return;
+    }
+    owner->computeSegment(e.parentOrSegment, a, first, count, owner->fContext);
 }
 
 TdataHandle TdataBlockRendering::fillAndLocate(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count) {

@@ -75,6 +75,7 @@ public:
         fDirectBase[0] = constant;
         fDirectBase[1] = first;
         fDirectStride = stride;
+        fComputeHook = &computeForDirect;
         if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
     }
     // A run's block from a prototype made when the program was built: only
@@ -105,7 +106,7 @@ public:
     unsigned stride() const { return fStride; }
     TdependNode* node() const { return fNode; }
     void* context() const { return fContext; }
-    AttrInfo& info(const Tattribute& a);
+    AttrInfo& info(const Tattribute& a) { return fOffsets[a.index()]; }
 
     // The word of a direct table for attribute `a` laid out as `e`: plain
     // values only, so that an inline answer is the one the virtual road gives.
@@ -113,6 +114,9 @@ public:
     // The table, one word per attribute index, built with the program; null
     // sends every read down the virtual road.
     void setDirect(const uint32_t* table) { fDirect = table; }
+    // What computes the values its table marks kDirectComputed; by default
+    // the segment hook the engine installs.
+    void setComputeHook(ComputeHook hook) { fComputeHook = hook; }
 
     void debug(TdebugOutput& out, unsigned level) const override;
     using TdataBlock::inputValue;
@@ -144,6 +148,9 @@ protected:
     void markClean(const Tattribute& a) override;
 
 private:
+    // The hook behind kDirectComputed words: runs the segment that computes
+    // `a`, in this block or in the block its reference names.
+    static void computeForDirect(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count);
     TdataHandle locate(const Tattribute& a);
     // The kinds that fill or compute a value before handing it out; kept
     // apart so that a read of a present value stays a few instructions.

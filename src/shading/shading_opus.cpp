@@ -1,6 +1,7 @@
 #include "shading/shading_opus.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -161,11 +162,15 @@ struct TshadingOpus::Plan {
         uint32_t destBase, destOffset, copyOffset, destBlock, stride, item;
         TSEcopyRoutine copy;  // null for an output
     };
+    // A compute names its node, plug and on-demand state directly, so that
+    // a step is a few loads before the node's call.
     struct Step {
         uint32_t opcode;
         uint32_t operand;  // a copy, a compute target, or else the instruction
         uint32_t block;
         uint32_t sibling;  // a later compute of the same node in this pass
+        const TSEcomputeTarget* target;  // for a compute
+        std::atomic<int32_t>* onDemand;  // the node's on-demand state; null without the mixin
     };
     Copy* copies;  // one per program copy
     Link* links;
@@ -179,6 +184,8 @@ struct TshadingOpus::Plan {
     TdataBlockRendering* prototypes;  // per block: all a run's block holds that does not depend on the batch
     Step* steps;
     unsigned* segmentSteps;  // segmentCount + 1 entries
+    uint16_t* constructed;   // the blocks with values to tear down: count, then the blocks
+    size_t frameFixed;       // bytes of a frame that do not depend on the batch size
 };
 
 void TshadingOpus::initialize(const Program& program, TbitField64 needs, TbitField64 requested, unsigned* fieldOffsets,
@@ -270,10 +277,12 @@ void TshadingOpus::buildPlan() {
         for (unsigned i = s == 0 ? prologueEnd : p.segments[s]; i < p.segments[s + 1]; ++i) {
             const TSEinstruction& in = p.instructions[i];
             Plan::Step& step = plan->steps[n++];
-            step = {in.opcode, i, 0, 0};
+            step = {in.opcode, i, 0, 0, nullptr, nullptr};
             if (in.opcode == kOpCopy) step.operand = in.word[0];
             if (in.opcode == kOpCompute || in.opcode == kOpComputeLocked) {
-                step = {in.opcode, in.word[1], in.word[0], in.word[2]};
+                const TSEcomputeTarget& target = p.targets[in.word[1]];
+                step = {in.opcode, in.word[1], in.word[0], in.word[2], &target,
+                        target.shadingNode ? &target.shadingNode->onDemandState() : nullptr};
                 if (in.word[0] < p.blockCount) ++computes[in.word[0]];
             }
         }
@@ -288,8 +297,25 @@ void TshadingOpus::buildPlan() {
             TdataBlockRendering(layout.node, layout.elementSize, nullptr, 0, nullptr, layout.info, layout.multi, nullptr, nullptr);
         if (!plan->marksRead[b]) block->ignoreCleanMarks();
         block->setDirect(plan->direct[b]);
+        block->setComputeHook(&computeForBlock);
     }
+    std::vector<uint16_t> constructed{0};
+    for (unsigned b = 0; b < p.blockCount; ++b)
+        if (p.blocks[b].hidden && p.blocks[b].hidden[0]) constructed.push_back(uint16_t(b));
+    constructed[0] = uint16_t(constructed.size() - 1);
+    array(plan->constructed, constructed.size());
+    std::copy(constructed.begin(), constructed.end(), plan->constructed);
+    plan->frameFixed = align16(sizeof(TdataBlockRendering) * (p.blockCount + 1)) + align16(p.constantSize) +
+                       align16(2 * sizeof(uint64_t) * p.segmentCount) + align16(p.loopSize);
     fPlan = plan;
+}
+
+void TshadingOpus::computeForBlock(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count) {
+    // Every block of a run has the run's frame for context, and an entry
+    // that reads another block's value names the segment computing it there.
+    auto& b = static_cast<TdataBlockRendering&>(block);
+    auto* frame = static_cast<TSEframe*>(b.context());
+    if (frame) frame->opus->runSegment(*frame, b.info(a).parentOrSegment, first, count);
 }
 
 bool TshadingOpus::releaseOpus() {
@@ -333,9 +359,10 @@ void TshadingOpus::fillUserSampleData(TrenderGroupBase* group, unsigned count, T
 }
 
 size_t TshadingOpus::frameSize(unsigned count) const {
-    return align16(sizeof(TdataBlockRendering) * (fProgram.blockCount + 1)) + align16(fProgram.constantSize) +
-           align16(size_t(fProgram.variableSize) * count) + align16(2 * sizeof(uint64_t) * fProgram.segmentCount) +
-           align16(fProgram.loopSize);
+    const size_t variables = align16(size_t(fProgram.variableSize) * count);
+    if (fPlan) return fPlan->frameFixed + variables;
+    return align16(sizeof(TdataBlockRendering) * (fProgram.blockCount + 1)) + align16(fProgram.constantSize) + variables +
+           align16(2 * sizeof(uint64_t) * fProgram.segmentCount) + align16(fProgram.loopSize);
 }
 
 void TshadingOpus::shade(unsigned count, Tsample** samples) const {
@@ -410,8 +437,10 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
 
     // Only blocks with values that were constructed have anything to tear
     // down; the others end with the frame.
-    for (unsigned b = frame.blocksMade; b-- > 0;)
-        if (fProgram.blocks[b].hidden && fProgram.blocks[b].hidden[0]) frame.blocks[b].~TdataBlockRendering();
+    for (unsigned k = fPlan->constructed[0]; k > 0; --k) {
+        const unsigned b = fPlan->constructed[k];
+        if (b < frame.blocksMade) frame.blocks[b].~TdataBlockRendering();
+    }
 }
 
 void TshadingOpus::setUpFrame(TSEframe& frame) const {
@@ -553,7 +582,7 @@ void TshadingOpus::run(TSEframe& frame, unsigned segment, unsigned first, unsign
             case kOpCompute:
             case kOpComputeLocked: {
                 TdataBlockRendering& block = frame.blocks[step->block];
-                const TSEcomputeTarget& target = fProgram.targets[step->operand];
+                const TSEcomputeTarget& target = *step->target;
                 // A later compute of the same node in this pass: its output
                 // may have come with an earlier one.
                 if (step->sibling) {
@@ -562,7 +591,7 @@ void TshadingOpus::run(TSEframe& frame, unsigned segment, unsigned first, unsign
                     block.clearCleanMarks();
                 }
                 // Once per render the node's on-demand step runs; after that a load tells.
-                if (target.shadingNode && target.shadingNode->onDemandState().load(std::memory_order_acquire) != kOnDemandDone) {
+                if (step->onDemand && step->onDemand->load(std::memory_order_acquire) != kOnDemandDone) {
                     Tplug plug = target.plug;
                     target.shadingNode->ensureOnDemand(plug, block);
                 }

@@ -153,6 +153,8 @@ public:
     // Runs segment `segment` for samples first .. first + count - 1 of the run
     // whose frame is `context`, skipping samples it has already computed.
     static void computeValue(void* context, int segment, const Tattribute* a, unsigned first, unsigned count);
+    // The blocks' hook for reads of values a cut segment computes.
+    static void computeForBlock(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count);
 
     bool releaseOpus();
 

@@ -63,7 +63,7 @@ public:
     TdataHandle inputValue(const Tattribute& a, unsigned first, unsigned count) {
         TdataHandle h;
         if (fDirect && (fDirect[a.index()] & kDirectInput) && direct(a, fDirect[a.index()], h)) return h;
-        return inputRun(a, first, count);
+        return inputNotDirect(a, first, count);
     }
     TdataHandle outputValue(const Tattribute& a, unsigned first, unsigned count) {
         TdataHandle h;
@@ -88,7 +88,10 @@ public:
     static constexpr uint32_t kDirectOutput = 1u << 1;    // so does a write
     static constexpr uint32_t kDirectVariable = 1u << 2;  // in the elements, else in the constants
     static constexpr uint32_t kDirectOther = 1u << 3;     // a reference to a value in another block
-    static constexpr unsigned kDirectShift = 4;
+    static constexpr uint32_t kDirectComputed = 1u << 4;  // a read first has the block's hook compute the run
+    static constexpr unsigned kDirectShift = 5;
+    // Computes attribute `a` for a run before a kDirectComputed read hands it out.
+    using ComputeHook = void (*)(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count);
     // What a kDirectOther word points at.
     struct OtherBlockRef {
         void* value;  // element 0 of the value in the other block
@@ -105,8 +108,12 @@ protected:
     unsigned char* fDirectBase[2] = {};  // the constants, then element 0 of the elements
     unsigned fDirectStride = 0;
     bool fMarksIgnored = false;
+    ComputeHook fComputeHook = nullptr;  // set by a block whose table has kDirectComputed words
 
 private:
+    // Out of line, so that the inline read stays one test: a value the
+    // block's hook computes first, else the virtual road.
+    TdataHandle inputNotDirect(const Tattribute& a, unsigned first, unsigned count);
     // False for a reference not made in this run: the virtual road says so.
     bool direct(const Tattribute& a, uint32_t word, TdataHandle& h) {
         unsigned char* at = fDirectBase[(word & kDirectVariable) ? 1 : 0] + (word >> kDirectShift);

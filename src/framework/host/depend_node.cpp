@@ -51,6 +51,15 @@ void TdebugOutput::print(const char* format, ...) {
 TdataBlock::~TdataBlock() = default;
 void TdataBlock::debug(TdebugOutput&, unsigned) const {}
 
+TdataHandle TdataBlock::inputNotDirect(const Tattribute& a, unsigned first, unsigned count) {
+    if (fDirect && fComputeHook && (fDirect[a.index()] & kDirectComputed)) {
+        fComputeHook(*this, a, first, count);
+        TdataHandle h;
+        if (direct(a, fDirect[a.index()], h)) return h;
+    }
+    return inputRun(a, first, count);
+}
+
 // ---------------------------------------------------------------- descriptions
 
 TdependNodeVS::TdependNodeVS() { tDescriptionUnderConstruction = this; }
