@@ -62,15 +62,12 @@ void TdataBlockRendering::setUp(TdependNode* node, unsigned stride, unsigned cha
     fFirst = first;
     fLast = first + size_t(stride) * (count ? count - 1 : 0);
     fCurrent = first;
-    fReserved = 0;
     fNode = node;
     fConstant = constant;
     fOffsets = offsets;
     fMulti = multi;
     fHiddenMulti = hiddenMulti;
     fContext = context;
-    fFlag = 0;
-    fKind = 2;
     fCleanCount = 0;
     fDirect = nullptr;
     fDirectBase[0] = constant;

@@ -62,16 +62,16 @@ public:
     // is written once.
     TdataBlockRendering(TdependNode* node, unsigned stride, unsigned char* first, unsigned count, unsigned char* constant,
                         AttrInfo* offsets, MultiInfo* multi, const uint16_t* hiddenMulti, void* context)
-        : fStride(stride),
-          fFirst(first),
+        : fFirst(first),
           fLast(first + size_t(stride) * (count ? count - 1 : 0)),
           fCurrent(first),
-          fNode(node),
           fConstant(constant),
+          fHiddenMulti(hiddenMulti),
+          fContext(context),
+          fNode(node),
           fOffsets(offsets),
           fMulti(multi),
-          fHiddenMulti(hiddenMulti),
-          fContext(context) {
+          fStride(stride) {
         fDirectBase[0] = constant;
         fDirectBase[1] = first;
         fDirectStride = stride;
@@ -89,6 +89,14 @@ public:
         fHiddenMulti = hiddenMulti;
         fContext = context;
         if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
+    }
+    // The sample records of a batch as one block, `stride` apart.
+    TdataBlockRendering(const TdataBlockRendering& prototype, unsigned stride, unsigned char* first, unsigned count, void* context)
+        : TdataBlockRendering(prototype) {
+        fStride = fDirectStride = stride;
+        fFirst = fCurrent = fDirectBase[1] = first;
+        fLast = first + size_t(stride) * (count ? count - 1 : 0);
+        fContext = context;
     }
     TdataBlockRendering(const TdataBlockRendering&) = default;
     TdataBlockRendering& operator=(const TdataBlockRendering&) = delete;
@@ -160,20 +168,17 @@ private:
     void fillFromChildren(const Tattribute& a, unsigned first, unsigned count);
     void computeSegment(int segment, const Tattribute& a, unsigned first, unsigned count, void* context);
 
-    // Fields in the order the engine lays them out.
-    unsigned fStride = 0;
+    // What a run writes, then what a block made from a prototype copies.
     unsigned char* fFirst = nullptr;
     unsigned char* fLast = nullptr;
     unsigned char* fCurrent = nullptr;
-    uint32_t fReserved = 0;
-    TdependNode* fNode = nullptr;
-    uint8_t fFlag = 0;
-    uint8_t fKind = 2;
     unsigned char* fConstant = nullptr;
-    AttrInfo* fOffsets = nullptr;
-    MultiInfo* fMulti = nullptr;
     const uint16_t* fHiddenMulti = nullptr;
     void* fContext = nullptr;
-    uint16_t fClean[kMaxCleanMarks] = {};
+    TdependNode* fNode = nullptr;
+    AttrInfo* fOffsets = nullptr;
+    MultiInfo* fMulti = nullptr;
+    unsigned fStride = 0;
     uint8_t fCleanCount = 0;
+    uint16_t fClean[kMaxCleanMarks] = {};
 };

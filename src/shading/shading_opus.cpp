@@ -185,6 +185,7 @@ struct TshadingOpus::Plan {
     Step* steps;
     unsigned* segmentSteps;  // segmentCount + 1 entries
     uint16_t* constructed;   // the blocks with values to tear down: count, then the blocks
+    TdataBlockRendering* recordsPrototype;  // the records as one block, but for the batch
     size_t frameFixed;       // bytes of a frame that do not depend on the batch size
 };
 
@@ -299,6 +300,8 @@ void TshadingOpus::buildPlan() {
         block->setDirect(plan->direct[b]);
         block->setComputeHook(&computeForBlock);
     }
+    plan->recordsPrototype = new (fArena->allocate(sizeof(TdataBlockRendering)))
+        TdataBlockRendering(nullptr, 0, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr);
     std::vector<uint16_t> constructed{0};
     for (unsigned b = 0; b < p.blockCount; ++b)
         if (p.blocks[b].hidden && p.blocks[b].hidden[0]) constructed.push_back(uint16_t(b));
@@ -377,17 +380,15 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     // (inputs and outputs then use them in place). Defaults of needed items
     // the renderer did not set are filled in a second pass, only when some
     // are missing.
-    uint32_t everyLow = ~0u, everyHigh = ~0u;
+    uint64_t every = ~uint64_t(0);
     const uintptr_t base = reinterpret_cast<uintptr_t>(samples[0]);
     const uintptr_t spacing = count > 1 ? reinterpret_cast<uintptr_t>(samples[1]) - base : 0;
     uintptr_t expected = base, uneven = 0;
     for (unsigned i = 0; i < count; ++i, expected += spacing) {
-        const TbitField64 set = samples[i]->fieldsSet();
-        everyLow &= set.low();
-        everyHigh &= set.high();
+        every &= samples[i]->fieldsSet().bits();
         uneven |= reinterpret_cast<uintptr_t>(samples[i]) ^ expected;
     }
-    if ((fNeeds.low() & ~everyLow) | (fNeeds.high() & ~everyHigh))
+    if (fNeeds.bits() & ~every)
         for (unsigned i = 0; i < count; ++i)
             if ((fNeeds & ~samples[i]->fieldsSet()).bits()) samples[i]->confirmSet(fNeeds);
 
@@ -469,9 +470,8 @@ void TshadingOpus::linkSamples(TSEframe& frame) const {
     const unsigned count = frame.count;
     auto* base = reinterpret_cast<unsigned char*>(frame.samples[0]);
     const unsigned spacing = count > 1 ? unsigned(reinterpret_cast<unsigned char*>(frame.samples[1]) - base) : 0;
-    frame.sampleBlock = frame.recordsEven ? new (frame.sampleBlock) TdataBlockRendering(nullptr, spacing, base, count, nullptr, nullptr,
-                                                                                        nullptr, nullptr, &frame)
-                                          : nullptr;
+    frame.sampleBlock =
+        frame.recordsEven ? new (frame.sampleBlock) TdataBlockRendering(*fPlan->recordsPrototype, spacing, base, count, &frame) : nullptr;
     for (unsigned k = 0; k < fPlan->sampleLinkCount; ++k) {
         const Plan::SampleLink& link = fPlan->sampleLinks[k];
         unsigned char* element = frame.variables + size_t(link.destBase) * count;
