@@ -26,6 +26,9 @@ struct Dispatcher : TDNdispatchCompute {
 };
 
 constexpr uint16_t kNoBlock = 0xFFFF;
+// A step of the plan only: a compute whose node runs once in the pass,
+// unlocked, with nobody reading its clean marks.
+constexpr uint32_t kStepPlainCompute = 0x100;
 constexpr size_t kFrameAlignment = 16;
 
 size_t align16(size_t n) { return (n + 15) & ~size_t(15); }
@@ -290,6 +293,11 @@ void TshadingOpus::buildPlan() {
     }
     if (p.segmentCount) plan->segmentSteps[p.segmentCount] = n;
     for (unsigned b = 0; b < p.blockCount; ++b) plan->marksRead[b] = computes[b] > 1;
+    for (unsigned k = 0; k < n; ++k) {
+        Plan::Step& step = plan->steps[k];
+        if (step.opcode == kOpCompute && !step.sibling && step.block < p.blockCount && !plan->marksRead[step.block])
+            step.opcode = kStepPlainCompute;
+    }
     // Never torn down: a prototype constructs no values.
     array(plan->prototypes, p.blockCount);
     for (unsigned b = 0; b < p.blockCount; ++b) {
@@ -472,14 +480,20 @@ void TshadingOpus::linkSamples(TSEframe& frame) const {
     const unsigned spacing = count > 1 ? unsigned(reinterpret_cast<unsigned char*>(frame.samples[1]) - base) : 0;
     frame.sampleBlock =
         frame.recordsEven ? new (frame.sampleBlock) TdataBlockRendering(*fPlan->recordsPrototype, spacing, base, count, &frame) : nullptr;
-    for (unsigned k = 0; k < fPlan->sampleLinkCount; ++k) {
-        const Plan::SampleLink& link = fPlan->sampleLinks[k];
-        unsigned char* element = frame.variables + size_t(link.destBase) * count;
+    // In locals: the stores through the references could alias the frame and the plan.
+    TdataBlockRendering* const records = frame.sampleBlock;
+    unsigned char* const variables = frame.variables;
+    const unsigned* const fields = frame.fields;
+    const Plan::SampleLink* const links = fPlan->sampleLinks;
+    const unsigned linkCount = fPlan->sampleLinkCount;
+    for (unsigned k = 0; k < linkCount; ++k) {
+        const Plan::SampleLink& link = links[k];
+        unsigned char* element = variables + size_t(link.destBase) * count;
         auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(element + link.destOffset);
-        const unsigned field = frame.fields[link.item];
-        if (frame.sampleBlock && field) {
+        const unsigned field = fields[link.item];
+        if (records && field) {
             ref->value = base + field;
-            ref->block = frame.sampleBlock;
+            ref->block = records;
             continue;
         }
         // Copied as a copy instruction would; an item the records do not
@@ -579,6 +593,16 @@ void TshadingOpus::run(TSEframe& frame, unsigned segment, unsigned first, unsign
     const Plan::Step* const end = fPlan->steps + fPlan->segmentSteps[segment + 1];
     for (const Plan::Step* step = fPlan->steps + fPlan->segmentSteps[segment]; step != end; ++step) {
         switch (step->opcode) {
+            case kStepPlainCompute: {
+                TdataBlockRendering& block = frame.blocks[step->block];
+                const TSEcomputeTarget& target = *step->target;
+                if (step->onDemand && step->onDemand->load(std::memory_order_acquire) != kOnDemandDone) {
+                    Tplug plug = target.plug;
+                    target.shadingNode->ensureOnDemand(plug, block);
+                }
+                Dispatcher::run(target.plug.node(), target.plug, block, first, count);
+                break;
+            }
             case kOpCompute:
             case kOpComputeLocked: {
                 TdataBlockRendering& block = frame.blocks[step->block];
