@@ -148,7 +148,14 @@ inline TdataHandle TdataBlockRendering::locate(const Tattribute& a) {
     if (e.kind & kOtherBlockBit) {
         // A child's entry holds its offset within the value its top parent refers to.
         const bool child = e.kind == kVarUseParentOtherDB;
-        const AttrInfo& entry = child ? fOffsets[topParent(&a)->index()] : e;
+        const unsigned top = child ? topParent(&a)->index() : a.index();
+        const AttrInfo& entry = fOffsets[top];
+        // A value in the sample records: its reference is not made when they
+        // lie evenly spaced.
+        if (fDirect && (fDirect[top] & kDirectRecord) && recordValue(fDirect[top], child ? e.offset : 0, h)) {
+            h.attribute = &a;
+            return h;
+        }
         auto* ref = reinterpret_cast<OtherBlockRef*>(fFirst + entry.offset);
         if (ref->block && ref->value) {
             h.block = ref->block;

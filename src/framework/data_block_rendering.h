@@ -80,14 +80,16 @@ public:
     }
     // A run's block from a prototype made when the program was built: only
     // what depends on the batch is written after the copy.
+    // `records`: the batch's records as one block, or null.
     TdataBlockRendering(const TdataBlockRendering& prototype, unsigned char* first, unsigned count, unsigned char* constant,
-                        const uint16_t* hiddenMulti, void* context)
+                        const uint16_t* hiddenMulti, void* context, TdataBlock* records)
         : TdataBlockRendering(prototype) {
         fFirst = fCurrent = fDirectBase[1] = first;
         fLast = first + size_t(fStride) * (count ? count - 1 : 0);
         fConstant = fDirectBase[0] = constant;
         fHiddenMulti = hiddenMulti;
         fContext = context;
+        fRecords = records;
         if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
     }
     // The sample records of a batch as one block, `stride` apart.
@@ -122,6 +124,7 @@ public:
     // The table, one word per attribute index, built with the program; null
     // sends every read down the virtual road.
     void setDirect(const uint32_t* table) { fDirect = table; }
+    void setRecords(TdataBlock* records) { fRecords = records; }
     // What computes the values its table marks kDirectComputed; by default
     // the segment hook the engine installs.
     void setComputeHook(ComputeHook hook) { fComputeHook = hook; }

@@ -46,6 +46,8 @@ void TshadingOpus::addIlluminatingLight(unsigned index, TshadingOpus* lightOpus)
 void TshadingOpus::setFieldOffsets(unsigned* fieldOffsets, TbitField64 needs) {
     fFieldOffsets = fieldOffsets;
     fNeeds = needs;
+    // Made before shading starts: the plan's words follow the new layout.
+    if (fPlan) linkRecordFields(const_cast<Plan&>(*fPlan));
 }
 
 void TshadingOpus::releaseLights() {

@@ -162,7 +162,7 @@ struct TshadingOpus::Plan {
     // or an output that writes the item there, or at `copyOffset` for the
     // copy after it.
     struct SampleLink {
-        uint32_t destBase, destOffset, copyOffset, destBlock, stride, item;
+        uint32_t destBase, destOffset, copyOffset, destBlock, stride, item, attribute;
         TSEcopyRoutine copy;  // null for an output
     };
     // A compute names its node, plug and on-demand state directly, so that
@@ -261,7 +261,7 @@ void TshadingOpus::buildPlan() {
             const TSEblockLayout& dest = p.blocks[in.word[0]];
             const unsigned size = dest.node->attribute(in.word[1])->size();
             plan->sampleLinks[plan->sampleLinkCount++] = {dest.variableBase, dest.info[in.word[1]].offset, in.word[3], in.word[0],
-                                                          dest.elementSize, in.word[2],
+                                                          dest.elementSize, in.word[2], in.word[1],
                                                           in.word[4] ? nullptr : selectCopyRoutine(size, kSideSample, kSideVariable)};
             continue;
         }
@@ -271,6 +271,7 @@ void TshadingOpus::buildPlan() {
         plan->links[plan->linkCount++] = {dest.variableBase, dest.info[in.word[1]].offset, source.variableBase,
                                           source.info[in.word[3]].offset, in.word[2]};
     }
+    linkRecordFields(*plan);
     // The steps: every instruction after the prologue, segment by segment.
     array(plan->segmentSteps, p.segmentCount + 1);
     array(plan->steps, p.instructionCount);
@@ -319,6 +320,22 @@ void TshadingOpus::buildPlan() {
     plan->frameFixed = align16(sizeof(TdataBlockRendering) * (p.blockCount + 1)) + align16(p.constantSize) +
                        align16(2 * sizeof(uint64_t) * p.segmentCount) + align16(p.loopSize);
     fPlan = plan;
+}
+
+void TshadingOpus::linkRecordFields(Plan& plan) const {
+    // An input or output linked to a sample item names the item's field in
+    // its direct word: when the records lie evenly spaced, reads and writes
+    // go there without a reference made per batch. Redone when the sample
+    // layout changes.
+    for (unsigned k = 0; k < plan.sampleLinkCount; ++k) {
+        const Plan::SampleLink& link = plan.sampleLinks[k];
+        const TSEblockLayout& layout = fProgram.blocks[link.destBlock];
+        uint32_t& word = plan.direct[link.destBlock][link.attribute];
+        const unsigned field = fFieldOffsets ? fFieldOffsets[link.item] : 0;
+        word = field ? (uint32_t(field) << TdataBlock::kDirectShift) | TdataBlock::kDirectInput | TdataBlock::kDirectOutput |
+                           TdataBlock::kDirectVariable | TdataBlock::kDirectOther | TdataBlock::kDirectRecord
+                     : TdataBlockRendering::directEntry(layout.info[link.attribute], *layout.node->attribute(link.attribute));
+    }
 }
 
 void TshadingOpus::computeForBlock(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count) {
@@ -433,8 +450,13 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     frame.count = count;
     frame.blocksMade = 0;
     frame.lighting = &lighting;
-    // A block's stride is 32 bits and never negative.
-    frame.recordsEven = !uneven && spacing <= UINT32_MAX;
+    // A block's stride is 32 bits and never negative; the direct words
+    // name fields of the program's own sample layout.
+    frame.recordsEven = !uneven && spacing <= UINT32_MAX && frame.fields == fFieldOffsets;
+    frame.sampleBlock = frame.recordsEven && fPlan->sampleLinkCount
+                            ? new (frame.sampleBlock) TdataBlockRendering(*fPlan->recordsPrototype, unsigned(spacing),
+                                                                          reinterpret_cast<unsigned char*>(base), count, &frame)
+                            : nullptr;
 
     if (fProgram.constantSize) std::memcpy(frame.constants, fProgram.constants, fProgram.constantSize);
     if (fProgram.zeroVariables) std::memset(frame.variables, 0, size_t(fProgram.variableSize) * count);
@@ -458,7 +480,8 @@ void TshadingOpus::setUpFrame(TSEframe& frame) const {
         // Clean marks only matter to a node with a second compute in the
         // pass; the prototype says which, and holds the direct table.
         new (&frame.blocks[b]) TdataBlockRendering(fPlan->prototypes[b], frame.variables + size_t(layout.variableBase) * frame.count,
-                                                   frame.count, frame.constants + layout.constantOffset, layout.hidden, &frame);
+                                                   frame.count, frame.constants + layout.constantOffset, layout.hidden, &frame,
+                                                   frame.sampleBlock);
     }
     frame.blocksMade = fProgram.blockCount;
     for (unsigned k = 0; k < fPlan->prologueCount; ++k) execute(frame, fProgram.instructions[fPlan->prologue[k]], 0, frame.count);
@@ -477,9 +500,6 @@ void TshadingOpus::linkSamples(TSEframe& frame) const {
     // read their items there. Otherwise each input gets its own copy.
     const unsigned count = frame.count;
     auto* base = reinterpret_cast<unsigned char*>(frame.samples[0]);
-    const unsigned spacing = count > 1 ? unsigned(reinterpret_cast<unsigned char*>(frame.samples[1]) - base) : 0;
-    frame.sampleBlock =
-        frame.recordsEven ? new (frame.sampleBlock) TdataBlockRendering(*fPlan->recordsPrototype, spacing, base, count, &frame) : nullptr;
     // In locals: the stores through the references could alias the frame and the plan.
     TdataBlockRendering* const records = frame.sampleBlock;
     unsigned char* const variables = frame.variables;
@@ -491,11 +511,9 @@ void TshadingOpus::linkSamples(TSEframe& frame) const {
         unsigned char* element = variables + size_t(link.destBase) * count;
         auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(element + link.destOffset);
         const unsigned field = fields[link.item];
-        if (records && field) {
-            ref->value = base + field;
-            ref->block = records;
-            continue;
-        }
+        // The direct word reads the field in the records; the virtual road
+        // looks there too, so the reference is not needed.
+        if (records && field) continue;
         // Copied as a copy instruction would; an item the records do not
         // carry is left as the frame has it. An output's copy comes after it.
         if (field && link.copy) {
@@ -666,6 +684,7 @@ void TshadingOpus::execute(TSEframe& frame, const TSEinstruction& in, unsigned f
                                                        frame.constants + layout.constantOffset, layout.info, layout.multi,
                                                        layout.hidden, &frame);
             block->setDirect(fPlan->direct[b]);
+            block->setRecords(frame.sampleBlock);
             frame.blocksMade = std::max(frame.blocksMade, b + 1);
             break;
         }

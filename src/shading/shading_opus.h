@@ -207,6 +207,7 @@ public:
 
 private:
     void buildPlan();
+    void linkRecordFields(Plan& plan) const;
     void setUpFrame(TSEframe& frame) const;
     void linkSamples(TSEframe& frame) const;
     void run(TSEframe& frame, unsigned segment, unsigned first, unsigned count) const;

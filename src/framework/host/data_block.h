@@ -89,7 +89,10 @@ public:
     static constexpr uint32_t kDirectVariable = 1u << 2;  // in the elements, else in the constants
     static constexpr uint32_t kDirectOther = 1u << 3;     // a reference to a value in another block
     static constexpr uint32_t kDirectComputed = 1u << 4;  // a read first has the block's hook compute the run
-    static constexpr unsigned kDirectShift = 5;
+    // With kDirectOther: the value is a field of the records block, at the
+    // word's offset in each record, when the block has one.
+    static constexpr uint32_t kDirectRecord = 1u << 5;
+    static constexpr unsigned kDirectShift = 6;
     // Computes attribute `a` for a run before a kDirectComputed read hands it out.
     using ComputeHook = void (*)(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count);
     // What a kDirectOther word points at.
@@ -109,6 +112,21 @@ protected:
     unsigned fDirectStride = 0;
     bool fMarksIgnored = false;
     ComputeHook fComputeHook = nullptr;  // set by a block whose table has kDirectComputed words
+    // Records that lie at a fixed spacing, seen as one block whose elements
+    // are the records: where kDirectRecord words read and write. Null when
+    // there are none; the virtual road then answers.
+    TdataBlock* fRecords = nullptr;
+
+    // The handle of a kDirectRecord word on the records block, at `within`
+    // bytes into the field; false without records.
+    bool recordValue(uint32_t word, unsigned within, TdataHandle& h) const {
+        if (!fRecords) return false;
+        h.block = fRecords;
+        h.value = fRecords->fDirectBase[1] + (word >> kDirectShift) + within;
+        h.stride = fRecords->fDirectStride;
+        h.flags = TdataHandle::kIsVariable;
+        return true;
+    }
 
 private:
     // Out of line, so that the inline read stays one test: a value the
@@ -119,6 +137,7 @@ private:
         unsigned char* at = fDirectBase[(word & kDirectVariable) ? 1 : 0] + (word >> kDirectShift);
         h.attribute = &a;
         if (word & kDirectOther) {
+            if (word & kDirectRecord) return recordValue(word, 0, h);
             const auto* ref = reinterpret_cast<const OtherBlockRef*>(at);
             if (!ref->block || !ref->value) return false;
             h.block = ref->block;
