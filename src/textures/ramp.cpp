@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <iterator>
+#include <vector>
 
 #include "framework/render_utilities.h"
 #include "textures/noise/noise.h"
@@ -97,6 +99,50 @@ void TdnRamp::getRampColourAtValue(short interp, float value, const TrampKeys& k
     computeOutputColor(interp, value, low, high, lowColour, highColour, out);
 }
 
+void TdnRamp::sortKeys(const TrampKeys& keys, TsortedRampKeys& sorted) {
+    sorted.keyCount = keys.count;
+    sorted.firstColour = keys.count ? keys.colour[0] : T3Float();
+    sorted.count = 0;
+    for (unsigned k = 0; k < keys.count; ++k) {
+        const float p = std::min(keys.position[k], 1.0f);
+        if (std::isnan(p)) continue;  // the scan never settles on it
+        float* end = sorted.position + sorted.count;
+        const unsigned at = unsigned(std::lower_bound(sorted.position, end, p) - sorted.position);
+        if (at < sorted.count && sorted.position[at] == p) continue;  // an earlier key holds the place
+        std::copy_backward(sorted.position + at, end, end + 1);
+        std::copy_backward(sorted.colour + at, sorted.colour + sorted.count, sorted.colour + sorted.count + 1);
+        sorted.position[at] = p;
+        sorted.colour[at] = keys.colour[k];
+        ++sorted.count;
+    }
+}
+
+void TdnRamp::getRampColourAtValue(short interp, float value, const TsortedRampKeys& keys, T3Float& out) {
+    if (keys.keyCount < 2) {
+        out = keys.keyCount ? keys.firstColour : T3Float();
+        return;
+    }
+    float low = -1.0f, high = 2.0f;
+    T3Float lowColour, highColour;
+    if (!std::isnan(value)) {
+        const float* p = keys.position;
+        const unsigned n = keys.count;
+        const unsigned above = unsigned(std::lower_bound(p, p + n, value) - p);  // the first at or above
+        if (above < n) {
+            high = p[above];
+            highColour = keys.colour[above];
+        }
+        // A lower key at or below -1, which the scan skips, shows the upper
+        // key all the same: any lower key below 0 does.
+        const unsigned notAbove = above < n && p[above] == value ? above + 1 : above;
+        if (notAbove > 0) {
+            low = p[notAbove - 1];
+            lowColour = keys.colour[notAbove - 1];
+        }
+    }
+    computeOutputColor(interp, value, low, high, lowColour, highColour, out);
+}
+
 bool TdnRamp::readKeys(TdataBlock& block, TrampKeys& keys, unsigned sample) {
     const Tattribute& list = saColorEntryList();
     unsigned indices[TrampKeys::kMaxKeys];
@@ -165,8 +211,84 @@ float TdnRamp::sRampValue(short type, float u, float v) {
     }
 }
 
+template <class Keys>
+T3Float TdnRamp::colourAt(short type, short interp, float u, float v, const TrampKeys& keys, const Keys& lookup) {
+    T3Float c;
+    switch (type) {
+        case kUVRamp:
+        case kTartanRamp: {
+            T3Float atY, atX;
+            getRampColourAtValue(interp, 2.0f * std::fabs(v - 0.5f), lookup, atY);
+            getRampColourAtValue(interp, 2.0f * std::fabs(u - 0.5f), lookup, atX);
+            c = type == kUVRamp ? T3Float(atY.x * atX.x, atY.y * atX.y, atY.z * atX.z) : (atY + atX) * 0.5f;
+            break;
+        }
+        case kFourRamp: {
+            const float corner[4] = {(1 - u) * (1 - v), (1 - v) * u, (1 - u) * v, u * v};
+            for (unsigned k = 0; k < 4 && k < keys.count; ++k) c = c + keys.colour[k] * corner[k];
+            break;
+        }
+        default: getRampColourAtValue(interp, sRampValue(type, u, v), lookup, c); break;
+    }
+    return c;
+}
+
+void TdnRamp::shadingNodeInit(TframeSampleData* data) {
+    TdnTx2D::shadingNodeInit(data);
+    fFixed = false;
+    const Tattribute* settled[] = {&attrColorEntryList(), &attrType(), &attrInterpolation(), &attrUWave(), &attrVWave(),
+                                   &attrNoise(),          &attrHueNoise(), &attrSatNoise(),    &attrValNoise()};
+    std::vector<std::pair<Tplug, Tplug>> incoming;
+    allIncoming(incoming);
+    for (const auto& [source, destination] : incoming)
+        if (std::find(std::begin(settled), std::end(settled), destination.attribute()->rootParent()) != std::end(settled)) return;
+    // An amount at or above the threshold turns its noise or wave on.
+    for (const Tattribute* a : {&attrUWave(), &attrVWave(), &attrNoise(), &attrHueNoise(), &attrSatNoise(), &attrValNoise()}) {
+        float amount = 0;
+        if (!getAttributeValue(a, &amount) || amount >= 1e-5f) return;
+    }
+    Tfixed& f = fFixedValues;
+    if (!getAttributeValue(&attrType(), &f.type) || !getAttributeValue(&attrInterpolation(), &f.interp)) return;
+    // The keys as a program holds them: the existing elements below the
+    // element limit, in index order.
+    TuInt32Array indices;
+    getExistingMultiAttributeIndices(Tplug(this, &attrColorEntryList(), true), indices);
+    f.keys.count = 0;
+    for (unsigned k = 0; k < indices.length() && indices[k] < TrampKeys::kMaxKeys; ++k) {
+        if (!getAttributeValue(&attrPosition(), &f.keys.position[f.keys.count], indices[k]) ||
+            !getAttributeValue(&attrColor(), &f.keys.colour[f.keys.count], indices[k]))
+            return;
+        ++f.keys.count;
+    }
+    sortKeys(f.keys, f.sorted);
+    fFixed = true;
+}
+
+void TdnRamp::endOfRender(TDNshadingEngine* group) {
+    fFixed = false;
+    TdnTx2D::endOfRender(group);
+}
+
 bool TdnRamp::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isColorOutput(plug)) return TdnTx2D::vectorComputePlug(plug, block, first, count);
+    if (fFixed) {
+        // Settled for the render: the UV alone varies.
+        const Tfixed& f = fFixedValues;
+        TdataHandle uv = block.inputValue(attrUvCoord(), first, count);
+        TdataHandle fallback = block.inputValue(attrDefaultColor(), first, count);
+        Ttx2dBatch<0> batch(first, count);
+        for (unsigned i = first; i < first + count; ++i) {
+            const T2Float p = uv.asFloat2(i);
+            if (isOutsideUv(p)) {
+                batch.setOutside(i, fallback.asFloat3(i));
+                continue;
+            }
+            const T3Float c = colourAt(f.type, f.interp, wrapToUnit(p.x), wrapToUnit(p.y), f.keys, f.sorted);
+            batch.setOwn(i, c, luminance(c));
+        }
+        batch.finish(block, nullptr, attrOutColor(), attrOutAlpha(), true);
+        return true;
+    }
     // Keys are read once for the batch, and again for each sample when a
     // key's position or colour is driven per sample.
     TrampKeys keys;
@@ -215,24 +337,7 @@ bool TdnRamp::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned f
         bool colourNoise = hueNoise.asFloat(i) >= 1e-5f || satNoise.asFloat(i) >= 1e-5f || valNoise.asFloat(i) >= 1e-5f;
         u = wrapToUnit(u);
         v = wrapToUnit(v);
-        short kind = interp.asShort(i);
-        T3Float c;
-        switch (short t = type.asShort(i)) {
-            case kUVRamp:
-            case kTartanRamp: {
-                T3Float atY, atX;
-                getRampColourAtValue(kind, 2.0f * std::fabs(v - 0.5f), keys, atY);
-                getRampColourAtValue(kind, 2.0f * std::fabs(u - 0.5f), keys, atX);
-                c = t == kUVRamp ? T3Float(atY.x * atX.x, atY.y * atX.y, atY.z * atX.z) : (atY + atX) * 0.5f;
-                break;
-            }
-            case kFourRamp: {
-                const float corner[4] = {(1 - u) * (1 - v), (1 - v) * u, (1 - u) * v, u * v};
-                for (unsigned k = 0; k < 4 && k < keys.count; ++k) c = c + keys.colour[k] * corner[k];
-                break;
-            }
-            default: getRampColourAtValue(kind, sRampValue(t, u, v), keys, c); break;
-        }
+        T3Float c = colourAt(type.asShort(i), interp.asShort(i), u, v, keys, keys);
         if (colourNoise) {
             T3Float hsv = TrenderUtilities::RGBtoHSV(c);
             hsv.x += hn * 360.0f;
