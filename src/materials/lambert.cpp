@@ -197,7 +197,7 @@ void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start,
     const bool lightsAdd = pass == kPassFull || pass == kPassNoShadows || pass == kPassNoSpecular || pass == kPassShadow;
     const float threshold = fTranslucenceThreshold;
     const float range = translucenceRange(threshold);
-    T3Float accumulator[kChunk];
+    TchunkTriples accumulator;
 
     if (pass == kPassShadow) {
         for (unsigned i = start; i < start + count; ++i) {
@@ -286,21 +286,21 @@ void TdnLambert::computeBlackHole(const Tplug&, TdataBlock& block, unsigned star
 // ---------------------------------------------------------------- transparency and refraction
 
 void TdnLambert::computeTransparency(const Tplug&, TdataBlock& block, unsigned start, unsigned count) {
-    T3Float transparency[kChunk];
+    TchunkTriples transparency;
     readTransparency(block, start, count, transparency);
     computeSurfaceTransparency(this, surface(), block, start, count, transparency);
 }
 
 void TdnLambert::formRefractiveRays(TdataBlock& block, unsigned start, unsigned count, short* rayIndex, short& rayCount,
                                     TgenericRay** rays, Tspectrum* radiance, Tspectrum* transmittance) {
-    T3Float transparency[kChunk];
+    TchunkTriples transparency;
     readTransparency(block, start, count, transparency);
     formSurfaceRefractiveRays(surface(), block, start, count, transparency, rayIndex, rayCount, rays, radiance, transmittance);
 }
 
 void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned start, unsigned count, T3Float* accumulator) {
     if (!surfaceRaySampler(block, fsVs->io, start, count)) return;  // nothing to trace: no refraction to add
-    T3Float transparency[kChunk];
+    TchunkTriples transparency;
     readTransparency(block, start, count, transparency);
     accumulateSurfaceRefraction(this, surface(), block, start, count, transparency, accumulator);
 }

@@ -65,7 +65,7 @@ void computeSurfaceTransparency(TdependNode* node, const TsurfaceAttributes& a, 
                                 unsigned count, const T3Float* transparency) {
     const TsurfaceSettings& s = a.settings;
     TdataHandle hide = block.inputValue(s.hideSource, start, count);
-    T3Float result[kSurfaceChunk];
+    TchunkTriples result;
     if (!hide.isVariable() && !hide.asBool(start))
         for (unsigned i = 0; i < count; ++i) result[i] = transparency[i];
     else
