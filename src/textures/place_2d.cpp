@@ -3,6 +3,7 @@
 #include <bit>
 #include <cmath>
 
+#include "framework/driven_inputs.h"
 #include "textures/noise/noise.h"
 #include "textures/texture_2d.h"
 
@@ -102,6 +103,21 @@ bool TdnPlace2dTx::sMapUV(const Tplace2dParams& p, float u, float v, float& outU
     return true;
 }
 
+void TdnPlace2dTx::mapBatch(const Tplace2dParams& p, bool transform, TdataBlock& block, unsigned first, unsigned count) {
+    TdataHandle uv = block.inputValue(attrUvCoord(), first, count);
+    TdataHandle out = block.outputValue(attrOutUV(), first, count);
+    if (transform)
+        for (unsigned i = first; i < first + count; ++i) {
+            const T2Float in = uv.asFloat2(i);
+            T2Float mapped;
+            sMapUV(p, in.x, in.y, mapped.x, mapped.y);
+            out.asFloat2(i) = mapped;
+        }
+    else
+        for (unsigned i = first; i < first + count; ++i) out.asFloat2(i) = uv.asFloat2(i);
+    block.setClean(attrOutUV());
+}
+
 bool TdnPlace2dTx::computeDoTransform(const Tplace2dParams& p) {
     auto small = [](float x) { return std::fabs(x) < 1e-5f; };
     bool identity = p.coverage.x == 1.0f && p.coverage.y == 1.0f && p.repeat.x == 1.0f && p.repeat.y == 1.0f &&
@@ -147,10 +163,46 @@ void TdnPlace2dTx::mapToTxUV(const TdoubleArray& u, const TdoubleArray& v, Tdoub
     filter = T2Float{sFilterScale(p.repeat.x, p.coverage.x) * kBakeFilterScale, sFilterScale(p.repeat.y, p.coverage.y) * kBakeFilterScale};
 }
 
+void TdnPlace2dTx::shadingNodeInit(TframeSampleData* data) {
+    TrenderNode::shadingNodeInit(data);
+    fSettled = false;
+    if (anyInputDriven(*this, {&attrCoverage(), &attrTranslateFrame(), &attrRepeatUV(), &attrOffset(), &attrNoiseUV(), &attrRotateFrame(),
+                               &attrRotateUV(), &attrMirrorU(), &attrMirrorV(), &attrStagger(), &attrWrapU(), &attrWrapV()}))
+        return;
+    fParams = params();
+    fTransform = computeDoTransform(fParams);
+    fFilterScale = T2Float{sFilterScale(fParams.repeat.x, fParams.coverage.x), sFilterScale(fParams.repeat.y, fParams.coverage.y)};
+    fSettled = true;
+}
+
+void TdnPlace2dTx::endOfRender(TDNshadingEngine* group) {
+    fSettled = false;
+    TrenderNode::endOfRender(group);
+}
+
 bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     const Tattribute* a = plug.attribute()->rootParent();
     if (a != &attrOutUV() && a != &attrOutUvFilterSize() && a != &attrDoTransform())
         return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (fSettled) {
+        if (a == &attrOutUvFilterSize()) {
+            TdataHandle size = block.inputValue(attrUvFilterSize(), first, count);
+            TdataHandle out = block.outputValue(attrOutUvFilterSize(), first, count);
+            const T2Float scale = fFilterScale;
+            for (unsigned i = first; i < first + count; ++i) {
+                const T2Float s = size.asFloat2(i);
+                out.asFloat2(i) = T2Float{s.x * scale.x, s.y * scale.y};
+            }
+            block.setClean(attrOutUvFilterSize());
+        } else if (a == &attrDoTransform()) {
+            TdataHandle out = block.outputValue(attrDoTransform(), first, count);
+            for (unsigned i = first; i < first + count; ++i) out.asBool(i) = fTransform;
+            block.setClean(attrDoTransform());
+        } else {
+            mapBatch(fParams, fTransform, block, first, count);
+        }
+        return true;
+    }
     TdataHandle coverage = block.inputValue(attrCoverage(), first, count);
     TdataHandle repeat = block.inputValue(attrRepeatUV(), first, count);
     if (a == &attrOutUvFilterSize()) {
@@ -195,8 +247,6 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
         block.setClean(attrDoTransform());
         return true;
     }
-    TdataHandle uv = block.inputValue(attrUvCoord(), first, count);
-    TdataHandle out = block.outputValue(attrOutUV(), first, count);
     bool constant = true;
     for (const TdataHandle* h : {&coverage, &repeat, &translate, &rotateFrame, &mirrorU, &mirrorV, &stagger, &wrapU, &wrapV, &offset,
                                  &rotateUV, &noise})
@@ -205,18 +255,11 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
         // One placement for the batch, as it usually is: decided once, and
         // the identity passes the coordinates through.
         const Tplace2dParams p = paramsAt(first);
-        if (computeDoTransform(p))
-            for (unsigned i = first; i < first + count; ++i) {
-                const T2Float in = uv.asFloat2(i);
-                T2Float mapped;
-                sMapUV(p, in.x, in.y, mapped.x, mapped.y);
-                out.asFloat2(i) = mapped;
-            }
-        else
-            for (unsigned i = first; i < first + count; ++i) out.asFloat2(i) = uv.asFloat2(i);
-        block.setClean(attrOutUV());
+        mapBatch(p, computeDoTransform(p), block, first, count);
         return true;
     }
+    TdataHandle uv = block.inputValue(attrUvCoord(), first, count);
+    TdataHandle out = block.outputValue(attrOutUV(), first, count);
     for (unsigned i = first; i < first + count; ++i) {
         T2Float in = uv.asFloat2(i);
         Tplace2dParams p = paramsAt(i);

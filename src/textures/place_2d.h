@@ -97,9 +97,23 @@ public:
     bool getWrapU() { return params().wrapU; }
     bool getWrapV() { return params().wrapV; }
 
+    // A placement nothing drives is read and decided once per render, here,
+    // before any thread shades; endOfRender lets go.
+    void shadingNodeInit(TframeSampleData*) override;
+    void endOfRender(TDNshadingEngine* group) override;
+
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
 
 private:
     static void setOutside(float& u, float& v);
+    // outUV of a batch under one placement; `transform` false passes the UV through.
+    void mapBatch(const Tplace2dParams& p, bool transform, TdataBlock& block, unsigned first, unsigned count);
+
+    // What shadingNodeInit settles: with fSettled, the batch reads the UV
+    // (or the filter size) alone.
+    bool fSettled = false;
+    bool fTransform = false;
+    Tplace2dParams fParams;
+    T2Float fFilterScale;
 };

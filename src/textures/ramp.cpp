@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <iterator>
-#include <vector>
 
+#include "framework/driven_inputs.h"
 #include "framework/render_utilities.h"
 #include "textures/noise/noise.h"
 
@@ -236,12 +235,9 @@ T3Float TdnRamp::colourAt(short type, short interp, float u, float v, const Tram
 void TdnRamp::shadingNodeInit(TframeSampleData* data) {
     TdnTx2D::shadingNodeInit(data);
     fFixed = false;
-    const Tattribute* settled[] = {&attrColorEntryList(), &attrType(), &attrInterpolation(), &attrUWave(), &attrVWave(),
-                                   &attrNoise(),          &attrHueNoise(), &attrSatNoise(),    &attrValNoise()};
-    std::vector<std::pair<Tplug, Tplug>> incoming;
-    allIncoming(incoming);
-    for (const auto& [source, destination] : incoming)
-        if (std::find(std::begin(settled), std::end(settled), destination.attribute()->rootParent()) != std::end(settled)) return;
+    if (anyInputDriven(*this, {&attrColorEntryList(), &attrType(), &attrInterpolation(), &attrUWave(), &attrVWave(), &attrNoise(),
+                               &attrHueNoise(), &attrSatNoise(), &attrValNoise()}))
+        return;
     // An amount at or above the threshold turns its noise or wave on.
     for (const Tattribute* a : {&attrUWave(), &attrVWave(), &attrNoise(), &attrHueNoise(), &attrSatNoise(), &attrValNoise()}) {
         float amount = 0;
