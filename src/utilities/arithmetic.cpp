@@ -17,7 +17,7 @@ bool TdnVSMultiplyDivide::setupDependencies(TdependencyMatrix& m) {
 }
 
 bool TdnMultiplyDivide::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutput()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle op = block.inputValue(attrOperation(), first, count);
     TdataHandle a = block.inputValue(attrInput1(), first, count);
     TdataHandle b = block.inputValue(attrInput2(), first, count);
@@ -137,7 +137,7 @@ bool TdnVSVectorProduct::setupDependencies(TdependencyMatrix& m) {
 }
 
 bool TdnVectorProduct::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutput()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle op = block.inputValue(attrOperation(), first, count);
     TdataHandle a = block.inputValue(attrInput1(), first, count);
     TdataHandle b = block.inputValue(attrInput2(), first, count);

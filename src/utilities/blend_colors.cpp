@@ -16,7 +16,7 @@ void TdnBlendColors::analyse(TDNshadingEngine*, TSEnodeDescription* description,
 }
 
 bool TdnBlendColors::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutput()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle b = block.inputValue(attrBlender(), first, count);
     TdataHandle out = block.outputValue(attrOutput(), first, count);
     if (!b.isVariable()) {

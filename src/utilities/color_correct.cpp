@@ -23,7 +23,7 @@ bool TdnVSClampColor::setupDependencies(TdependencyMatrix& m) {
 }
 
 bool TdnClampColor::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutput()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle lo = block.inputValue(attrMin(), first, count);
     TdataHandle hi = block.inputValue(attrMax(), first, count);
     TdataHandle in = block.inputValue(attrInput(), first, count);
@@ -57,7 +57,7 @@ float TdnContrast::sContrast(float value, float contrast, float bias) {
 }
 
 bool TdnContrast::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutValue()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutValue())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle value = block.inputValue(attrValue(), first, count);
     TdataHandle contrast = block.inputValue(attrContrast(), first, count);
     TdataHandle bias = block.inputValue(attrBias(), first, count);
@@ -82,7 +82,7 @@ float TdnGammaCorrect::sGamma(float value, float gamma) {
 }
 
 bool TdnGammaCorrect::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutValue()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutValue())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle value = block.inputValue(attrValue(), first, count);
     TdataHandle gamma = block.inputValue(attrGamma(), first, count);
     TdataHandle out = block.outputValue(attrOutValue(), first, count);
@@ -101,7 +101,7 @@ bool TdnVSReverse::setupDependencies(TdependencyMatrix& m) {
 }
 
 bool TdnReverse::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutput()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle in = block.inputValue(attrInput(), first, count);
     TdataHandle out = block.outputValue(attrOutput(), first, count);
     const TtripleOut to(out);
@@ -128,7 +128,7 @@ float TdnSetRange::sSetRange(float value, float min, float max, float oldMin, fl
 }
 
 bool TdnSetRange::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutValue()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutValue())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle value = block.inputValue(attrValue(), first, count);
     TdataHandle lo = block.inputValue(attrMin(), first, count);
     TdataHandle hi = block.inputValue(attrMax(), first, count);

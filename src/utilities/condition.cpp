@@ -31,7 +31,7 @@ void TdnCondition::analyse(TDNshadingEngine*, TSEnodeDescription* description, v
 }
 
 bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutColor()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutColor())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle op = block.inputValue(attrOperation(), first, count);
     TdataHandle a = block.inputValue(attrFirstTerm(), first, count);
     TdataHandle b = block.inputValue(attrSecondTerm(), first, count);

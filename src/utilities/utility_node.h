@@ -19,6 +19,14 @@ inline void makeOutput(TpairAttribute& a) {
         x->setFlag(kAttrWritable, false);
 }
 
+// Whether a compute of `plug` asks for `output` (or one of its children).
+// The engine asks for the whole output, which a compare settles without
+// the call to rootParent.
+inline bool isPlugOf(const Tplug& plug, const Tattribute& output) {
+    const Tattribute* a = plug.attribute();
+    return a == &output || a->rootParent() == &output;
+}
+
 // The enumeration fields of an operation attribute, in value order.
 inline void addFields(TattributeEnum& a, std::initializer_list<std::pair<const char*, const char*>> fields) {
     short value = 0;
