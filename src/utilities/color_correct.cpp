@@ -22,17 +22,25 @@ bool TdnVSClampColor::setupDependencies(TdependencyMatrix& m) {
     return true;
 }
 
+void TdnClampColor::shadingNodeInit(TframeSampleData* data) {
+    TrenderNode::shadingNodeInit(data);
+    fMin.settle(*this, attrMin());
+    fMax.settle(*this, attrMax());
+}
+
+void TdnClampColor::endOfRender(TDNshadingEngine* group) {
+    fMin.release();
+    fMax.release();
+    TrenderNode::endOfRender(group);
+}
+
 bool TdnClampColor::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
-    TdataHandle lo = block.inputValue(attrMin(), first, count);
-    TdataHandle hi = block.inputValue(attrMax(), first, count);
-    TdataHandle in = block.inputValue(attrInput(), first, count);
-    TdataHandle out = block.outputValue(attrOutput(), first, count);
     // The bounds are usually constants: one loop per kind of each.
-    const TtripleOut to(out);
-    withTripleLane(in, [&](auto x) {
-        withTripleLane(lo, [&](auto a) {
-            withTripleLane(hi, [&](auto b) {
+    const TtripleOut to(block.outputValue(attrOutput(), first, count));
+    withTripleLane(block.inputValue(attrInput(), first, count), [&](auto x) {
+        withTripleLane(fMin, block, attrMin(), first, count, [&](auto a) {
+            withTripleLane(fMax, block, attrMax(), first, count, [&](auto b) {
                 // The upper bound wins when the bounds cross.
                 for (unsigned i = first; i < first + count; ++i) to.put(i, minLanes(maxLanes(x[i], a[i]), b[i]));
             });

@@ -30,11 +30,33 @@ void TdnCondition::analyse(TDNshadingEngine*, TSEnodeDescription* description, v
     description->markLazyInput(attrColorIfFalse());
 }
 
+void TdnCondition::shadingNodeInit(TframeSampleData* data) {
+    TrenderNode::shadingNodeInit(data);
+    fOperation.settle(*this, attrOperation());
+    fSecondTerm.settle(*this, attrSecondTerm());
+}
+
+void TdnCondition::endOfRender(TDNshadingEngine* group) {
+    fOperation.release();
+    fSecondTerm.release();
+    TrenderNode::endOfRender(group);
+}
+
 bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isPlugOf(plug, attrOutColor())) return TrenderNode::vectorComputePlug(plug, block, first, count);
-    TdataHandle op = block.inputValue(attrOperation(), first, count);
+    // A settled input is a constant: its value stands in a local handle.
+    short settledOperation = fOperation.value;
+    float settledSecond = fSecondTerm.value;
+    TdataHandle op, b;
+    if (fOperation.settled)
+        op.value = &settledOperation;
+    else
+        op = block.inputValue(attrOperation(), first, count);
+    if (fSecondTerm.settled)
+        b.value = &settledSecond;
+    else
+        b = block.inputValue(attrSecondTerm(), first, count);
     TdataHandle a = block.inputValue(attrFirstTerm(), first, count);
-    TdataHandle b = block.inputValue(attrSecondTerm(), first, count);
     TdataHandle out = block.outputValue(attrOutColor(), first, count);
     // One pass sets the flags, on the stack, a batch at a time; then each
     // colour is read for its own runs only.
