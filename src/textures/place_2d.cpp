@@ -163,20 +163,71 @@ void TdnPlace2dTx::mapToTxUV(const TdoubleArray& u, const TdoubleArray& v, Tdoub
     filter = T2Float{sFilterScale(p.repeat.x, p.coverage.x) * kBakeFilterScale, sFilterScale(p.repeat.y, p.coverage.y) * kBakeFilterScale};
 }
 
+namespace {
+// The twelve placement inputs over a run.
+struct Tplace2dHandles {
+    TdataHandle coverage, translate, repeat, offset, noise, rotateFrame, rotateUV, mirrorU, mirrorV, stagger, wrapU, wrapV;
+    Tplace2dHandles(TdataBlock& block, const TdnVSPlace2dTx& vs, unsigned first, unsigned count)
+        : coverage(block.inputValue(vs.coverage.whole, first, count)),
+          translate(block.inputValue(vs.translateFrame.whole, first, count)),
+          repeat(block.inputValue(vs.repeatUV.whole, first, count)),
+          offset(block.inputValue(vs.offset.whole, first, count)),
+          noise(block.inputValue(vs.noiseUV.whole, first, count)),
+          rotateFrame(block.inputValue(vs.rotateFrame, first, count)),
+          rotateUV(block.inputValue(vs.rotateUV, first, count)),
+          mirrorU(block.inputValue(vs.mirrorU, first, count)),
+          mirrorV(block.inputValue(vs.mirrorV, first, count)),
+          stagger(block.inputValue(vs.stagger, first, count)),
+          wrapU(block.inputValue(vs.wrapU, first, count)),
+          wrapV(block.inputValue(vs.wrapV, first, count)) {}
+    // One placement for every sample of the run.
+    bool constant() const {
+        for (const TdataHandle* h : {&coverage, &repeat, &translate, &rotateFrame, &mirrorU, &mirrorV, &stagger, &wrapU, &wrapV, &offset,
+                                     &rotateUV, &noise})
+            if (h->isVariable()) return false;
+        return true;
+    }
+    Tplace2dParams at(unsigned i) const {
+        Tplace2dParams p;
+        p.coverage = coverage.asFloat2(i);
+        p.translate = translate.asFloat2(i);
+        p.repeat = repeat.asFloat2(i);
+        p.offset = offset.asFloat2(i);
+        p.noise = noise.asFloat2(i);
+        p.rotateFrame = rotateFrame.as<double>(i);
+        p.rotateUV = rotateUV.as<double>(i);
+        p.mirrorU = mirrorU.asBool(i);
+        p.mirrorV = mirrorV.asBool(i);
+        p.stagger = stagger.asBool(i);
+        p.wrapU = wrapU.asBool(i);
+        p.wrapV = wrapV.asBool(i);
+        return p;
+    }
+};
+}  // namespace
+
 void TdnPlace2dTx::shadingNodeInit(TframeSampleData* data) {
     TrenderNode::shadingNodeInit(data);
     fSettled = false;
-    if (anyInputDriven(*this, {&attrCoverage(), &attrTranslateFrame(), &attrRepeatUV(), &attrOffset(), &attrNoiseUV(), &attrRotateFrame(),
-                               &attrRotateUV(), &attrMirrorU(), &attrMirrorV(), &attrStagger(), &attrWrapU(), &attrWrapV()}))
-        return;
-    fParams = params();
+    fUndriven = !anyInputDriven(*this, {&attrCoverage(), &attrTranslateFrame(), &attrRepeatUV(), &attrOffset(), &attrNoiseUV(),
+                                        &attrRotateFrame(), &attrRotateUV(), &attrMirrorU(), &attrMirrorV(), &attrStagger(),
+                                        &attrWrapU(), &attrWrapV()});
+}
+
+void TdnPlace2dTx::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TrenderNode::shadingNodeOnDemand(plug, block);
+    if (!fUndriven) return;
+    // The placement as the program holds it.
+    const Tplace2dHandles h(block, sVsData(), 0, 1);
+    if (!h.constant()) return;
+    fParams = h.at(0);
     fTransform = computeDoTransform(fParams);
     fFilterScale = T2Float{sFilterScale(fParams.repeat.x, fParams.coverage.x), sFilterScale(fParams.repeat.y, fParams.coverage.y)};
     fSettled = true;
 }
 
 void TdnPlace2dTx::endOfRender(TDNshadingEngine* group) {
-    fSettled = false;
+    fSettled = fUndriven = false;
     TrenderNode::endOfRender(group);
 }
 
@@ -203,9 +254,9 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
         }
         return true;
     }
-    TdataHandle coverage = block.inputValue(attrCoverage(), first, count);
-    TdataHandle repeat = block.inputValue(attrRepeatUV(), first, count);
     if (a == &attrOutUvFilterSize()) {
+        TdataHandle coverage = block.inputValue(attrCoverage(), first, count);
+        TdataHandle repeat = block.inputValue(attrRepeatUV(), first, count);
         TdataHandle size = block.inputValue(attrUvFilterSize(), first, count);
         TdataHandle out = block.outputValue(attrOutUvFilterSize(), first, count);
         for (unsigned i = first; i < first + count; ++i) {
@@ -215,46 +266,17 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
         block.setClean(attrOutUvFilterSize());
         return true;
     }
-    TdataHandle translate = block.inputValue(attrTranslateFrame(), first, count);
-    TdataHandle rotateFrame = block.inputValue(attrRotateFrame(), first, count);
-    TdataHandle mirrorU = block.inputValue(attrMirrorU(), first, count);
-    TdataHandle mirrorV = block.inputValue(attrMirrorV(), first, count);
-    TdataHandle stagger = block.inputValue(attrStagger(), first, count);
-    TdataHandle wrapU = block.inputValue(attrWrapU(), first, count);
-    TdataHandle wrapV = block.inputValue(attrWrapV(), first, count);
-    TdataHandle offset = block.inputValue(attrOffset(), first, count);
-    TdataHandle rotateUV = block.inputValue(attrRotateUV(), first, count);
-    TdataHandle noise = block.inputValue(attrNoiseUV(), first, count);
-    auto paramsAt = [&](unsigned i) {
-        Tplace2dParams p;
-        p.coverage = coverage.asFloat2(i);
-        p.translate = translate.asFloat2(i);
-        p.repeat = repeat.asFloat2(i);
-        p.offset = offset.asFloat2(i);
-        p.noise = noise.asFloat2(i);
-        p.rotateFrame = rotateFrame.as<double>(i);
-        p.rotateUV = rotateUV.as<double>(i);
-        p.mirrorU = mirrorU.asBool(i);
-        p.mirrorV = mirrorV.asBool(i);
-        p.stagger = stagger.asBool(i);
-        p.wrapU = wrapU.asBool(i);
-        p.wrapV = wrapV.asBool(i);
-        return p;
-    };
+    const Tplace2dHandles h(block, sVsData(), first, count);
     if (a == &attrDoTransform()) {
         TdataHandle out = block.outputValue(attrDoTransform(), first, count);
-        for (unsigned i = first; i < first + count; ++i) out.asBool(i) = computeDoTransform(paramsAt(i));
+        for (unsigned i = first; i < first + count; ++i) out.asBool(i) = computeDoTransform(h.at(i));
         block.setClean(attrDoTransform());
         return true;
     }
-    bool constant = true;
-    for (const TdataHandle* h : {&coverage, &repeat, &translate, &rotateFrame, &mirrorU, &mirrorV, &stagger, &wrapU, &wrapV, &offset,
-                                 &rotateUV, &noise})
-        constant = constant && !h->isVariable();
-    if (constant) {
+    if (h.constant()) {
         // One placement for the batch, as it usually is: decided once, and
         // the identity passes the coordinates through.
-        const Tplace2dParams p = paramsAt(first);
+        const Tplace2dParams p = h.at(first);
         mapBatch(p, computeDoTransform(p), block, first, count);
         return true;
     }
@@ -262,7 +284,7 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
     TdataHandle out = block.outputValue(attrOutUV(), first, count);
     for (unsigned i = first; i < first + count; ++i) {
         T2Float in = uv.asFloat2(i);
-        Tplace2dParams p = paramsAt(i);
+        Tplace2dParams p = h.at(i);
         T2Float mapped;
         if (computeDoTransform(p))
             sMapUV(p, in.x, in.y, mapped.x, mapped.y);

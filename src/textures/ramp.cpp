@@ -235,33 +235,31 @@ T3Float TdnRamp::colourAt(short type, short interp, float u, float v, const Tram
 void TdnRamp::shadingNodeInit(TframeSampleData* data) {
     TdnTx2D::shadingNodeInit(data);
     fFixed = false;
-    if (anyInputDriven(*this, {&attrColorEntryList(), &attrType(), &attrInterpolation(), &attrUWave(), &attrVWave(), &attrNoise(),
-                               &attrHueNoise(), &attrSatNoise(), &attrValNoise()}))
-        return;
+    fUndriven = !anyInputDriven(*this, {&attrColorEntryList(), &attrType(), &attrInterpolation(), &attrUWave(), &attrVWave(),
+                                        &attrNoise(), &attrHueNoise(), &attrSatNoise(), &attrValNoise()});
+}
+
+void TdnRamp::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TdnTx2D::shadingNodeOnDemand(plug, block);
+    if (!fUndriven) return;
+    // The values the program holds, which every compute of the render reads.
+    TdataHandle type = block.inputValue(attrType(), 0, 1), interp = block.inputValue(attrInterpolation(), 0, 1);
+    if (type.isVariable() || interp.isVariable()) return;
     // An amount at or above the threshold turns its noise or wave on.
     for (const Tattribute* a : {&attrUWave(), &attrVWave(), &attrNoise(), &attrHueNoise(), &attrSatNoise(), &attrValNoise()}) {
-        float amount = 0;
-        if (!getAttributeValue(a, &amount) || amount >= 1e-5f) return;
+        TdataHandle amount = block.inputValue(*a, 0, 1);
+        if (amount.isVariable() || amount.asFloat(0) >= 1e-5f) return;
     }
     Tfixed& f = fFixedValues;
-    if (!getAttributeValue(&attrType(), &f.type) || !getAttributeValue(&attrInterpolation(), &f.interp)) return;
-    // The keys as a program holds them: the existing elements below the
-    // element limit, in index order.
-    TuInt32Array indices;
-    getExistingMultiAttributeIndices(Tplug(this, &attrColorEntryList(), true), indices);
-    f.keys.count = 0;
-    for (unsigned k = 0; k < indices.length() && indices[k] < TrampKeys::kMaxKeys; ++k) {
-        if (!getAttributeValue(&attrPosition(), &f.keys.position[f.keys.count], indices[k]) ||
-            !getAttributeValue(&attrColor(), &f.keys.colour[f.keys.count], indices[k]))
-            return;
-        ++f.keys.count;
-    }
+    f.type = type.asShort(0);
+    f.interp = interp.asShort(0);
+    if (readKeys(block, f.keys, 0)) return;  // a key varies per sample
     sortKeys(f.keys, f.sorted);
     fFixed = true;
 }
 
 void TdnRamp::endOfRender(TDNshadingEngine* group) {
-    fFixed = false;
+    fFixed = fUndriven = false;
     TdnTx2D::endOfRender(group);
 }
 

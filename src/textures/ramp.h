@@ -101,23 +101,25 @@ public:
     }
 
     // A render whose keys, type, interpolation and noise and wave amounts
-    // are the node's own values (nothing drives them) reads them and sorts
-    // the keys once, here, before any thread shades; endOfRender lets go.
+    // are the node's own values (nothing drives them, which init notes)
+    // reads them and sorts the keys once, in the on-demand step before the
+    // first compute; endOfRender lets go.
     void shadingNodeInit(TframeSampleData*) override;
+    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
     void endOfRender(TDNshadingEngine* group) override;
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
 
 private:
-    // What shadingNodeInit settles for the render: with fFixed, no noise or
+    // What the on-demand step settles for the render: with fFixed, no noise or
     // wave applies and the lookup uses fSorted (and fKeys for the corners).
     struct Tfixed {
         short type = kVRamp, interp = kLinearInterp;
         TrampKeys keys;
         TsortedRampKeys sorted;
     };
-    bool fFixed = false;
+    bool fUndriven = false, fFixed = false;
     Tfixed fFixedValues;
     // The colour of one sample at a wrapped UV, by either form of the keys.
     template <class Keys>

@@ -18,8 +18,14 @@ bool TdnVSMultiplyDivide::setupDependencies(TdependencyMatrix& m) {
 
 void TdnMultiplyDivide::shadingNodeInit(TframeSampleData* data) {
     TrenderNode::shadingNodeInit(data);
-    fOperation.settle(*this, attrOperation());
-    fInput2.settle(*this, attrInput2());
+    fOperation.prepare(*this, attrOperation());
+    fInput2.prepare(*this, attrInput2());
+}
+
+void TdnMultiplyDivide::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TrenderNode::shadingNodeOnDemand(plug, block);
+    fOperation.settle(block, attrOperation());
+    fInput2.settle(block, attrInput2());
 }
 
 void TdnMultiplyDivide::endOfRender(TDNshadingEngine* group) {

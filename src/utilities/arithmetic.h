@@ -31,6 +31,7 @@ public:
 
     // The operation and input2 are settled per render when nothing drives them.
     void shadingNodeInit(TframeSampleData* data) override;
+    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
     void endOfRender(TDNshadingEngine* group) override;
 
 protected:

@@ -17,9 +17,16 @@ void TdnBlendColors::analyse(TDNshadingEngine*, TSEnodeDescription* description,
 
 void TdnBlendColors::shadingNodeInit(TframeSampleData* data) {
     TrenderNode::shadingNodeInit(data);
-    fBlender.settle(*this, attrBlender());
-    fColor1.settle(*this, attrColor1());
-    fColor2.settle(*this, attrColor2());
+    fBlender.prepare(*this, attrBlender());
+    fColor1.prepare(*this, attrColor1());
+    fColor2.prepare(*this, attrColor2());
+}
+
+void TdnBlendColors::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TrenderNode::shadingNodeOnDemand(plug, block);
+    fBlender.settle(block, attrBlender());
+    fColor1.settle(block, attrColor1());
+    fColor2.settle(block, attrColor2());
 }
 
 void TdnBlendColors::endOfRender(TDNshadingEngine* group) {

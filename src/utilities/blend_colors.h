@@ -31,6 +31,7 @@ public:
     void analyse(TDNshadingEngine*, TSEnodeDescription* description, void*, TbitField64&) override;
     // The blender and each colour are settled per render when nothing drives them.
     void shadingNodeInit(TframeSampleData* data) override;
+    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
     void endOfRender(TDNshadingEngine* group) override;
 
 protected:

@@ -24,8 +24,14 @@ bool TdnVSClampColor::setupDependencies(TdependencyMatrix& m) {
 
 void TdnClampColor::shadingNodeInit(TframeSampleData* data) {
     TrenderNode::shadingNodeInit(data);
-    fMin.settle(*this, attrMin());
-    fMax.settle(*this, attrMax());
+    fMin.prepare(*this, attrMin());
+    fMax.prepare(*this, attrMax());
+}
+
+void TdnClampColor::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TrenderNode::shadingNodeOnDemand(plug, block);
+    fMin.settle(block, attrMin());
+    fMax.settle(block, attrMax());
 }
 
 void TdnClampColor::endOfRender(TDNshadingEngine* group) {

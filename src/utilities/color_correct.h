@@ -21,6 +21,7 @@ public:
 
     // The bounds are settled per render when nothing drives them.
     void shadingNodeInit(TframeSampleData* data) override;
+    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
     void endOfRender(TDNshadingEngine* group) override;
 
 protected:

@@ -32,8 +32,14 @@ void TdnCondition::analyse(TDNshadingEngine*, TSEnodeDescription* description, v
 
 void TdnCondition::shadingNodeInit(TframeSampleData* data) {
     TrenderNode::shadingNodeInit(data);
-    fOperation.settle(*this, attrOperation());
-    fSecondTerm.settle(*this, attrSecondTerm());
+    fOperation.prepare(*this, attrOperation());
+    fSecondTerm.prepare(*this, attrSecondTerm());
+}
+
+void TdnCondition::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TrenderNode::shadingNodeOnDemand(plug, block);
+    fOperation.settle(block, attrOperation());
+    fSecondTerm.settle(block, attrSecondTerm());
 }
 
 void TdnCondition::endOfRender(TDNshadingEngine* group) {
@@ -44,18 +50,8 @@ void TdnCondition::endOfRender(TDNshadingEngine* group) {
 
 bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isPlugOf(plug, attrOutColor())) return TrenderNode::vectorComputePlug(plug, block, first, count);
-    // A settled input is a constant: its value stands in a local handle.
-    short settledOperation = fOperation.value;
-    float settledSecond = fSecondTerm.value;
-    TdataHandle op, b;
-    if (fOperation.settled)
-        op.value = &settledOperation;
-    else
-        op = block.inputValue(attrOperation(), first, count);
-    if (fSecondTerm.settled)
-        b.value = &settledSecond;
-    else
-        b = block.inputValue(attrSecondTerm(), first, count);
+    TdataHandle op = settledOrRead(fOperation, block, attrOperation(), first, count);
+    TdataHandle b = settledOrRead(fSecondTerm, block, attrSecondTerm(), first, count);
     TdataHandle a = block.inputValue(attrFirstTerm(), first, count);
     TdataHandle out = block.outputValue(attrOutColor(), first, count);
     // One pass sets the flags, on the stack, a batch at a time; then each

@@ -125,18 +125,6 @@ void withTripleLane(const TdataHandle& h, F&& f) {
         f(TconstantTriple{loadTriple(h.value)});
 }
 
-// An input settled for a render: the node's own value when nothing drives
-// it, read in shadingNodeInit (before any thread shades) and let go in
-// endOfRender. A compute reads the input's handle only when it is not
-// settled, which saves the read where the value is a constant anyway.
-template <class T>
-struct TsettledInput {
-    bool settled = false;
-    T value{};
-    void settle(TdependNode& node, const Tattribute& a) { settled = !anyInputDriven(node, {&a}) && node.getAttributeValue(&a, &value); }
-    void release() { settled = false; }
-};
-
 // Calls f with the triple lane of input `a`: its settled value, else its handle.
 template <class F>
 void withTripleLane(const TsettledInput<T3Float>& s, TdataBlock& block, const Tattribute& a, unsigned first, unsigned count, F&& f) {
