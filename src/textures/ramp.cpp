@@ -116,11 +116,11 @@ void TdnRamp::sortKeys(const TrampKeys& keys, TsortedRampKeys& sorted) {
     }
 }
 
-void TdnRamp::getRampColourAtValue(short interp, float value, const TsortedRampKeys& keys, T3Float& out) {
-    if (keys.keyCount < 2) {
-        out = keys.keyCount ? keys.firstColour : T3Float();
-        return;
-    }
+namespace {
+// The colour at `value` from sorted keys, as the scan of the list finds it;
+// the linear pair, the usual case, is worked out here without the call.
+inline T3Float atSorted(short interp, float value, const TsortedRampKeys& keys) {
+    if (keys.keyCount < 2) return keys.keyCount ? keys.firstColour : T3Float();
     float low = -1.0f, high = 2.0f;
     T3Float lowColour, highColour;
     if (!std::isnan(value)) {
@@ -139,7 +139,32 @@ void TdnRamp::getRampColourAtValue(short interp, float value, const TsortedRampK
             lowColour = keys.colour[notAbove - 1];
         }
     }
-    computeOutputColor(interp, value, low, high, lowColour, highColour, out);
+    if (interp == TdnRamp::kLinearInterp && low >= 0.0f && high <= 1.0f && high != low)
+        return lowColour + (highColour - lowColour) * ((value - low) / (high - low));
+    T3Float out;
+    TdnRamp::computeOutputColor(interp, value, low, high, lowColour, highColour, out);
+    return out;
+}
+
+// The settled ramp over a batch for a type whose colour is one lookup at
+// valueOf(u, v).
+template <class ValueOf>
+void settledBatch(const TdataHandle& uv, const TdataHandle& fallback, short interp, const TsortedRampKeys& keys,
+                  Ttx2dBatch<0>& batch, ValueOf valueOf) {
+    for (unsigned i = batch.first(); i < batch.first() + batch.count(); ++i) {
+        const T2Float p = uv.asFloat2(i);
+        if (isOutsideUv(p)) {
+            batch.setOutside(i, fallback.asFloat3(i));
+            continue;
+        }
+        const T3Float c = atSorted(interp, valueOf(wrapToUnit(p.x), wrapToUnit(p.y)), keys);
+        batch.setOwn(i, c, luminance(c));
+    }
+}
+}  // namespace
+
+void TdnRamp::getRampColourAtValue(short interp, float value, const TsortedRampKeys& keys, T3Float& out) {
+    out = atSorted(interp, value, keys);
 }
 
 bool TdnRamp::readKeys(TdataBlock& block, TrampKeys& keys, unsigned sample) {
@@ -271,14 +296,26 @@ bool TdnRamp::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned f
         TdataHandle uv = block.inputValue(attrUvCoord(), first, count);
         TdataHandle fallback = block.inputValue(attrDefaultColor(), first, count);
         Ttx2dBatch<0> batch(first, count);
-        for (unsigned i = first; i < first + count; ++i) {
-            const T2Float p = uv.asFloat2(i);
-            if (isOutsideUv(p)) {
-                batch.setOutside(i, fallback.asFloat3(i));
-                continue;
-            }
-            const T3Float c = colourAt(f.type, f.interp, wrapToUnit(p.x), wrapToUnit(p.y), f.keys, f.sorted);
-            batch.setOwn(i, c, luminance(c));
+        const short type = f.type;
+        switch (type) {
+            case kVRamp: settledBatch(uv, fallback, f.interp, f.sorted, batch, [](float, float v) { return v; }); break;
+            case kURamp: settledBatch(uv, fallback, f.interp, f.sorted, batch, [](float u, float) { return u; }); break;
+            case kUVRamp:
+            case kTartanRamp:
+            case kFourRamp:
+                for (unsigned i = first; i < first + count; ++i) {
+                    const T2Float p = uv.asFloat2(i);
+                    if (isOutsideUv(p)) {
+                        batch.setOutside(i, fallback.asFloat3(i));
+                        continue;
+                    }
+                    const T3Float c = colourAt(type, f.interp, wrapToUnit(p.x), wrapToUnit(p.y), f.keys, f.sorted);
+                    batch.setOwn(i, c, luminance(c));
+                }
+                break;
+            default:
+                settledBatch(uv, fallback, f.interp, f.sorted, batch, [type](float u, float v) { return sRampValue(type, u, v); });
+                break;
         }
         batch.finish(block, nullptr, attrOutColor(), attrOutAlpha(), true);
         return true;
