@@ -101,6 +101,7 @@ void TdnLambert::shadingNodeInit(TframeSampleData*) {
     fIncandescence.prepare(*this, attrIncandescence());
     fAmbient.prepare(*this, attrAmbientColor());
     fTransparency.prepare(*this, attrTransparency());
+    fSurfaceSettled.prepare(*this, fsVs->settings);
 }
 
 void TdnLambert::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
@@ -112,6 +113,7 @@ void TdnLambert::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
     fIncandescence.settle(block, attrIncandescence());
     fAmbient.settle(block, attrAmbientColor());
     fTransparency.settle(block, attrTransparency());
+    fSurfaceSettled.settle(block, fsVs->settings);
 }
 
 void TdnLambert::groupedAttrs(const Tattribute* attr, TattributeArray& group) {
@@ -148,6 +150,7 @@ void TdnLambert::modifyAffects(const Tattribute* attr, TbitFieldFixedN& affects,
 void TdnLambert::endOfRender(TDNshadingEngine* engine) {
     for (TsettledInput<float>* s : {&fTranslucence, &fDiffuse, &fFocus}) s->release();
     for (TsettledInput<T3Float>* s : {&fColor, &fIncandescence, &fAmbient, &fTransparency}) s->release();
+    fSurfaceSettled.release();
     clearSurfaceRaySampler(*this, fsVs->io);
     TrenderNode::endOfRender(engine);
 }

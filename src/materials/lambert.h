@@ -159,7 +159,7 @@ protected:
     void finishColor(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count);
 
     // The shared attribute groups of this class, for the shared surface code.
-    TsurfaceAttributes surface() const { return {fsVs->settings, fsVs->io}; }
+    TsurfaceAttributes surface() const { return {fsVs->settings, fsVs->io, &fSurfaceSettled}; }
     void readTransparency(TdataBlock& block, unsigned start, unsigned count, T3Float* out);
     static TraySampler* raySamplerOf(TdataBlock& block, unsigned start, unsigned count) {
         return surfaceRaySampler(block, sVsData().io, start, count);
@@ -175,4 +175,5 @@ private:
     // Inputs of computeLambert settled per render when nothing drives them.
     TsettledInput<float> fTranslucence, fDiffuse, fFocus;
     TsettledInput<T3Float> fColor, fIncandescence, fAmbient, fTransparency;
+    TsettledSurface fSurfaceSettled;
 };

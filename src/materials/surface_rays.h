@@ -10,6 +10,7 @@
 // the stack.
 #include <algorithm>
 
+#include "framework/driven_inputs.h"
 #include "framework/host/array.h"
 #include "framework/host/data_block.h"
 #include "framework/host/math.h"
@@ -43,9 +44,21 @@ void forEachSurfaceChunk(unsigned start, unsigned count, F&& f) {
     for (unsigned s = start; s < start + count; s += kSurfaceChunk) f(s, std::min(kSurfaceChunk, start + count - s));
 }
 
+// The surface settings a material may settle per render (see
+// TsettledInput): the ones every batch reads.
+struct TsettledSurface {
+    TsettledInput<bool> hideSource;
+    TsettledInput<float> glowIntensity, matteOpacity;
+    TsettledInput<short> matteOpacityMode;
+    void prepare(const TdependNode& node, const TsurfaceSettings& s);
+    void settle(TdataBlock& block, const TsurfaceSettings& s);
+    void release();
+};
+
 struct TsurfaceAttributes {
     const TsurfaceSettings& settings;
     const TsurfaceIO& io;
+    const TsettledSurface* settled = nullptr;  // none: every setting is read from the block
 };
 
 // The sampler on the node's input, else the calling render thread's.
