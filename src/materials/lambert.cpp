@@ -94,6 +94,26 @@ void TdnLambert::shadingNodeInit(TframeSampleData*) {
     float depth = 0;
     getAttributeValue(&attrTranslucenceDepth(), &depth);
     fTranslucenceThreshold = depth * kTranslucenceDepthScale;
+    fTranslucence.prepare(*this, attrTranslucenceCoeff());
+    fDiffuse.prepare(*this, attrDiffuseCoeff());
+    fFocus.prepare(*this, attrTranslucenceFocus());
+    fColor.prepare(*this, attrColor());
+    fIncandescence.prepare(*this, attrIncandescence());
+    fAmbient.prepare(*this, attrAmbientColor());
+    fTransparency.prepare(*this, attrTransparency());
+    fSurfaceSettled.prepare(*this, fsVs->settings);
+}
+
+void TdnLambert::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TrenderNode::shadingNodeOnDemand(plug, block);
+    fTranslucence.settle(block, attrTranslucenceCoeff());
+    fDiffuse.settle(block, attrDiffuseCoeff());
+    fFocus.settle(block, attrTranslucenceFocus());
+    fColor.settle(block, attrColor());
+    fIncandescence.settle(block, attrIncandescence());
+    fAmbient.settle(block, attrAmbientColor());
+    fTransparency.settle(block, attrTransparency());
+    fSurfaceSettled.settle(block, fsVs->settings);
 }
 
 void TdnLambert::groupedAttrs(const Tattribute* attr, TattributeArray& group) {
@@ -128,6 +148,9 @@ void TdnLambert::modifyAffects(const Tattribute* attr, TbitFieldFixedN& affects,
 }
 
 void TdnLambert::endOfRender(TDNshadingEngine* engine) {
+    for (TsettledInput<float>* s : {&fTranslucence, &fDiffuse, &fFocus}) s->release();
+    for (TsettledInput<T3Float>* s : {&fColor, &fIncandescence, &fAmbient, &fTransparency}) s->release();
+    fSurfaceSettled.release();
     clearSurfaceRaySampler(*this, fsVs->io);
     TrenderNode::endOfRender(engine);
 }
@@ -171,7 +194,7 @@ void TdnLambert::finishColor(const Tplug&, TdataBlock& block, unsigned start, un
 }
 
 void TdnLambert::readTransparency(TdataBlock& block, unsigned start, unsigned count, T3Float* out) {
-    TdataHandle transparency = block.inputValue(attrTransparency(), start, count);
+    TdataHandle transparency = settledOrRead(fTransparency, block, attrTransparency(), start, count);
     withLane<T3Float>(transparency, [&](auto t) {
         for (unsigned i = start; i < start + count; ++i) out[i - start] = t[i];
     });
@@ -180,15 +203,15 @@ void TdnLambert::readTransparency(TdataBlock& block, unsigned start, unsigned co
 void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start, unsigned count) {
     TlightReader lights(block, attrLightData());
     TdataHandle normal = block.inputValue(attrNormalCamera(), start, count);
-    TdataHandle translucence = block.inputValue(attrTranslucenceCoeff(), start, count);
-    TdataHandle color = block.inputValue(attrColor(), start, count);
-    TdataHandle incandescence = block.inputValue(attrIncandescence(), start, count);
-    TdataHandle diffuse = block.inputValue(attrDiffuseCoeff(), start, count);
-    TdataHandle ambient = block.inputValue(attrAmbientColor(), start, count);
-    TdataHandle transparency = block.inputValue(attrTransparency(), start, count);
+    TdataHandle translucence = settledOrRead(fTranslucence, block, attrTranslucenceCoeff(), start, count);
+    TdataHandle color = settledOrRead(fColor, block, attrColor(), start, count);
+    TdataHandle incandescence = settledOrRead(fIncandescence, block, attrIncandescence(), start, count);
+    TdataHandle diffuse = settledOrRead(fDiffuse, block, attrDiffuseCoeff(), start, count);
+    TdataHandle ambient = settledOrRead(fAmbient, block, attrAmbientColor(), start, count);
+    TdataHandle transparency = settledOrRead(fTransparency, block, attrTransparency(), start, count);
     TdataHandle point = block.inputValue(attrPointCamera(), start, count);
     TdataHandle view = block.inputValue(attrRayDirection(), start, count);
-    TdataHandle focus = block.inputValue(attrTranslucenceFocus(), start, count);
+    TdataHandle focus = settledOrRead(fFocus, block, attrTranslucenceFocus(), start, count);
     TdataHandle outColor = block.outputValue(attrOutColor(), start, count);
     TdataHandle outGlow = block.outputValue(attrOutGlowColor(), start, count);
     TdataHandle outMatte = block.outputValue(attrOutMatteOpacity(), start, count);
@@ -197,7 +220,7 @@ void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start,
     const bool lightsAdd = pass == kPassFull || pass == kPassNoShadows || pass == kPassNoSpecular || pass == kPassShadow;
     const float threshold = fTranslucenceThreshold;
     const float range = translucenceRange(threshold);
-    T3Float accumulator[kChunk];
+    TchunkTriples accumulator;
 
     if (pass == kPassShadow) {
         for (unsigned i = start; i < start + count; ++i) {
@@ -286,21 +309,21 @@ void TdnLambert::computeBlackHole(const Tplug&, TdataBlock& block, unsigned star
 // ---------------------------------------------------------------- transparency and refraction
 
 void TdnLambert::computeTransparency(const Tplug&, TdataBlock& block, unsigned start, unsigned count) {
-    T3Float transparency[kChunk];
+    TchunkTriples transparency;
     readTransparency(block, start, count, transparency);
     computeSurfaceTransparency(this, surface(), block, start, count, transparency);
 }
 
 void TdnLambert::formRefractiveRays(TdataBlock& block, unsigned start, unsigned count, short* rayIndex, short& rayCount,
                                     TgenericRay** rays, Tspectrum* radiance, Tspectrum* transmittance) {
-    T3Float transparency[kChunk];
+    TchunkTriples transparency;
     readTransparency(block, start, count, transparency);
     formSurfaceRefractiveRays(surface(), block, start, count, transparency, rayIndex, rayCount, rays, radiance, transmittance);
 }
 
 void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned start, unsigned count, T3Float* accumulator) {
     if (!surfaceRaySampler(block, fsVs->io, start, count)) return;  // nothing to trace: no refraction to add
-    T3Float transparency[kChunk];
+    TchunkTriples transparency;
     readTransparency(block, start, count, transparency);
     accumulateSurfaceRefraction(this, surface(), block, start, count, transparency, accumulator);
 }

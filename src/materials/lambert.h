@@ -6,6 +6,7 @@
 // refraction, black hole and glow are written here once for all of them.
 #include <algorithm>
 
+#include "framework/driven_inputs.h"
 #include "framework/host/attribute_groups.h"
 #include "framework/host/node_class.h"
 #include "framework/node_registry.h"
@@ -132,6 +133,8 @@ public:
 
     // Shading side.
     void shadingNodeInit(TframeSampleData*) override;
+    // Settles the inputs nothing drives, from the program, before the first compute.
+    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
     void groupedAttrs(const Tattribute* attr, TattributeArray& group) override;
     void modifyAffects(const Tattribute* attr, TbitFieldFixedN& affects, TDNshadingEngine* engine, void* context) override;
     void endOfRender(TDNshadingEngine* engine) override;
@@ -156,7 +159,7 @@ protected:
     void finishColor(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count);
 
     // The shared attribute groups of this class, for the shared surface code.
-    TsurfaceAttributes surface() const { return {fsVs->settings, fsVs->io}; }
+    TsurfaceAttributes surface() const { return {fsVs->settings, fsVs->io, &fSurfaceSettled}; }
     void readTransparency(TdataBlock& block, unsigned start, unsigned count, T3Float* out);
     static TraySampler* raySamplerOf(TdataBlock& block, unsigned start, unsigned count) {
         return surfaceRaySampler(block, sVsData().io, start, count);
@@ -169,4 +172,8 @@ protected:
 private:
     // The lower bound on a light's cosine for translucence; set per frame.
     float fTranslucenceThreshold = 0.5f * kTranslucenceDepthScale;
+    // Inputs of computeLambert settled per render when nothing drives them.
+    TsettledInput<float> fTranslucence, fDiffuse, fFocus;
+    TsettledInput<T3Float> fColor, fIncandescence, fAmbient, fTransparency;
+    TsettledSurface fSurfaceSettled;
 };

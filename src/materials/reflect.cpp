@@ -36,7 +36,8 @@ bool TdnVSReflect::setupDependencies(TdependencyMatrix& m) {
 
 void TdnReflect::getSpecularColor(T3Float& value) { getAttributeValue(&attrSpecularColor(), &value); }
 
-void TdnReflect::shadingNodeOnDemand(Tplug&, TdataBlock& block) {
+void TdnReflect::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TdnLambert::shadingNodeOnDemand(plug, block);
     float reflectivity = 0;
     getAttributeValue(&attrReflectivity(), &reflectivity);
     bool driven = sourceOf(Tplug(this, &attrReflectivity())) != nullptr;

@@ -54,6 +54,36 @@ void* alignedRecords(void* memory) {
         (batch).setUp(alignedRecords(rayMemory), rayBytes, (slots));                                              \
     } while (0)
 
+void TsettledSurface::prepare(const TdependNode& node, const TsurfaceSettings& s) {
+    hideSource.prepare(node, s.hideSource);
+    glowIntensity.prepare(node, s.glowIntensity);
+    matteOpacity.prepare(node, s.matteOpacity);
+    matteOpacityMode.prepare(node, s.matteOpacityMode);
+}
+
+void TsettledSurface::settle(TdataBlock& block, const TsurfaceSettings& s) {
+    hideSource.settle(block, s.hideSource);
+    glowIntensity.settle(block, s.glowIntensity);
+    matteOpacity.settle(block, s.matteOpacity);
+    matteOpacityMode.settle(block, s.matteOpacityMode);
+}
+
+void TsettledSurface::release() {
+    hideSource.release();
+    glowIntensity.release();
+    matteOpacity.release();
+    matteOpacityMode.release();
+}
+
+namespace {
+// A setting over a run: its settled value when the material has one.
+template <class T>
+TdataHandle setting(const TsurfaceAttributes& a, TsettledInput<T> TsettledSurface::*settled, const Tattribute& attribute,
+                    TdataBlock& block, unsigned start, unsigned count) {
+    return a.settled ? settledOrRead(a.settled->*settled, block, attribute, start, count) : block.inputValue(attribute, start, count);
+}
+}  // namespace
+
 TraySampler* surfaceRaySampler(TdataBlock& block, const TsurfaceIO& io, unsigned start, unsigned count) {
     TdataHandle h = block.inputValue(io.raySampler, start, count);
     TraySampler* sampler = h.isNull() ? nullptr : static_cast<TraySampler*>(h.as<void*>(start));
@@ -64,8 +94,8 @@ TraySampler* surfaceRaySampler(TdataBlock& block, const TsurfaceIO& io, unsigned
 void computeSurfaceTransparency(TdependNode* node, const TsurfaceAttributes& a, TdataBlock& block, unsigned start,
                                 unsigned count, const T3Float* transparency) {
     const TsurfaceSettings& s = a.settings;
-    TdataHandle hide = block.inputValue(s.hideSource, start, count);
-    T3Float result[kSurfaceChunk];
+    TdataHandle hide = setting(a, &TsettledSurface::hideSource, s.hideSource, block, start, count);
+    TchunkTriples result;
     if (!hide.isVariable() && !hide.asBool(start))
         for (unsigned i = 0; i < count; ++i) result[i] = transparency[i];
     else
@@ -97,8 +127,8 @@ void computeSurfaceTransparency(TdependNode* node, const TsurfaceAttributes& a, 
     TdataHandle outTransparency = block.outputValue(a.io.outTransparency.whole, start, count);
     for (unsigned i = start; i < start + count; ++i) outTransparency.asFloat3(i) = result[i - start];
     if (currentRenderPassControl == kPassShadow) return;
-    TdataHandle mode = block.inputValue(s.matteOpacityMode, start, count);
-    TdataHandle gain = block.inputValue(s.matteOpacity, start, count);
+    TdataHandle mode = setting(a, &TsettledSurface::matteOpacityMode, s.matteOpacityMode, block, start, count);
+    TdataHandle gain = setting(a, &TsettledSurface::matteOpacity, s.matteOpacity, block, start, count);
     TdataHandle outMatte = block.outputValue(a.io.outMatteOpacity.whole, start, count);
     if (!mode.isVariable() && !gain.isVariable()) {
         // One mode and gain for the batch.
@@ -252,7 +282,7 @@ float surfaceGlowIntensity(TdependNode& node, const Tattribute& glowIntensity) {
 }
 
 void computeSurfaceBlackHole(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count) {
-    TdataHandle mode = block.inputValue(a.settings.matteOpacityMode, start, count);
+    TdataHandle mode = setting(a, &TsettledSurface::matteOpacityMode, a.settings.matteOpacityMode, block, start, count);
     if (!mode.isVariable() && mode.asShort(start) != kMatteBlackHole) return;  // the batch has no black hole
     TdataHandle outColor = block.outputValue(a.io.outColor.whole, start, count);
     TdataHandle outGlow = block.outputValue(a.io.outGlowColor.whole, start, count);
@@ -264,8 +294,8 @@ void computeSurfaceBlackHole(const TsurfaceAttributes& a, TdataBlock& block, uns
 }
 
 void finishSurfaceColor(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count) {
-    TdataHandle hide = block.inputValue(a.settings.hideSource, start, count);
-    TdataHandle glow = block.inputValue(a.settings.glowIntensity, start, count);
+    TdataHandle hide = setting(a, &TsettledSurface::hideSource, a.settings.hideSource, block, start, count);
+    TdataHandle glow = setting(a, &TsettledSurface::glowIntensity, a.settings.glowIntensity, block, start, count);
     TdataHandle outColor = block.outputValue(a.io.outColor.whole, start, count);
     TdataHandle outGlow = block.outputValue(a.io.outGlowColor.whole, start, count);
     if (!hide.isVariable() && !hide.asBool(start) && !glow.isVariable()) {

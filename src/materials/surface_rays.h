@@ -10,6 +10,7 @@
 // the stack.
 #include <algorithm>
 
+#include "framework/driven_inputs.h"
 #include "framework/host/array.h"
 #include "framework/host/data_block.h"
 #include "framework/host/math.h"
@@ -22,15 +23,42 @@ inline constexpr unsigned kSurfaceSlotsPerSample = 3;
 // How many of the ray slots of a sample are used.
 inline unsigned raySlotsOf(bool chromatic) { return chromatic ? 3u : 1u; }
 
+// A chunk's triples on the stack, left unset: each loop writes the
+// elements it later reads, and zeroing all kSurfaceChunk of them (768
+// bytes) on every call cost more than most of the work on them.
+class TchunkTriples {
+public:
+    TchunkTriples() {}
+    operator T3Float*() { return fValues; }
+    operator const T3Float*() const { return fValues; }
+
+private:
+    union {
+        T3Float fValues[kSurfaceChunk];
+    };
+};
+
 // Calls f(start, count) for each piece of at most kSurfaceChunk samples.
 template <class F>
 void forEachSurfaceChunk(unsigned start, unsigned count, F&& f) {
     for (unsigned s = start; s < start + count; s += kSurfaceChunk) f(s, std::min(kSurfaceChunk, start + count - s));
 }
 
+// The surface settings a material may settle per render (see
+// TsettledInput): the ones every batch reads.
+struct TsettledSurface {
+    TsettledInput<bool> hideSource;
+    TsettledInput<float> glowIntensity, matteOpacity;
+    TsettledInput<short> matteOpacityMode;
+    void prepare(const TdependNode& node, const TsurfaceSettings& s);
+    void settle(TdataBlock& block, const TsurfaceSettings& s);
+    void release();
+};
+
 struct TsurfaceAttributes {
     const TsurfaceSettings& settings;
     const TsurfaceIO& io;
+    const TsettledSurface* settled = nullptr;  // none: every setting is read from the block
 };
 
 // The sampler on the node's input, else the calling render thread's.

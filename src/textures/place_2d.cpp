@@ -3,6 +3,7 @@
 #include <bit>
 #include <cmath>
 
+#include "framework/driven_inputs.h"
 #include "textures/noise/noise.h"
 #include "textures/texture_2d.h"
 
@@ -102,6 +103,21 @@ bool TdnPlace2dTx::sMapUV(const Tplace2dParams& p, float u, float v, float& outU
     return true;
 }
 
+void TdnPlace2dTx::mapBatch(const Tplace2dParams& p, bool transform, TdataBlock& block, unsigned first, unsigned count) {
+    TdataHandle uv = block.inputValue(attrUvCoord(), first, count);
+    TdataHandle out = block.outputValue(attrOutUV(), first, count);
+    if (transform)
+        for (unsigned i = first; i < first + count; ++i) {
+            const T2Float in = uv.asFloat2(i);
+            T2Float mapped;
+            sMapUV(p, in.x, in.y, mapped.x, mapped.y);
+            out.asFloat2(i) = mapped;
+        }
+    else
+        for (unsigned i = first; i < first + count; ++i) out.asFloat2(i) = uv.asFloat2(i);
+    block.setClean(attrOutUV());
+}
+
 bool TdnPlace2dTx::computeDoTransform(const Tplace2dParams& p) {
     auto small = [](float x) { return std::fabs(x) < 1e-5f; };
     bool identity = p.coverage.x == 1.0f && p.coverage.y == 1.0f && p.repeat.x == 1.0f && p.repeat.y == 1.0f &&
@@ -147,33 +163,31 @@ void TdnPlace2dTx::mapToTxUV(const TdoubleArray& u, const TdoubleArray& v, Tdoub
     filter = T2Float{sFilterScale(p.repeat.x, p.coverage.x) * kBakeFilterScale, sFilterScale(p.repeat.y, p.coverage.y) * kBakeFilterScale};
 }
 
-bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    const Tattribute* a = plug.attribute()->rootParent();
-    if (a != &attrOutUV() && a != &attrOutUvFilterSize() && a != &attrDoTransform())
-        return TrenderNode::vectorComputePlug(plug, block, first, count);
-    TdataHandle coverage = block.inputValue(attrCoverage(), first, count);
-    TdataHandle repeat = block.inputValue(attrRepeatUV(), first, count);
-    if (a == &attrOutUvFilterSize()) {
-        TdataHandle size = block.inputValue(attrUvFilterSize(), first, count);
-        TdataHandle out = block.outputValue(attrOutUvFilterSize(), first, count);
-        for (unsigned i = first; i < first + count; ++i) {
-            T2Float s = size.asFloat2(i), c = coverage.asFloat2(i), r = repeat.asFloat2(i);
-            out.asFloat2(i) = T2Float{s.x * sFilterScale(r.x, c.x), s.y * sFilterScale(r.y, c.y)};
-        }
-        block.setClean(attrOutUvFilterSize());
+namespace {
+// The twelve placement inputs over a run.
+struct Tplace2dHandles {
+    TdataHandle coverage, translate, repeat, offset, noise, rotateFrame, rotateUV, mirrorU, mirrorV, stagger, wrapU, wrapV;
+    Tplace2dHandles(TdataBlock& block, const TdnVSPlace2dTx& vs, unsigned first, unsigned count)
+        : coverage(block.inputValue(vs.coverage.whole, first, count)),
+          translate(block.inputValue(vs.translateFrame.whole, first, count)),
+          repeat(block.inputValue(vs.repeatUV.whole, first, count)),
+          offset(block.inputValue(vs.offset.whole, first, count)),
+          noise(block.inputValue(vs.noiseUV.whole, first, count)),
+          rotateFrame(block.inputValue(vs.rotateFrame, first, count)),
+          rotateUV(block.inputValue(vs.rotateUV, first, count)),
+          mirrorU(block.inputValue(vs.mirrorU, first, count)),
+          mirrorV(block.inputValue(vs.mirrorV, first, count)),
+          stagger(block.inputValue(vs.stagger, first, count)),
+          wrapU(block.inputValue(vs.wrapU, first, count)),
+          wrapV(block.inputValue(vs.wrapV, first, count)) {}
+    // One placement for every sample of the run.
+    bool constant() const {
+        for (const TdataHandle* h : {&coverage, &repeat, &translate, &rotateFrame, &mirrorU, &mirrorV, &stagger, &wrapU, &wrapV, &offset,
+                                     &rotateUV, &noise})
+            if (h->isVariable()) return false;
         return true;
     }
-    TdataHandle translate = block.inputValue(attrTranslateFrame(), first, count);
-    TdataHandle rotateFrame = block.inputValue(attrRotateFrame(), first, count);
-    TdataHandle mirrorU = block.inputValue(attrMirrorU(), first, count);
-    TdataHandle mirrorV = block.inputValue(attrMirrorV(), first, count);
-    TdataHandle stagger = block.inputValue(attrStagger(), first, count);
-    TdataHandle wrapU = block.inputValue(attrWrapU(), first, count);
-    TdataHandle wrapV = block.inputValue(attrWrapV(), first, count);
-    TdataHandle offset = block.inputValue(attrOffset(), first, count);
-    TdataHandle rotateUV = block.inputValue(attrRotateUV(), first, count);
-    TdataHandle noise = block.inputValue(attrNoiseUV(), first, count);
-    auto paramsAt = [&](unsigned i) {
+    Tplace2dParams at(unsigned i) const {
         Tplace2dParams p;
         p.coverage = coverage.asFloat2(i);
         p.translate = translate.asFloat2(i);
@@ -188,38 +202,89 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
         p.wrapU = wrapU.asBool(i);
         p.wrapV = wrapV.asBool(i);
         return p;
-    };
+    }
+};
+}  // namespace
+
+void TdnPlace2dTx::shadingNodeInit(TframeSampleData* data) {
+    TrenderNode::shadingNodeInit(data);
+    fSettled = false;
+    fUndriven = !anyInputDriven(*this, {&attrCoverage(), &attrTranslateFrame(), &attrRepeatUV(), &attrOffset(), &attrNoiseUV(),
+                                        &attrRotateFrame(), &attrRotateUV(), &attrMirrorU(), &attrMirrorV(), &attrStagger(),
+                                        &attrWrapU(), &attrWrapV()});
+}
+
+void TdnPlace2dTx::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TrenderNode::shadingNodeOnDemand(plug, block);
+    if (!fUndriven) return;
+    // The placement as the program holds it.
+    const Tplace2dHandles h(block, sVsData(), 0, 1);
+    if (!h.constant()) return;
+    fParams = h.at(0);
+    fTransform = computeDoTransform(fParams);
+    fFilterScale = T2Float{sFilterScale(fParams.repeat.x, fParams.coverage.x), sFilterScale(fParams.repeat.y, fParams.coverage.y)};
+    fSettled = true;
+}
+
+void TdnPlace2dTx::endOfRender(TDNshadingEngine* group) {
+    fSettled = fUndriven = false;
+    TrenderNode::endOfRender(group);
+}
+
+bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
+    const Tattribute* a = plug.attribute()->rootParent();
+    if (a != &attrOutUV() && a != &attrOutUvFilterSize() && a != &attrDoTransform())
+        return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (fSettled) {
+        if (a == &attrOutUvFilterSize()) {
+            TdataHandle size = block.inputValue(attrUvFilterSize(), first, count);
+            TdataHandle out = block.outputValue(attrOutUvFilterSize(), first, count);
+            const T2Float scale = fFilterScale;
+            for (unsigned i = first; i < first + count; ++i) {
+                const T2Float s = size.asFloat2(i);
+                out.asFloat2(i) = T2Float{s.x * scale.x, s.y * scale.y};
+            }
+            block.setClean(attrOutUvFilterSize());
+        } else if (a == &attrDoTransform()) {
+            TdataHandle out = block.outputValue(attrDoTransform(), first, count);
+            for (unsigned i = first; i < first + count; ++i) out.asBool(i) = fTransform;
+            block.setClean(attrDoTransform());
+        } else {
+            mapBatch(fParams, fTransform, block, first, count);
+        }
+        return true;
+    }
+    if (a == &attrOutUvFilterSize()) {
+        TdataHandle coverage = block.inputValue(attrCoverage(), first, count);
+        TdataHandle repeat = block.inputValue(attrRepeatUV(), first, count);
+        TdataHandle size = block.inputValue(attrUvFilterSize(), first, count);
+        TdataHandle out = block.outputValue(attrOutUvFilterSize(), first, count);
+        for (unsigned i = first; i < first + count; ++i) {
+            T2Float s = size.asFloat2(i), c = coverage.asFloat2(i), r = repeat.asFloat2(i);
+            out.asFloat2(i) = T2Float{s.x * sFilterScale(r.x, c.x), s.y * sFilterScale(r.y, c.y)};
+        }
+        block.setClean(attrOutUvFilterSize());
+        return true;
+    }
+    const Tplace2dHandles h(block, sVsData(), first, count);
     if (a == &attrDoTransform()) {
         TdataHandle out = block.outputValue(attrDoTransform(), first, count);
-        for (unsigned i = first; i < first + count; ++i) out.asBool(i) = computeDoTransform(paramsAt(i));
+        for (unsigned i = first; i < first + count; ++i) out.asBool(i) = computeDoTransform(h.at(i));
         block.setClean(attrDoTransform());
+        return true;
+    }
+    if (h.constant()) {
+        // One placement for the batch, as it usually is: decided once, and
+        // the identity passes the coordinates through.
+        const Tplace2dParams p = h.at(first);
+        mapBatch(p, computeDoTransform(p), block, first, count);
         return true;
     }
     TdataHandle uv = block.inputValue(attrUvCoord(), first, count);
     TdataHandle out = block.outputValue(attrOutUV(), first, count);
-    bool constant = true;
-    for (const TdataHandle* h : {&coverage, &repeat, &translate, &rotateFrame, &mirrorU, &mirrorV, &stagger, &wrapU, &wrapV, &offset,
-                                 &rotateUV, &noise})
-        constant = constant && !h->isVariable();
-    if (constant) {
-        // One placement for the batch, as it usually is: decided once, and
-        // the identity passes the coordinates through.
-        const Tplace2dParams p = paramsAt(first);
-        if (computeDoTransform(p))
-            for (unsigned i = first; i < first + count; ++i) {
-                const T2Float in = uv.asFloat2(i);
-                T2Float mapped;
-                sMapUV(p, in.x, in.y, mapped.x, mapped.y);
-                out.asFloat2(i) = mapped;
-            }
-        else
-            for (unsigned i = first; i < first + count; ++i) out.asFloat2(i) = uv.asFloat2(i);
-        block.setClean(attrOutUV());
-        return true;
-    }
     for (unsigned i = first; i < first + count; ++i) {
         T2Float in = uv.asFloat2(i);
-        Tplace2dParams p = paramsAt(i);
+        Tplace2dParams p = h.at(i);
         T2Float mapped;
         if (computeDoTransform(p))
             sMapUV(p, in.x, in.y, mapped.x, mapped.y);

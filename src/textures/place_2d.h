@@ -97,9 +97,25 @@ public:
     bool getWrapU() { return params().wrapU; }
     bool getWrapV() { return params().wrapV; }
 
+    // A placement nothing drives is read and decided once per render: init
+    // notes that nothing drives it, the on-demand step (before the first
+    // compute) takes the values the program holds; endOfRender lets go.
+    void shadingNodeInit(TframeSampleData*) override;
+    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
+    void endOfRender(TDNshadingEngine* group) override;
+
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
 
 private:
     static void setOutside(float& u, float& v);
+    // outUV of a batch under one placement; `transform` false passes the UV through.
+    void mapBatch(const Tplace2dParams& p, bool transform, TdataBlock& block, unsigned first, unsigned count);
+
+    // What the on-demand step settles: with fSettled, the batch reads the UV
+    // (or the filter size) alone.
+    bool fUndriven = false, fSettled = false;
+    bool fTransform = false;
+    Tplace2dParams fParams;
+    T2Float fFilterScale;
 };

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "framework/driven_inputs.h"
 #include "framework/render_utilities.h"
 #include "textures/noise/noise.h"
 
@@ -97,6 +98,75 @@ void TdnRamp::getRampColourAtValue(short interp, float value, const TrampKeys& k
     computeOutputColor(interp, value, low, high, lowColour, highColour, out);
 }
 
+void TdnRamp::sortKeys(const TrampKeys& keys, TsortedRampKeys& sorted) {
+    sorted.keyCount = keys.count;
+    sorted.firstColour = keys.count ? keys.colour[0] : T3Float();
+    sorted.count = 0;
+    for (unsigned k = 0; k < keys.count; ++k) {
+        const float p = std::min(keys.position[k], 1.0f);
+        if (std::isnan(p)) continue;  // the scan never settles on it
+        float* end = sorted.position + sorted.count;
+        const unsigned at = unsigned(std::lower_bound(sorted.position, end, p) - sorted.position);
+        if (at < sorted.count && sorted.position[at] == p) continue;  // an earlier key holds the place
+        std::copy_backward(sorted.position + at, end, end + 1);
+        std::copy_backward(sorted.colour + at, sorted.colour + sorted.count, sorted.colour + sorted.count + 1);
+        sorted.position[at] = p;
+        sorted.colour[at] = keys.colour[k];
+        ++sorted.count;
+    }
+}
+
+namespace {
+// The colour at `value` from sorted keys, as the scan of the list finds it;
+// the linear pair, the usual case, is worked out here without the call.
+inline T3Float atSorted(short interp, float value, const TsortedRampKeys& keys) {
+    if (keys.keyCount < 2) return keys.keyCount ? keys.firstColour : T3Float();
+    float low = -1.0f, high = 2.0f;
+    T3Float lowColour, highColour;
+    if (!std::isnan(value)) {
+        const float* p = keys.position;
+        const unsigned n = keys.count;
+        const unsigned above = unsigned(std::lower_bound(p, p + n, value) - p);  // the first at or above
+        if (above < n) {
+            high = p[above];
+            highColour = keys.colour[above];
+        }
+        // A lower key at or below -1, which the scan skips, shows the upper
+        // key all the same: any lower key below 0 does.
+        const unsigned notAbove = above < n && p[above] == value ? above + 1 : above;
+        if (notAbove > 0) {
+            low = p[notAbove - 1];
+            lowColour = keys.colour[notAbove - 1];
+        }
+    }
+    if (interp == TdnRamp::kLinearInterp && low >= 0.0f && high <= 1.0f && high != low)
+        return lowColour + (highColour - lowColour) * ((value - low) / (high - low));
+    T3Float out;
+    TdnRamp::computeOutputColor(interp, value, low, high, lowColour, highColour, out);
+    return out;
+}
+
+// The settled ramp over a batch for a type whose colour is one lookup at
+// valueOf(u, v).
+template <class ValueOf>
+void settledBatch(const TdataHandle& uv, const TdataHandle& fallback, short interp, const TsortedRampKeys& keys,
+                  Ttx2dBatch<0>& batch, ValueOf valueOf) {
+    for (unsigned i = batch.first(); i < batch.first() + batch.count(); ++i) {
+        const T2Float p = uv.asFloat2(i);
+        if (isOutsideUv(p)) {
+            batch.setOutside(i, fallback.asFloat3(i));
+            continue;
+        }
+        const T3Float c = atSorted(interp, valueOf(wrapToUnit(p.x), wrapToUnit(p.y)), keys);
+        batch.setOwn(i, c, luminance(c));
+    }
+}
+}  // namespace
+
+void TdnRamp::getRampColourAtValue(short interp, float value, const TsortedRampKeys& keys, T3Float& out) {
+    out = atSorted(interp, value, keys);
+}
+
 bool TdnRamp::readKeys(TdataBlock& block, TrampKeys& keys, unsigned sample) {
     const Tattribute& list = saColorEntryList();
     unsigned indices[TrampKeys::kMaxKeys];
@@ -165,8 +235,91 @@ float TdnRamp::sRampValue(short type, float u, float v) {
     }
 }
 
+template <class Keys>
+T3Float TdnRamp::colourAt(short type, short interp, float u, float v, const TrampKeys& keys, const Keys& lookup) {
+    T3Float c;
+    switch (type) {
+        case kUVRamp:
+        case kTartanRamp: {
+            T3Float atY, atX;
+            getRampColourAtValue(interp, 2.0f * std::fabs(v - 0.5f), lookup, atY);
+            getRampColourAtValue(interp, 2.0f * std::fabs(u - 0.5f), lookup, atX);
+            c = type == kUVRamp ? T3Float(atY.x * atX.x, atY.y * atX.y, atY.z * atX.z) : (atY + atX) * 0.5f;
+            break;
+        }
+        case kFourRamp: {
+            const float corner[4] = {(1 - u) * (1 - v), (1 - v) * u, (1 - u) * v, u * v};
+            for (unsigned k = 0; k < 4 && k < keys.count; ++k) c = c + keys.colour[k] * corner[k];
+            break;
+        }
+        default: getRampColourAtValue(interp, sRampValue(type, u, v), lookup, c); break;
+    }
+    return c;
+}
+
+void TdnRamp::shadingNodeInit(TframeSampleData* data) {
+    TdnTx2D::shadingNodeInit(data);
+    fFixed = false;
+    fUndriven = !anyInputDriven(*this, {&attrColorEntryList(), &attrType(), &attrInterpolation(), &attrUWave(), &attrVWave(),
+                                        &attrNoise(), &attrHueNoise(), &attrSatNoise(), &attrValNoise()});
+}
+
+void TdnRamp::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TdnTx2D::shadingNodeOnDemand(plug, block);
+    if (!fUndriven) return;
+    // The values the program holds, which every compute of the render reads.
+    TdataHandle type = block.inputValue(attrType(), 0, 1), interp = block.inputValue(attrInterpolation(), 0, 1);
+    if (type.isVariable() || interp.isVariable()) return;
+    // An amount at or above the threshold turns its noise or wave on.
+    for (const Tattribute* a : {&attrUWave(), &attrVWave(), &attrNoise(), &attrHueNoise(), &attrSatNoise(), &attrValNoise()}) {
+        TdataHandle amount = block.inputValue(*a, 0, 1);
+        if (amount.isVariable() || amount.asFloat(0) >= 1e-5f) return;
+    }
+    Tfixed& f = fFixedValues;
+    f.type = type.asShort(0);
+    f.interp = interp.asShort(0);
+    if (readKeys(block, f.keys, 0)) return;  // a key varies per sample
+    sortKeys(f.keys, f.sorted);
+    fFixed = true;
+}
+
+void TdnRamp::endOfRender(TDNshadingEngine* group) {
+    fFixed = fUndriven = false;
+    TdnTx2D::endOfRender(group);
+}
+
 bool TdnRamp::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isColorOutput(plug)) return TdnTx2D::vectorComputePlug(plug, block, first, count);
+    if (fFixed) {
+        // Settled for the render: the UV alone varies.
+        const Tfixed& f = fFixedValues;
+        TdataHandle uv = block.inputValue(attrUvCoord(), first, count);
+        TdataHandle fallback = block.inputValue(attrDefaultColor(), first, count);
+        Ttx2dBatch<0> batch(first, count);
+        const short type = f.type;
+        switch (type) {
+            case kVRamp: settledBatch(uv, fallback, f.interp, f.sorted, batch, [](float, float v) { return v; }); break;
+            case kURamp: settledBatch(uv, fallback, f.interp, f.sorted, batch, [](float u, float) { return u; }); break;
+            case kUVRamp:
+            case kTartanRamp:
+            case kFourRamp:
+                for (unsigned i = first; i < first + count; ++i) {
+                    const T2Float p = uv.asFloat2(i);
+                    if (isOutsideUv(p)) {
+                        batch.setOutside(i, fallback.asFloat3(i));
+                        continue;
+                    }
+                    const T3Float c = colourAt(type, f.interp, wrapToUnit(p.x), wrapToUnit(p.y), f.keys, f.sorted);
+                    batch.setOwn(i, c, luminance(c));
+                }
+                break;
+            default:
+                settledBatch(uv, fallback, f.interp, f.sorted, batch, [type](float u, float v) { return sRampValue(type, u, v); });
+                break;
+        }
+        batch.finish(block, nullptr, attrOutColor(), attrOutAlpha(), true);
+        return true;
+    }
     // Keys are read once for the batch, and again for each sample when a
     // key's position or colour is driven per sample.
     TrampKeys keys;
@@ -215,24 +368,7 @@ bool TdnRamp::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned f
         bool colourNoise = hueNoise.asFloat(i) >= 1e-5f || satNoise.asFloat(i) >= 1e-5f || valNoise.asFloat(i) >= 1e-5f;
         u = wrapToUnit(u);
         v = wrapToUnit(v);
-        short kind = interp.asShort(i);
-        T3Float c;
-        switch (short t = type.asShort(i)) {
-            case kUVRamp:
-            case kTartanRamp: {
-                T3Float atY, atX;
-                getRampColourAtValue(kind, 2.0f * std::fabs(v - 0.5f), keys, atY);
-                getRampColourAtValue(kind, 2.0f * std::fabs(u - 0.5f), keys, atX);
-                c = t == kUVRamp ? T3Float(atY.x * atX.x, atY.y * atX.y, atY.z * atX.z) : (atY + atX) * 0.5f;
-                break;
-            }
-            case kFourRamp: {
-                const float corner[4] = {(1 - u) * (1 - v), (1 - v) * u, (1 - u) * v, u * v};
-                for (unsigned k = 0; k < 4 && k < keys.count; ++k) c = c + keys.colour[k] * corner[k];
-                break;
-            }
-            default: getRampColourAtValue(kind, sRampValue(t, u, v), keys, c); break;
-        }
+        T3Float c = colourAt(type.asShort(i), interp.asShort(i), u, v, keys, keys);
         if (colourNoise) {
             T3Float hsv = TrenderUtilities::RGBtoHSV(c);
             hsv.x += hn * 360.0f;

@@ -33,6 +33,17 @@ struct TrampKeys {
     T3Float colour[kMaxKeys];
 };
 
+// The keys in position order, for a lookup by search: each distinct position
+// (held to 1) once, with the colour of the first key in list order at it,
+// which is the key a scan of the list in list order settles on.
+struct TsortedRampKeys {
+    unsigned keyCount = 0;  // the keys of the list, NaN positions included
+    T3Float firstColour;    // what a single key shows wherever it stands
+    unsigned count = 0;
+    float position[TrampKeys::kMaxKeys];
+    T3Float colour[TrampKeys::kMaxKeys];
+};
+
 class TdnRamp : public TnodeClass<TdnRamp, TdnTx2D, TdnVSRamp> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnRamp", 497, "kRamp");
@@ -64,6 +75,9 @@ public:
     static void getRampColourAtValue(short interp, float value, const TrampKeys& keys, T3Float& out);
     // Between lower key (low, L) and upper key (high, H) by the kind of
     // interpolation; a missing key has a position below 0 or above 1.
+    // The same colour from keys sorted once, found by binary search.
+    static void getRampColourAtValue(short interp, float value, const TsortedRampKeys& keys, T3Float& out);
+    static void sortKeys(const TrampKeys& keys, TsortedRampKeys& sorted);
     static void computeOutputColor(short interp, float value, float low, float high, const T3Float& L, const T3Float& H, T3Float& out);
     // The keys as sample `sample` of the block sees them; true when a key's
     // position or colour varies per sample, so that other samples must read
@@ -86,6 +100,28 @@ public:
         return mapUVtoClrByCompute(u, v, colours, alphas);
     }
 
+    // A render whose keys, type, interpolation and noise and wave amounts
+    // are the node's own values (nothing drives them, which init notes)
+    // reads them and sorts the keys once, in the on-demand step before the
+    // first compute; endOfRender lets go.
+    void shadingNodeInit(TframeSampleData*) override;
+    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
+    void endOfRender(TDNshadingEngine* group) override;
+
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
+
+private:
+    // What the on-demand step settles for the render: with fFixed, no noise or
+    // wave applies and the lookup uses fSorted (and fKeys for the corners).
+    struct Tfixed {
+        short type = kVRamp, interp = kLinearInterp;
+        TrampKeys keys;
+        TsortedRampKeys sorted;
+    };
+    bool fUndriven = false, fFixed = false;
+    Tfixed fFixedValues;
+    // The colour of one sample at a wrapped UV, by either form of the keys.
+    template <class Keys>
+    static T3Float colourAt(short type, short interp, float u, float v, const TrampKeys& keys, const Keys& lookup);
 };

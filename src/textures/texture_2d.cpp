@@ -28,14 +28,16 @@ void TdnVSTx2D::affectsOutputs(TdependencyMatrix& m, std::initializer_list<const
     for (const Tattribute* in : inputs) base.affects(m, {in}, {&base.outColor.whole, &base.outAlpha});
 }
 
-Ttx2dEffects::Ttx2dEffects(TdataBlock& block, unsigned first, unsigned count)
-    : invert(block.inputValue(TdnTx2D::saInvert(), first, count)),
-      alphaIsLuminance(block.inputValue(TdnTx2D::saAlphaIsLuminance(), first, count)),
-      colorGain(block.inputValue(TdnTx2D::saColorGain(), first, count)),
-      colorOffset(block.inputValue(TdnTx2D::saColorOffset(), first, count)),
-      alphaGain(block.inputValue(TdnTx2D::saAlphaGain(), first, count)),
-      alphaOffset(block.inputValue(TdnTx2D::saAlphaOffset(), first, count)),
-      defaultColor(block.inputValue(TdnTx2D::saDefaultColor(), first, count)) {}
+Ttx2dEffects::Ttx2dEffects(TdataBlock& block, unsigned first, unsigned count) {
+    // One look at the class's attributes rather than one per accessor.
+    const TdnVSTx2D& vs = TdnTx2D::sVsData();
+    invert = block.inputValue(vs.invert, first, count);
+    alphaIsLuminance = block.inputValue(vs.alphaIsLuminance, first, count);
+    colorGain = block.inputValue(vs.colorGain.whole, first, count);
+    colorOffset = block.inputValue(vs.colorOffset.whole, first, count);
+    alphaGain = block.inputValue(vs.alphaGain, first, count);
+    alphaOffset = block.inputValue(vs.alphaOffset, first, count);
+}
 
 void Ttx2dEffects::apply(unsigned i, T3Float& colour, float& alpha) const { values(i).apply(colour, alpha); }
 
@@ -50,7 +52,9 @@ Tattribute* TdnTx2D::alternateAttr(const Tattribute* a) {
 
 bool TdnTx2D::isColorOutput(const Tplug& plug) {
     const Tattribute* a = plug.attribute();
-    return a && (a->rootParent() == &saOutColor() || a == &saOutAlpha());
+    if (!a) return false;
+    const TdnVSTx2D& vs = sVsData();
+    return a == &vs.outColor.whole || a == &vs.outAlpha || a->rootParent() == &vs.outColor.whole;
 }
 
 bool TdnTx2D::checkOutside(TdataBlock& block, const T2Float& uv) {

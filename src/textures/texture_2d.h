@@ -66,7 +66,7 @@ struct TdnVSTx2D : TdependNodeVS {
 
 // The handles of the colour effects, read by pointer and stride.
 struct Ttx2dEffects {
-    TdataHandle invert, alphaIsLuminance, colorGain, colorOffset, alphaGain, alphaOffset, defaultColor;
+    TdataHandle invert, alphaIsLuminance, colorGain, colorOffset, alphaGain, alphaOffset;
     Ttx2dEffects(TdataBlock& block, unsigned first, unsigned count);
     // Invert, then gain and offset; no clamp.
     void apply(unsigned i, T3Float& colour, float& alpha) const;
@@ -165,6 +165,8 @@ public:
             unsigned j = i + 1;
             while (j < end && at(j).need[k] && !at(j).done) ++j;
             fIn[k] = block.inputValue(input, i, j - i);
+            // A constant serves every run: the first read is the only one.
+            if (!fIn[k].isVariable()) break;
             i = j;
         }
         fReady[k] = true;

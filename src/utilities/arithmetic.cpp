@@ -16,14 +16,56 @@ bool TdnVSMultiplyDivide::setupDependencies(TdependencyMatrix& m) {
     return true;
 }
 
+void TdnMultiplyDivide::shadingNodeInit(TframeSampleData* data) {
+    TrenderNode::shadingNodeInit(data);
+    fOperation.prepare(*this, attrOperation());
+    fInput2.prepare(*this, attrInput2());
+}
+
+void TdnMultiplyDivide::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TrenderNode::shadingNodeOnDemand(plug, block);
+    fOperation.settle(block, attrOperation());
+    fInput2.settle(block, attrInput2());
+}
+
+void TdnMultiplyDivide::endOfRender(TDNshadingEngine* group) {
+    fOperation.release();
+    fInput2.release();
+    TrenderNode::endOfRender(group);
+}
+
 bool TdnMultiplyDivide::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutput()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    bool multiply;
+    if (fOperation.settled) {
+        multiply = fOperation.value == kMultiply;
+    } else {
+        TdataHandle op = block.inputValue(attrOperation(), first, count);
+        multiply = !op.isVariable() && op.asShort(0) == kMultiply;
+    }
+    if (!multiply) {
+        computeEach(block, first, count);
+        return true;
+    }
+    // The common case, with the operation chosen once for the batch.
+    const TtripleOut to(block.outputValue(attrOutput(), first, count));
+    withTripleLane(block.inputValue(attrInput1(), first, count), [&](auto x) {
+        withTripleLane(fInput2, block, attrInput2(), first, count, [&](auto y) {
+            for (unsigned i = first; i < first + count; ++i) to.put(i, x[i] * y[i]);
+        });
+    });
+    block.setClean(attrOutput());
+    return true;
+}
+
+void TdnMultiplyDivide::computeEach(TdataBlock& block, unsigned first, unsigned count) {
     TdataHandle op = block.inputValue(attrOperation(), first, count);
     TdataHandle a = block.inputValue(attrInput1(), first, count);
     TdataHandle b = block.inputValue(attrInput2(), first, count);
     TdataHandle out = block.outputValue(attrOutput(), first, count);
     bool dividedByZero = false;
-    auto apply = [&](short operation, unsigned i) {
+    for (unsigned i = first; i < first + count; ++i) {
+        const short operation = op.asShort(i);
         const T3Float &x = a.asFloat3(i), &y = b.asFloat3(i);
         T3Float r = x;
         for (int c = 0; c < 3; ++c) {
@@ -42,21 +84,9 @@ bool TdnMultiplyDivide::vectorComputePlug(const Tplug& plug, TdataBlock& block, 
             }
         }
         out.asFloat3(i) = r;
-    };
-    if (!op.isVariable() && op.asShort(0) == kMultiply) {
-        // The common case, with the operation chosen once for the batch.
-        const TtripleOut to(out);
-        withTripleLane(a, [&](auto x) {
-            withTripleLane(b, [&](auto y) {
-                for (unsigned i = first; i < first + count; ++i) to.put(i, x[i] * y[i]);
-            });
-        });
-    } else {
-        for (unsigned i = first; i < first + count; ++i) apply(op.asShort(i), i);
     }
     if (dividedByZero) theCommandEngine().displayInfo(Tstring(kDivideByZeroMessage));
     block.setClean(attrOutput());
-    return true;
 }
 
 // ---------------------------------------------------------------- plusMinusAverage
@@ -137,7 +167,7 @@ bool TdnVSVectorProduct::setupDependencies(TdependencyMatrix& m) {
 }
 
 bool TdnVectorProduct::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutput()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle op = block.inputValue(attrOperation(), first, count);
     TdataHandle a = block.inputValue(attrInput1(), first, count);
     TdataHandle b = block.inputValue(attrInput2(), first, count);

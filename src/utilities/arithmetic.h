@@ -29,8 +29,19 @@ public:
     SN_VECTOR_ATTRIBUTE(Input2, input2)
     SN_VECTOR_ATTRIBUTE(Output, output)
 
+    // The operation and input2 are settled per render when nothing drives them.
+    void shadingNodeInit(TframeSampleData* data) override;
+    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
+    void endOfRender(TDNshadingEngine* group) override;
+
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
+
+private:
+    // Any operation, sample by sample.
+    void computeEach(TdataBlock& block, unsigned first, unsigned count);
+    TsettledInput<short> fOperation;
+    TsettledInput<T3Float> fInput2;
 };
 
 struct TdnVSPlusMinusAverage : TdependNodeVS {

@@ -15,29 +15,49 @@ void TdnBlendColors::analyse(TDNshadingEngine*, TSEnodeDescription* description,
     description->markLazyInput(attrColor2());
 }
 
+void TdnBlendColors::shadingNodeInit(TframeSampleData* data) {
+    TrenderNode::shadingNodeInit(data);
+    fBlender.prepare(*this, attrBlender());
+    fColor1.prepare(*this, attrColor1());
+    fColor2.prepare(*this, attrColor2());
+}
+
+void TdnBlendColors::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TrenderNode::shadingNodeOnDemand(plug, block);
+    fBlender.settle(block, attrBlender());
+    fColor1.settle(block, attrColor1());
+    fColor2.settle(block, attrColor2());
+}
+
+void TdnBlendColors::endOfRender(TDNshadingEngine* group) {
+    fBlender.release();
+    fColor1.release();
+    fColor2.release();
+    TrenderNode::endOfRender(group);
+}
+
 bool TdnBlendColors::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutput()) return TrenderNode::vectorComputePlug(plug, block, first, count);
-    TdataHandle b = block.inputValue(attrBlender(), first, count);
+    if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle out = block.outputValue(attrOutput(), first, count);
-    if (!b.isVariable()) {
+    TdataHandle b;
+    if (!fBlender.settled) b = block.inputValue(attrBlender(), first, count);
+    if (fBlender.settled || !b.isVariable()) {
         // One blender for the batch: one loop, with the colours it needs.
-        const float w = b.asFloat(0), rest = 1.0f - w;
+        const float w = fBlender.settled ? fBlender.value : b.asFloat(0), rest = 1.0f - w;
         const bool one = w != 0.0f, two = w != 1.0f;
-        TdataHandle c1 = one ? block.inputValue(attrColor1(), first, count) : TdataHandle{};
-        TdataHandle c2 = two ? block.inputValue(attrColor2(), first, count) : TdataHandle{};
         const TtripleOut to(out);
         if (one && two)
-            withTripleLane(c1, [&](auto x) {
-                withTripleLane(c2, [&](auto y) {
+            withTripleLane(fColor1, block, attrColor1(), first, count, [&](auto x) {
+                withTripleLane(fColor2, block, attrColor2(), first, count, [&](auto y) {
                     for (unsigned i = first; i < first + count; ++i) to.put(i, x[i] * w + y[i] * rest);
                 });
             });
         else if (one)
-            withTripleLane(c1, [&](auto x) {
+            withTripleLane(fColor1, block, attrColor1(), first, count, [&](auto x) {
                 for (unsigned i = first; i < first + count; ++i) to.put(i, x[i] * w);
             });
         else
-            withTripleLane(c2, [&](auto y) {
+            withTripleLane(fColor2, block, attrColor2(), first, count, [&](auto y) {
                 for (unsigned i = first; i < first + count; ++i) to.put(i, Tf4{} + y[i] * rest);
             });
         block.setClean(attrOutput());

@@ -29,7 +29,15 @@ public:
     SN_COLOR_ATTRIBUTE(Output, output)
 
     void analyse(TDNshadingEngine*, TSEnodeDescription* description, void*, TbitField64&) override;
+    // The blender and each colour are settled per render when nothing drives them.
+    void shadingNodeInit(TframeSampleData* data) override;
+    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
+    void endOfRender(TDNshadingEngine* group) override;
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
+
+private:
+    TsettledInput<float> fBlender;
+    TsettledInput<T3Float> fColor1, fColor2;
 };

@@ -22,17 +22,31 @@ bool TdnVSClampColor::setupDependencies(TdependencyMatrix& m) {
     return true;
 }
 
+void TdnClampColor::shadingNodeInit(TframeSampleData* data) {
+    TrenderNode::shadingNodeInit(data);
+    fMin.prepare(*this, attrMin());
+    fMax.prepare(*this, attrMax());
+}
+
+void TdnClampColor::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TrenderNode::shadingNodeOnDemand(plug, block);
+    fMin.settle(block, attrMin());
+    fMax.settle(block, attrMax());
+}
+
+void TdnClampColor::endOfRender(TDNshadingEngine* group) {
+    fMin.release();
+    fMax.release();
+    TrenderNode::endOfRender(group);
+}
+
 bool TdnClampColor::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutput()) return TrenderNode::vectorComputePlug(plug, block, first, count);
-    TdataHandle lo = block.inputValue(attrMin(), first, count);
-    TdataHandle hi = block.inputValue(attrMax(), first, count);
-    TdataHandle in = block.inputValue(attrInput(), first, count);
-    TdataHandle out = block.outputValue(attrOutput(), first, count);
+    if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     // The bounds are usually constants: one loop per kind of each.
-    const TtripleOut to(out);
-    withTripleLane(in, [&](auto x) {
-        withTripleLane(lo, [&](auto a) {
-            withTripleLane(hi, [&](auto b) {
+    const TtripleOut to(block.outputValue(attrOutput(), first, count));
+    withTripleLane(block.inputValue(attrInput(), first, count), [&](auto x) {
+        withTripleLane(fMin, block, attrMin(), first, count, [&](auto a) {
+            withTripleLane(fMax, block, attrMax(), first, count, [&](auto b) {
                 // The upper bound wins when the bounds cross.
                 for (unsigned i = first; i < first + count; ++i) to.put(i, minLanes(maxLanes(x[i], a[i]), b[i]));
             });
@@ -57,7 +71,7 @@ float TdnContrast::sContrast(float value, float contrast, float bias) {
 }
 
 bool TdnContrast::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutValue()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutValue())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle value = block.inputValue(attrValue(), first, count);
     TdataHandle contrast = block.inputValue(attrContrast(), first, count);
     TdataHandle bias = block.inputValue(attrBias(), first, count);
@@ -82,7 +96,7 @@ float TdnGammaCorrect::sGamma(float value, float gamma) {
 }
 
 bool TdnGammaCorrect::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutValue()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutValue())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle value = block.inputValue(attrValue(), first, count);
     TdataHandle gamma = block.inputValue(attrGamma(), first, count);
     TdataHandle out = block.outputValue(attrOutValue(), first, count);
@@ -101,7 +115,7 @@ bool TdnVSReverse::setupDependencies(TdependencyMatrix& m) {
 }
 
 bool TdnReverse::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutput()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle in = block.inputValue(attrInput(), first, count);
     TdataHandle out = block.outputValue(attrOutput(), first, count);
     const TtripleOut to(out);
@@ -128,7 +142,7 @@ float TdnSetRange::sSetRange(float value, float min, float max, float oldMin, fl
 }
 
 bool TdnSetRange::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutValue()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (!isPlugOf(plug, attrOutValue())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle value = block.inputValue(attrValue(), first, count);
     TdataHandle lo = block.inputValue(attrMin(), first, count);
     TdataHandle hi = block.inputValue(attrMax(), first, count);

@@ -19,8 +19,16 @@ public:
     SN_COLOR_ATTRIBUTE(Input, input)
     SN_COLOR_ATTRIBUTE(Output, output)
 
+    // The bounds are settled per render when nothing drives them.
+    void shadingNodeInit(TframeSampleData* data) override;
+    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
+    void endOfRender(TDNshadingEngine* group) override;
+
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
+
+private:
+    TsettledInput<T3Float> fMin, fMax;
 };
 
 struct TdnVSContrast : TdependNodeVS {

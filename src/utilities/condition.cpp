@@ -30,11 +30,29 @@ void TdnCondition::analyse(TDNshadingEngine*, TSEnodeDescription* description, v
     description->markLazyInput(attrColorIfFalse());
 }
 
+void TdnCondition::shadingNodeInit(TframeSampleData* data) {
+    TrenderNode::shadingNodeInit(data);
+    fOperation.prepare(*this, attrOperation());
+    fSecondTerm.prepare(*this, attrSecondTerm());
+}
+
+void TdnCondition::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TrenderNode::shadingNodeOnDemand(plug, block);
+    fOperation.settle(block, attrOperation());
+    fSecondTerm.settle(block, attrSecondTerm());
+}
+
+void TdnCondition::endOfRender(TDNshadingEngine* group) {
+    fOperation.release();
+    fSecondTerm.release();
+    TrenderNode::endOfRender(group);
+}
+
 bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
-    if (plug.attribute()->rootParent() != &attrOutColor()) return TrenderNode::vectorComputePlug(plug, block, first, count);
-    TdataHandle op = block.inputValue(attrOperation(), first, count);
+    if (!isPlugOf(plug, attrOutColor())) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    TdataHandle op = settledOrRead(fOperation, block, attrOperation(), first, count);
+    TdataHandle b = settledOrRead(fSecondTerm, block, attrSecondTerm(), first, count);
     TdataHandle a = block.inputValue(attrFirstTerm(), first, count);
-    TdataHandle b = block.inputValue(attrSecondTerm(), first, count);
     TdataHandle out = block.outputValue(attrOutColor(), first, count);
     // One pass sets the flags, on the stack, a batch at a time; then each
     // colour is read for its own runs only.

@@ -37,7 +37,15 @@ public:
     // The comparison; "equal" allows 1e-05 either way.
     static bool sTest(short operation, float first, float second);
     void analyse(TDNshadingEngine*, TSEnodeDescription* description, void*, TbitField64&) override;
+    // The operation and the second term are settled per render when nothing drives them.
+    void shadingNodeInit(TframeSampleData* data) override;
+    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
+    void endOfRender(TDNshadingEngine* group) override;
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
+
+private:
+    TsettledInput<short> fOperation;
+    TsettledInput<float> fSecondTerm;
 };

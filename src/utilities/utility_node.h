@@ -6,6 +6,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "framework/driven_inputs.h"
 #include "framework/host/attribute_groups.h"
 #include "framework/host/node_class.h"
 #include "framework/node_registry.h"
@@ -17,6 +18,14 @@ inline void makeOutput(TtripleAttribute& a) { a.setFlag(kAttrWritable, false); }
 inline void makeOutput(TpairAttribute& a) {
     for (Tattribute* x : {static_cast<Tattribute*>(&a.whole), static_cast<Tattribute*>(&a.c0), static_cast<Tattribute*>(&a.c1)})
         x->setFlag(kAttrWritable, false);
+}
+
+// Whether a compute of `plug` asks for `output` (or one of its children).
+// The engine asks for the whole output, which a compare settles without
+// the call to rootParent.
+inline bool isPlugOf(const Tplug& plug, const Tattribute& output) {
+    const Tattribute* a = plug.attribute();
+    return a == &output || a->rootParent() == &output;
 }
 
 // The enumeration fields of an operation attribute, in value order.
@@ -114,4 +123,13 @@ void withTripleLane(const TdataHandle& h, F&& f) {
         f(TvariableTriple{static_cast<const char*>(h.value), h.stride});
     else
         f(TconstantTriple{loadTriple(h.value)});
+}
+
+// Calls f with the triple lane of input `a`: its settled value, else its handle.
+template <class F>
+void withTripleLane(const TsettledInput<T3Float>& s, TdataBlock& block, const Tattribute& a, unsigned first, unsigned count, F&& f) {
+    if (s.settled)
+        f(TconstantTriple{loadTriple(&s.value)});
+    else
+        withTripleLane(block.inputValue(a, first, count), f);
 }

@@ -592,3 +592,53 @@ TEST(LambertLighting, MixedLightsSumInOrderOverABatch) {
         }
     }
 }
+
+TEST(LambertRenders, AReRenderedNodeShadesAsAFreshOneWithItsNewValues) {
+    // Inputs nothing drives are read once per render: the same node shaded
+    // again after its values change must give, to the bit, what a node that
+    // only ever had the new values gives, and the old values must matter.
+    struct Values {
+        T3Float color, transparency, ambient, incandescence;
+        float diffuse, translucence, glow, matte;
+        bool hide;
+        short matteMode;
+    };
+    const Values before{{0.2f, 0.9f, 0.4f}, {0.5f, 0.5f, 0.5f}, {0.3f, 0, 0}, {0, 0.2f, 0}, 0.4f, 0.6f, 0.5f, 0.3f, true,
+                        TdnLambert::kBlackHole};
+    const Values after{{0.9f, 0.5f, 0.25f}, {0, 0, 0}, {0.05f, 0.1f, 0}, {0.1f, 0, 0.05f}, 0.8f, 0, 0.25f, 0.7f, false,
+                       TdnLambert::kOpacityGain};
+    auto apply = [](TmaterialNetwork& net, const Values& v) {
+        net.set(TdnLambert::saColor(), v.color);
+        net.set(TdnLambert::saTransparency(), v.transparency);
+        net.set(TdnLambert::saAmbientColor(), v.ambient);
+        net.set(TdnLambert::saIncandescence(), v.incandescence);
+        net.set(TdnLambert::saDiffuseCoeff(), v.diffuse);
+        net.set("translucence", v.translucence);
+        net.set("glowIntensity", v.glow);
+        net.set("matteOpacity", v.matte);
+        net.set("hideSource", v.hide);
+        net.set("matteOpacityMode", v.matteMode);
+        net.setLight(0, pointLightRecord({1, 2, 0.5f}, {1, 0.8f, 0.6f}, 1.5f, 2, {0, 0, -2}));
+    };
+    std::vector<TmaterialSample> samples(6);
+    for (unsigned i = 0; i < samples.size(); ++i) {
+        samples[i].point = T3Float(0.1f * float(i), -0.2f, -2);
+        samples[i].normal = normalize(T3Float(0.2f * float(i) - 0.5f, 0.3f, 1));
+    }
+    TmaterialNetwork reused, fresh;
+    apply(reused, before);
+    const std::vector<TmaterialResult> first = reused.shade(samples);
+    apply(reused, after);
+    const std::vector<TmaterialResult> again = reused.shade(samples);
+    apply(fresh, after);
+    const std::vector<TmaterialResult> want = fresh.shade(samples);
+    ASSERT_EQ(again.size(), want.size());
+    auto same = [](const T3Float& a, const T3Float& b) { return std::memcmp(&a, &b, sizeof a) == 0; };
+    for (unsigned i = 0; i < want.size(); ++i) {
+        EXPECT_TRUE(same(again[i].color, want[i].color)) << "colour " << i;
+        EXPECT_TRUE(same(again[i].transparency, want[i].transparency)) << "transparency " << i;
+        EXPECT_TRUE(same(again[i].glow, want[i].glow)) << "glow " << i;
+        EXPECT_TRUE(same(again[i].matte, want[i].matte)) << "matte " << i;
+        EXPECT_FALSE(same(first[i].color, want[i].color) && same(first[i].matte, want[i].matte)) << "the first values show " << i;
+    }
+}

@@ -1,11 +1,14 @@
 // Nodes that choose: blend and condition compute each input only for the
 // samples that need it; switches pick by the sample's object; the vector
 // product's zero-length guard; sums over multis; remap curves.
+#include <algorithm>
 #include <cmath>
+#include <string>
 
 #include "framework/host/command_engine.h"
 #include "utilities/arithmetic.h"
 #include "utilities/blend_colors.h"
+#include "utilities/color_correct.h"
 #include "utilities/condition.h"
 #include "utilities/remap.h"
 #include "utilities/switches.h"
@@ -272,5 +275,91 @@ TEST(RemapCurves, RemapValueThroughTheGraphAndTheEngine) {
         EXPECT_NEAR(out[i].color.x, 10 + 10 * t, 1e-5f) << i;
         EXPECT_NEAR(out[i].color.y, 10 + 5 * t, 1e-5f) << i;
         EXPECT_NEAR(out[i].color.z, 10.0f, 1e-5f) << i;
+    }
+}
+
+TEST(SettledInputs, EachRenderShadesWithTheValuesItStartsWith) {
+    // Inputs nothing drives are read once per render. One node per case,
+    // fed the sample's point, rendered three times with its constant inputs
+    // changed in between: each render must follow its own values (a value
+    // kept from an earlier render is off by far more than rounding).
+    struct Render {
+        short operation;
+        float scalar;
+        T3Float colour;
+    };
+    struct Case {
+        const char* type;
+        Render renders[3];
+        // The expected colour of a sample at point p under render r.
+        T3Float (*want)(const Render& r, const T3Float& p);
+        void (*wire)(TutilityNetwork& net, TdependNode* node, const Render& r);
+    } cases[] = {
+        {"multiplyDivide",
+         {{TdnMultiplyDivide::kMultiply, 0, T3Float(0.5f, 2.0f, 3.0f)},
+          {TdnMultiplyDivide::kMultiply, 0, T3Float(-1.0f, 0.25f, 1.5f)},
+          {TdnMultiplyDivide::kDivide, 0, T3Float(4.0f, 0.5f, 2.0f)}},
+         [](const Render& r, const T3Float& p) {
+             return r.operation == TdnMultiplyDivide::kMultiply ? T3Float(p.x * r.colour.x, p.y * r.colour.y, p.z * r.colour.z)
+                                                                : T3Float(p.x / r.colour.x, p.y / r.colour.y, p.z / r.colour.z);
+         },
+         [](TutilityNetwork& net, TdependNode* node, const Render& r) {
+             net.set(node, TdnMultiplyDivide::saOperation(), r.operation);
+             net.set(node, TdnMultiplyDivide::saInput2(), r.colour);
+         }},
+        {"clamp",
+         {{0, 0.2f, T3Float(0.6f, 0.6f, 0.6f)}, {0, -1.0f, T3Float(0.3f, 0.9f, 0.4f)}, {0, 0.5f, T3Float(0.1f, 0.1f, 0.1f)}},
+         [](const Render& r, const T3Float& p) {
+             auto c = [&](float x, float hi) { return std::min(std::max(x, r.scalar), hi); };
+             return T3Float(c(p.x, r.colour.x), c(p.y, r.colour.y), c(p.z, r.colour.z));
+         },
+         [](TutilityNetwork& net, TdependNode* node, const Render& r) {
+             net.set(node, TdnClampColor::saMin(), T3Float(r.scalar, r.scalar, r.scalar));
+             net.set(node, TdnClampColor::saMax(), r.colour);
+         }},
+        {"blendColors",
+         {{0, 0.3f, T3Float(0.1f, 0.9f, 0.5f)}, {0, 1.0f, T3Float(0.7f, 0.2f, 0.4f)}, {0, 0.0f, T3Float(0.6f, 0.3f, 0.8f)}},
+         [](const Render& r, const T3Float& p) { return p * r.scalar + r.colour * (1.0f - r.scalar); },
+         [](TutilityNetwork& net, TdependNode* node, const Render& r) {
+             net.set(node, TdnBlendColors::saBlender(), r.scalar);
+             net.set(node, TdnBlendColors::saColor2(), r.colour);
+         }},
+        {"condition",
+         {{TdnCondition::kGreaterThan, 0.5f, T3Float(0.1f, 0.2f, 0.3f)},
+          {TdnCondition::kLessEqual, 0.2f, T3Float(0.9f, 0.8f, 0.7f)},
+          {TdnCondition::kEqual, 0.0f, T3Float(0.4f, 0.4f, 0.4f)}},
+         [](const Render& r, const T3Float& p) { return TdnCondition::sTest(r.operation, p.x, r.scalar) ? p : r.colour; },
+         [](TutilityNetwork& net, TdependNode* node, const Render& r) {
+             net.set(node, TdnCondition::saOperation(), r.operation);
+             net.set(node, TdnCondition::saSecondTerm(), r.scalar);
+             net.set(node, TdnCondition::saColorIfFalse(), r.colour);
+         }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.type);
+        TutilityNetwork net;
+        TdependNode* node = net.make(c.type);
+        TutilityTestSource* source = net.source();
+        const bool condition = std::string(c.type) == "condition";
+        const Tattribute& in = condition                                 ? TdnCondition::saColorIfTrue()
+                               : std::string(c.type) == "multiplyDivide" ? TdnMultiplyDivide::saInput1()
+                               : std::string(c.type) == "clamp"          ? TdnClampColor::saInput()
+                                                                         : TdnBlendColors::saColor1();
+        net.connect(source, TutilityTestSource::saOutA(), node, in);
+        if (condition) net.connect(source, TutilityTestSource::saOutAX(), node, TdnCondition::saFirstTerm());
+        net.toColor(node, *node->attribute(Tstring(condition ? "outColor" : "output")));
+        auto samples = rampSamples(64);
+        for (unsigned r = 0; r < 3; ++r) {
+            c.wire(net, node, c.renders[r]);
+            auto engine = net.shade(samples);
+            ASSERT_EQ(engine.size(), samples.size());
+            unsigned differs = 0;  // samples where this render's values matter
+            for (unsigned i = 0; i < samples.size(); ++i) {
+                const T3Float want = c.want(c.renders[r], samples[i].point);
+                for (int k = 0; k < 3; ++k) EXPECT_FLOAT_EQ(engine[i].color[k], want[k]) << "render " << r << " sample " << i;
+                differs += !(want == c.want(c.renders[(r + 2) % 3], samples[i].point));
+            }
+            EXPECT_GT(differs, 8u) << "render " << r << " must differ from the one before";
+        }
     }
 }

@@ -287,3 +287,52 @@ TEST(Place2d, ThroughTheEngineTheIdentityPassesTheUvAndAVaryingParameterStillMap
         }
     }
 }
+
+TEST(Place2d, ASettledPlacementIsReadAgainForEachRender) {
+    // Nothing drives the placement, so each render reads it once: three
+    // renders of one node with the values changed in between must each
+    // map (and scale the filter size) by their own values.
+    Tplace2dParams renders[3];
+    renders[0].coverage = {0.5f, 0.8f};
+    renders[0].repeat = {3, 2};
+    renders[0].rotateUV = 0.3;
+    renders[0].wrapU = false;
+    renders[2].repeat = {1.5f, 4};
+    renders[2].offset = {0.2f, 0.1f};
+    renders[2].mirrorV = true;
+    const T2Float filterSize{0.01f, 0.03f};
+    for (bool filter : {false, true}) {
+        SCOPED_TRACE(filter ? "outUvFilterSize" : "outUV");
+        TtextureNetwork net;
+        auto* place = net.make<TdnPlace2dTx>("place2dTexture");
+        auto* reader = net.make<TtexTestSource>("texTestSource");
+        net.connect(place, filter ? TdnPlace2dTx::saOutUvFilterSize() : TdnPlace2dTx::saOutUV(), reader, TtexTestSource::saUvCoord());
+        net.show(reader, TtexTestSource::saOutColor());
+        for (unsigned r = 0; r < 3; ++r) {
+            const Tplace2dParams* p = &renders[r];
+            place->setAttributeValue(&TdnPlace2dTx::saCoverage(), &p->coverage);
+            place->setAttributeValue(&TdnPlace2dTx::saRepeatUV(), &p->repeat);
+            place->setAttributeValue(&TdnPlace2dTx::saOffset(), &p->offset);
+            place->setAttributeValue(&TdnPlace2dTx::saRotateUV(), &p->rotateUV);
+            place->setAttributeValue(&TdnPlace2dTx::saWrapU(), &p->wrapU);
+            place->setAttributeValue(&TdnPlace2dTx::saMirrorV(), &p->mirrorV);
+            net.session.reset();  // the next render
+            TshadingOpus* opus = net.analyse();
+            ASSERT_NE(opus, nullptr);
+            std::vector<T2Float> uvs = spreadUvs();
+            TtextureBatch batch(net.group, uvs, filterSize);
+            batch.shade(opus);
+            for (unsigned i = 0; i < uvs.size(); ++i) {
+                T2Float want;
+                if (filter) {
+                    want = {filterSize.x * (p->repeat.x / p->coverage.x), filterSize.y * (p->repeat.y / p->coverage.y)};
+                } else {
+                    const Mapped m = mapUV(*p, uvs[i].x, uvs[i].y);
+                    want = m.inside ? T2Float{m.u, m.v} : T2Float{kOutsideUv, kOutsideUv};
+                }
+                EXPECT_EQ(batch.colour(i).x, want.x) << "render " << r << " sample " << i;
+                EXPECT_EQ(batch.colour(i).y, want.y) << "render " << r << " sample " << i;
+            }
+        }
+    }
+}

@@ -293,3 +293,96 @@ TEST(Ramp, KeysDrivenPerSampleAreReadForEachSample) {
         EXPECT_GT(past, 8u);
     }
 }
+
+namespace {
+// The same bits, channel by channel (NaN never expected).
+void expectSame(const T3Float& got, const T3Float& want, const std::string& what) {
+    EXPECT_EQ(got.x, want.x) << what;
+    EXPECT_EQ(got.y, want.y) << what;
+    EXPECT_EQ(got.z, want.z) << what;
+}
+// The reference colour of a settled ramp at a UV: the type's value and the
+// scan of the keys in list order.
+T3Float scannedColour(short type, short interp, T2Float uv, const TrampKeys& keys) {
+    const float u = wrapToUnit(uv.x), v = wrapToUnit(uv.y);
+    T3Float c;
+    if (type == TdnRamp::kUVRamp || type == TdnRamp::kTartanRamp) {
+        T3Float y = at(interp, 2.0f * std::fabs(v - 0.5f), keys), x = at(interp, 2.0f * std::fabs(u - 0.5f), keys);
+        return type == TdnRamp::kUVRamp ? T3Float(y.x * x.x, y.y * x.y, y.z * x.z) : (y + x) * 0.5f;
+    }
+    if (type == TdnRamp::kFourRamp) {
+        const float corner[4] = {(1 - u) * (1 - v), (1 - v) * u, (1 - u) * v, u * v};
+        for (unsigned k = 0; k < 4 && k < keys.count; ++k) c = c + keys.colour[k] * corner[k];
+        return c;
+    }
+    return at(interp, TdnRamp::sRampValue(type, u, v), keys);
+}
+}  // namespace
+
+TEST(Ramp, SortedKeysGiveTheListScansColourBitForBit) {
+    // Key sets in list order, with ties of different colours, positions
+    // held to 1, at and below -1, a NaN position, and values on keys,
+    // between, outside and NaN.
+    const float nan = std::nanf("");
+    const T3Float a(0.9f, 0.1f, 0.2f), b(0.1f, 0.8f, 0.3f), c(0.2f, 0.3f, 0.95f), d(0.5f, 0.5f, 0.0f);
+    const TrampKeys sets[] = {
+        keysOf({{0.7f, a}, {0.2f, b}, {0.45f, c}}),
+        keysOf({{0.5f, a}, {0.5f, b}, {0.0f, c}, {1.0f, d}, {0.5f, d}}),
+        keysOf({{3.0f, a}, {1.0f, b}, {-0.5f, c}, {0.25f, d}}),
+        keysOf({{-1.0f, a}, {-2.0f, b}, {0.6f, c}}),
+        keysOf({{nan, a}, {0.3f, b}, {0.8f, c}}),
+        keysOf({{nan, a}}),
+        keysOf({{-0.0f, a}, {0.0f, b}, {0.9f, c}}),
+        keysOf({{-3.0f, a}, {-1.5f, b}}),
+    };
+    const float values[] = {-2.0f, -1.0f, -0.5f, -0.0f, 0.0f, 0.1f, 0.2f, 0.25f, 0.3f, 0.45f, 0.5f, 0.55f, 0.6f, 0.7f, 0.8f, 0.99f, 1.0f, 1.5f, nan};
+    for (unsigned s = 0; s < std::size(sets); ++s) {
+        TsortedRampKeys sorted;
+        TdnRamp::sortKeys(sets[s], sorted);
+        for (short interp = 0; interp <= 6; ++interp)
+            for (float value : values) {
+                T3Float got(-7, -7, -7);
+                TdnRamp::getRampColourAtValue(interp, value, sorted, got);
+                expectSame(got, at(interp, value, sets[s]),
+                           "set " + std::to_string(s) + " interp " + std::to_string(interp) + " value " + std::to_string(value));
+            }
+    }
+}
+
+TEST(Ramp, ASettledRampShadesAsTheListScanAndTakesNewKeysNextRender) {
+    // Nothing drives the ramp, so a render reads its keys once; each type
+    // and a few interpolations against the scan, then the same ramp with
+    // other keys in a second render.
+    const std::vector<std::pair<float, T3Float>> first = {
+        {0.8f, T3Float(0.2f, 0.3f, 0.95f)}, {0.1f, T3Float(0.9f, 0.1f, 0.1f)}, {0.5f, T3Float(0.1f, 0.8f, 0.2f)}, {0.5f, T3Float(1, 1, 1)}};
+    const std::vector<std::pair<float, T3Float>> second = {{0.0f, T3Float(0, 0, 0)}, {0.3f, T3Float(0.25f, 0.5f, 1.0f)}};
+    const short interps[] = {TdnRamp::kNoInterp, TdnRamp::kLinearInterp, TdnRamp::kSmoothInterp, TdnRamp::kSpikeInterp};
+    for (short type = TdnRamp::kVRamp; type <= TdnRamp::kTartanRamp; ++type) {
+        RampNode n;
+        n.set(TdnRamp::saType(), type);
+        n.set(TdnRamp::saInterpolation(), interps[type % 4]);
+        n.net.show(n.ramp, TdnTx2D::saOutColor());
+        std::vector<T2Float> uvs = spreadUvs();
+        uvs[5] = T2Float{-1e7f, -1e7f};
+        for (const auto* list : {&first, &second}) {
+            TrampKeys keys;
+            for (unsigned k = 0; k < list->size(); ++k) {
+                n.ramp->setColourEntry(int(k), (*list)[k].first, (*list)[k].second);
+                keys.position[k] = (*list)[k].first;
+                keys.colour[k] = (*list)[k].second;
+            }
+            keys.count = unsigned(list->size());
+            if (list == &second)
+                for (unsigned k = unsigned(second.size()); k < first.size(); ++k) n.ramp->removeMultiElement(&TdnRamp::saColorEntryList(), k);
+            n.net.session.reset();  // the next render
+            TshadingOpus* opus = n.net.analyse();
+            ASSERT_NE(opus, nullptr);
+            TtextureBatch batch(n.net.group, uvs);
+            batch.shade(opus);
+            for (unsigned i = 0; i < uvs.size(); ++i) {
+                const T3Float want = i == 5 ? T3Float(0.5f, 0.5f, 0.5f) : scannedColour(type, interps[type % 4], uvs[i], keys);
+                expectSame(batch.colour(i), want, "type " + std::to_string(type) + " keys " + std::to_string(keys.count) + " sample " + std::to_string(i));
+            }
+        }
+    }
+}
