@@ -78,13 +78,15 @@ void withLane(const TdataHandle& h, F&& f) {
 // the same.
 using Tf4 = float __attribute__((vector_size(16)));
 #if defined(__SSE2__)
-// Two moves each way; a memcpy of 12 bytes would go through the stack.
+// Two moves each way; a memcpy of 12 bytes would go through the stack. A
+// triple is only 4-aligned (a sample record's field, say), so the pair goes
+// through the unaligned 64-bit move.
 inline Tf4 loadTriple(const void* p) {
-    const __m128 xy = _mm_castpd_ps(_mm_load_sd(static_cast<const double*>(p)));
+    const __m128 xy = _mm_castsi128_ps(_mm_loadl_epi64(static_cast<const __m128i_u*>(p)));
     return Tf4(_mm_movelh_ps(xy, _mm_load_ss(static_cast<const float*>(p) + 2)));
 }
 inline void storeTriple(void* p, const Tf4& v) {
-    _mm_store_sd(static_cast<double*>(p), _mm_castps_pd(__m128(v)));
+    _mm_storel_epi64(static_cast<__m128i_u*>(p), _mm_castps_si128(__m128(v)));
     _mm_store_ss(static_cast<float*>(p) + 2, _mm_movehl_ps(__m128(v), __m128(v)));
 }
 #else
