@@ -39,15 +39,11 @@ std::atomic<bool> sSwatchMode{false};
 std::mutex sSettingsMutex;
 TcameraInfoWrapper sCamera;
 std::string sSceneDirectory;
-// Bumped at the start of a render, so that a pixel's stored footprint never
-// outlives the render it was made in.
-std::atomic<unsigned> sRenderSerial{1};
-
-// The footprint of the last pixel a thread filtered. Samples of one pixel
-// on one primitive share the footprint, and so the colour.
+// The footprint of the last pixel filtered in a batch. Samples of one pixel
+// on one primitive share the footprint, and so the colour. Kept per batch,
+// not per thread: what a thread filtered before depends on how tiles fell
+// to threads, and a pixel of a tile's margin is shaded in two tiles.
 struct TfilterSampleIdentity {
-    unsigned serial = 0;
-    const void* node = nullptr;
     int32_t primitive = 0;
     int32_t x = 0, y = 0;
     bool operator==(const TfilterSampleIdentity&) const = default;
@@ -58,7 +54,6 @@ struct TfilterSample {
     T3Float colour;
     float alpha = 1;
 };
-thread_local TfilterSample tsPreviousSample;
 
 // Pyramids take their memory from the render cache, so that its budget and
 // eviction count them. The global cache lives as long as the process, as
@@ -356,10 +351,7 @@ bool TdnFileTexture::initTexture(Tplug&, TdataBlock&) {
     return true;
 }
 
-void TdnFileTexture::shadingNodeInit(TframeSampleData*) { sRenderSerial.fetch_add(1); }
-
 void TdnFileTexture::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
-    sRenderSerial.fetch_add(1);
     initTexture(plug, block);
     short kind = kFilterQuadratic;
     float width = 0.707f;
@@ -372,11 +364,6 @@ void TdnFileTexture::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
         getAttributeValue(&attrNoiseUV(), &noise);
         if (noise.x != 0.0f || noise.y != 0.0f) displayOnce(kMipmapWithNoise, {name()});
     }
-}
-
-void TdnFileTexture::endOfRender(TDNshadingEngine* engine) {
-    sRenderSerial.fetch_add(1);
-    TdnTx2D::endOfRender(engine);
 }
 
 Tplace2dParams TdnFileTexture::placement(TdataBlock& block) {
@@ -467,7 +454,7 @@ bool TdnFileTexture::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
     w.wrapV = place.wrapV;
     w.noFilter = fFilterKind == kFilterOff;
     const TcameraInfoWrapper& cam = sCamera;
-    const unsigned serial = sRenderSerial.load(std::memory_order_relaxed);
+    TfilterSample previous;
     const int channels = fPyramid->channels();
 
     for (unsigned i = first; i < first + count; ++i) {
@@ -506,9 +493,7 @@ bool TdnFileTexture::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
                 if (isAreaFilter(fFilterKind) && !bump && depth.asInt(i) < 1 &&
                     type.as<char>(i) == kPolygonSurface) {
                     const T2Float pc = pixel.asFloat2(i);
-                    TfilterSampleIdentity id{serial, this, primitive.asInt(i), int32_t(std::floor(pc.x)),
-                                             int32_t(std::floor(pc.y))};
-                    TfilterSample& previous = tsPreviousSample;
+                    const TfilterSampleIdentity id{primitive.asInt(i), int32_t(std::floor(pc.x)), int32_t(std::floor(pc.y))};
                     if (previous.valid && previous.identity == id) {
                         colour = previous.colour;
                         alpha = previous.alpha;

@@ -125,9 +125,7 @@ public:
 
     ~TdnFileTexture() override;
 
-    void shadingNodeInit(TframeSampleData*) override;
     void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
-    void endOfRender(TDNshadingEngine* engine) override;
 
     // Finds or builds the pyramid of the current file; false without one.
     bool initTexture(Tplug& plug, TdataBlock& block);
