@@ -1,16 +1,17 @@
 #!/bin/sh
 # Instructions per shade() call and per sample, engine beside the fused loop
 # and the per-channel floor, counted by callgrind (load does not move them).
-# Usage: bench/callgrind_shade.sh [build dir (build-release)] [cases (abcdef)] [calls (200)]
+# Usage: bench/callgrind_shade.sh [build dir (build-release)] [cases (abcdef)] [calls (200)] [--stack-frames]
 # The fixed cost per call and the cost per sample come from batches 8 and 64.
 set -eu
 build=${1:-build-release}
 cases=${2:-abcdef}
 calls=${3:-200}
+frames=${4:-}
 out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
 valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$out/cg.%p" \
-    "$build/bin/bench_shade_throughput" --cases="$cases" --callgrind="$calls" >/dev/null 2>"$out/log" || { cat "$out/log"; exit 1; }
+    "$build/bin/bench_shade_throughput" --cases="$cases" --callgrind="$calls" $frames >/dev/null 2>"$out/log" || { cat "$out/log"; exit 1; }
 # Each dump: "desc: Trigger: Client Request: a/64/engine" and "totals: N".
 for f in "$out"/cg.*; do
     awk '/^desc: Trigger: Client Request:/ {label=$5} /^totals:/ {print label, $2}' "$f"

@@ -10,7 +10,9 @@
 // arithmetic over per-channel arrays gathered beforehand, which the compiler
 // vectorises where it can. --callgrind=N runs N calls of each side per case
 // and batch under callgrind client requests; bench/callgrind_shade.sh turns
-// the dumps into instructions per call and per sample.
+// the dumps into instructions per call and per sample. The engine keeps its
+// frames between batches as the renderer's threads do; --stack-frames makes
+// each batch's frame on the stack instead.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -46,6 +48,7 @@
 #include "shading/sample.h"
 #include "shading/shading_catalog.h"
 #include "shading/shading_engine.h"
+#include "shading/shading_frames.h"
 #include "shading/shading_opus.h"
 #include "shading/shading_session.h"
 #include "shading/program_listing.h"
@@ -610,6 +613,7 @@ std::string gOnly;  // the letters of the cases to run; all when empty
 bool gThreads = true;
 unsigned gCallgrindCalls = 0;  // > 0: count instructions under callgrind instead of timing
 bool gListing = false;         // print each case's program instead of timing it
+bool gKeptFrames = true;       // the engine keeps its frames between batches, as the renderer's threads do
 
 // `calls` calls of one side at batch `batch`, cycling over the samples, as one callgrind dump.
 template <class Shade>
@@ -636,6 +640,10 @@ void run(Tcase c, double seconds, char letter) {
         std::printf("%s: analysis failed\n", c.name);
         return;
     }
+    // Each thread that shades installs its own set of kept frames.
+    TshadingFrames frames;
+    std::optional<TshadingFramesScope> keep;
+    if (gKeptFrames) keep.emplace(&frames);
     bool floorAgrees = false;
     const bool agree = sameResults(c, floorAgrees);
     std::printf("\n%s (%u instructions, %u segments, %u blocks; engine and fused loop agree: %s; floor agrees: %s)\n", c.name,
@@ -667,8 +675,13 @@ void run(Tcase c, double seconds, char letter) {
     // Two threads, each on its own samples.
     Tsamples other(c.net->group, kSamples);
     double rates[2] = {0, 0};
-    std::thread t0([&] { rates[0] = rate(engine, s, 64, seconds); });
-    std::thread t1([&] { rates[1] = rate(engine, other, 64, seconds); });
+    auto onThread = [&](Tsamples& samples, double& r) {
+        TshadingFrames own;
+        TshadingFramesScope scope(gKeptFrames ? &own : nullptr);
+        r = rate(engine, samples, 64, seconds);
+    };
+    std::thread t0([&] { onThread(s, rates[0]); });
+    std::thread t1([&] { onThread(other, rates[1]); });
     t0.join();
     t1.join();
     std::printf("  two threads at batch 64: %.2f M samples/s, speed-up over one thread %.2f (cores: %u)\n", (rates[0] + rates[1]) / 1e6,
@@ -692,7 +705,10 @@ int main(int argc, char** argv) {
             gCallgrindCalls = unsigned(std::stoul(argv[i] + 12)), gBatchSizes = {8, 64}, gThreads = false;
         else if (std::string(argv[i]) == "--listing")  // the programs the engine makes of the cases
             gListing = true;
-    std::printf("Shading throughput (%.2f s per figure); ratio is time per sample, engine over fused, target <= 1.5 at 64\n", seconds);
+        else if (std::string(argv[i]) == "--stack-frames")  // each batch makes its frame on the stack
+            gKeptFrames = false;
+    std::printf("Shading throughput (%.2f s per figure, engine frames %s); ratio is time per sample, engine over fused, target <= 1.5 at 64\n",
+                seconds, gKeptFrames ? "kept between batches" : "on the stack");
     Tcase (*cases[])() = {chainOfEight, conditionOfTwo, lambertFourLights, blinnFourLights, checkerLambert, rampLambert};
     for (unsigned k = 0; k < sizeof(cases) / sizeof(cases[0]); ++k)
         if (gOnly.empty() || gOnly.find(char('a' + k)) != std::string::npos) run(cases[k](), seconds, char('a' + k));

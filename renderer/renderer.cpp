@@ -26,6 +26,7 @@
 #include "shading/sample_manager.h"
 #include "shading/render_pass_control.h"
 #include "shading/shading_engine.h"
+#include "shading/shading_frames.h"
 #include "textures/file_texture.h"
 #include "textures/pyramid/file_texture_cache.h"
 
@@ -146,6 +147,7 @@ struct Tworker {
     TtileRaster raster;
     TrendererRaySampler tracer;
     TrenderLevelThread thread;
+    TshadingFrames frames;  // the programs' frames, kept from batch to batch
     std::unique_ptr<TfogTracer> fog;  // null when the scene has no fog
     std::vector<Tsample*> samples;
     std::vector<unsigned> dispatched;  // per object, samples handed to the engine in this tile
@@ -632,6 +634,7 @@ bool Trenderer::renderPass(TdependGraph& graph, const std::string& sceneFile, co
         Tworker& w = *workers[size_t(member)];
         // Lights and materials trace through this worker's tracer.
         TcurrentRaySamplerScope tracing(&w.tracer);
+        TshadingFramesScope keep(&w.frames);
         tileRenderer.render(w, tiles[t]);
         if (options.progress) {
             std::lock_guard<std::mutex> lock(progressLock);

@@ -120,6 +120,11 @@ void TdataBlockRendering::markClean(const Tattribute& a) {
 }
 
 void TdataBlockRendering::tearDown() {
+    destroyHidden();
+    fHiddenMulti = nullptr;
+}
+
+void TdataBlockRendering::destroyHidden() {
     if (!fHiddenMulti || !fNode) return;
     unsigned count = elementCount();
     for (unsigned h = 0; h < fHiddenMulti[0]; ++h) {
@@ -136,7 +141,6 @@ void TdataBlockRendering::tearDown() {
             }
         }
     }
-    fHiddenMulti = nullptr;
 }
 
 // Inline: private, and called by every handle operation of this file.

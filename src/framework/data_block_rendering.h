@@ -101,6 +101,25 @@ public:
         fContext = context;
     }
     TdataBlockRendering(const TdataBlockRendering&) = default;
+    // A block kept between runs (made for no samples) is readied for each:
+    // `resize` when the run's size or records differ from the last run's,
+    // then `constructValues` for the values that need construction, which
+    // `endRun` destroys again. The clean marks need no reset: a pass clears
+    // them at its first compute of the node.
+    void resize(unsigned count, TdataBlock* records) {
+        fLast = fFirst + size_t(fStride) * (count ? count - 1 : 0);
+        fRecords = records;
+    }
+    void constructValues(unsigned count) {
+        if (fHiddenMulti && fHiddenMulti[0]) constructHidden(count);
+    }
+    void endRun() { destroyHidden(); }
+    // A kept records block moved to the next batch's records.
+    void moveRecords(unsigned stride, unsigned char* first, unsigned count) {
+        fStride = fDirectStride = stride;
+        fFirst = fCurrent = fDirectBase[1] = first;
+        fLast = first + size_t(stride) * (count ? count - 1 : 0);
+    }
     TdataBlockRendering& operator=(const TdataBlockRendering&) = delete;
     ~TdataBlockRendering() override;
 
@@ -167,6 +186,7 @@ private:
     // apart so that a read of a present value stays a few instructions.
     TdataHandle fillAndLocate(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count);
     void constructHidden(unsigned count);
+    void destroyHidden();
     void fillFromDefault(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count);
     void fillFromChildren(const Tattribute& a, unsigned first, unsigned count);
     void computeSegment(int segment, const Tattribute& a, unsigned first, unsigned count, void* context);

@@ -1,6 +1,7 @@
 #pragma once
-// The state of one run of a shading program: everything lives in the
-// calling thread's stack frame. Shared by the program's files only.
+// The state of one run of a shading program: in the calling thread's stack
+// frame, or in a frame the thread keeps for the program between batches.
+// Shared by the program's files only.
 #include <cstdint>
 
 #include "shading/light_data.h"
@@ -25,6 +26,7 @@ struct TSEframe {
     bool recordsEven;                  // the records lie at a fixed spacing: items linked to them are used in place
     unsigned char* constants;
     unsigned char* variables;
+    unsigned layout;           // the samples the variables are laid out for: a block's elements start at its base times this
     uint64_t* segmentDone;     // per segment, the samples it has computed in this run
     uint64_t* segmentRunning;  // per segment, the samples it is computing now
     unsigned char* loop;       // provider stacks
@@ -33,5 +35,8 @@ struct TSEframe {
     const unsigned* fields;
     unsigned count;
     unsigned blocksMade;
+    // A kept frame: the size and records its blocks were last readied for.
+    unsigned keptCount;
+    const void* keptRecords;
     const TSElighting* lighting;
 };

@@ -123,7 +123,7 @@ void TshadingOpus::copyLights(TSEframe& frame, const TSEinstruction& in, unsigne
     unsigned n = lighting ? std::min(lighting->run, capacity) : 0;
     TlightArrayHeader header{capacity, unsigned(sizeof(TlightData)), {0, 0}};
     for (unsigned k = 0; k < n; ++k) header.bits[k >> 5] |= 1u << (k & 31);
-    unsigned char* base = frame.variables + size_t(layout.variableBase) * frame.count + info.offset;
+    unsigned char* base = frame.variables + size_t(layout.variableBase) * frame.layout + info.offset;
     for (unsigned i = first; i < first + count; ++i) {
         unsigned char* element = base + size_t(layout.elementSize) * i;
         std::memcpy(element, &header, sizeof header);

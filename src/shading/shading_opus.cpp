@@ -17,6 +17,7 @@
 #include "shading/sample.h"
 #include "shading/sample_manager.h"
 #include "shading/shading_engine.h"
+#include "shading/shading_frames.h"
 
 namespace {
 struct Dispatcher : TDNdispatchCompute {
@@ -142,7 +143,7 @@ TshadingOpus::~TshadingOpus() {
 
 struct TshadingOpus::Plan {
     // A copy with both sides looked up. A constant side reads at `base` in
-    // the frame's constants; a variable side at base * count + offset in
+    // the frame's constants; a variable side at base * layout + offset in
     // its variables, `stride` apart; a sample side reads field `offset`.
     struct Copy {
         TSEcopyRoutine routine;
@@ -155,7 +156,7 @@ struct TshadingOpus::Plan {
     };
     // An input that reads another block's output where it lies.
     struct Link {
-        uint32_t destBase, destOffset, sourceBase, sourceOffset, sourceBlock;
+        uint32_t destBase, destOffset, sourceBase, sourceOffset, sourceBlock, destBlock;
     };
     // An input that reads a sample item where the records lie, or a copy
     // of it at `copyOffset` of its own block when they are not evenly spaced;
@@ -176,8 +177,9 @@ struct TshadingOpus::Plan {
         std::atomic<int32_t>* onDemand;  // the node's on-demand state; null without the mixin
     };
     Copy* copies;  // one per program copy
-    Link* links;
+    Link* links;  // those into blocks with values to construct first: a kept frame makes them again each run
     unsigned linkCount;
+    unsigned relinkCount;
     SampleLink* sampleLinks;
     unsigned sampleLinkCount;
     unsigned* prologue;  // instructions that start the provider stacks
@@ -190,6 +192,10 @@ struct TshadingOpus::Plan {
     uint16_t* constructed;   // the blocks with values to tear down: count, then the blocks
     TdataBlockRendering* recordsPrototype;  // the records as one block, but for the batch
     size_t frameFixed;       // bytes of a frame that do not depend on the batch size
+    size_t keptSize;         // bytes of a kept frame
+    // Every item linked to the samples has a field in the program's sample
+    // layout: with evenly spaced records, no reference is made per batch.
+    bool recordsCarryAll;
 };
 
 void TshadingOpus::initialize(const Program& program, TbitField64 needs, TbitField64 requested, unsigned* fieldOffsets,
@@ -203,6 +209,10 @@ void TshadingOpus::initialize(const Program& program, TbitField64 needs, TbitFie
 }
 
 void TshadingOpus::buildPlan() {
+    // Frames a thread keeps are made for one plan: a new plan, or a new
+    // program at this address, never finds an old one.
+    static std::atomic<uint64_t> sSerial{0};
+    fSerial = sSerial.fetch_add(1, std::memory_order_relaxed) + 1;
     fPlan = nullptr;
     if (!fArena) return;
     const Program& p = fProgram;
@@ -269,8 +279,14 @@ void TshadingOpus::buildPlan() {
         const TSEblockLayout& dest = p.blocks[in.word[0]];
         const TSEblockLayout& source = p.blocks[in.word[2]];
         plan->links[plan->linkCount++] = {dest.variableBase, dest.info[in.word[1]].offset, source.variableBase,
-                                          source.info[in.word[3]].offset, in.word[2]};
+                                          source.info[in.word[3]].offset, in.word[2], in.word[0]};
     }
+    // Constructing a block's values clears the references among them, so a
+    // kept frame links those again after each run's construction.
+    auto constructs = [&](uint32_t b) { return p.blocks[b].hidden && p.blocks[b].hidden[0]; };
+    plan->relinkCount = unsigned(std::stable_partition(plan->links, plan->links + plan->linkCount,
+                                                       [&](const Plan::Link& l) { return constructs(l.destBlock); }) -
+                                 plan->links);
     linkRecordFields(*plan);
     // The steps: every instruction after the prologue, segment by segment.
     array(plan->segmentSteps, p.segmentCount + 1);
@@ -319,6 +335,7 @@ void TshadingOpus::buildPlan() {
     std::copy(constructed.begin(), constructed.end(), plan->constructed);
     plan->frameFixed = align16(sizeof(TdataBlockRendering) * (p.blockCount + 1)) + align16(p.constantSize) +
                        align16(2 * sizeof(uint64_t) * p.segmentCount) + align16(p.loopSize);
+    plan->keptSize = align16(sizeof(TSEframe)) + plan->frameFixed + align16(size_t(p.variableSize) * kBatchSize);
     fPlan = plan;
 }
 
@@ -327,11 +344,13 @@ void TshadingOpus::linkRecordFields(Plan& plan) const {
     // its direct word: when the records lie evenly spaced, reads and writes
     // go there without a reference made per batch. Redone when the sample
     // layout changes.
+    plan.recordsCarryAll = true;
     for (unsigned k = 0; k < plan.sampleLinkCount; ++k) {
         const Plan::SampleLink& link = plan.sampleLinks[k];
         const TSEblockLayout& layout = fProgram.blocks[link.destBlock];
         uint32_t& word = plan.direct[link.destBlock][link.attribute];
         const unsigned field = fFieldOffsets ? fFieldOffsets[link.item] : 0;
+        plan.recordsCarryAll &= field != 0;
         word = field ? (uint32_t(field) << TdataBlock::kDirectShift) | TdataBlock::kDirectInput | TdataBlock::kDirectOutput |
                            TdataBlock::kDirectVariable | TdataBlock::kDirectOther | TdataBlock::kDirectRecord
                      : TdataBlockRendering::directEntry(layout.info[link.attribute], *layout.node->attribute(link.attribute));
@@ -393,6 +412,10 @@ size_t TshadingOpus::frameSize(unsigned count) const {
            align16(2 * sizeof(uint64_t) * fProgram.segmentCount) + align16(fProgram.loopSize);
 }
 
+size_t TshadingOpus::keptFrameSize() const {
+    return fPlan ? fPlan->keptSize : align16(sizeof(TSEframe)) + frameSize(kBatchSize);
+}
+
 void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     if (!samples || count == 0 || !fPlan) return;
     count = std::min(count, kBatchSize);
@@ -427,51 +450,79 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
         runLights(count, samples, lighting, groupOf, unique);
     }
 
-    // The frame: blocks, constants, variables, segment marks.
-    size_t size = frameSize(count);
-    auto* raw = static_cast<unsigned char*>(__builtin_alloca(size + kFrameAlignment));
-    auto* memory = reinterpret_cast<unsigned char*>((reinterpret_cast<uintptr_t>(raw) + kFrameAlignment - 1) & ~uintptr_t(kFrameAlignment - 1));
-    TSEframe frame;
-    frame.opus = this;
-    frame.blocks = reinterpret_cast<TdataBlockRendering*>(memory);
-    frame.sampleBlock = frame.blocks + fProgram.blockCount;
-    memory += align16(sizeof(TdataBlockRendering) * (fProgram.blockCount + 1));
-    frame.constants = memory;
-    memory += align16(fProgram.constantSize);
-    frame.variables = memory;
-    memory += align16(size_t(fProgram.variableSize) * count);
-    frame.segmentDone = reinterpret_cast<uint64_t*>(memory);
-    frame.segmentRunning = frame.segmentDone + fProgram.segmentCount;
-    memory += align16(2 * sizeof(uint64_t) * fProgram.segmentCount);
-    frame.loop = memory;
+    // The frame: the one this thread keeps for the program, with its blocks
+    // made and linked by an earlier batch, or one carved from the stack.
+    TshadingFrames* frames = TshadingFrames::current();
+    bool fresh = false;
+    TshadingFrames::Tframe* kept = frames ? frames->acquire(this, fSerial, fPlan->keptSize, fresh) : nullptr;
+    TSEframe local;
+    if (kept && fresh) makeKeptFrame(*new (kept->memory) TSEframe{}, kept->memory + align16(sizeof(TSEframe)));
+    TSEframe& frame = kept ? *std::launder(reinterpret_cast<TSEframe*>(kept->memory)) : local;
+    if (!kept) {
+        const size_t size = frameSize(count);
+        auto* raw = static_cast<unsigned char*>(__builtin_alloca(size + kFrameAlignment));
+        carveFrame(frame, reinterpret_cast<unsigned char*>((reinterpret_cast<uintptr_t>(raw) + kFrameAlignment - 1) &
+                                                           ~uintptr_t(kFrameAlignment - 1)),
+                   count);
+    }
     frame.providerDepth = 0;
     frame.samples = samples;
     frame.fields = samples[0]->fieldOffsets();
     frame.count = count;
-    frame.blocksMade = 0;
     frame.lighting = &lighting;
     // A block's stride is 32 bits and never negative; the direct words
     // name fields of the program's own sample layout.
     frame.recordsEven = !uneven && spacing <= UINT32_MAX && frame.fields == fFieldOffsets;
-    frame.sampleBlock = frame.recordsEven && fPlan->sampleLinkCount
-                            ? new (frame.sampleBlock) TdataBlockRendering(*fPlan->recordsPrototype, unsigned(spacing),
-                                                                          reinterpret_cast<unsigned char*>(base), count, &frame)
-                            : nullptr;
+    TdataBlockRendering* records = frame.blocks + fProgram.blockCount;
+    frame.sampleBlock = nullptr;
+    if (frame.recordsEven && fPlan->sampleLinkCount) {
+        if (kept)
+            records->moveRecords(unsigned(spacing), reinterpret_cast<unsigned char*>(base), count);
+        else
+            new (records) TdataBlockRendering(*fPlan->recordsPrototype, unsigned(spacing), reinterpret_cast<unsigned char*>(base),
+                                              count, &frame);
+        frame.sampleBlock = records;
+    }
 
     if (fProgram.constantSize) std::memcpy(frame.constants, fProgram.constants, fProgram.constantSize);
-    if (fProgram.zeroVariables) std::memset(frame.variables, 0, size_t(fProgram.variableSize) * count);
+    if (fProgram.zeroVariables) std::memset(frame.variables, 0, size_t(fProgram.variableSize) * frame.layout);
     std::memset(frame.segmentDone, 0, 2 * sizeof(uint64_t) * fProgram.segmentCount);
     frame.segmentDone[0] = rangeMask(0, count);
 
-    setUpFrame(frame);
+    if (kept)
+        startKeptRun(frame);
+    else
+        setUpFrame(frame);
     run(frame, 0, 0, count);
 
     // Only blocks with values that were constructed have anything to tear
-    // down; the others end with the frame.
+    // down; the others end with the frame, or stay made in a kept one.
     for (unsigned k = fPlan->constructed[0]; k > 0; --k) {
         const unsigned b = fPlan->constructed[k];
-        if (b < frame.blocksMade) frame.blocks[b].~TdataBlockRendering();
+        if (b >= frame.blocksMade) continue;
+        if (kept)
+            frame.blocks[b].endRun();
+        else
+            frame.blocks[b].~TdataBlockRendering();
     }
+    if (kept) TshadingFrames::release(kept);
+}
+
+void TshadingOpus::carveFrame(TSEframe& frame, unsigned char* memory, unsigned layout) const {
+    // Blocks, constants, variables, segment marks, provider stacks.
+    frame.opus = this;
+    frame.blocks = reinterpret_cast<TdataBlockRendering*>(memory);
+    memory += align16(sizeof(TdataBlockRendering) * (fProgram.blockCount + 1));
+    frame.constants = memory;
+    memory += align16(fProgram.constantSize);
+    frame.variables = memory;
+    frame.layout = layout;
+    memory += align16(size_t(fProgram.variableSize) * layout);
+    frame.segmentDone = reinterpret_cast<uint64_t*>(memory);
+    frame.segmentRunning = frame.segmentDone + fProgram.segmentCount;
+    memory += align16(2 * sizeof(uint64_t) * fProgram.segmentCount);
+    frame.loop = memory;
+    frame.blocksMade = 0;
 }
 
 void TshadingOpus::setUpFrame(TSEframe& frame) const {
@@ -479,7 +530,7 @@ void TshadingOpus::setUpFrame(TSEframe& frame) const {
         const TSEblockLayout& layout = fProgram.blocks[b];
         // Clean marks only matter to a node with a second compute in the
         // pass; the prototype says which, and holds the direct table.
-        new (&frame.blocks[b]) TdataBlockRendering(fPlan->prototypes[b], frame.variables + size_t(layout.variableBase) * frame.count,
+        new (&frame.blocks[b]) TdataBlockRendering(fPlan->prototypes[b], frame.variables + size_t(layout.variableBase) * frame.layout,
                                                    frame.count, frame.constants + layout.constantOffset, layout.hidden, &frame,
                                                    frame.sampleBlock);
     }
@@ -487,19 +538,66 @@ void TshadingOpus::setUpFrame(TSEframe& frame) const {
     for (unsigned k = 0; k < fPlan->prologueCount; ++k) execute(frame, fProgram.instructions[fPlan->prologue[k]], 0, frame.count);
     for (unsigned k = 0; k < fPlan->linkCount; ++k) {
         const Plan::Link& link = fPlan->links[k];
-        auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(frame.variables + size_t(link.destBase) * frame.count + link.destOffset);
-        ref->value = frame.variables + size_t(link.sourceBase) * frame.count + link.sourceOffset;
+        auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(frame.variables + size_t(link.destBase) * frame.layout + link.destOffset);
+        ref->value = frame.variables + size_t(link.sourceBase) * frame.layout + link.sourceOffset;
         ref->block = &frame.blocks[link.sourceBlock];
     }
-    if (fPlan->sampleLinkCount) linkSamples(frame);
+    linkSamples(frame);
+}
+
+void TshadingOpus::makeKeptFrame(TSEframe& frame, unsigned char* memory) const {
+    // Laid out for a whole batch, so that no address depends on the batch:
+    // the blocks and the links between them are made once.
+    carveFrame(frame, memory, kBatchSize);
+    for (unsigned b = 0; b < fProgram.blockCount; ++b) {
+        const TSEblockLayout& layout = fProgram.blocks[b];
+        new (&frame.blocks[b]) TdataBlockRendering(fPlan->prototypes[b], frame.variables + size_t(layout.variableBase) * kBatchSize,
+                                                   0, frame.constants + layout.constantOffset, layout.hidden, &frame, nullptr);
+    }
+    new (frame.blocks + fProgram.blockCount) TdataBlockRendering(*fPlan->recordsPrototype, 0, nullptr, 0, &frame);
+    frame.blocksMade = fProgram.blockCount;
+    frame.keptCount = 0;
+    frame.keptRecords = frame.blocks;  // neither null nor the records: the first run readies every block
+    for (unsigned k = fPlan->relinkCount; k < fPlan->linkCount; ++k) {
+        const Plan::Link& link = fPlan->links[k];
+        auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(frame.variables + size_t(link.destBase) * kBatchSize + link.destOffset);
+        ref->value = frame.variables + size_t(link.sourceBase) * kBatchSize + link.sourceOffset;
+        ref->block = &frame.blocks[link.sourceBlock];
+    }
+}
+
+void TshadingOpus::startKeptRun(TSEframe& frame) const {
+    // What a batch changes: its size and records (usually as the last
+    // batch's), the values that need construction and the links among them
+    // (all links, where a loop has the variables zeroed), the provider
+    // stacks and the references to the records' items.
+    TdataBlockRendering* const blocks = frame.blocks;
+    TdataBlock* const records = frame.sampleBlock;
+    const unsigned count = frame.count;
+    if (count != frame.keptCount || records != frame.keptRecords) {
+        for (unsigned b = 0, n = fProgram.blockCount; b < n; ++b) blocks[b].resize(count, records);
+        frame.keptCount = count;
+        frame.keptRecords = records;
+    }
+    for (unsigned k = fPlan->constructed[0]; k > 0; --k) blocks[fPlan->constructed[k]].constructValues(count);
+    // A program with a loop has its variables zeroed per run, references included.
+    const unsigned relinks = fProgram.zeroVariables ? fPlan->linkCount : fPlan->relinkCount;
+    for (unsigned k = 0; k < relinks; ++k) {
+        const Plan::Link& link = fPlan->links[k];
+        auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(frame.variables + size_t(link.destBase) * kBatchSize + link.destOffset);
+        ref->value = frame.variables + size_t(link.sourceBase) * kBatchSize + link.sourceOffset;
+        ref->block = &blocks[link.sourceBlock];
+    }
+    for (unsigned k = 0; k < fPlan->prologueCount; ++k) execute(frame, fProgram.instructions[fPlan->prologue[k]], 0, count);
+    linkSamples(frame);
 }
 
 void TshadingOpus::linkSamples(TSEframe& frame) const {
     // Records laid out one after another at a fixed spacing, as a batch
     // usually is, form one block whose elements are the records: inputs
     // read their items there. Otherwise each input gets its own copy.
-    const unsigned count = frame.count;
-    auto* base = reinterpret_cast<unsigned char*>(frame.samples[0]);
+    if (!fPlan->sampleLinkCount || (frame.sampleBlock && fPlan->recordsCarryAll)) return;
+    const unsigned count = frame.count, layout = frame.layout;
     // In locals: the stores through the references could alias the frame and the plan.
     TdataBlockRendering* const records = frame.sampleBlock;
     unsigned char* const variables = frame.variables;
@@ -508,7 +606,7 @@ void TshadingOpus::linkSamples(TSEframe& frame) const {
     const unsigned linkCount = fPlan->sampleLinkCount;
     for (unsigned k = 0; k < linkCount; ++k) {
         const Plan::SampleLink& link = links[k];
-        unsigned char* element = variables + size_t(link.destBase) * count;
+        unsigned char* element = variables + size_t(link.destBase) * layout;
         auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(element + link.destOffset);
         const unsigned field = fields[link.item];
         // The direct word reads the field in the records; the virtual road
@@ -596,7 +694,7 @@ void TshadingOpus::copy(TSEframe& frame, const TSEcopy& c, unsigned first, unsig
             return;
         }
         const TSEblockLayout& layout = fProgram.blocks[block];
-        pointer = frame.variables + size_t(layout.variableBase) * frame.count + offset;
+        pointer = frame.variables + size_t(layout.variableBase) * frame.layout + offset;
         stride = layout.elementSize;
     };
     const unsigned char* dest = nullptr;
@@ -653,9 +751,9 @@ void TshadingOpus::run(TSEframe& frame, unsigned segment, unsigned first, unsign
                 r.samples = frame.samples;
                 r.size = c.size;
                 r.source = c.sourceSide == kSideConstant ? frame.constants + c.sourceBase
-                                                         : frame.variables + size_t(c.sourceBase) * frame.count + c.sourceOffset;
+                                                         : frame.variables + size_t(c.sourceBase) * frame.layout + c.sourceOffset;
                 r.dest = c.destSide == kSideConstant ? frame.constants + c.destBase
-                                                     : frame.variables + size_t(c.destBase) * frame.count + c.destOffset;
+                                                     : frame.variables + size_t(c.destBase) * frame.layout + c.destOffset;
                 r.sourceStride = c.sourceStride;
                 r.destStride = c.destStride;
                 r.sourceField = c.sourceSide == kSideSample ? frame.fields[c.sourceOffset] : 0;
@@ -680,7 +778,7 @@ void TshadingOpus::execute(TSEframe& frame, const TSEinstruction& in, unsigned f
             unsigned b = in.word[0];
             const TSEblockLayout& layout = fProgram.blocks[b];
             auto* block = new (&frame.blocks[b]) TdataBlockRendering(layout.node, layout.elementSize,
-                                                       frame.variables + size_t(layout.variableBase) * frame.count, frame.count,
+                                                       frame.variables + size_t(layout.variableBase) * frame.layout, frame.count,
                                                        frame.constants + layout.constantOffset, layout.info, layout.multi,
                                                        layout.hidden, &frame);
             block->setDirect(fPlan->direct[b]);
@@ -730,8 +828,8 @@ void TshadingOpus::execute(TSEframe& frame, const TSEinstruction& in, unsigned f
             const auto& destInfo = dest.info[in.word[1]];
             const auto& sourceInfo = source.info[in.word[3]];
             auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(
-                frame.variables + size_t(dest.variableBase) * frame.count + destInfo.offset);
-            ref->value = frame.variables + size_t(source.variableBase) * frame.count + sourceInfo.offset;
+                frame.variables + size_t(dest.variableBase) * frame.layout + destInfo.offset);
+            ref->value = frame.variables + size_t(source.variableBase) * frame.layout + sourceInfo.offset;
             ref->block = &frame.blocks[in.word[2]];
             break;
         }

@@ -4,7 +4,8 @@
 // straight-line program; the others are computed on demand), with the
 // layouts of the nodes' data blocks and the constants read at analysis.
 // Shared read-only by every render thread; a run keeps all of its state in a
-// frame carved from the calling thread's stack, so shading allocates nothing.
+// frame carved from the calling thread's stack, or in the frame the thread
+// keeps for the program (TshadingFrames), so shading allocates nothing.
 #include <cstdint>
 
 #include "framework/data_block_rendering.h"
@@ -184,6 +185,8 @@ public:
     const Program& program() const { return fProgram; }
     // Bytes of stack a run of `count` samples takes.
     size_t frameSize(unsigned count) const;
+    // Bytes of the frame a thread keeps for the program (TshadingFrames).
+    size_t keptFrameSize() const;
     // User sample data: the table, taken over from analysis (in the arena).
     void addUserSampleData(TSEudSampleTable* table) { fUserData = table; }
     const TSEudSampleTable* userSampleDataTable() const { return fUserData; }
@@ -208,7 +211,10 @@ public:
 private:
     void buildPlan();
     void linkRecordFields(Plan& plan) const;
+    void carveFrame(TSEframe& frame, unsigned char* memory, unsigned layout) const;
     void setUpFrame(TSEframe& frame) const;
+    void makeKeptFrame(TSEframe& frame, unsigned char* memory) const;
+    void startKeptRun(TSEframe& frame) const;
     void linkSamples(TSEframe& frame) const;
     void run(TSEframe& frame, unsigned segment, unsigned first, unsigned count) const;
     void execute(TSEframe& frame, const TSEinstruction& in, unsigned first, unsigned count) const;
@@ -227,6 +233,7 @@ private:
     TstackArena* fArena;
     Program fProgram{};
     const Plan* fPlan = nullptr;
+    uint64_t fSerial = 0;  // of the plan, for the frames threads keep
     TbitField64 fNeeds, fRequested;
     unsigned* fFieldOffsets = nullptr;
     TshadingOpus** fLights = nullptr;  // in the group's arena

@@ -1,5 +1,7 @@
 #include "shading/engine_test_nodes.h"
 
+#include <utility>
+
 #include "shading/network_analysis.h"
 
 SN_REGISTER_NODE_CLASS(TengineTestUv)
@@ -32,6 +34,7 @@ bool TengineTestUv::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsi
 
 bool TengineTestScale::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (plug.attribute() != &attrOutValue()) return TrenderNode::vectorComputePlug(plug, block, first, count);
+    if (reenter) std::exchange(reenter, nullptr)();
     TdataHandle v = block.inputValue(attrValue(), first, count);
     TdataHandle f = block.inputValue(attrFactor(), first, count);
     TdataHandle o = block.inputValue(attrOffset(), first, count);

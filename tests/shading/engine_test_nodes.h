@@ -4,6 +4,7 @@
 // surface and a mix that reads its two colours lazily. Each counts its
 // computes and the samples it computed.
 #include <atomic>
+#include <functional>
 
 #include "framework/host/attribute_groups.h"
 #include "framework/host/node_class.h"
@@ -73,6 +74,9 @@ public:
     SN_ATTRIBUTE(Offset, offset)
     SN_ATTRIBUTE(OutValue, outValue)
     TengineCounters counters;
+    // Run once at the start of the next compute, as a material tracing a
+    // ray that hits itself shades again inside its own run.
+    std::function<void()> reenter;
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "shading/engine_fixture.h"
+#include "shading/shading_frames.h"
 
 namespace {
 unsigned countOps(const TshadingOpus& opus, uint32_t op, unsigned segment = 0) {
@@ -173,11 +174,19 @@ TEST(NetworkAnalysis, FeedbackLoopIsCutAndTerminates) {
     EXPECT_TRUE(opus->program().zeroVariables);
     TengineBatch batch(net.group, kSurfaceColorTransparency, 5);
     for (unsigned i = 0; i < batch.size(); ++i) batch.samples[i]->setUvCoord(float(i), 1.0f);
-    opus->shade(batch.size(), batch.data());
-    // One trip round the loop per sample, from zero: b = 0, a = 0 * 2 + (u + 1).
-    for (unsigned i = 0; i < batch.size(); ++i) EXPECT_EQ(batch.samples[i]->outColor()->x, float(i) + 1.0f) << i;
-    EXPECT_EQ(a->counters.samples, 5);
-    EXPECT_EQ(b->counters.samples, 5);
+    // On the stack, then twice in a frame the thread keeps: each run starts
+    // the loop from zero, not from what the last run left.
+    TshadingFrames frames;
+    for (int run = 0; run < 3; ++run) {
+        SCOPED_TRACE(run);
+        TshadingFramesScope scope(run ? &frames : nullptr);
+        opus->shade(batch.size(), batch.data());
+        // One trip round the loop per sample, from zero: b = 0, a = 0 * 2 + (u + 1).
+        for (unsigned i = 0; i < batch.size(); ++i) EXPECT_EQ(batch.samples[i]->outColor()->x, float(i) + 1.0f) << i;
+    }
+    EXPECT_EQ(frames.framesReused(), 1u);
+    EXPECT_EQ(a->counters.samples, 15);
+    EXPECT_EQ(b->counters.samples, 15);
 }
 
 TEST(NetworkAnalysis, SecondAnalysisFindsTheProgramAndCountsAUse) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "shading/engine_fixture.h"
+#include "shading/shading_frames.h"
 #include "support/alloc_counter.h"
 #include "utilities/arithmetic.h"
 
@@ -97,7 +98,9 @@ TEST(ProviderOutputs, NestedProvidersAddTheirShifts) {
 }
 
 TEST(ProviderOutputs, ProvidersAndVaryingMultisShadeWithoutTheHeap) {
-    // A provider around a texture, and a sum whose elements vary per sample.
+    // A provider around a texture, and a sum whose elements vary per sample:
+    // provider stacks and constructed values, made anew in a kept frame for
+    // each batch, whatever its size.
     TengineNetwork net;
     auto* texture = net.make<TengineTestUv>("engineTestUv");
     auto* offset = net.make<TengineTestOffset>("engineTestOffset");
@@ -115,17 +118,26 @@ TEST(ProviderOutputs, ProvidersAndVaryingMultisShadeWithoutTheHeap) {
     TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
     for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(coordAt(i));
     opus->shade(batch.size(), batch.data());
-    {
-        TallocationCounter counter;
-        for (int round = 0; round < 3; ++round) opus->shade(batch.size(), batch.data());
-        EXPECT_EQ(counter.allocations(), 0u);
-    }
-    // sum = (texture(u + s) - texture(u)) + texture(u), with the default shift.
-    const float shift = 0.25f;
-    for (unsigned i = 0; i < kBatchSize; ++i) {
-        T2Float p = coordAt(i);
-        float u = p.x + shift;
-        EXPECT_EQ(batch.samples[i]->outColor()->x, (u - p.x) + p.x) << i;
-        EXPECT_EQ(batch.samples[i]->outColor()->z, (u * p.y - p.x * p.y) + p.x * p.y) << i;
-    }
+    TshadingFrames frames;
+    for (TshadingFrames* kept : {static_cast<TshadingFrames*>(nullptr), &frames})
+        for (unsigned count : {64u, 5u, 1u, 64u}) {
+            SCOPED_TRACE(testing::Message() << count << " samples, frame kept " << (kept != nullptr));
+            TshadingFramesScope scope(kept);
+            const T3Float unset(-1, -1, -1);
+            for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setOutColor(unset);
+            {
+                TallocationCounter counter;
+                opus->shade(count, batch.data());
+                EXPECT_EQ(counter.allocations(), 0u);
+            }
+            // sum = (texture(u + s) - texture(u)) + texture(u), with the default shift.
+            const float shift = 0.25f;
+            for (unsigned i = 0; i < count; ++i) {
+                T2Float p = coordAt(i);
+                float u = p.x + shift;
+                EXPECT_EQ(batch.samples[i]->outColor()->x, (u - p.x) + p.x) << i;
+                EXPECT_EQ(batch.samples[i]->outColor()->z, (u * p.y - p.x * p.y) + p.x * p.y) << i;
+            }
+        }
+    EXPECT_EQ(frames.framesReused(), 3u);
 }

@@ -1,11 +1,13 @@
 // Running a compiled program over batches: engine results against the host
-// graph's scalar pull, computes per batch, lazy runs, frames without heap.
+// graph's scalar pull, computes per batch, lazy runs, frames without heap,
+// on the stack or kept by the thread between batches.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <thread>
 
 #include "shading/engine_fixture.h"
+#include "shading/shading_frames.h"
 #include "support/alloc_counter.h"
 
 namespace {
@@ -121,16 +123,20 @@ TEST(ShadingOpus, SampleItemsReadInPlaceOrCopiedWhateverTheRecordsLayout) {
     // Inputs fed by a sample item read it in the records when they lie at a
     // fixed spacing, and from a copy otherwise. Records one after another,
     // in reverse order, and scattered give the scalar pull's bits, and the
-    // items the network reads stay as they were.
+    // items the network reads stay as they were; so they do when one frame
+    // kept by the thread sees batch after batch of another size and layout.
     ChainNetwork net;
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
     const unsigned size = net.group->sampleSize(kSurfaceColorTransparency);
     unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
     enum Layout { kInOrder, kReversed, kScattered };
+    TshadingFrames frames;
+    for (bool keep : {false, true})
     for (Layout layout : {kInOrder, kReversed, kScattered})
         for (unsigned count : {1u, 2u, 3u, 64u}) {
-            SCOPED_TRACE(testing::Message() << "layout " << layout << ", " << count << " samples");
+            SCOPED_TRACE(testing::Message() << "layout " << layout << ", " << count << " samples, frame kept " << keep);
+            TshadingFramesScope scope(keep ? &frames : nullptr);
             std::vector<uint64_t> memory(size_t(size / 8) * count * 2, 0);
             std::vector<Tsample*> samples(count);
             for (unsigned i = 0; i < count; ++i) {
@@ -147,6 +153,79 @@ TEST(ShadingOpus, SampleItemsReadInPlaceOrCopiedWhateverTheRecordsLayout) {
                 EXPECT_EQ(std::memcmp(samples[i]->uvCoord(), &c, sizeof c), 0) << i;
             }
         }
+    EXPECT_EQ(frames.framesMade(), 1u);
+    EXPECT_EQ(frames.framesReused(), 11u);
+}
+
+TEST(ShadingOpus, ARunNestedInItsOwnProgramKeepsBothBatchesApart) {
+    // A material whose traced ray hits itself shades a second batch inside
+    // its own run: the outer run holds the kept frame, so the inner one
+    // takes a frame of its own, and each batch gets its own scalar pull.
+    ChainNetwork net;
+    TshadingOpus* opus = net.analyse();
+    ASSERT_NE(opus, nullptr);
+    TshadingFrames frames;
+    TshadingFramesScope scope(&frames);
+    auto inner = [](unsigned i) { return T2Float{0.3f - float(i) * 0.011f, float(i) * 0.02f}; };
+    for (int round = 0; round < 2; ++round) {
+        SCOPED_TRACE(round);
+        TengineBatch outer(net.group, kSurfaceColorTransparency, kBatchSize), nested(net.group, kSurfaceColorTransparency, 9);
+        fill(outer);
+        for (unsigned i = 0; i < nested.size(); ++i) nested.samples[i]->setUvCoord(inner(i));
+        net.scale->reenter = [&] { opus->shade(nested.size(), nested.data()); };
+        opus->shade(outer.size(), outer.data());
+        ASSERT_FALSE(net.scale->reenter);
+        for (unsigned i = 0; i < outer.size(); ++i) {
+            const T2Float c = coordOf(i);
+            EXPECT_TRUE(sameBits(*outer.samples[i]->outColor(), net.scalar(c.x, c.y))) << i;
+        }
+        for (unsigned i = 0; i < nested.size(); ++i) {
+            const T2Float c = inner(i);
+            EXPECT_TRUE(sameBits(*nested.samples[i]->outColor(), net.scalar(c.x, c.y))) << i;
+        }
+    }
+    EXPECT_EQ(frames.framesMade(), 1u);
+}
+
+TEST(ShadingFrames, FramesAreFoundByProgramAndDroppedTogetherWhenFull) {
+    TshadingFrames frames(1024);
+    int a = 0, b = 0;
+    bool fresh = false;
+    TshadingFrames::Tframe* first = frames.acquire(&a, 1, 300, fresh);
+    ASSERT_NE(first, nullptr);
+    EXPECT_TRUE(fresh);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(first->memory) % 16, 0u);
+    unsigned char* memoryOfA = first->memory;
+    // Busy: a nested run of the same program gets none.
+    EXPECT_EQ(frames.acquire(&a, 1, 300, fresh), nullptr);
+    TshadingFrames::release(first);
+    TshadingFrames::Tframe* again = frames.acquire(&a, 1, 300, fresh);
+    ASSERT_NE(again, nullptr);
+    EXPECT_FALSE(fresh);
+    EXPECT_EQ(again->memory, memoryOfA);
+    TshadingFrames::release(again);
+    // Another plan of the same program is another frame.
+    TshadingFrames::Tframe* rebuilt = frames.acquire(&a, 2, 300, fresh);
+    ASSERT_NE(rebuilt, nullptr);
+    EXPECT_TRUE(fresh);
+    EXPECT_NE(rebuilt->memory, memoryOfA);
+    // Larger than the set: never kept.
+    EXPECT_EQ(frames.acquire(&b, 1, 2000, fresh), nullptr);
+    // Full while a frame is busy: none, and nothing is dropped.
+    EXPECT_EQ(frames.acquire(&b, 1, 600, fresh), nullptr);
+    EXPECT_EQ(frames.frameCount(), 2u);
+    TshadingFrames::release(rebuilt);
+    // Full with none busy: everything goes, and carving starts over.
+    TshadingFrames::Tframe* big = frames.acquire(&b, 1, 600, fresh);
+    ASSERT_NE(big, nullptr);
+    EXPECT_TRUE(fresh);
+    EXPECT_EQ(big->memory, memoryOfA);
+    EXPECT_EQ(frames.frameCount(), 1u);
+    TshadingFrames::release(big);
+    frames.acquire(&a, 1, 300, fresh);
+    EXPECT_TRUE(fresh);
+    EXPECT_EQ(frames.framesMade(), 4u);
+    EXPECT_EQ(frames.framesReused(), 1u);
 }
 
 TEST(ShadingOpus, EachNodeComputesOncePerBatch) {
@@ -214,6 +293,9 @@ TEST(ShadingOpus, LazyInputsComputeOnlyForTheirRuns) {
         bool lazy;
         int firstSamples, secondSamples;
     } cases[] = {{true, choosingFirst(), 64 - choosingFirst()}, {false, 64, 64}};
+    // A kept frame starts each batch with nothing computed, as a new one does.
+    TshadingFrames frames;
+    TshadingFramesScope scope(&frames);
     for (auto& c : cases) {
         MixNetwork net(c.lazy);
         TshadingOpus* opus = net.analyse();
@@ -221,11 +303,11 @@ TEST(ShadingOpus, LazyInputsComputeOnlyForTheirRuns) {
         EXPECT_EQ(opus->program().segmentCount > 1, c.lazy);
         TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
         for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(alternating(i));
-        opus->shade(batch.size(), batch.data());
-        EXPECT_EQ(net.first->counters.samples, c.firstSamples) << c.lazy;
-        EXPECT_EQ(net.second->counters.samples, c.secondSamples) << c.lazy;
+        for (int round = 1; round <= 2; ++round) opus->shade(batch.size(), batch.data());
+        EXPECT_EQ(net.first->counters.samples, 2 * c.firstSamples) << c.lazy;
+        EXPECT_EQ(net.second->counters.samples, 2 * c.secondSamples) << c.lazy;
         if (c.lazy) {
-            EXPECT_EQ(net.first->counters.computes, 7);
+            EXPECT_EQ(net.first->counters.computes, 14);
         }
         for (unsigned i = 0; i < kBatchSize; ++i) {
             T2Float p = alternating(i);
@@ -271,9 +353,23 @@ TEST(ShadingOpus, ShadeTouchesNoHeap) {
     TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
     for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(alternating(i));
     opus->shade(batch.size(), batch.data());  // first run: on-demand steps
+    // Room for one frame and a half: the two programs' kept frames are
+    // dropped and carved again in turn.
+    TshadingFrames frames(opus->keptFrameSize() * 3 / 2);
+    MixNetwork other(true);
+    TshadingOpus* second = other.analyse();
+    ASSERT_NE(second, nullptr);
+    second->shade(batch.size(), batch.data());
     TallocationCounter counter;
-    for (int round = 0; round < 4; ++round) opus->shade(batch.size(), batch.data());
+    for (TshadingFrames* kept : {static_cast<TshadingFrames*>(nullptr), &frames}) {
+        TshadingFramesScope scope(kept);
+        for (int round = 0; round < 4; ++round) {
+            opus->shade(batch.size() - round, batch.data());
+            second->shade(batch.size(), batch.data());
+        }
+    }
     EXPECT_EQ(counter.allocations(), 0u);
+    EXPECT_EQ(frames.framesMade(), 8u);
 }
 
 TEST(ShadingOpus, ThreadsShareOneProgram) {
@@ -288,6 +384,9 @@ TEST(ShadingOpus, ThreadsShareOneProgram) {
     std::vector<std::thread> threads;
     for (unsigned t = 0; t < kThreads; ++t)
         threads.emplace_back([&, t] {
+            // Half the threads keep their frames, as render threads do.
+            TshadingFrames frames;
+            TshadingFramesScope scope(t % 2 ? &frames : nullptr);
             TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
             for (unsigned r = 0; r < kRounds; ++r) {
                 fill(batch);
