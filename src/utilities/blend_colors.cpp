@@ -11,6 +11,12 @@ bool TdnVSBlendColors::setupDependencies(TdependencyMatrix& m) {
 }
 
 void TdnBlendColors::analyse(TDNshadingEngine*, TSEnodeDescription* description, void*, TbitField64&) {
+    // A blender nothing drives, strictly between 0 and 1, reads both colours
+    // for every sample: computing them on demand would only add the
+    // segments' bookkeeping. Otherwise a sample reads what its weight needs.
+    float blender = 0;
+    getAttributeValue(&attrBlender(), &blender);
+    if (!anyInputDriven(*this, {&attrBlender()}) && blender > 0.0f && blender < 1.0f) return;
     description->markLazyInput(attrColor1());
     description->markLazyInput(attrColor2());
 }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "framework/host/command_engine.h"
+#include "shading/program_listing.h"
 #include "utilities/arithmetic.h"
 #include "utilities/blend_colors.h"
 #include "utilities/color_correct.h"
@@ -54,8 +55,9 @@ TEST(LazyInputs, BlendReadsEachColourOnlyWhereItsWeightIsNotZero) {
 }
 
 // A constant blender takes one loop for the whole batch; at 0 and 1 the
-// colour it does not weigh is never computed, and the result has the bits of
-// the scalar pull in every case.
+// colour it does not weigh is never computed, and between them both colours
+// run in the straight-line program, with no segment computed on demand. The
+// result has the bits of the scalar pull in every case.
 TEST(LazyInputs, ConstantBlenderReadsOnlyTheColoursItWeighs) {
     struct Case {
         float blender;
@@ -73,6 +75,9 @@ TEST(LazyInputs, ConstantBlenderReadsOnlyTheColoursItWeighs) {
         auto out = net.shade(in);
         EXPECT_EQ(first->samples, k.readsFirst ? 64 : 0) << k.blender;
         EXPECT_EQ(second->samples, k.readsSecond ? 64 : 0) << k.blender;
+        std::string listing, error;
+        ASSERT_TRUE(shadingProgramListing(net.graph, "test", net.group->name().asC(), "surfaceColorTransparency", listing, error)) << error;
+        EXPECT_EQ(listing.find("segments: 1\n") != std::string::npos, k.readsFirst && k.readsSecond) << k.blender << "\n" << listing;
         auto scalar = net.pull(in);
         ASSERT_EQ(out.size(), in.size());
         for (unsigned i = 0; i < in.size(); ++i) {
