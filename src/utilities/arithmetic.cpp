@@ -51,7 +51,7 @@ bool TdnMultiplyDivide::vectorComputePlug(const Tplug& plug, TdataBlock& block, 
     const TtripleOut to(block.outputValue(attrOutput(), first, count));
     withTripleLane(block.inputValue(attrInput1(), first, count), [&](auto x) {
         withTripleLane(fInput2, block, attrInput2(), first, count, [&](auto y) {
-            for (unsigned i = first; i < first + count; ++i) to.put(i, x[i] * y[i]);
+            forEachSample(first, count, [&](unsigned i) { to.put(i, x[i] * y[i]); });
         });
     });
     block.setClean(attrOutput());

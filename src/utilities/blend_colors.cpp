@@ -55,16 +55,16 @@ bool TdnBlendColors::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
         if (one && two)
             withTripleLane(fColor1, block, attrColor1(), first, count, [&](auto x) {
                 withTripleLane(fColor2, block, attrColor2(), first, count, [&](auto y) {
-                    for (unsigned i = first; i < first + count; ++i) to.put(i, x[i] * w + y[i] * rest);
+                    forEachSample(first, count, [&](unsigned i) { to.put(i, x[i] * w + y[i] * rest); });
                 });
             });
         else if (one)
             withTripleLane(fColor1, block, attrColor1(), first, count, [&](auto x) {
-                for (unsigned i = first; i < first + count; ++i) to.put(i, x[i] * w);
+                forEachSample(first, count, [&](unsigned i) { to.put(i, x[i] * w); });
             });
         else
             withTripleLane(fColor2, block, attrColor2(), first, count, [&](auto y) {
-                for (unsigned i = first; i < first + count; ++i) to.put(i, Tf4{} + y[i] * rest);
+                forEachSample(first, count, [&](unsigned i) { to.put(i, Tf4{} + y[i] * rest); });
             });
         block.setClean(attrOutput());
         return true;

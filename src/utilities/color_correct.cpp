@@ -48,7 +48,7 @@ bool TdnClampColor::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsi
         withTripleLane(fMin, block, attrMin(), first, count, [&](auto a) {
             withTripleLane(fMax, block, attrMax(), first, count, [&](auto b) {
                 // The upper bound wins when the bounds cross.
-                for (unsigned i = first; i < first + count; ++i) to.put(i, minLanes(maxLanes(x[i], a[i]), b[i]));
+                forEachSample(first, count, [&](unsigned i) { to.put(i, minLanes(maxLanes(x[i], a[i]), b[i])); });
             });
         });
     });
@@ -121,7 +121,7 @@ bool TdnReverse::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
     const TtripleOut to(out);
     const Tf4 one = Tf4{} + 1.0f;
     withTripleLane(in, [&](auto x) {
-        for (unsigned i = first; i < first + count; ++i) to.put(i, one - x[i]);
+        forEachSample(first, count, [&](unsigned i) { to.put(i, one - x[i]); });
     });
     block.setClean(attrOutput());
     return true;

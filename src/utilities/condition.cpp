@@ -66,8 +66,8 @@ bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
             const float second = b.asFloat(0);
             withLane<float>(a, [&](auto x) {
                 switch (operation) {
-                    case kGreaterThan: for (unsigned i = 0; i < n; ++i) flags[i] = x[base + i] > second; break;
-                    case kLessThan: for (unsigned i = 0; i < n; ++i) flags[i] = x[base + i] < second; break;
+                    case kGreaterThan: forEachSample(0, n, [&](unsigned i) { flags[i] = x[base + i] > second; }); break;
+                    case kLessThan: forEachSample(0, n, [&](unsigned i) { flags[i] = x[base + i] < second; }); break;
                     default: for (unsigned i = 0; i < n; ++i) flags[i] = sTest(operation, x[base + i], second); break;
                 }
             });
@@ -76,7 +76,7 @@ bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
         }
         forEachRun(base, n, [&](unsigned i) { return flags[i - base]; }, [&](unsigned begin, unsigned end, bool pick) {
             TdataHandle c = block.inputValue(pick ? attrColorIfTrue() : attrColorIfFalse(), begin, end - begin);
-            for (unsigned i = begin; i < end; ++i) out.asFloat3(i) = c.asFloat3(i);
+            forEachSample(begin, end - begin, [&](unsigned i) { out.asFloat3(i) = c.asFloat3(i); });
         });
     }
     block.setClean(attrOutColor());

@@ -118,6 +118,15 @@ struct TtripleOut {
     void put(unsigned i, const Tf4& v) const { storeTriple(base + stride * i, v); }
 };
 
+// Calls f(i) for each sample of a run. A triple loop's body is a handful
+// of instructions, so the loop's own counting is a large share of it: the
+// compiler is asked to unroll.
+template <class F>
+inline void forEachSample(unsigned first, unsigned count, F&& f) {
+#pragma GCC unroll 4
+    for (unsigned i = first; i < first + count; ++i) f(i);
+}
+
 // Calls f with the triple lane of `h`: constant (read once) or variable.
 template <class F>
 void withTripleLane(const TdataHandle& h, F&& f) {
