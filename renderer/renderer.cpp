@@ -634,7 +634,7 @@ bool Trenderer::renderPass(TdependGraph& graph, const std::string& sceneFile, co
         Tworker& w = *workers[size_t(member)];
         // Lights and materials trace through this worker's tracer.
         TcurrentRaySamplerScope tracing(&w.tracer);
-        TshadingFramesScope keep(&w.frames);
+        TshadingFramesScope keep(options.keepShadingFrames ? &w.frames : nullptr);
         tileRenderer.render(w, tiles[t]);
         if (options.progress) {
             std::lock_guard<std::mutex> lock(progressLock);
@@ -648,6 +648,8 @@ bool Trenderer::renderPass(TdependGraph& graph, const std::string& sceneFile, co
         fStatistics.shadowRays += w->tracer.counters.shadowRays;
         fStatistics.shadedSamples += w->shaded + w->tracer.counters.shadedSamples;
         if (w->fog) fStatistics.fogIntervals += w->fog->intervals;
+        fStatistics.framesMade += w->frames.framesMade();
+        fStatistics.framesReused += w->frames.framesReused();
         fStatistics.intersectSeconds += double(w->cameraIntersectNs + w->tracer.counters.intersectNs) * 1e-9;
         fStatistics.shadeSeconds += double(w->shadeNs) * 1e-9;
         fStatistics.threadSeconds += double(w->tileNs) * 1e-9;

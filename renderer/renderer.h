@@ -26,6 +26,7 @@ struct TrenderOptions {
     int tileSize = 16;
     std::string camera;              // node name or path; "" for the first renderable
     bool postEffects = true;         // shader glow and the lights' optical effects
+    bool keepShadingFrames = true;   // each thread keeps the programs' frames between batches (TshadingFrames)
     // Layers added to the image, by the names of renderPasses().
     std::vector<std::string> passes;
     // Called as tiles finish, with the count done and the total over the
@@ -41,6 +42,7 @@ struct TrenderStatistics {
     uint64_t cameraRays = 0, secondaryRays = 0, shadowRays = 0;
     uint64_t shadedSamples = 0;
     uint64_t fogIntervals = 0;    // volume intervals shaded for fog
+    uint64_t framesMade = 0, framesReused = 0;  // kept frames carved, and batches that found theirs
     unsigned threads = 0;
 };
 

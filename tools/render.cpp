@@ -176,9 +176,10 @@ int renderFrame(const TrenderCommand& c, TrenderOptions options, const int* fram
         // thread's time, so they exceed the wall time on several threads.
         std::fprintf(stderr,
                      "wall time %.3f s on %u threads; summed over threads: busy %.3f s, ray intersection %.3f s, "
-                     "shading %.3f s; %llu samples shaded\n",
+                     "shading %.3f s; %llu samples shaded; frames kept by the threads: %llu made, %llu reused\n",
                      s.wallSeconds, s.threads, s.threadSeconds, s.intersectSeconds, s.shadeSeconds,
-                     static_cast<unsigned long long>(s.shadedSamples));
+                     static_cast<unsigned long long>(s.shadedSamples), static_cast<unsigned long long>(s.framesMade),
+                     static_cast<unsigned long long>(s.framesReused));
     }
     for (const std::string& file : written) std::cout << file << "\n";
     return kExitOk;

@@ -16,6 +16,7 @@ struct TrenderRun {
     std::vector<std::string> warnings;
     std::string error;
     bool ok = false;
+    TrenderStatistics statistics;
 };
 
 // Loads `text` (as the file `path`, for relative names) and renders it.
@@ -30,6 +31,7 @@ inline TrenderRun renderText(const std::string& text, const TrenderOptions& opti
     Trenderer renderer;
     run.ok = renderer.render(graph, path, options, run.image, run.error);
     run.warnings = renderer.warnings();
+    run.statistics = renderer.statistics();
     return run;
 }
 

@@ -1,6 +1,7 @@
-// Renders as a whole: the same image whatever the thread count and however
-// often it is rendered, regions that agree with the full image, and every
-// class of bad input reported, not crashed on.
+// Renders as a whole: the same image whatever the thread count, however
+// often it is rendered and wherever the engine's frames live, regions that
+// agree with the full image, and every class of bad input reported, not
+// crashed on.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -62,6 +63,15 @@ TEST(RenderRun, TheSameImageWhateverTheThreadsAndHoweverOftenRendered) {
     EXPECT_GT(coveredPixels(one.image), 61u * 45u / 2);
     EXPECT_TRUE(sameBits(one.image, two.image)) << "one and two threads";
     EXPECT_TRUE(sameBits(two.image, again.image)) << "a second render in the same process";
+    // The threads keep the programs' frames from batch to batch; frames made
+    // per batch on the stack give the same bits.
+    EXPECT_GT(two.statistics.framesReused, 10 * two.statistics.framesMade);
+    TrenderOptions onTheStack = options(2);
+    onTheStack.keepShadingFrames = false;
+    TrenderRun stack = renderText(text, onTheStack, dir.file("scene.json"));
+    ASSERT_TRUE(stack.ok) << stack.error;
+    EXPECT_EQ(stack.statistics.framesReused, 0u);
+    EXPECT_TRUE(sameBits(stack.image, two.image)) << "frames on the stack";
     // And a change shows: fewer samples per pixel give another image.
     TrenderRun other = renderText(text, options(2, 1), dir.file("scene.json"));
     ASSERT_TRUE(other.ok);
