@@ -62,22 +62,6 @@ Tinputs with(auto change) {
 
 }  // namespace
 
-TEST(ImageNameExpansion, WorkedExamples) {
-    TcommandCapture quiet;  // repairs warn
-    runCases({
-        {"%s.%4n.%e", {}, "shot.0007.iff"},
-        {"img_@@@.%e", {}, "img_007.iff"},
-        {"%/c%s%_2n", {}, "persp/shot_07"},
-        {"%s.%4n", with([](Tinputs& i) { i.frame = -7; }), "shot.-007"},
-        {"%s", with([](Tinputs& i) { i.scene = "a:b"; }), "a_b"},
-    });
-    // A pattern repaired for a frame, then expanded.
-    const std::string fixed = fix("%s%.e", true, false, false);
-    EXPECT_EQ(fixed, "%s%_4n%.e");
-    EXPECT_EQ(expand(fixed), "shot_0007.iff");
-    EXPECT_EQ(TimageName::fixNumberPattern("img_@@@.%e").str(), "img_%3n.%e");
-}
-
 TEST(ImageNameExpansion, TokensTagsAndTheValuesTheyTake) {
     const Tinputs fgV2 = with([](Tinputs& i) {
         i.layer = "fg";
@@ -232,6 +216,8 @@ TEST(ImageNamePatternRepair, AddsWhatIsMissing) {
     };
     for (const Tcase& c : cases)
         EXPECT_EQ(fix(c.pattern, c.frame, c.camera, c.layer), c.expected) << c.pattern;
+    // The shorthand alone is rewritten without asking for a frame.
+    EXPECT_EQ(TimageName::fixNumberPattern("img_@@@.%e").str(), "img_%3n.%e");
 }
 
 TEST(ImageNamePatternRepair, RepairedPatternsNeedNoFurtherRepairAndKeepNamesApart) {

@@ -25,8 +25,6 @@ TEST(NameCommand, ExpandsPatterns) {
     };
     const Tcase cases[] = {
         {plus({"name", "%s.%4n.%e"}), "shot.0007.iff\n"},
-        {plus({"name", "img_@@@.%e"}), "img_007.iff\n"},
-        {plus({"name", "%/c%s%_2n"}), "persp/shot_07\n"},
         {plus({"name", "%s.%4n.%e", "--keep-number"}), "shot.%4n.iff\n"},
         {plus({"name", "%/l%s%_l.%e", "--layer", "fg", "--pass", "specular"}), "fg_specular/shot_fg_specular.iff\n"},
         {plus({"name", "<Camera>/%s", "--field", "odd"}), "persp_odd/shot\n"},
@@ -48,9 +46,7 @@ TEST(NameCommand, RepairsPatterns) {
     };
     const Tcase cases[] = {
         {{"name", "--fix", "%s%.e", "--need-frame"}, "%s%_4n%.e\n"},
-        {{"name", "--fix", "render", "--need-camera"}, "%/crender\n"},
         {{"name", "--fix", "render", "--need-camera", "--need-layer"}, "%/l%/crender\n"},
-        {{"name", "--fix", "img.#.%e", "--need-frame"}, "img.%4n.%e\n"},
         {{"name", "--fix", "%s"}, "%s\n"},
     };
     for (const Tcase& c : cases) {

@@ -321,11 +321,10 @@ TEST(ImageFormats, TableIsConsistent) {
     EXPECT_EQ(TimageFormats::sParse("TOVI iff"), TimageFormats::sFind(TimageFormats::kIFF));
     EXPECT_EQ(TimageFormats::sParse(""), nullptr);
     EXPECT_EQ(TimageFormats::sParse("7x"), nullptr);
-}
-
-TEST(ImageFormats, MultiframeNumbers) {
+    // The movie formats by number, and no number off the table.
     const std::set<int> multi{21, 22, 23, 60, 62, 63};
     for (int n = -1; n < 100; ++n) EXPECT_EQ(TimageFormats::sIsMultiframe(n), multi.count(n) == 1) << n;
+    for (const TimageFormatInfo& f : TimageFormats::sAll()) EXPECT_EQ(f.multiFrame, multi.count(f.number) == 1) << f.key;
 }
 
 TEST(ImageFormats, LibraryNamesAndExtensions) {
