@@ -9,15 +9,11 @@
 #include "scene/scene_writer.h"
 
 namespace {
-std::string fileWith(const std::string& attributes) {
-    return R"({"nodes": [{"type": "sceneTestNode", "name": "n", "attributes": {)" + attributes + "}}]}";
-}
-
 // The graph a file with one node "n" holding `attributes` loads into; false
 // with the loader's first message when the file is refused.
 bool loadFile(const std::string& attributes, TdependGraph& graph, std::string& message) {
     TsceneLoader loader;
-    if (loader.loadText(fileWith(attributes), "f", graph)) return true;
+    if (loader.loadText(sceneTestNodeFile(attributes), "f", graph)) return true;
     message = loader.errors().front().message;
     return false;
 }

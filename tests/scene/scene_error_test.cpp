@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 
 #include "framework/host/dag.h"
 #include "framework/host/depend_graph.h"
@@ -11,7 +10,6 @@
 #include "scene/scene_loader.h"
 #include "scene/scene_test_node.h"
 #include "scene/scene_writer.h"
-#include "support/temp_dir.h"
 
 namespace {
 // The line and column of the first character of `marker` in `text`, found
@@ -232,15 +230,6 @@ TEST(SceneErrors, EveryProblemIsReportedOnceInFileOrder) {
     ASSERT_TRUE(loader.loadText(scene({node(kTwo)}), "good.json", p.graph));
     EXPECT_TRUE(loader.errors().empty());
     EXPECT_EQ(p.graph.nodeCount(), 3u);
-}
-
-TEST(SceneErrors, UnreadableFileHasNoPlace) {
-    TtestTempDir dir;
-    TdependGraph graph;
-    TsceneLoader loader;
-    EXPECT_FALSE(loader.load(dir.file("missing.json"), graph));
-    ASSERT_EQ(loader.errors().size(), 1u);
-    EXPECT_EQ(loader.errors()[0].text(), dir.file("missing.json") + ": cannot open the file");
 }
 
 TEST(JsonPositions, EveryValueAndKeyIsWhereTheTextHasIt) {

@@ -76,5 +76,7 @@ TEST(SceneLimits, FoldersAndEmptyFilesAreNamedAsSuch) {
         ASSERT_EQ(loader.errors().size(), 1u) << c.path;
         EXPECT_EQ(loader.errors()[0].file, c.path);
         EXPECT_NE(loader.errors()[0].message.find(c.message), std::string::npos) << loader.errors()[0].text();
+        // No line or column: the fault is the file's, not a place in it.
+        EXPECT_EQ(loader.errors()[0].text(), c.path + ": " + loader.errors()[0].message);
     }
 }

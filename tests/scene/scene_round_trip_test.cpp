@@ -173,10 +173,6 @@ std::string loadAndSave(const std::string& text) {
     EXPECT_TRUE(ok) << (loader.errors().empty() ? "" : loader.errors()[0].text());
     return TsceneWriter::toText(graph);
 }
-
-std::string sceneWith(const std::string& attributes) {
-    return R"({"nodes": [{"type": "sceneTestNode", "name": "n", "attributes": {)" + attributes + "}}]}";
-}
 }  // namespace
 
 TEST(SceneRoundTrip, GraphSurvivesSaveAndLoadAndTextIsStable) {
@@ -321,15 +317,15 @@ TEST(SceneRoundTrip, EveryAcceptedSpellingReadsAsTheWrittenOne) {
         {"infinity as text", R"("gain": "inf", "weight": "-inf")", R"("weight": "-inf", "gain": "inf")"},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(loadAndSave(sceneWith(c.a)), loadAndSave(sceneWith(c.b))) << c.what;
+        EXPECT_EQ(loadAndSave(sceneTestNodeFile(c.a)), loadAndSave(sceneTestNodeFile(c.b))) << c.what;
     }
     // Values between enumeration fields are kept as numbers.
-    EXPECT_EQ(entryNamed(parsed(loadAndSave(sceneWith(R"("mode": 5)"))), "n")["attributes"]["mode"], 5);
-    EXPECT_EQ(entryNamed(parsed(loadAndSave(sceneWith(R"("mode": 0)"))), "n")["attributes"]["mode"], "add");
+    EXPECT_EQ(entryNamed(parsed(loadAndSave(sceneTestNodeFile(R"("mode": 5)"))), "n")["attributes"]["mode"], 5);
+    EXPECT_EQ(entryNamed(parsed(loadAndSave(sceneTestNodeFile(R"("mode": 0)"))), "n")["attributes"]["mode"], "add");
 }
 
 TEST(SceneRoundTrip, StoredPathsStayAsWrittenAndResolveBesideTheScene) {
-    const std::string text = loadAndSave(sceneWith(R"("fileName": "../maps/wood.png")"));
+    const std::string text = loadAndSave(sceneTestNodeFile(R"("fileName": "../maps/wood.png")"));
     EXPECT_EQ(entryNamed(parsed(text), "n")["attributes"]["fileName"], "../maps/wood.png");
     struct Case {
         const char* scene;

@@ -84,3 +84,9 @@ public:
     // outValue = gain * weight
     bool computePlug(const Tplug& plug, TdataBlock& block) override;
 };
+
+// A scene file of one such node named "n" holding `attributes` (JSON members).
+#include <string>
+inline std::string sceneTestNodeFile(const std::string& attributes) {
+    return R"({"nodes": [{"type": "sceneTestNode", "name": "n", "attributes": {)" + attributes + "}}]}";
+}
