@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "cache_tile.h"
 #include "child_process.h"
 #include "framework/host/command_engine.h"
 #include "memory/global_render_cache.h"
@@ -18,23 +19,6 @@
 #include "support/temp_dir.h"
 
 namespace {
-class Ttile : public TcacheProxy {
-public:
-    Ttile(TrenderCache& cache, unsigned size) : fCache(cache), fSize(size) {}
-    int enterCache(void*) override { return (fData = fCache.allocate(fSize)) ? 0 : -1; }
-    int leaveCache(void*) override {
-        ++leaves;
-        fCache.deallocate(fData);
-        return 0;
-    }
-    int leaves = 0;
-
-private:
-    TrenderCache& fCache;
-    unsigned fSize;
-    void* fData = nullptr;
-};
-
 const char* childPath() { return std::getenv("SHADENET_CHILD_PATH"); }
 
 void expectRan(const TchildRun& run, int exitCode = 0) {
@@ -55,8 +39,8 @@ TEST(LoadSwitchChild, DISABLED_CapStaysWithoutGrowth) {
     ASSERT_NE(p, nullptr);
     EXPECT_EQ(cache.maximumMemorySize(), 1000u);
     // Every later allocation over the cap sweeps the whole list first.
-    Ttile a(cache, 64), b(cache, 64);
-    cache.lock(a), cache.unlock(a), cache.lock(b), cache.unlock(b);
+    TcacheTile a(cache, 64), b(cache, 64);
+    a.touch(), b.touch();
     void* q = cache.allocate(4000);
     EXPECT_EQ(a.leaves + b.leaves, 2);
     EXPECT_EQ(cache.idleCount(), 0u);
@@ -85,12 +69,12 @@ TEST(LoadSwitches, GrowthOffKeepsTheCapAndTracesOnce) {
 TEST(LoadSwitchChild, DISABLED_IdleLimitFromTheEnvironment) {
     TrenderCache cache(4294967295u, TmallocAllocator::mallocAllocator());
     ASSERT_EQ(cache.idleLimit(), 2u);
-    Ttile a(cache, 64), b(cache, 64), c(cache, 64);
-    cache.lock(a), cache.unlock(a);
+    TcacheTile a(cache, 64), b(cache, 64), c(cache, 64);
+    a.touch();
     EXPECT_EQ(a.leaves, 0);
-    cache.lock(b), cache.unlock(b);  // the second idle entry evicts the oldest
+    b.touch();  // the second idle entry evicts the oldest
     EXPECT_EQ(a.leaves, 1);
-    cache.lock(c), cache.unlock(c);
+    c.touch();
     EXPECT_EQ(b.leaves, 1);
     EXPECT_EQ(cache.idleCount(), 1u);
 }

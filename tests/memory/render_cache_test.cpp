@@ -10,42 +10,13 @@
 #include <thread>
 #include <vector>
 
+#include "cache_tile.h"
 #include "framework/host/allocator.h"
 #include "memory/global_render_cache.h"
 #include "memory/render_cache_allocator.h"
 
 namespace {
 constexpr unsigned kHuge = 4294967295u;
-
-// A tile whose contents live in the render cache while it is in memory.
-class Ttile : public TcacheProxy {
-public:
-    Ttile(TrenderCache& cache, unsigned size, char name, std::string* log)
-        : fCache(cache), fSize(size), fName(name), fLog(log) {}
-    int enterCache(void*) override {
-        fData = fCache.allocate(fSize);
-        return fData ? 0 : -1;
-    }
-    int leaveCache(void*) override {
-        if (refuse) return 1;
-        if (fLog) *fLog += fName;
-        fCache.deallocate(fData);
-        fData = nullptr;
-        return 0;
-    }
-    void touch() {
-        fCache.lock(*this);
-        fCache.unlock(*this);
-    }
-    bool refuse = false;
-
-private:
-    TrenderCache& fCache;
-    unsigned fSize;
-    char fName;
-    std::string* fLog;
-    void* fData = nullptr;
-};
 
 TrenderCache makeCache(unsigned cap, unsigned pageSize = 65536) {
     return TrenderCache(TmallocAllocator::mallocAllocator(), cap, pageSize, kHuge);
@@ -58,9 +29,9 @@ TEST(RenderCacheEviction, RequestReachingTheCapExactlyCountsAsOver) {
         bool evicts;
     };
     for (const Case c : {Case{0, true}, Case{16, true}, Case{-16, false}, Case{-1, false}}) {
-        TrenderCache cache(TmallocAllocator::mallocAllocator(), kHuge, 65536, kHuge);
+        TrenderCache cache = makeCache(kHuge);
         std::string evicted;
-        Ttile a(cache, 256, 'A', &evicted);
+        TcacheTile a(cache, 256, 'A', &evicted);
         a.touch();
         ASSERT_EQ(cache.allocatedMemory(), 256u);
         const unsigned size = 512;
@@ -87,7 +58,7 @@ TEST(RenderCacheEviction, SweepEndsWhenAFreedBlockFitsTheRequest) {
     for (const Case c : {Case{256, "A", 256}, Case{257, "AB", 528}, Case{528, "AB", 528}, Case{529, "ABC", 800}}) {
         TrenderCache cache = makeCache(kHuge);
         std::string evicted;
-        Ttile a(cache, 256, 'A', &evicted), b(cache, 256, 'B', &evicted), cc(cache, 256, 'C', &evicted);
+        TcacheTile a(cache, 256, 'A', &evicted), b(cache, 256, 'B', &evicted), cc(cache, 256, 'C', &evicted);
         a.touch();
         b.touch();
         cc.touch();
@@ -128,7 +99,7 @@ TEST(RenderCacheGrowth, CapRisesBySizePlusMarginOnlyWhenNothingLeaves) {
     for (const Case& c : cases) {
         TrenderCache cache = makeCache(kHuge);
         std::string evicted;
-        Ttile tile(cache, 256, 'T', &evicted);
+        TcacheTile tile(cache, 256, 'T', &evicted);
         void* pin = nullptr;
         if (c.idleTile) {
             tile.touch();
@@ -148,7 +119,7 @@ TEST(RenderCacheGrowth, CapRisesBySizePlusMarginOnlyWhenNothingLeaves) {
 TEST(RenderCacheGrowth, SumThatWrapsPast32BitsCountsAsNotOver) {
     TrenderCache cache = makeCache(kHuge);
     std::string evicted;
-    Ttile tile(cache, 256, 'T', &evicted);
+    TcacheTile tile(cache, 256, 'T', &evicted);
     tile.touch();
     cache.reallySetMaximumMemorySize(1000);
     // 256 + (2^32 - 100) wraps to 156, under the cap: no eviction, no growth.
@@ -179,7 +150,7 @@ TEST(RenderCacheCap, SetOnlyRaisesReallySetAlsoLowers) {
 TEST(RenderCacheCap, LoweringEvictsNothingUntilTheNextAllocation) {
     TrenderCache cache = makeCache(kHuge);
     std::string evicted;
-    Ttile a(cache, 1024, 'A', &evicted), b(cache, 1024, 'B', &evicted);
+    TcacheTile a(cache, 1024, 'A', &evicted), b(cache, 1024, 'B', &evicted);
     a.touch();
     b.touch();
     cache.reallySetMaximumMemorySize(512);
@@ -216,7 +187,7 @@ TEST(RenderCacheAllocator, ArenaPagesDrawnThroughTheCacheCountInItsBudget) {
 TEST(RenderCacheAllocator, ArenaPageRequestEvictsIdleTiles) {
     TrenderCache cache = makeCache(kHuge);
     std::string evicted;
-    Ttile a(cache, 4096, 'A', &evicted);
+    TcacheTile a(cache, 4096, 'A', &evicted);
     a.touch();
     cache.reallySetMaximumMemorySize(8192);
     TstackArena frame(cache.asArenaAllocator(), 8192);
