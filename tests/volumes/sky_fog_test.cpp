@@ -5,6 +5,7 @@
 #include <cmath>
 #include <functional>
 #include <random>
+#include <string>
 
 #include "volumes/sky_fog.h"
 
@@ -265,48 +266,37 @@ TEST(SkyFogSky, ThinAtmosphereFromTheGroundUp) {
     EXPECT_TRUE(std::isfinite(color.y));
 }
 
-TEST(SkyFogWater, StraightDownThroughTheSurface) {
+// Water fills y < 0. Each ray runs `inAir` through the fog above the surface
+// and `inWater` below it; the plain water type has no fog density.
+TEST(SkyFogWater, RaysAttenuateByTheirPathsInAirAndInWater) {
+    struct Case { int type; double fogDensity; T4dDblPoint p; T4dDblVector d; double distance, inAir, inWater; };
+    const Case cases[] = {
+        {kWater, 0, {0, 10, 0}, {0, -1, 0}, 30, 10, 20},  // down through the surface
+        {kWater, 0, {0, -5, 0}, {1, 0, 0}, 7, 0, 7},      // level below it
+        {kWater, 0, {0, 5, 0}, {1, 0, 0}, 7, 7, 0},       // level above: no fog at all
+        {kWaterFog, 0.05, {0, 10, 0}, {0, -1, 0}, 30, 10, 20},
+        {kWaterFog, 0.05, {0, -10, 0}, {0, 1, 0}, 30, 20, 10},  // up out of the water
+    };
+    const double water = extinction(0.5, 0.1);
     TskyFog fog;
-    fog.setFogType(kWater);
-    fog.setFogDensity(0);
-    fog.setWaterDensity(0.1);
-    fog.setWaterOpacity(gray(0.5));
-    fog.setWaterColor({0.1, 0.3, 0.5});
-    fog.setSunIntensity(1);
-    fog.init();
-    // From 10 above the surface down 30: 20 in water.
-    T3Double color, transparency;
-    ASSERT_TRUE(fog.getFog({0, 10, 0}, {0, -1, 0}, 30, color, transparency));
-    const double e = extinction(0.5, 0.1);
-    EXPECT_NEAR(transparency.x, std::exp(-e * 20), 1e-12);
-    // Level ray below the surface: wholly in water.
-    ASSERT_TRUE(fog.getFog({0, -5, 0}, {1, 0, 0}, 7, color, transparency));
-    EXPECT_NEAR(transparency.y, std::exp(-e * 7), 1e-12);
-    // Level ray above: no water at all.
-    EXPECT_FALSE(fog.getFog({0, 5, 0}, {1, 0, 0}, 7, color, transparency));
-    EXPECT_EQ(transparency, gray(1));
-}
-
-TEST(SkyFogWater, MixedTypesChainAirAndWater) {
-    TskyFog fog;
-    fog.setFogType(kWaterFog);
-    fog.setFogDensity(0.05);
-    fog.setFogOpacity(gray(0.5));
-    fog.setWaterDensity(0.1);
-    fog.setWaterOpacity(gray(0.5));
-    fog.setSunIntensity(1);
-    fog.init();
-    T3Double color, transparency;
-    // From 10 above the water, down 30: 10 of air, then 20 of water.
-    ASSERT_TRUE(fog.getFog({0, 10, 0}, {0, -1, 0}, 30, color, transparency));
-    const double air = extinction(0.5, 0.05), water = extinction(0.5, 0.1);
-    EXPECT_NEAR(transparency.x, std::exp(-air * 10) * std::exp(-water * 20), 1e-12);
-    // Starting in the water, going up 30: 10 of water, then 20 of air.
-    ASSERT_TRUE(fog.getFog({0, -10, 0}, {0, 1, 0}, 30, color, transparency));
-    EXPECT_NEAR(transparency.x, std::exp(-water * 10) * std::exp(-air * 20), 1e-12);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.type) + " from height " + std::to_string(c.p.y));
+        fog.setFogType(c.type);
+        fog.setFogDensity(c.fogDensity);
+        fog.setFogOpacity(gray(0.5));
+        fog.setWaterDensity(0.1);
+        fog.setWaterOpacity(gray(0.5));
+        fog.setWaterColor({0.1, 0.3, 0.5});
+        fog.setSunIntensity(1);
+        fog.init();
+        const double expected = std::exp(-extinction(0.5, c.fogDensity) * c.inAir - water * c.inWater);
+        T3Double color, transparency;
+        EXPECT_EQ(fog.getFog(c.p, c.d, c.distance, color, transparency), expected < 1);
+        for (int k = 0; k < 3; ++k) EXPECT_NEAR(transparency[k], expected, 1e-12);
+    }
     // Types 7 to 9 do nothing and leave the outputs alone.
     fog.setFogType(8);
-    color = gray(0.5);
+    T3Double color = gray(0.5), transparency;
     EXPECT_FALSE(fog.getFog({0, 10, 0}, {0, -1, 0}, 30, color, transparency));
     EXPECT_EQ(color, gray(0.5));
 }
