@@ -249,28 +249,6 @@ int beamSide(int x, int y) {
 }
 }  // namespace
 
-// A pixel whose ray crosses the cone shows fog, one whose ray misses it
-// shows none at all.
-TEST(FogRender, SpotLightFogLiesInsideTheConeOnly) {
-    TtestTempDir dir;
-    const TtestImage image = renderBeam(dir, "", "");
-    ASSERT_EQ(image.width, kSize);
-    int lit = 0, dark = 0;
-    for (int y = 0; y < kSize; ++y)
-        for (int x = 0; x < kSize; ++x) {
-            const int side = beamSide(x, y);
-            if (side > 0) {
-                EXPECT_GT(image.at(x, y, 0), 0.005) << "pixel " << x << " " << y << " inside the cone";
-                ++lit;
-            } else if (side < 0) {
-                EXPECT_EQ(image.at(x, y, 0), 0.0f) << "pixel " << x << " " << y << " outside the cone";
-                ++dark;
-            }
-        }
-    EXPECT_GT(lit, 30);
-    EXPECT_GT(dark, 100);
-}
-
 // The specular-only pass holds no light fog: the fog answers the light's
 // diffuse and ambient terms, which that pass leaves out.
 TEST(FogRender, TheSpecularPassHoldsNoLightFog) {
@@ -291,12 +269,13 @@ TEST(FogRender, TheSpecularPassHoldsNoLightFog) {
     EXPECT_GT(lit, 30) << "the beauty still shows the fog";
 }
 
-// A plate hidden from the camera shadows the far half (z < 0) of the beam
-// below it. Each ray of the side view crosses the beam along z, symmetric
-// about the axis, so of the points sampled along its interval exactly half
-// lie in shadow: the fog keeps 1 - min(1, 0.5 * fogShadowIntensity) of its
+// A pixel whose ray crosses the cone shows fog, one whose ray misses it
+// shows none at all. A plate hidden from the camera shadows the far half
+// (z < 0) of the beam below it. Each ray of the side view crosses the beam
+// along z, symmetric about the axis, so of the points sampled along its
+// interval exactly half lie in shadow: the fog keeps 1 - min(1, 0.5 * fogShadowIntensity) of its
 // light there, and all of it above the plate.
-TEST(FogRender, SpotLightFogTakesShadowsByFogShadowIntensity) {
+TEST(FogRender, SpotLightFogLiesInTheConeAndTakesShadowsByFogShadowIntensity) {
     const double plate = 1.5;  // height of the plate
     const std::string plateNodes = R"(,
     {"type": "transform", "name": "plateXf", "attributes": {"translate": [0, 1.5, -5]}},
@@ -305,6 +284,20 @@ TEST(FogRender, SpotLightFogTakesShadowsByFogShadowIntensity) {
     TtestTempDir dir;
     const TtestImage open = renderBeam(dir, ", \"useRayTraceShadows\": true", "");
     ASSERT_EQ(open.width, kSize);
+    int lit = 0, dark = 0;
+    for (int y = 0; y < kSize; ++y)
+        for (int x = 0; x < kSize; ++x) {
+            const int side = beamSide(x, y);
+            if (side > 0) {
+                EXPECT_GT(open.at(x, y, 0), 0.005f) << "pixel " << x << " " << y << " inside the cone";
+            } else if (side < 0) {
+                EXPECT_EQ(open.at(x, y, 0), 0.0f) << "pixel " << x << " " << y << " outside the cone";
+            }
+            lit += side > 0;
+            dark += side < 0;
+        }
+    EXPECT_GT(lit, 30);
+    EXPECT_GT(dark, 100);
     for (int strength : {1, 2}) {
         SCOPED_TRACE(strength);
         const std::string attributes = ", \"useRayTraceShadows\": true, \"volumeShadowSamples\": 8, \"fogShadowIntensity\": " +
