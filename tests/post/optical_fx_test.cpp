@@ -8,8 +8,13 @@
 #include "framework/host/depend_graph.h"
 #include "post/optical_fx.h"
 #include "post/post_messages.h"
+#include "short_image.h"
 
 namespace {
+// Half the tangent of the default camera's horizontal view: its film back
+// over twice its focal length, in inches.
+const double kTanHalf = 1.417 / (2 * 35 * 0.03937);
+
 struct TopticalFixture : ::testing::Test {
     TdependGraph graph;
     TdnOpticalFX* fx = nullptr;
@@ -33,8 +38,7 @@ struct TopticalFixture : ::testing::Test {
 
     // A grey image of w x h, effects added, in 16-bit pixels.
     std::vector<unsigned char> render(int w, int h, float grey = 20) {
-        std::vector<unsigned char> image(size_t(w) * h * 8);
-        for (size_t p = 0; p < image.size(); p += 8) postWritePixel(&image[p], kPostShortPixels, {grey, grey, grey, 255}, true);
+        std::vector<unsigned char> image = shortImage(w, h, grey, 255);
         fx->reset(view, light, nullptr);
         EXPECT_TRUE(fx->addOpticalFXtoArray(light, {0, 0, w, h}, (unsigned short)w, (unsigned short)h, image.data(), false,
                                             kPostShortPixels));
@@ -55,19 +59,17 @@ TEST_F(TopticalFixture, PixelDirectionsAreUnitAndFieldsDoubleTheRowStep) {
     fx->reset(view, light, nullptr);
     std::vector<unsigned char> row(64 * 8);
     ASSERT_TRUE(fx->addOpticalFXtoScanline(light, {0, 0, 64, 48}, 64, 48, 3, row.data(), false, kPostShortPixels));
-    const double tanHalf = 1.417 / (2 * 35 * 0.03937);
     for (auto [x, y] : {std::pair{0, 0}, {63, 47}, {31, 20}, {10, 40}}) {
         const T3Float d = fx->pixelDirection(x, y);
         // The exact direction: through the pixel centre on a plane at distance 1.
-        const double nx = (2 * (x + 0.5) / 64 - 1) * tanHalf, ny = (1 - 2 * (y + 0.5) / 48) * 0.75 * tanHalf;
+        const double nx = (2 * (x + 0.5) / 64 - 1) * kTanHalf, ny = (1 - 2 * (y + 0.5) / 48) * 0.75 * kTanHalf;
         const double n = std::sqrt(nx * nx + ny * ny + 1);
         EXPECT_NEAR(d.x, nx / n, 2e-6);
         EXPECT_NEAR(d.y, ny / n, 2e-6);
         EXPECT_NEAR(d.z, 1 / n, 2e-6);
     }
     // Field row y is frame row 2y: the two images agree there.
-    std::vector<unsigned char> frame = render(32, 24), field(size_t(32) * 12 * 8);
-    for (size_t p = 0; p < field.size(); p += 8) postWritePixel(&field[p], kPostShortPixels, {20, 20, 20, 255}, true);
+    std::vector<unsigned char> frame = render(32, 24), field = shortImage(32, 12, 20, 255);
     ASSERT_TRUE(fx->addOpticalFXtoArray(light, {0, 0, 32, 24}, 32, 24, field.data(), true, kPostShortPixels));
     for (int y = 0; y < 12; ++y)
         for (int x = 0; x < 32; x += 5)
@@ -96,9 +98,7 @@ TEST_F(TopticalFixture, NothingIsAddedWhereNoEffectCanShow) {
         setFloat("haloIntensity", 50);
         light.color = c.colour;
         light.position = c.position;
-        std::vector<unsigned char> before(size_t(40) * 30 * 8);
-        for (size_t p = 0; p < before.size(); p += 8) postWritePixel(&before[p], kPostShortPixels, {20, 20, 20, 255}, true);
-        EXPECT_EQ(render(40, 30), before) << c.what;
+        EXPECT_EQ(render(40, 30), shortImage(40, 30, 20, 255)) << c.what;
     }
 }
 
@@ -107,9 +107,8 @@ TEST_F(TopticalFixture, GlowAndHaloFallByTheirLawsAroundTheLight) {
     setFloat("glowSpread", 2);
     fx->reset(view, light, nullptr);
     const T3Double& p = fx->lightOnImage();
-    const double tanHalf = 1.417 / (2 * 35 * 0.03937);
-    EXPECT_NEAR(p.x, 1 / 10.0 / tanHalf, 1e-6);
-    EXPECT_NEAR(p.y, 0.5 / 10.0 / tanHalf, 1e-6);
+    EXPECT_NEAR(p.x, 1 / 10.0 / kTanHalf, 1e-6);
+    EXPECT_NEAR(p.y, 0.5 / 10.0 / kTanHalf, 1e-6);
     const double k = fx->glowSpreadConstant();
     const double s = 2 * 0.02;
     EXPECT_NEAR(k, 1 / (s * s * s - 1), 1e-12);
@@ -182,7 +181,7 @@ TEST_F(TopticalFixture, FlareCirclesLieOnTheLineThroughTheLightAndTheCentre) {
     for (int y = 0; y < 48; ++y)
         for (int x = 0; x < 64; ++x) {
             const T3Float d = fx->pixelDirection(x, y);
-            const double px = d.x / d.z / (1.417 / (2 * 35 * 0.03937)), py = d.y / d.z / (1.417 / (2 * 35 * 0.03937));
+            const double px = d.x / d.z / kTanHalf, py = d.y / d.z / kTanHalf;
             const double cross = std::fabs(px * fx->lightOnImage().y - py * fx->lightOnImage().x);
             const float v = postReadPixel(&image[size_t(y * 64 + x) * 8], kPostShortPixels).g;
             // Circles reach at most 0.34 from the line, times |p| below 0.7.
@@ -223,9 +222,8 @@ TEST_F(TopticalFixture, ALightOfAnotherShapeIsReportedAndPlacedAtTheOrigin) {
     light.vertices = {{2, 0, 0}, {4, 0, 0}, {4, 2, 0}, {2, 2, 0}};
     render(32, 24);
     EXPECT_TRUE(lines.empty());
-    const double tanHalf = 1.417 / (2 * 35 * 0.03937);
-    EXPECT_NEAR(fx->lightOnImage().x, 3 / 10.0 / tanHalf, 1e-5);
-    EXPECT_NEAR(fx->lightOnImage().y, 1 / 10.0 / tanHalf, 1e-5);
+    EXPECT_NEAR(fx->lightOnImage().x, 3 / 10.0 / kTanHalf, 1e-5);
+    EXPECT_NEAR(fx->lightOnImage().y, 1 / 10.0 / kTanHalf, 1e-5);
 }
 
 TEST_F(TopticalFixture, OpacityReplacesThePixelAndBytePixelsWork) {

@@ -30,6 +30,9 @@ const std::string kEmber = R"(
       {"type": "lambert", "name": "emberMat", "attributes": {"color": [0, 0, 0], "incandescence": [0.8, 0.8, 0.8], "glowIntensity": 1}},
       {"type": "shadingEngine", "name": "emberSG", "members": ["|emberXf|ember"]})";
 const std::string kEmberLink = R"(["emberMat.outColor", "emberSG.surfaceShader"])";
+// A plain glow at a fixed exposure.
+const std::string kGlow = R"(, {"type": "shaderGlow", "name": "glow",
+      "attributes": {"glowType": "Linear", "haloType": "None", "glowSpread": 1.3, "autoExposure": false, "glowIntensity": 0.2}})";
 
 // A light at (1.05, 0.55, 2) with a plain glow; it projects to the centre of pixel (30, 14).
 const std::string kLamp = R"(
@@ -60,9 +63,7 @@ Trendered renderBoth(const TtestTempDir& dir, const std::string& text, const std
 
 TEST(PostRender, GlowSpreadsAroundAGlowingObjectAndNoPostLeavesItOut) {
     TtestTempDir dir;
-    const std::string glow = R"(, {"type": "shaderGlow", "name": "glow",
-        "attributes": {"glowType": "Linear", "haloType": "None", "glowSpread": 1.3, "autoExposure": false, "glowIntensity": 0.2}})";
-    const Trendered r = renderBoth(dir, scene(kEmber + glow, kEmberLink));
+    const Trendered r = renderBoth(dir, scene(kEmber + kGlow, kEmberLink));
     ASSERT_EQ(r.post.width, kSide);
     ASSERT_EQ(r.plain.width, kSide);
     // Without post effects: the incandescence on the sphere, black around it;
@@ -88,11 +89,9 @@ TEST(PostRender, GlowSpreadsAroundAGlowingObjectAndNoPostLeavesItOut) {
 // lights' effects included, so that its tiles can be laid over each other.
 TEST(PostRender, ARegionRenderKeepsPostEffectsInsideTheRegion) {
     TtestTempDir dir;
-    const std::string glow = R"(, {"type": "shaderGlow", "name": "glow",
-        "attributes": {"glowType": "Linear", "haloType": "None", "glowSpread": 1.3, "autoExposure": false, "glowIntensity": 0.2}})";
     // A PNG holds the whole frame, transparent outside the region.
     const std::string path = dir.file("scene.json"), full = dir.file("region.png");
-    std::ofstream(path) << scene(kEmber + glow + "," + kLamp, kEmberLink + "," + kLampLink);
+    std::ofstream(path) << scene(kEmber + kGlow + "," + kLamp, kEmberLink + "," + kLampLink);
     const TprogramRun run =
         runProgram(SHADENET_CLI, {"render", path, "-o", full, "--quiet", "--spp", "1", "--region", "7", "9", "27", "29"});
     ASSERT_EQ(run.status, 0) << run.err;

@@ -12,6 +12,7 @@
 #include "framework/host/depend_graph.h"
 #include "post/post_messages.h"
 #include "post/shader_glow.h"
+#include "short_image.h"
 
 namespace {
 // A fresh glow node whose settings the test edits before initShaderGlow.
@@ -45,13 +46,6 @@ QV_GlowParams paramsOf(int type, int width, float eccentricity, int filterSum) {
     p.filterSum = filterSum;
     p.color = {255, 255, 255};
     return p;
-}
-
-std::vector<unsigned char> shortImage(int w, int h, float value) {
-    std::vector<unsigned char> image(size_t(w) * h * 8);
-    QV_Rgba c{value, value, value, 0};
-    for (size_t p = 0; p < image.size(); p += 8) postWritePixel(&image[p], kPostShortPixels, c, true);
-    return image;
 }
 }  // namespace
 
