@@ -13,6 +13,7 @@
 #include "display/material_info.h"
 #include "framework/host/command_engine.h"
 #include "framework/host/depend_graph.h"
+#include "gl_test_port.h"
 #include "support/temp_dir.h"
 #include "textures/file_texture.h"
 #include "textures/layered_texture.h"
@@ -22,17 +23,9 @@
 namespace {
 void useSmallBakes();
 
-// One context for the whole program: texture objects need a current one.
 T3dPort& port() {
-    static std::unique_ptr<T3dPort> p = [] {
-        std::string error;
-        auto made = T3dPort::create(8, 8, error);
-        EXPECT_TRUE(made) << error;
-        return made;
-    }();
-    p->makeCurrent();
     useSmallBakes();
-    return *p;
+    return testPort();
 }
 
 void writeImage(const std::string& path, int w, int h, int channels, uint8_t r, uint8_t g, uint8_t b, uint8_t a = 255) {

@@ -6,6 +6,7 @@
 
 #include "display/tilable_texture_cache.h"
 #include "framework/host/depend_graph.h"
+#include "gl_test_port.h"
 #include "textures/file_texture.h"
 
 namespace {
@@ -17,15 +18,6 @@ TpixelMap numbered() {
     return map;
 }
 
-T3dPort& port() {
-    static std::unique_ptr<T3dPort> p = [] {
-        std::string error;
-        return T3dPort::create(4, 4, error);
-    }();
-    p->makeCurrent();
-    return *p;
-}
-
 void setFloat(TdependNode* node, const char* name, float v) {
     const Tattribute* a = node->attribute(Tstring(name));
     ASSERT_NE(a, nullptr) << name;
@@ -34,7 +26,7 @@ void setFloat(TdependNode* node, const char* name, float v) {
 }  // namespace
 
 TEST(TilableTextureCache, CoverageLeavesTheDefaultColourAroundTheImage) {
-    port();
+    testPort();
     TdependGraph g;
     auto* file = static_cast<TdnFileTexture*>(g.createNode("file", "f")->cast(TdnFileTexture::sMetaclass()));
     setFloat(file, "coverageU", 0.5f);
@@ -64,7 +56,7 @@ TEST(TilableTextureCache, CoverageLeavesTheDefaultColourAroundTheImage) {
 }
 
 TEST(TilableTextureCache, MirrorWithoutHardwareWritesFlippedCopies) {
-    port();
+    testPort();
     TdependGraph g;
     auto* file = static_cast<TdnFileTexture*>(g.createNode("file", "f")->cast(TdnFileTexture::sMetaclass()));
     bool on = true;
