@@ -3,12 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
 #include <string>
 
-#include "support/program_run.h"
-#include "support/temp_dir.h"
-#include "support/test_image.h"
+#include "support/scene_render.h"
 
 namespace {
 constexpr int kSide = 40;  // pixels; the orthographic view is 4 units wide
@@ -45,17 +42,14 @@ struct Trendered {
     TtestImage post, plain;
 };
 
-Trendered renderBoth(const TtestTempDir& dir, const std::string& text, const std::string& extension = ".png") {
-    const std::string path = dir.file("scene.json");
-    std::ofstream(path) << text;
+Trendered renderBoth(const TtestTempDir& dir, const std::string& text, const std::string& extension = "png") {
     Trendered r;
     for (bool post : {true, false}) {
-        const std::string image = dir.file(std::string(post ? "post" : "plain") + extension);
-        std::vector<std::string> args = {"render", path, "-o", image, "--quiet", "--spp", "1"};
+        std::vector<std::string> args = {"--quiet", "--spp", "1"};
         if (!post) args.push_back("--no-post");
-        const TprogramRun run = runProgram(SHADENET_CLI, args);
-        EXPECT_EQ(run.status, 0) << run.err;
-        (post ? r.post : r.plain) = readTestImage(image);
+        const TsceneRender run = renderSceneFile(dir, post ? "post" : "plain", text, args, extension);
+        EXPECT_EQ(run.run.status, 0) << run.run.err;
+        (post ? r.post : r.plain) = run.image;
     }
     return r;
 }
@@ -79,7 +73,7 @@ TEST(PostRender, GlowSpreadsAroundAGlowingObjectAndNoPostLeavesItOut) {
     EXPECT_LT(r.post.at(33, 20, 1), right);
     EXPECT_LT(r.post.at(0, 0, 1), r.post.at(33, 20, 1));
     // One thread or several, small tiles or not: the same glow.
-    const TprogramRun single = runProgram(SHADENET_CLI, {"render", dir.file("scene.json"), "-o", dir.file("single.png"), "--quiet",
+    const TprogramRun single = runProgram(SHADENET_CLI, {"render", dir.file("post.json"), "-o", dir.file("single.png"), "--quiet",
                                                          "--spp", "1", "--threads", "1"});
     ASSERT_EQ(single.status, 0) << single.err;
     EXPECT_EQ(readTestImage(dir.file("single.png")).pixels, r.post.pixels);
@@ -90,12 +84,10 @@ TEST(PostRender, GlowSpreadsAroundAGlowingObjectAndNoPostLeavesItOut) {
 TEST(PostRender, ARegionRenderKeepsPostEffectsInsideTheRegion) {
     TtestTempDir dir;
     // A PNG holds the whole frame, transparent outside the region.
-    const std::string path = dir.file("scene.json"), full = dir.file("region.png");
-    std::ofstream(path) << scene(kEmber + kGlow + "," + kLamp, kEmberLink + "," + kLampLink);
-    const TprogramRun run =
-        runProgram(SHADENET_CLI, {"render", path, "-o", full, "--quiet", "--spp", "1", "--region", "7", "9", "27", "29"});
-    ASSERT_EQ(run.status, 0) << run.err;
-    const TtestImage r = readTestImage(full);
+    const TsceneRender run = renderSceneFile(dir, "region", scene(kEmber + kGlow + "," + kLamp, kEmberLink + "," + kLampLink),
+                                             {"--quiet", "--spp", "1", "--region", "7", "9", "27", "29"}, "png");
+    ASSERT_EQ(run.run.status, 0) << run.run.err;
+    const TtestImage& r = run.image;
     ASSERT_EQ(r.width, kSide);
     int glowing = 0;
     for (int y = 0; y < kSide; ++y)
@@ -134,7 +126,7 @@ TEST(PostRender, ALightsGlowCentresOnItsProjectionAndAnOccluderHidesIt) {
 
 TEST(PostRender, ExrKeepsTheImageBeforePostEffectsAsASecondLayer) {
     TtestTempDir dir;
-    const Trendered r = renderBoth(dir, scene(kLamp, kLampLink), ".exr");
+    const Trendered r = renderBoth(dir, scene(kLamp, kLampLink), "exr");
     ASSERT_EQ(r.post.channels, 8);
     ASSERT_EQ(r.plain.channels, 4);
     bool differs = false;
