@@ -6,7 +6,7 @@
 
 #include "framework/host/depend_node.h"
 
-bool anyInputDriven(const TdependNode& node, std::initializer_list<const Tattribute*> roots) {
+bool anyInputDriven(const TdependNode& node, std::span<const Tattribute* const> roots) {
     std::vector<std::pair<Tplug, Tplug>> incoming;
     node.allIncoming(incoming);
     for (const auto& [source, destination] : incoming)

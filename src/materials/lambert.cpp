@@ -90,30 +90,11 @@ void TdnLambert::getGlowIntensity(float& value) { value = surfaceGlowIntensity(*
 
 // ---------------------------------------------------------------- shading side
 
-void TdnLambert::shadingNodeInit(TframeSampleData*) {
+void TdnLambert::shadingNodeInit(TframeSampleData* data) {
+    TnodeClass::shadingNodeInit(data);
     float depth = 0;
     getAttributeValue(&attrTranslucenceDepth(), &depth);
     fTranslucenceThreshold = depth * kTranslucenceDepthScale;
-    fTranslucence.prepare(*this, attrTranslucenceCoeff());
-    fDiffuse.prepare(*this, attrDiffuseCoeff());
-    fFocus.prepare(*this, attrTranslucenceFocus());
-    fColor.prepare(*this, attrColor());
-    fIncandescence.prepare(*this, attrIncandescence());
-    fAmbient.prepare(*this, attrAmbientColor());
-    fTransparency.prepare(*this, attrTransparency());
-    fSurfaceSettled.prepare(*this, fsVs->settings);
-}
-
-void TdnLambert::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
-    TrenderNode::shadingNodeOnDemand(plug, block);
-    fTranslucence.settle(block, attrTranslucenceCoeff());
-    fDiffuse.settle(block, attrDiffuseCoeff());
-    fFocus.settle(block, attrTranslucenceFocus());
-    fColor.settle(block, attrColor());
-    fIncandescence.settle(block, attrIncandescence());
-    fAmbient.settle(block, attrAmbientColor());
-    fTransparency.settle(block, attrTransparency());
-    fSurfaceSettled.settle(block, fsVs->settings);
 }
 
 void TdnLambert::groupedAttrs(const Tattribute* attr, TattributeArray& group) {
@@ -148,11 +129,8 @@ void TdnLambert::modifyAffects(const Tattribute* attr, TbitFieldFixedN& affects,
 }
 
 void TdnLambert::endOfRender(TDNshadingEngine* engine) {
-    for (TsettledInput<float>* s : {&fTranslucence, &fDiffuse, &fFocus}) s->release();
-    for (TsettledInput<T3Float>* s : {&fColor, &fIncandescence, &fAmbient, &fTransparency}) s->release();
-    fSurfaceSettled.release();
     clearSurfaceRaySampler(*this, fsVs->io);
-    TrenderNode::endOfRender(engine);
+    TnodeClass::endOfRender(engine);
 }
 
 void TdnLambert::analyse(TDNshadingEngine* engine, TSEnodeDescription* description, void* context, TbitField64& mask) {

@@ -11,6 +11,7 @@
 #include "framework/host/node_class.h"
 #include "framework/node_registry.h"
 #include "framework/render_node.h"
+#include "framework/settling_node.h"
 #include "materials/light_terms.h"
 #include "materials/surface_attributes.h"
 #include "materials/surface_rays.h"
@@ -63,7 +64,7 @@ struct TdnVSLambert : TsurfaceDescription {
     bool setupDependencies(TdependencyMatrix& m) override;
 };
 
-class TdnLambert : public TnodeClass<TdnLambert, TrenderNode, TdnVSLambert> {
+class TdnLambert : public TnodeClass<TdnLambert, TsettlingNode<TdnLambert, TrenderNode>, TdnVSLambert> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnLambert", 0x169, "kLambert");
 
@@ -132,9 +133,20 @@ public:
     float translucenceThreshold() const { return fTranslucenceThreshold; }
 
     // Shading side.
-    void shadingNodeInit(TframeSampleData*) override;
-    // Settles the inputs nothing drives, from the program, before the first compute.
-    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
+    void shadingNodeInit(TframeSampleData* data) override;
+    // The inputs of computeLambert and the surface settings, settled per
+    // render when nothing drives them.
+    template <class F>
+    void forEachSettled(F&& f) {
+        f(fTranslucence, attrTranslucenceCoeff());
+        f(fDiffuse, attrDiffuseCoeff());
+        f(fFocus, attrTranslucenceFocus());
+        f(fColor, attrColor());
+        f(fIncandescence, attrIncandescence());
+        f(fAmbient, attrAmbientColor());
+        f(fTransparency, attrTransparency());
+        fSurfaceSettled.forEachSettled(fsVs->settings, f);
+    }
     void groupedAttrs(const Tattribute* attr, TattributeArray& group) override;
     void modifyAffects(const Tattribute* attr, TbitFieldFixedN& affects, TDNshadingEngine* engine, void* context) override;
     void endOfRender(TDNshadingEngine* engine) override;
@@ -172,7 +184,6 @@ protected:
 private:
     // The lower bound on a light's cosine for translucence; set per frame.
     float fTranslucenceThreshold = 0.5f * kTranslucenceDepthScale;
-    // Inputs of computeLambert settled per render when nothing drives them.
     TsettledInput<float> fTranslucence, fDiffuse, fFocus;
     TsettledInput<T3Float> fColor, fIncandescence, fAmbient, fTransparency;
     TsettledSurface fSurfaceSettled;

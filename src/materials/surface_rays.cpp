@@ -54,27 +54,6 @@ void* alignedRecords(void* memory) {
         (batch).setUp(alignedRecords(rayMemory), rayBytes, (slots));                                              \
     } while (0)
 
-void TsettledSurface::prepare(const TdependNode& node, const TsurfaceSettings& s) {
-    hideSource.prepare(node, s.hideSource);
-    glowIntensity.prepare(node, s.glowIntensity);
-    matteOpacity.prepare(node, s.matteOpacity);
-    matteOpacityMode.prepare(node, s.matteOpacityMode);
-}
-
-void TsettledSurface::settle(TdataBlock& block, const TsurfaceSettings& s) {
-    hideSource.settle(block, s.hideSource);
-    glowIntensity.settle(block, s.glowIntensity);
-    matteOpacity.settle(block, s.matteOpacity);
-    matteOpacityMode.settle(block, s.matteOpacityMode);
-}
-
-void TsettledSurface::release() {
-    hideSource.release();
-    glowIntensity.release();
-    matteOpacity.release();
-    matteOpacityMode.release();
-}
-
 namespace {
 // A setting over a run: its settled value when the material has one.
 template <class T>

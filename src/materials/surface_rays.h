@@ -50,9 +50,14 @@ struct TsettledSurface {
     TsettledInput<bool> hideSource;
     TsettledInput<float> glowIntensity, matteOpacity;
     TsettledInput<short> matteOpacityMode;
-    void prepare(const TdependNode& node, const TsurfaceSettings& s);
-    void settle(TdataBlock& block, const TsurfaceSettings& s);
-    void release();
+    // Each with its attribute, for the material's own list (see TsettlingNode).
+    template <class F>
+    void forEachSettled(const TsurfaceSettings& s, F&& f) {
+        f(hideSource, s.hideSource);
+        f(glowIntensity, s.glowIntensity);
+        f(matteOpacity, s.matteOpacity);
+        f(matteOpacityMode, s.matteOpacityMode);
+    }
 };
 
 struct TsurfaceAttributes {

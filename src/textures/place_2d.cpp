@@ -206,36 +206,23 @@ struct Tplace2dHandles {
 };
 }  // namespace
 
-void TdnPlace2dTx::shadingNodeInit(TframeSampleData* data) {
-    TrenderNode::shadingNodeInit(data);
-    fSettled = false;
-    fUndriven = !anyInputDriven(*this, {&attrCoverage(), &attrTranslateFrame(), &attrRepeatUV(), &attrOffset(), &attrNoiseUV(),
-                                        &attrRotateFrame(), &attrRotateUV(), &attrMirrorU(), &attrMirrorV(), &attrStagger(),
-                                        &attrWrapU(), &attrWrapV()});
-}
-
 void TdnPlace2dTx::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
-    TrenderNode::shadingNodeOnDemand(plug, block);
-    if (!fUndriven) return;
+    TnodeClass::shadingNodeOnDemand(plug, block);
+    if (!fPlacement.undriven) return;
     // The placement as the program holds it.
     const Tplace2dHandles h(block, sVsData(), 0, 1);
     if (!h.constant()) return;
     fParams = h.at(0);
     fTransform = computeDoTransform(fParams);
     fFilterScale = T2Float{sFilterScale(fParams.repeat.x, fParams.coverage.x), sFilterScale(fParams.repeat.y, fParams.coverage.y)};
-    fSettled = true;
-}
-
-void TdnPlace2dTx::endOfRender(TDNshadingEngine* group) {
-    fSettled = fUndriven = false;
-    TrenderNode::endOfRender(group);
+    fPlacement.settled = true;
 }
 
 bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     const Tattribute* a = plug.attribute()->rootParent();
     if (a != &attrOutUV() && a != &attrOutUvFilterSize() && a != &attrDoTransform())
         return TrenderNode::vectorComputePlug(plug, block, first, count);
-    if (fSettled) {
+    if (fPlacement.settled) {
         if (a == &attrOutUvFilterSize()) {
             TdataHandle size = block.inputValue(attrUvFilterSize(), first, count);
             TdataHandle out = block.outputValue(attrOutUvFilterSize(), first, count);

@@ -8,6 +8,7 @@
 #include "framework/host/node_class.h"
 #include "framework/node_registry.h"
 #include "framework/render_node.h"
+#include "framework/settling_node.h"
 
 struct TdnVSPlace2dTx : TdependNodeVS {
     TpairAttribute uvCoord{"uvCoord", "uv", TiffTag("UVPT"), "uCoord", "u", TiffTag("UPNT"), "vCoord", "v", TiffTag("VPNT")};
@@ -47,7 +48,7 @@ struct Tplace2dParams {
     bool mirrorU = false, mirrorV = false, stagger = false, wrapU = true, wrapV = true;
 };
 
-class TdnPlace2dTx : public TnodeClass<TdnPlace2dTx, TrenderNode, TdnVSPlace2dTx> {
+class TdnPlace2dTx : public TnodeClass<TdnPlace2dTx, TsettlingNode<TdnPlace2dTx, TrenderNode>, TdnVSPlace2dTx> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnPlace2dTx", 484, "kPlace2dTexture");
     // 1 in a coordinate becomes the float just below it that the frame keeps
@@ -97,12 +98,16 @@ public:
     bool getWrapU() { return params().wrapU; }
     bool getWrapV() { return params().wrapV; }
 
-    // A placement nothing drives is read and decided once per render: init
-    // notes that nothing drives it, the on-demand step (before the first
-    // compute) takes the values the program holds; endOfRender lets go.
-    void shadingNodeInit(TframeSampleData*) override;
+    // A placement nothing drives is read and decided once per render: the
+    // on-demand step (before the first compute) takes the values the
+    // program holds and makes the identity test.
+    template <class F>
+    void forEachSettled(F&& f) {
+        f(fPlacement, settledRoots(attrCoverage(), attrTranslateFrame(), attrRepeatUV(), attrOffset(), attrNoiseUV(),
+                                   attrRotateFrame(), attrRotateUV(), attrMirrorU(), attrMirrorV(), attrStagger(), attrWrapU(),
+                                   attrWrapV()));
+    }
     void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
-    void endOfRender(TDNshadingEngine* group) override;
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
@@ -112,9 +117,9 @@ private:
     // outUV of a batch under one placement; `transform` false passes the UV through.
     void mapBatch(const Tplace2dParams& p, bool transform, TdataBlock& block, unsigned first, unsigned count);
 
-    // What the on-demand step settles: with fSettled, the batch reads the UV
-    // (or the filter size) alone.
-    bool fUndriven = false, fSettled = false;
+    // What the on-demand step settles: with fPlacement.settled, the batch
+    // reads the UV (or the filter size) alone.
+    TsettledGroup fPlacement;
     bool fTransform = false;
     Tplace2dParams fParams;
     T2Float fFilterScale;

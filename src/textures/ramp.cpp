@@ -257,16 +257,9 @@ T3Float TdnRamp::colourAt(short type, short interp, float u, float v, const Tram
     return c;
 }
 
-void TdnRamp::shadingNodeInit(TframeSampleData* data) {
-    TdnTx2D::shadingNodeInit(data);
-    fFixed = false;
-    fUndriven = !anyInputDriven(*this, {&attrColorEntryList(), &attrType(), &attrInterpolation(), &attrUWave(), &attrVWave(),
-                                        &attrNoise(), &attrHueNoise(), &attrSatNoise(), &attrValNoise()});
-}
-
 void TdnRamp::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
-    TdnTx2D::shadingNodeOnDemand(plug, block);
-    if (!fUndriven) return;
+    TnodeClass::shadingNodeOnDemand(plug, block);
+    if (!fFixed.undriven) return;
     // The values the program holds, which every compute of the render reads.
     TdataHandle type = block.inputValue(attrType(), 0, 1), interp = block.inputValue(attrInterpolation(), 0, 1);
     if (type.isVariable() || interp.isVariable()) return;
@@ -280,17 +273,12 @@ void TdnRamp::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
     f.interp = interp.asShort(0);
     if (readKeys(block, f.keys, 0)) return;  // a key varies per sample
     sortKeys(f.keys, f.sorted);
-    fFixed = true;
-}
-
-void TdnRamp::endOfRender(TDNshadingEngine* group) {
-    fFixed = fUndriven = false;
-    TdnTx2D::endOfRender(group);
+    fFixed.settled = true;
 }
 
 bool TdnRamp::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isColorOutput(plug)) return TdnTx2D::vectorComputePlug(plug, block, first, count);
-    if (fFixed) {
+    if (fFixed.settled) {
         // Settled for the render: the UV alone varies.
         const Tfixed& f = fFixedValues;
         TdataHandle uv = block.inputValue(attrUvCoord(), first, count);

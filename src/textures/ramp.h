@@ -3,6 +3,7 @@
 // type makes of the UV (v, u, diagonal, angle, distance, box), or the
 // product or mean of two lookups, or the four corners; with wave and noise
 // on the UV and noise on hue, saturation and value.
+#include "framework/settling_node.h"
 #include "textures/texture_2d.h"
 
 struct TdnVSRamp : TdependNodeVS {
@@ -44,7 +45,7 @@ struct TsortedRampKeys {
     T3Float colour[TrampKeys::kMaxKeys];
 };
 
-class TdnRamp : public TnodeClass<TdnRamp, TdnTx2D, TdnVSRamp> {
+class TdnRamp : public TnodeClass<TdnRamp, TsettlingNode<TdnRamp, TdnTx2D>, TdnVSRamp> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnRamp", 497, "kRamp");
     enum Type : short {
@@ -101,25 +102,27 @@ public:
     }
 
     // A render whose keys, type, interpolation and noise and wave amounts
-    // are the node's own values (nothing drives them, which init notes)
-    // reads them and sorts the keys once, in the on-demand step before the
-    // first compute; endOfRender lets go.
-    void shadingNodeInit(TframeSampleData*) override;
+    // are the node's own values (nothing drives them) reads them and sorts
+    // the keys once, in the on-demand step before the first compute.
+    template <class F>
+    void forEachSettled(F&& f) {
+        f(fFixed, settledRoots(attrColorEntryList(), attrType(), attrInterpolation(), attrUWave(), attrVWave(), attrNoise(),
+                               attrHueNoise(), attrSatNoise(), attrValNoise()));
+    }
     void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
-    void endOfRender(TDNshadingEngine* group) override;
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
 
 private:
-    // What the on-demand step settles for the render: with fFixed, no noise or
-    // wave applies and the lookup uses fSorted (and fKeys for the corners).
+    // What the on-demand step settles for the render: with fFixed.settled, no
+    // noise or wave applies and the lookup uses fFixedValues.sorted (and .keys for the corners).
     struct Tfixed {
         short type = kVRamp, interp = kLinearInterp;
         TrampKeys keys;
         TsortedRampKeys sorted;
     };
-    bool fUndriven = false, fFixed = false;
+    TsettledGroup fFixed;
     Tfixed fFixedValues;
     // The colour of one sample at a wrapped UV, by either form of the keys.
     template <class Keys>

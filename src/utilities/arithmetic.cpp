@@ -16,24 +16,6 @@ bool TdnVSMultiplyDivide::setupDependencies(TdependencyMatrix& m) {
     return true;
 }
 
-void TdnMultiplyDivide::shadingNodeInit(TframeSampleData* data) {
-    TrenderNode::shadingNodeInit(data);
-    fOperation.prepare(*this, attrOperation());
-    fInput2.prepare(*this, attrInput2());
-}
-
-void TdnMultiplyDivide::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
-    TrenderNode::shadingNodeOnDemand(plug, block);
-    fOperation.settle(block, attrOperation());
-    fInput2.settle(block, attrInput2());
-}
-
-void TdnMultiplyDivide::endOfRender(TDNshadingEngine* group) {
-    fOperation.release();
-    fInput2.release();
-    TrenderNode::endOfRender(group);
-}
-
 bool TdnMultiplyDivide::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     bool multiply;

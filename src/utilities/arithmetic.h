@@ -1,6 +1,7 @@
 #pragma once
 // Arithmetic on vectors: multiply/divide/power, sums and averages of many
 // inputs, and dot, cross and matrix products.
+#include "framework/settling_node.h"
 #include "utilities/utility_node.h"
 
 struct TdnVSMultiplyDivide : TdependNodeVS {
@@ -16,7 +17,7 @@ struct TdnVSMultiplyDivide : TdependNodeVS {
     }
     bool setupDependencies(TdependencyMatrix& m) override;
 };
-class TdnMultiplyDivide : public TnodeClass<TdnMultiplyDivide, TrenderNode, TdnVSMultiplyDivide> {
+class TdnMultiplyDivide : public TnodeClass<TdnMultiplyDivide, TsettlingNode<TdnMultiplyDivide, TrenderNode>, TdnVSMultiplyDivide> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnMultiplyDivide", 470, "kMultiplyDivide");
     enum Operation : short { kNoOperation, kMultiply, kDivide, kPower };
@@ -30,9 +31,11 @@ public:
     SN_VECTOR_ATTRIBUTE(Output, output)
 
     // The operation and input2 are settled per render when nothing drives them.
-    void shadingNodeInit(TframeSampleData* data) override;
-    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
-    void endOfRender(TDNshadingEngine* group) override;
+    template <class F>
+    void forEachSettled(F&& f) {
+        f(fOperation, attrOperation());
+        f(fInput2, attrInput2());
+    }
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;

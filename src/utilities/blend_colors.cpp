@@ -21,27 +21,6 @@ void TdnBlendColors::analyse(TDNshadingEngine*, TSEnodeDescription* description,
     description->markLazyInput(attrColor2());
 }
 
-void TdnBlendColors::shadingNodeInit(TframeSampleData* data) {
-    TrenderNode::shadingNodeInit(data);
-    fBlender.prepare(*this, attrBlender());
-    fColor1.prepare(*this, attrColor1());
-    fColor2.prepare(*this, attrColor2());
-}
-
-void TdnBlendColors::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
-    TrenderNode::shadingNodeOnDemand(plug, block);
-    fBlender.settle(block, attrBlender());
-    fColor1.settle(block, attrColor1());
-    fColor2.settle(block, attrColor2());
-}
-
-void TdnBlendColors::endOfRender(TDNshadingEngine* group) {
-    fBlender.release();
-    fColor1.release();
-    fColor2.release();
-    TrenderNode::endOfRender(group);
-}
-
 bool TdnBlendColors::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle out = block.outputValue(attrOutput(), first, count);

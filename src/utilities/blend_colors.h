@@ -1,6 +1,7 @@
 #pragma once
 // Blend of two colours by a weight; each colour computes only for the
 // samples whose weight needs it.
+#include "framework/settling_node.h"
 #include "utilities/utility_node.h"
 
 struct TdnVSBlendColors : TdependNodeVS {
@@ -20,7 +21,7 @@ struct TdnVSBlendColors : TdependNodeVS {
 
 // output = color1 * b + color2 * (1 - b); at b of 1 only color1 is read,
 // at 0 only color2.
-class TdnBlendColors : public TnodeClass<TdnBlendColors, TrenderNode, TdnVSBlendColors> {
+class TdnBlendColors : public TnodeClass<TdnBlendColors, TsettlingNode<TdnBlendColors, TrenderNode>, TdnVSBlendColors> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnBlendColors", 451, "kBlendColors");
     SN_ATTRIBUTE(Blender, blender)
@@ -30,9 +31,12 @@ public:
 
     void analyse(TDNshadingEngine*, TSEnodeDescription* description, void*, TbitField64&) override;
     // The blender and each colour are settled per render when nothing drives them.
-    void shadingNodeInit(TframeSampleData* data) override;
-    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
-    void endOfRender(TDNshadingEngine* group) override;
+    template <class F>
+    void forEachSettled(F&& f) {
+        f(fBlender, attrBlender());
+        f(fColor1, attrColor1());
+        f(fColor2, attrColor2());
+    }
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;

@@ -22,24 +22,6 @@ bool TdnVSClampColor::setupDependencies(TdependencyMatrix& m) {
     return true;
 }
 
-void TdnClampColor::shadingNodeInit(TframeSampleData* data) {
-    TrenderNode::shadingNodeInit(data);
-    fMin.prepare(*this, attrMin());
-    fMax.prepare(*this, attrMax());
-}
-
-void TdnClampColor::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
-    TrenderNode::shadingNodeOnDemand(plug, block);
-    fMin.settle(block, attrMin());
-    fMax.settle(block, attrMax());
-}
-
-void TdnClampColor::endOfRender(TDNshadingEngine* group) {
-    fMin.release();
-    fMax.release();
-    TrenderNode::endOfRender(group);
-}
-
 bool TdnClampColor::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isPlugOf(plug, attrOutput())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     // The bounds are usually constants: one loop per kind of each.

@@ -1,5 +1,6 @@
 #pragma once
 // Per-channel corrections: clamp, contrast, gamma, reverse and set range.
+#include "framework/settling_node.h"
 #include "utilities/utility_node.h"
 
 struct TdnVSClampColor : TdependNodeVS {
@@ -11,7 +12,7 @@ struct TdnVSClampColor : TdependNodeVS {
     bool setupDependencies(TdependencyMatrix& m) override;
 };
 // Each channel of input held between min and max.
-class TdnClampColor : public TnodeClass<TdnClampColor, TrenderNode, TdnVSClampColor> {
+class TdnClampColor : public TnodeClass<TdnClampColor, TsettlingNode<TdnClampColor, TrenderNode>, TdnVSClampColor> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnClampColor", 463, "kClamp");
     SN_COLOR_ATTRIBUTE(Min, min)
@@ -20,9 +21,11 @@ public:
     SN_COLOR_ATTRIBUTE(Output, output)
 
     // The bounds are settled per render when nothing drives them.
-    void shadingNodeInit(TframeSampleData* data) override;
-    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
-    void endOfRender(TDNshadingEngine* group) override;
+    template <class F>
+    void forEachSettled(F&& f) {
+        f(fMin, attrMin());
+        f(fMax, attrMax());
+    }
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;

@@ -30,24 +30,6 @@ void TdnCondition::analyse(TDNshadingEngine*, TSEnodeDescription* description, v
     description->markLazyInput(attrColorIfFalse());
 }
 
-void TdnCondition::shadingNodeInit(TframeSampleData* data) {
-    TrenderNode::shadingNodeInit(data);
-    fOperation.prepare(*this, attrOperation());
-    fSecondTerm.prepare(*this, attrSecondTerm());
-}
-
-void TdnCondition::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
-    TrenderNode::shadingNodeOnDemand(plug, block);
-    fOperation.settle(block, attrOperation());
-    fSecondTerm.settle(block, attrSecondTerm());
-}
-
-void TdnCondition::endOfRender(TDNshadingEngine* group) {
-    fOperation.release();
-    fSecondTerm.release();
-    TrenderNode::endOfRender(group);
-}
-
 bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isPlugOf(plug, attrOutColor())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle op = settledOrRead(fOperation, block, attrOperation(), first, count);

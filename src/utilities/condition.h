@@ -1,6 +1,7 @@
 #pragma once
 // A per-sample choice between two colours by comparing two terms; each
 // colour computes only for the samples that choose it.
+#include "framework/settling_node.h"
 #include "utilities/utility_node.h"
 
 struct TdnVSCondition : TdependNodeVS {
@@ -23,7 +24,7 @@ struct TdnVSCondition : TdependNodeVS {
     bool setupDependencies(TdependencyMatrix& m) override;
 };
 
-class TdnCondition : public TnodeClass<TdnCondition, TrenderNode, TdnVSCondition> {
+class TdnCondition : public TnodeClass<TdnCondition, TsettlingNode<TdnCondition, TrenderNode>, TdnVSCondition> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnCondition", 452, "kCondition");
     enum Operation : short { kEqual, kNotEqual, kGreaterThan, kGreaterEqual, kLessThan, kLessEqual };
@@ -38,9 +39,11 @@ public:
     static bool sTest(short operation, float first, float second);
     void analyse(TDNshadingEngine*, TSEnodeDescription* description, void*, TbitField64&) override;
     // The operation and the second term are settled per render when nothing drives them.
-    void shadingNodeInit(TframeSampleData* data) override;
-    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
-    void endOfRender(TDNshadingEngine* group) override;
+    template <class F>
+    void forEachSettled(F&& f) {
+        f(fOperation, attrOperation());
+        f(fSecondTerm, attrSecondTerm());
+    }
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
