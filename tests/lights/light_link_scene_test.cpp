@@ -230,13 +230,12 @@ TEST_F(LightLinkScene, MapLightsReportsShadowNeeds) {
     unsigned mask = 0;
     g->mapLights(mask, ball);
     EXPECT_EQ(mask, 0u);
-}
-
-TEST_F(LightLinkScene, MapLightsOnAnEmptyGroupChangesNothing) {
-    TDNshadingEngine* g = groupOfAll(false);
-    g->collectLights();
-    unsigned mask = 0x40;
-    g->mapLights(mask, ball);
+    // A group with no lights leaves every bit as it was.
+    TlinkTestShape* lonely = s.object("lonely");
+    TDNshadingEngine* empty = s.group("emptySG", {lonely}, false);
+    empty->collectLights();
+    mask = 0x40;
+    empty->mapLights(mask, lonely);
     EXPECT_EQ(mask, 0x40u);
 }
 
