@@ -8,6 +8,7 @@
 #include "lights/light_at_point.h"
 #include "lights/light_fixture.h"
 #include "settings/render_quality.h"
+#include "support/expect_near.h"
 #include "utilities/surface_luminance.h"
 
 namespace {
@@ -276,9 +277,7 @@ TEST(LitSurface, ScalarRoadAndEngineAgreeOnTheSameRecords) {
     }
     T3Float color;
     ASSERT_TRUE(copy->getAttributeValue(&TtestLitSurface::saOutColor(), &color));
-    EXPECT_NEAR(color.x, engine[0].color.x, 1e-5f);
-    EXPECT_NEAR(color.y, engine[0].color.y, 1e-5f);
-    EXPECT_NEAR(color.z, engine[0].color.z, 1e-5f);
+    expectNear(color, engine[0].color, "scalar against engine", 1e-5f);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "support/expect_near.h"
 #include "textures/procedural/texture_checks.h"
 #include "textures/ramp.h"
 
@@ -23,11 +24,6 @@ T3Float at(short interp, float value, const TrampKeys& keys) {
     T3Float out(-7, -7, -7);
     TdnRamp::getRampColourAtValue(interp, value, keys, out);
     return out;
-}
-void expectNear(const T3Float& got, const T3Float& want, const std::string& what, float tolerance = 1e-6f) {
-    EXPECT_NEAR(got.x, want.x, tolerance) << what;
-    EXPECT_NEAR(got.y, want.y, tolerance) << what;
-    EXPECT_NEAR(got.z, want.z, tolerance) << what;
 }
 const T3Float kLow(0.1f, 0.2f, 0.3f), kHigh(0.9f, 0.6f, 0.5f);
 }  // namespace
