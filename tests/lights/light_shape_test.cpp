@@ -8,7 +8,6 @@
 #include "lights/light_at_point.h"
 #include "lights/light_fixture.h"
 #include "settings/render_quality.h"
-#include "support/expect_near.h"
 #include "utilities/surface_luminance.h"
 
 namespace {
@@ -256,28 +255,6 @@ TEST(SurfaceLuminance, ScalarRoadReadsTheElementsSetOnTheNode) {
     ASSERT_TRUE(node->getAttributeValue(&TdnSurfaceLuminance::saOutValue(), &value));
     float want = luminanceOf(diffuse.lightIntensity) * std::sqrt(0.5f) + 0.5f;
     EXPECT_NEAR(value, want, 1e-5f);
-}
-
-TEST(LitSurface, ScalarRoadAndEngineAgreeOnTheSameRecords) {
-    // The engine's records for one sample, set as elements on the node, give
-    // the same colour through computePlug.
-    TlitNetwork net;
-    net.addLight("pointLight", T3Float(1, 2, 2));
-    net.addLight("directionalLight", T3Float(0, 0, 0));
-    net.useLights();
-    TsurfaceSample s{{0.2f, 0.1f, 0}, normalize(T3Float(0.2f, 0.4f, 1))};
-    auto engine = net.shade({s});
-    ASSERT_EQ(engine.size(), 1u);
-    TdependGraph graph;
-    auto* copy = static_cast<TtestLitSurface*>(graph.createNode("testLitSurface"));
-    copy->setAttributeValue(&TtestLitSurface::saNormalCamera(), &s.normal);
-    for (unsigned k = 0; k < net.lights.size(); ++k) {
-        TlightData d = TlightScene::at(static_cast<TrenderLightShape*>(net.lights[k]), s.point);
-        copy->setAttributeValue(&TtestLitSurface::saLightDataArray(), &d, k);
-    }
-    T3Float color;
-    ASSERT_TRUE(copy->getAttributeValue(&TtestLitSurface::saOutColor(), &color));
-    expectNear(color, engine[0].color, "scalar against engine", 1e-5f);
 }
 
 }  // namespace
