@@ -181,25 +181,6 @@ TEST_F(ShadowLinkScene, TheSwitchesDecideWhichLinksCastShadows) {
     }
 }
 
-TEST_F(ShadowLinkScene, ModesSetThroughTheGlobalsGiveTheSameTables) {
-    struct Case {
-        TdnRenderGlobals::TshadowLinkMode mode;
-        bool light, shadow;
-    };
-    const Case cases[] = {{TdnRenderGlobals::kShadowsIgnoreLinks, false, false},
-                          {TdnRenderGlobals::kShadowsObeyShadowLinks, false, true},
-                          {TdnRenderGlobals::kShadowsObeyLightLinks, true, false}};
-    for (const Case& c : cases) {
-        s.globals()->setShadowLinkMode(c.mode);
-        g->collectLights();
-        std::vector<Names> byMode;
-        for (unsigned o = 0; o < 3; ++o) byMode.push_back(TlinkScene::litNames(*g, o, true));
-        s.setShadowSwitches(c.light, c.shadow);
-        g->collectLights();
-        for (unsigned o = 0; o < 3; ++o) EXPECT_EQ(TlinkScene::litNames(*g, o, true), byMode[o]) << int(c.mode) << " " << o;
-    }
-}
-
 TEST_F(LightLinkScene, MapLightsReportsShadowNeeds) {
     TlinkTestLight* spot = s.light("spot", false);
     TDNshadingEngine* g = groupOfAll();
