@@ -13,6 +13,7 @@
 #include "lights/form_factor.h"
 #include "lights/light_at_point.h"
 #include "lights/light_fixture.h"
+#include "support/expect_near.h"
 
 namespace {
 
@@ -262,12 +263,7 @@ TEST(AreaLight, ThePolygonIsTheUnitSquareThroughTheLightAndCameraMatrices) {
     TrenderLightShape::setWorldToCamera(Tmatrix());
     ASSERT_EQ(light->vertexCount(), 4);
     const T3Float corners[4] = {{-2, 0, 0.5f}, {2, 0, 0.5f}, {2, 0, -0.5f}, {-2, 0, -0.5f}};
-    for (int i = 0; i < 4; ++i) {
-        T3Float v = asFloat3(light->vertex(i)), e = camera + corners[i];
-        EXPECT_NEAR(v.x, e.x, 1e-5f) << i;
-        EXPECT_NEAR(v.y, e.y, 1e-5f) << i;
-        EXPECT_NEAR(v.z, e.z, 1e-5f) << i;
-    }
+    for (int i = 0; i < 4; ++i) expectNear(asFloat3(light->vertex(i)), camera + corners[i], "corner " + std::to_string(i), 1e-5f);
     // The record: towards the centre, decayed from the centre, the light as blind data.
     T3Float toCentre = T3Float(-0.5f, 3, -0.25f);
     float dist = length(toCentre);

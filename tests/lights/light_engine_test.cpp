@@ -6,14 +6,9 @@
 
 #include "lights/light_fixture.h"
 #include "shading/render_pass_control.h"
+#include "support/expect_near.h"
 
 namespace {
-
-void expectNear(const T3Float& a, const T3Float& b, float tolerance, const char* what) {
-    EXPECT_NEAR(a.x, b.x, tolerance) << what;
-    EXPECT_NEAR(a.y, b.y, tolerance) << what;
-    EXPECT_NEAR(a.z, b.z, tolerance) << what;
-}
 
 std::vector<TsurfaceSample> fanOfSamples(unsigned count) {
     std::vector<TsurfaceSample> out(count);
@@ -65,7 +60,7 @@ TEST(LightEngine, ThreeLightsMatchTheClosedFormForEveryBatchSize) {
         for (unsigned i = 0; i < count; ++i) {
             T3Float want = expected(in[i], net.pointPos, net.pointColor, net.pointIntensity, net.dirColor, net.ambientPos,
                                     net.ambientShade);
-            expectNear(out[i].color, want, 1e-4f, "colour");
+            expectNear(out[i].color, want, "colour", 1e-4f);
             EXPECT_EQ(out[i].info.x, 3.0f) << "every sample sees the three lights";
         }
         EXPECT_EQ(net.allocationsWhenShadedAgain(in), 0u) << "shading with lights touches no heap";
@@ -106,19 +101,19 @@ TEST(LightEngine, ALightMaskedOutForTheObjectOrAbsentLeavesNoElement) {
     auto masked = net.shade(in, 0);
     for (const auto& r : masked) {
         EXPECT_EQ(r.info.x, 1.0f);
-        expectNear(r.color, {0, 1, 0}, 1e-5f, "green only");
+        expectNear(r.color, {0, 1, 0}, "green only", 1e-5f);
     }
     auto lit = net.shade(in, 1);
     for (const auto& r : lit) {
         EXPECT_EQ(r.info.x, 2.0f);
-        expectNear(r.color, {1, 1, 0}, 1e-5f, "both");
+        expectNear(r.color, {1, 1, 0}, "both", 1e-5f);
     }
     // No lights at all: an empty array, and dark.
     TlitNetwork none;
     none.useLights();
     for (const auto& r : none.shade(fanOfSamples(5))) {
         EXPECT_EQ(r.info.x, 0.0f);
-        expectNear(r.color, {0, 0, 0}, 0, "dark");
+        expectNear(r.color, {0, 0, 0}, "dark", 0);
     }
 }
 

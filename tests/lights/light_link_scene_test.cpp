@@ -181,25 +181,6 @@ TEST_F(ShadowLinkScene, TheSwitchesDecideWhichLinksCastShadows) {
     }
 }
 
-TEST_F(ShadowLinkScene, ModesSetThroughTheGlobalsGiveTheSameTables) {
-    struct Case {
-        TdnRenderGlobals::TshadowLinkMode mode;
-        bool light, shadow;
-    };
-    const Case cases[] = {{TdnRenderGlobals::kShadowsIgnoreLinks, false, false},
-                          {TdnRenderGlobals::kShadowsObeyShadowLinks, false, true},
-                          {TdnRenderGlobals::kShadowsObeyLightLinks, true, false}};
-    for (const Case& c : cases) {
-        s.globals()->setShadowLinkMode(c.mode);
-        g->collectLights();
-        std::vector<Names> byMode;
-        for (unsigned o = 0; o < 3; ++o) byMode.push_back(TlinkScene::litNames(*g, o, true));
-        s.setShadowSwitches(c.light, c.shadow);
-        g->collectLights();
-        for (unsigned o = 0; o < 3; ++o) EXPECT_EQ(TlinkScene::litNames(*g, o, true), byMode[o]) << int(c.mode) << " " << o;
-    }
-}
-
 TEST_F(LightLinkScene, MapLightsReportsShadowNeeds) {
     TlinkTestLight* spot = s.light("spot", false);
     TDNshadingEngine* g = groupOfAll();
@@ -230,13 +211,12 @@ TEST_F(LightLinkScene, MapLightsReportsShadowNeeds) {
     unsigned mask = 0;
     g->mapLights(mask, ball);
     EXPECT_EQ(mask, 0u);
-}
-
-TEST_F(LightLinkScene, MapLightsOnAnEmptyGroupChangesNothing) {
-    TDNshadingEngine* g = groupOfAll(false);
-    g->collectLights();
-    unsigned mask = 0x40;
-    g->mapLights(mask, ball);
+    // A group with no lights leaves every bit as it was.
+    TlinkTestShape* lonely = s.object("lonely");
+    TDNshadingEngine* empty = s.group("emptySG", {lonely}, false);
+    empty->collectLights();
+    mask = 0x40;
+    empty->mapLights(mask, lonely);
     EXPECT_EQ(mask, 0x40u);
 }
 

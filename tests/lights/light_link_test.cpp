@@ -96,9 +96,11 @@ TEST_F(LightLinkNode, FreeAndUsedIndexSearch) {
 }
 
 TEST_F(LightLinkNode, CleanUpRemovesHalfPairsOfEveryCompound) {
+    EXPECT_FALSE(link->shouldBeWritten()) << "an empty link node is not written";
+    half(TdnLightLink::saObjectIgnored(), objects[1], 0);
+    EXPECT_TRUE(link->shouldBeWritten()) << "half a pair is written";
     full(TdnLightLink::saLink(), 0, lights[0], objects[0]);
     half(TdnLightLink::saLight(), lights[1], 1);
-    half(TdnLightLink::saObjectIgnored(), objects[1], 0);
     full(TdnLightLink::saIgnore(), 1, lights[2], objects[2]);
     half(TdnLightLink::saShadowLight(), lights[3], 2);
     full(TdnLightLink::saShadowIgnore(), 0, lights[3], objects[0]);
@@ -167,12 +169,6 @@ TEST_F(LightLinkNode, ClientsHearOfChangesByKindOfObject) {
     EXPECT_EQ(others, (std::vector<std::string>{"things"}));
     link->serverDeleted(g);
     EXPECT_EQ(groups, (std::vector<std::string>{"sg"}));
-}
-
-TEST_F(LightLinkNode, EmptyLinkNodeIsNotWritten) {
-    EXPECT_FALSE(link->shouldBeWritten());
-    half(TdnLightLink::saShadowObject(), objects[0], 0);
-    EXPECT_TRUE(link->shouldBeWritten());
 }
 
 TEST(LightListNode, ListsConnectedLightsInIndexOrder) {

@@ -257,28 +257,4 @@ TEST(SurfaceLuminance, ScalarRoadReadsTheElementsSetOnTheNode) {
     EXPECT_NEAR(value, want, 1e-5f);
 }
 
-TEST(LitSurface, ScalarRoadAndEngineAgreeOnTheSameRecords) {
-    // The engine's records for one sample, set as elements on the node, give
-    // the same colour through computePlug.
-    TlitNetwork net;
-    net.addLight("pointLight", T3Float(1, 2, 2));
-    net.addLight("directionalLight", T3Float(0, 0, 0));
-    net.useLights();
-    TsurfaceSample s{{0.2f, 0.1f, 0}, normalize(T3Float(0.2f, 0.4f, 1))};
-    auto engine = net.shade({s});
-    ASSERT_EQ(engine.size(), 1u);
-    TdependGraph graph;
-    auto* copy = static_cast<TtestLitSurface*>(graph.createNode("testLitSurface"));
-    copy->setAttributeValue(&TtestLitSurface::saNormalCamera(), &s.normal);
-    for (unsigned k = 0; k < net.lights.size(); ++k) {
-        TlightData d = TlightScene::at(static_cast<TrenderLightShape*>(net.lights[k]), s.point);
-        copy->setAttributeValue(&TtestLitSurface::saLightDataArray(), &d, k);
-    }
-    T3Float color;
-    ASSERT_TRUE(copy->getAttributeValue(&TtestLitSurface::saOutColor(), &color));
-    EXPECT_NEAR(color.x, engine[0].color.x, 1e-5f);
-    EXPECT_NEAR(color.y, engine[0].color.y, 1e-5f);
-    EXPECT_NEAR(color.z, engine[0].color.z, 1e-5f);
-}
-
 }  // namespace

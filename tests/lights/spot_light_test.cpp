@@ -8,6 +8,7 @@
 
 #include "lights/light_fixture.h"
 #include "lights/spot_light.h"
+#include "support/expect_near.h"
 
 namespace {
 constexpr double kDeg = 3.14159265358979323846 / 180;
@@ -356,11 +357,7 @@ TEST(SpotLight, FrameAndHalfAnglesForDepthMaps) {
     const Case cases[] = {{"axis", scene.spot->coneAxis(), {0, -1, 0}},
                           {"right", scene.spot->frameRight(), {1, 0, 0}},
                           {"up", scene.spot->frameUp(), {0, 0, -1}}};
-    for (const Case& c : cases) {
-        EXPECT_NEAR(c.got.x, c.want.x, 1e-6f) << c.name;
-        EXPECT_NEAR(c.got.y, c.want.y, 1e-6f) << c.name;
-        EXPECT_NEAR(c.got.z, c.want.z, 1e-6f) << c.name;
-    }
+    for (const Case& c : cases) expectNear(c.got, c.want, c.name);
 }
 
 TEST(SpotLight, EngineBatchesAgreeWithTheScalarRoad) {

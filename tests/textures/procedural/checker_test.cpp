@@ -5,6 +5,7 @@
 
 #include <cmath>
 
+#include "support/expect_near.h"
 #include "textures/checker.h"
 #include "textures/procedural/texture_test_nodes.h"
 
@@ -25,12 +26,6 @@ struct CheckerNode {
 const T3Float kColor1(0.2f, 0.4f, 0.6f), kColor2(0.9f, 0.1f, 0.3f);
 
 T3Float mix(float w1) { return kColor1 * w1 + kColor2 * (1.0f - w1); }
-
-void expectNear(const T3Float& got, const T3Float& want, const char* what) {
-    EXPECT_NEAR(got.x, want.x, 1e-6f) << what;
-    EXPECT_NEAR(got.y, want.y, 1e-6f) << what;
-    EXPECT_NEAR(got.z, want.z, 1e-6f) << what;
-}
 }  // namespace
 
 TEST(Checker, WeightsInClosedForm) {

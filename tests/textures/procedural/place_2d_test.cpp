@@ -10,6 +10,7 @@
 #include "textures/checker.h"
 #include "textures/noise/noise.h"
 #include "textures/place_2d.h"
+#include "support/expect_near.h"
 #include "textures/procedural/texture_test_nodes.h"
 
 namespace {
@@ -237,9 +238,7 @@ TEST(Place2d, FeedsATextureThroughTheEngine) {
         } else {
             ++outside;
         }
-        EXPECT_NEAR(batch.colour(i).x, want.x, 1e-5f) << i;
-        EXPECT_NEAR(batch.colour(i).y, want.y, 1e-5f) << i;
-        EXPECT_NEAR(batch.colour(i).z, want.z, 1e-5f) << i;
+        expectNear(batch.colour(i), want, "sample " + std::to_string(i), 1e-5f);
         // The host graph's scalar pull gives the same colour.
         place->setAttributeValue(&TdnPlace2dTx::saUvCoord(), &uvs[i]);
         source->setAttributeValue(&TtexTestSource::saUvCoord(), &uvs[i]);

@@ -6,7 +6,8 @@
 #include <cmath>
 #include <numbers>
 
-#include "textures/procedural/texture_test_nodes.h"
+#include "support/expect_near.h"
+#include "textures/procedural/texture_checks.h"
 #include "textures/ramp.h"
 
 namespace {
@@ -24,53 +25,42 @@ T3Float at(short interp, float value, const TrampKeys& keys) {
     TdnRamp::getRampColourAtValue(interp, value, keys, out);
     return out;
 }
-void expectNear(const T3Float& got, const T3Float& want, const std::string& what, float tolerance = 1e-6f) {
-    EXPECT_NEAR(got.x, want.x, tolerance) << what;
-    EXPECT_NEAR(got.y, want.y, tolerance) << what;
-    EXPECT_NEAR(got.z, want.z, tolerance) << what;
-}
 const T3Float kLow(0.1f, 0.2f, 0.3f), kHigh(0.9f, 0.6f, 0.5f);
 }  // namespace
 
-TEST(Ramp, NoKeyIsBlackAndOneKeyIsItsColourWhateverTheInterpolation) {
-    T3Float only(0.3f, 0.6f, 0.9f);
-    for (short interp = 0; interp <= 6; ++interp)
-        for (float value : {-0.5f, 0.0f, 0.4f, 1.0f, 1.7f}) {
-            expectNear(at(interp, value, keysOf({})), T3Float(), "empty");
-            expectNear(at(interp, value, keysOf({{0.4f, only}})), only, "one key");
-        }
-}
-
-TEST(Ramp, OutsideTheKeysTheNearestKeyShows) {
-    TrampKeys keys = keysOf({{0.7f, kHigh}, {0.2f, kLow}});  // list order is not position order
-    for (short interp = 0; interp <= 6; ++interp) {
-        expectNear(at(interp, 0.1f, keys), kLow, "below the first key");
-        expectNear(at(interp, 0.2f, keys), kLow, "on the first key");
-        expectNear(at(interp, 0.9f, keys), kHigh, "above the last key");
+TEST(Ramp, EdgesOfTheKeyListShowOneKeyWhateverTheInterpolation) {
+    const T3Float only(0.3f, 0.6f, 0.9f), red(1, 0, 0), blue(0, 0, 1), black, white(1, 1, 1);
+    const TrampKeys tie = keysOf({{0.0f, black}, {0.5f, red}, {0.5f, blue}, {1.0f, white}});
+    struct {
+        const char* name;
+        TrampKeys keys;
+        std::vector<float> values;
+        T3Float want;
+    } cases[] = {
+        {"no key is black", keysOf({}), {-0.5f, 0.0f, 0.4f, 1.0f, 1.7f}, black},
+        {"one key is its colour", keysOf({{0.4f, only}}), {-0.5f, 0.0f, 0.4f, 1.0f, 1.7f}, only},
+        // List order is not position order.
+        {"below and on the first key", keysOf({{0.7f, kHigh}, {0.2f, kLow}}), {0.1f, 0.2f}, kLow},
+        {"above the last key", keysOf({{0.7f, kHigh}, {0.2f, kLow}}), {0.9f}, kHigh},
+        {"at a tie the first key of the pair is both lower and upper", tie, {0.5f}, red},
+        {"only a tied pair: no division anywhere", keysOf({{0.5f, red}, {0.5f, blue}}), {0.0f, 0.5f, 1.0f}, red},
+    };
+    for (auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        for (short interp = 0; interp <= 6; ++interp)
+            for (float value : c.values) expectNear(at(interp, value, c.keys), c.want, "interp " + std::to_string(interp));
     }
+    for (short interp = 0; interp <= 6; ++interp)
+        for (float value : {0.4999f, 0.5001f}) {
+            T3Float c = at(interp, value, tie);
+            EXPECT_TRUE(std::isfinite(c.x) && std::isfinite(c.y) && std::isfinite(c.z)) << "beside the tie";
+        }
+    // With no interpolation each side shows its lower key: a step at 0.5.
+    expectNear(at(TdnRamp::kNoInterp, 0.49f, tie), black, "below the step");
+    expectNear(at(TdnRamp::kNoInterp, 0.51f, tie), red, "above the step");
     // A position above 1 counts as 1.
     TrampKeys clamped = keysOf({{0.0f, kLow}, {3.0f, kHigh}});
     expectNear(at(TdnRamp::kLinearInterp, 0.5f, clamped), (kLow + kHigh) * 0.5f, "position held to 1");
-}
-
-TEST(Ramp, TwoKeysAtOnePositionShowAStepWithoutDividingByZero) {
-    T3Float red(1, 0, 0), blue(0, 0, 1), black, white(1, 1, 1);
-    TrampKeys keys = keysOf({{0.0f, black}, {0.5f, red}, {0.5f, blue}, {1.0f, white}});
-    for (short interp = 0; interp <= 6; ++interp) {
-        T3Float exact = at(interp, 0.5f, keys);
-        expectNear(exact, red, "at the tie the first key of the pair is both lower and upper");
-        for (float value : {0.4999f, 0.5001f}) {
-            T3Float c = at(interp, value, keys);
-            EXPECT_TRUE(std::isfinite(c.x) && std::isfinite(c.y) && std::isfinite(c.z));
-        }
-    }
-    // With no interpolation each side shows its lower key: a step at 0.5.
-    expectNear(at(TdnRamp::kNoInterp, 0.49f, keys), black, "below the step");
-    expectNear(at(TdnRamp::kNoInterp, 0.51f, keys), red, "above the step");
-    // Only the tied pair: no division anywhere.
-    TrampKeys pair = keysOf({{0.5f, red}, {0.5f, blue}});
-    for (short interp = 0; interp <= 6; ++interp)
-        for (float value : {0.0f, 0.5f, 1.0f}) expectNear(at(interp, value, pair), red, "pair only");
 }
 
 TEST(Ramp, EachInterpolationFollowsItsCurve) {
@@ -229,15 +219,9 @@ TEST(Ramp, BatchEqualsTheScalarPullWithWavesAndNoise) {
         n.set(TdnRamp::saHueNoise(), c.hueNoise);
         n.set(TdnRamp::saValNoise(), c.valNoise);
         n.net.show(n.ramp, TdnTx2D::saOutColor());
-        TshadingOpus* opus = n.net.analyse();
-        ASSERT_NE(opus, nullptr);
-        std::vector<T2Float> uvs = spreadUvs();
-        uvs[9] = T2Float{-1e7f, -1e7f};
-        TtextureBatch batch(n.net.group, uvs);
-        batch.shade(opus);
-        for (unsigned i = 0; i < uvs.size(); ++i)
-            expectNear(batch.colour(i), pullTexture(n.ramp, uvs[i]).colour, "type " + std::to_string(c.type) + " sample " + std::to_string(i));
-        expectNear(batch.colour(9), T3Float(0.5f, 0.5f, 0.5f), "outside");
+        const std::string what = "type " + std::to_string(c.type);
+        expectBatchEqualsPull(n.net, n.ramp, batchUvs(), T2Float{0, 0}, what.c_str(), 1e-6f);
+        expectNear(pullTexture(n.ramp, {-1e7f, -1e7f}).colour, T3Float(0.5f, 0.5f, 0.5f), "outside");
     }
 }
 

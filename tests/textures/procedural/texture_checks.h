@@ -7,6 +7,7 @@
 #include <cmath>
 #include <vector>
 
+#include "support/expect_near.h"
 #include "textures/procedural/texture_test_nodes.h"
 #include "textures/texture_2d.h"
 
@@ -19,10 +20,8 @@ inline void expectBatchEqualsPull(TtextureNetwork& net, TdependNode* texture, co
     TtextureBatch batch(net.group, uvs, size);
     batch.shade(opus);
     for (unsigned i = 0; i < uvs.size(); ++i) {
-        TtexResult r = pullTexture(texture, uvs[i], size);
-        EXPECT_NEAR(batch.colour(i).x, r.colour.x, tolerance) << what << " sample " << i;
-        EXPECT_NEAR(batch.colour(i).y, r.colour.y, tolerance) << what << " sample " << i;
-        EXPECT_NEAR(batch.colour(i).z, r.colour.z, tolerance) << what << " sample " << i;
+        expectNear(batch.colour(i), pullTexture(texture, uvs[i], size).colour, std::string(what) + " sample " + std::to_string(i),
+                   tolerance);
     }
 }
 

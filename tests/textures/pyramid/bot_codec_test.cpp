@@ -1,5 +1,6 @@
 // The block coder: round trips, the exact bit layout of small blocks, the
-// tree and size limits, and a decoder that survives any bytes.
+// tree and size limits, and truncated blocks. Hostile bytes are fed to the
+// decoder in bot_codec_reference_test, against the plain decoder.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -40,6 +41,9 @@ TEST(BotCodec, RoundTripsRandomAndStructuredBlocksOfEverySizeAndChannelCount) {
         {"runs", [](std::mt19937& r, int x, int, int) { return x < 20 ? 17 : int(r() % 3) * 100; }},
         {"extremes", [](std::mt19937& r, int, int, int) { return (r() & 1) ? 0 : 255; }},
         {"alternating 128", [](std::mt19937&, int x, int y, int) { return ((x + y) & 1) * 128; }},
+        // One value dominates and others appear once: codes longer than the
+        // eight bits the fast table resolves.
+        {"skewed", [](std::mt19937& r, int x, int y, int) { return (y * 32 + x) % 97 == 0 ? int(r() & 255) : ((y * 32 + x) / 3) & 1; }},
     };
     const int sizes[][2] = {{1, 1}, {2, 2}, {1, 32}, {32, 1}, {7, 13}, {31, 32}, {32, 32}};
     for (const Tcase& c : cases)
@@ -140,16 +144,6 @@ TEST(BotCodec, TreesOfMoreThan508NodesAreRefusedAndAFull507NodeTreeIsRead) {
     EXPECT_STREQ(why, "tree has too many nodes");
 }
 
-TEST(BotCodec, CodesLongerThanEightBitsLeaveTheFastTable) {
-    // Skewed counts make a deep tree: one value dominates, others appear once.
-    std::vector<uint8_t> pixels(32 * 32);
-    std::mt19937 rng(3);
-    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = (i % 97 == 0) ? uint8_t(rng()) : uint8_t((i / 3) & 1);
-    auto coded = code(pixels, 32, 32, 1);
-    ASSERT_GT(coded.size(), 0u);
-    EXPECT_EQ(decode(coded, 32, 32, 1), pixels);
-}
-
 TEST(BotCodec, TheByteLimitHoldsForNoiseAndACapacityBelowTheNeedIsRefused) {
     std::mt19937 rng(11);
     std::vector<uint8_t> pixels(32 * 32 * 4);
@@ -176,42 +170,4 @@ TEST(BotCodec, EveryTruncationOfABlockIsAnError) {
         decode(cut, 24, 17, 3, &why);
         EXPECT_NE(why, nullptr) << "cut to " << n << " of " << coded.size();
     }
-}
-
-TEST(BotCodec, DecoderSurvivesRandomMutationsAndWritesOnlyItsPixels) {
-    std::mt19937 rng(2024);
-    const int w = 32, h = 32, ch = 4;
-    std::vector<uint8_t> pixels(size_t(w) * h * ch);
-    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = uint8_t((i / 4) % 64 + (rng() % 4));
-    auto coded = code(pixels, w, h, ch);
-    const size_t guard = 64;
-    unsigned failures = 0, successes = 0;
-    for (int trial = 0; trial < 3000; ++trial) {
-        std::vector<uint8_t> data = coded;
-        if (trial % 3 == 0) {
-            data.resize(1 + rng() % 300);
-            for (auto& b : data) b = uint8_t(rng());
-        } else {
-            int flips = 1 + int(rng() % 8);
-            for (int f = 0; f < flips; ++f) data[rng() % data.size()] ^= uint8_t(1u << (rng() % 8));
-        }
-        // The output has guard bytes on both sides that must stay untouched.
-        std::vector<uint8_t> out(pixels.size() + 2 * guard, 0xA5);
-        const char* why = TbotCodec::decodeBlock(data.data(), int(data.size()), w, h, ch, out.data() + guard);
-        for (size_t g = 0; g < guard; ++g) {
-            ASSERT_EQ(out[g], 0xA5);
-            ASSERT_EQ(out[out.size() - 1 - g], 0xA5);
-        }
-        // Decoding is a function of the bytes: a second run agrees.
-        std::vector<uint8_t> again(pixels.size());
-        const char* why2 = TbotCodec::decodeBlock(data.data(), int(data.size()), w, h, ch, again.data());
-        ASSERT_EQ(why == nullptr, why2 == nullptr);
-        if (!why) {
-            ++successes;
-            ASSERT_TRUE(std::equal(again.begin(), again.end(), out.begin() + guard));
-        } else {
-            ++failures;
-        }
-    }
-    EXPECT_GT(failures, 0u);
 }

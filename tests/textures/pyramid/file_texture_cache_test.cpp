@@ -13,6 +13,7 @@
 #include "framework/host/command_engine.h"
 #include "pyramid_test_support.h"
 #include "support/alloc_counter.h"
+#include "support/program_run.h"
 #include "support/temp_dir.h"
 #include "textures/pyramid/file_pixel_map_cache.h"
 #include "textures/pyramid/file_texture_cache.h"
@@ -217,20 +218,14 @@ TEST(PixelMapCache, ReadsEveryFormatAndMapsHighDynamicRange) {
 }
 
 namespace {
-struct TrunResult {
-    int status;
-    std::string out;
-};
-TrunResult run(const std::string& args) {
-    std::string command = std::string(SHADENET_CLI) + " " + args + " 2>&1";
-    TrunResult r{-1, {}};
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return r;
-    char buffer[4096];
-    size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
-    int status = ::pclose(pipe);
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+// The program with arguments split at spaces (test folders have none), its
+// two streams read as one.
+TprogramRun run(const std::string& args) {
+    std::vector<std::string> words;
+    std::istringstream in(args);
+    for (std::string word; in >> word;) words.push_back(word);
+    TprogramRun r = runProgram(SHADENET_CLI, words);
+    r.out += r.err;
     return r;
 }
 }  // namespace
