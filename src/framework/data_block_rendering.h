@@ -95,9 +95,7 @@ public:
     // The sample records of a batch as one block, `stride` apart.
     TdataBlockRendering(const TdataBlockRendering& prototype, unsigned stride, unsigned char* first, unsigned count, void* context)
         : TdataBlockRendering(prototype) {
-        fStride = fDirectStride = stride;
-        fFirst = fCurrent = fDirectBase[1] = first;
-        fLast = first + size_t(stride) * (count ? count - 1 : 0);
+        moveRecords(stride, first, count);
         fContext = context;
     }
     TdataBlockRendering(const TdataBlockRendering&) = default;

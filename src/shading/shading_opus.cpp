@@ -536,13 +536,17 @@ void TshadingOpus::setUpFrame(TSEframe& frame) const {
     }
     frame.blocksMade = fProgram.blockCount;
     for (unsigned k = 0; k < fPlan->prologueCount; ++k) execute(frame, fProgram.instructions[fPlan->prologue[k]], 0, frame.count);
-    for (unsigned k = 0; k < fPlan->linkCount; ++k) {
+    linkBlocks(frame, 0, fPlan->linkCount);
+    linkSamples(frame);
+}
+
+void TshadingOpus::linkBlocks(TSEframe& frame, unsigned first, unsigned last) const {
+    for (unsigned k = first; k < last; ++k) {
         const Plan::Link& link = fPlan->links[k];
         auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(frame.variables + size_t(link.destBase) * frame.layout + link.destOffset);
         ref->value = frame.variables + size_t(link.sourceBase) * frame.layout + link.sourceOffset;
         ref->block = &frame.blocks[link.sourceBlock];
     }
-    linkSamples(frame);
 }
 
 void TshadingOpus::makeKeptFrame(TSEframe& frame, unsigned char* memory) const {
@@ -558,12 +562,7 @@ void TshadingOpus::makeKeptFrame(TSEframe& frame, unsigned char* memory) const {
     frame.blocksMade = fProgram.blockCount;
     frame.keptCount = 0;
     frame.keptRecords = frame.blocks;  // neither null nor the records: the first run readies every block
-    for (unsigned k = fPlan->relinkCount; k < fPlan->linkCount; ++k) {
-        const Plan::Link& link = fPlan->links[k];
-        auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(frame.variables + size_t(link.destBase) * kBatchSize + link.destOffset);
-        ref->value = frame.variables + size_t(link.sourceBase) * kBatchSize + link.sourceOffset;
-        ref->block = &frame.blocks[link.sourceBlock];
-    }
+    linkBlocks(frame, fPlan->relinkCount, fPlan->linkCount);
 }
 
 void TshadingOpus::startKeptRun(TSEframe& frame) const {
@@ -581,13 +580,7 @@ void TshadingOpus::startKeptRun(TSEframe& frame) const {
     }
     for (unsigned k = fPlan->constructed[0]; k > 0; --k) blocks[fPlan->constructed[k]].constructValues(count);
     // A program with a loop has its variables zeroed per run, references included.
-    const unsigned relinks = fProgram.zeroVariables ? fPlan->linkCount : fPlan->relinkCount;
-    for (unsigned k = 0; k < relinks; ++k) {
-        const Plan::Link& link = fPlan->links[k];
-        auto* ref = reinterpret_cast<TdataBlockRendering::OtherBlockRef*>(frame.variables + size_t(link.destBase) * kBatchSize + link.destOffset);
-        ref->value = frame.variables + size_t(link.sourceBase) * kBatchSize + link.sourceOffset;
-        ref->block = &blocks[link.sourceBlock];
-    }
+    linkBlocks(frame, 0, fProgram.zeroVariables ? fPlan->linkCount : fPlan->relinkCount);
     for (unsigned k = 0; k < fPlan->prologueCount; ++k) execute(frame, fProgram.instructions[fPlan->prologue[k]], 0, count);
     linkSamples(frame);
 }

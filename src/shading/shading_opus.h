@@ -213,6 +213,8 @@ private:
     void linkRecordFields(Plan& plan) const;
     void carveFrame(TSEframe& frame, unsigned char* memory, unsigned layout) const;
     void setUpFrame(TSEframe& frame) const;
+    // Writes the references of links first .. last - 1 of the plan.
+    void linkBlocks(TSEframe& frame, unsigned first, unsigned last) const;
     void makeKeptFrame(TSEframe& frame, unsigned char* memory) const;
     void startKeptRun(TSEframe& frame) const;
     void linkSamples(TSEframe& frame) const;
