@@ -355,6 +355,24 @@ TdataHandle TdataBlockRendering::elementValue(const Tattribute& a, unsigned logi
     return h;
 }
 
+unsigned TdataBlockRendering::existingElements(const Tattribute& a, TdataHandle* out, unsigned capacity) {
+    const AttrInfo& e = fOffsets[a.index()];
+    if (!a.isArray() || !fMulti || e.parentOrSegment < 0) return 0;
+    TdataHandle whole = locate(a);
+    if (whole.isNull()) return 0;
+    whole.flags &= ~TdataHandle::kIsArray;
+    const MultiInfo& m = fMulti[e.parentOrSegment];
+    const unsigned char* base = (e.kind & kVariableBit) ? fCurrent + e.offset : fConstant + e.offset;
+    auto* header = reinterpret_cast<const TmultiHeader*>(base);
+    unsigned found = 0;
+    for (unsigned k = 0; k < header->count && k < kMaxMultiElements && k < m.numKids && found < capacity; ++k) {
+        if (!((header->bits[k >> 5] >> (k & 31)) & 1u)) continue;
+        out[found] = whole;
+        out[found++].value = static_cast<char*>(whole.value) + m.dOff + size_t(k) * a.size();
+    }
+    return found;
+}
+
 void TdataBlockRendering::debug(TdebugOutput& out, unsigned level) const {
     out.print("DataBlockRendering for Node:%s", fNode ? fNode->name().asC() : "NULL");
     TdataBlock::debug(out, level);

@@ -3,9 +3,6 @@
 // elements of the light data array are found once per batch, and record
 // (k, i) is light k's record for sample i. A constant array (all samples lit
 // alike) has stride 0, so the same loop serves both.
-#include <algorithm>
-#include <new>
-
 #include "framework/host/data_block.h"
 #include "shading/light_data.h"
 
@@ -14,25 +11,28 @@ public:
     static constexpr unsigned kMaxLights = 64;
 
     TlightReader(TdataBlock& block, const Tattribute& lights) {
-        unsigned indices[kMaxLights];
-        unsigned n = std::min(block.multiIndices(lights, indices, kMaxLights), kMaxLights);
-        for (unsigned k = 0; k < n; ++k) {
-            TdataHandle h = block.elementValue(lights, indices[k]);
-            if (!h.isNull()) new (&handles()[fCount++]) TdataHandle(h);
-        }
+        // The block writes into a scratch array, not into the reader: a
+        // reader whose address escaped would have its records reloaded
+        // after every opaque call and store in the light loops.
+        alignas(TdataHandle) unsigned char scratch[kMaxLights * sizeof(TdataHandle)];
+        auto* found = reinterpret_cast<TdataHandle*>(scratch);
+        fCount = block.existingElements(lights, found, kMaxLights);
+        for (unsigned k = 0; k < fCount; ++k) fRecords[k] = {static_cast<const char*>(found[k].value), found[k].stride};
     }
     unsigned count() const { return fCount; }
     const TlightData& record(unsigned k, unsigned sample) const {
-        return *static_cast<const TlightData*>(handles()[k].element(sample));
+        return *reinterpret_cast<const TlightData*>(fRecords[k].first + size_t(fRecords[k].stride) * sample);
     }
     // One record for every sample of the batch (a constant element).
-    bool sharedByBatch(unsigned k) const { return !handles()[k].isVariable(); }
+    bool sharedByBatch(unsigned k) const { return fRecords[k].stride == 0; }
 
 private:
-    // Raw storage: only the handles in use are constructed, so a batch does
-    // not clear room for lights it does not have.
-    TdataHandle* handles() { return reinterpret_cast<TdataHandle*>(fStorage); }
-    const TdataHandle* handles() const { return reinterpret_cast<const TdataHandle*>(fStorage); }
-    alignas(TdataHandle) unsigned char fStorage[kMaxLights * sizeof(TdataHandle)];
+    // Left unset beyond the lights in use: a batch does not clear room for
+    // lights it does not have.
+    struct Trecords {
+        const char* first;  // sample 0's record
+        unsigned stride;
+    };
+    Trecords fRecords[kMaxLights];
     unsigned fCount = 0;
 };

@@ -86,17 +86,14 @@ namespace {
 template <unsigned N>
 void fold(TdataBlock& block, const Tattribute& multi, const Tattribute& output, const TdataHandle& operation, unsigned first,
           unsigned count) {
-    unsigned indices[64];
-    unsigned n = block.multiIndices(multi, indices, 64);
-    if (n > 64) n = 64;
+    TdataHandle elements[64];
+    const unsigned n = block.existingElements(multi, elements, 64);
     TdataHandle out = block.outputValue(output, first, count);
     for (unsigned i = first; i < first + count; ++i) {
         short op = operation.asShort(i);
         float r[N] = {};
         for (unsigned e = 0; e < n; ++e) {
-            TdataHandle h = block.elementValue(multi, indices[e]);
-            if (h.isNull()) continue;
-            const float* v = static_cast<const float*>(h.element(i));
+            const float* v = static_cast<const float*>(elements[e].element(i));
             for (unsigned c = 0; c < N; ++c) {
                 if (e == 0 || op == TdnPlusMinusAverage::kSum || op == TdnPlusMinusAverage::kAverage)
                     r[c] = e == 0 ? v[c] : r[c] + v[c];

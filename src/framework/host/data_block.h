@@ -81,6 +81,10 @@ public:
     // Logical indices of the existing elements of an array attribute.
     virtual unsigned multiIndices(const Tattribute& a, unsigned* indices, unsigned capacity) const = 0;
     virtual TdataHandle elementValue(const Tattribute& a, unsigned logicalIndex) = 0;
+    // The handles of the existing elements of an array attribute, in index
+    // order, at most `capacity` of them; elements without a value are left
+    // out. One call where a material reads its light array every batch.
+    virtual unsigned existingElements(const Tattribute& a, TdataHandle* out, unsigned capacity);
 
     // A direct table has one word per attribute index: the byte offset
     // shifted by kDirectShift and the flags below; 0 takes the virtual road.

@@ -51,6 +51,16 @@ void TdebugOutput::print(const char* format, ...) {
 TdataBlock::~TdataBlock() = default;
 void TdataBlock::debug(TdebugOutput&, unsigned) const {}
 
+unsigned TdataBlock::existingElements(const Tattribute& a, TdataHandle* out, unsigned capacity) {
+    unsigned indices[64];
+    unsigned n = std::min({multiIndices(a, indices, 64), capacity, 64u}), found = 0;
+    for (unsigned k = 0; k < n; ++k) {
+        TdataHandle h = elementValue(a, indices[k]);
+        if (!h.isNull()) out[found++] = h;
+    }
+    return found;
+}
+
 TdataHandle TdataBlock::inputNotDirect(const Tattribute& a, unsigned first, unsigned count) {
     if (fDirect && fComputeHook && (fDirect[a.index()] & kDirectComputed)) {
         fComputeHook(*this, a, first, count);
