@@ -1,6 +1,10 @@
 #include "utilities/condition.h"
 
 #include <algorithm>
+#include <cstdint>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "shading/network_analysis.h"
 
@@ -30,17 +34,37 @@ void TdnCondition::analyse(TDNshadingEngine*, TSEnodeDescription* description, v
     description->markLazyInput(attrColorIfFalse());
 }
 
+namespace {
+// Bit i set where flags[i] is (each flag 0 or 1), for the first n of the 64.
+uint64_t gatherFlags(const uint8_t (&flags)[64], unsigned n) {
+    const uint64_t inBatch = n == 64 ? ~uint64_t(0) : (uint64_t(1) << n) - 1;
+    uint64_t bits = 0;
+#if defined(__SSE2__)
+    // Sixteen flags a step: the byte compare puts each flag in the byte's
+    // top bit, which movemask collects. Bytes past n are read, not used.
+    for (unsigned i = 0; i < n; i += 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(flags + i));
+        bits |= uint64_t(unsigned(_mm_movemask_epi8(_mm_cmpgt_epi8(v, _mm_setzero_si128())))) << i;
+    }
+#else
+    for (unsigned i = 0; i < n; ++i) bits |= uint64_t(flags[i]) << i;
+#endif
+    return bits & inBatch;
+}
+}  // namespace
+
 bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) {
     if (!isPlugOf(plug, attrOutColor())) return TrenderNode::vectorComputePlug(plug, block, first, count);
     TdataHandle op = settledOrRead(fOperation, block, attrOperation(), first, count);
     TdataHandle b = settledOrRead(fSecondTerm, block, attrSecondTerm(), first, count);
     TdataHandle a = block.inputValue(attrFirstTerm(), first, count);
     TdataHandle out = block.outputValue(attrOutColor(), first, count);
-    // One pass sets the flags, on the stack, a batch at a time; then each
-    // colour is read for its own runs only.
-    bool flags[64];
+    // One pass sets a flag per sample, a batch at a time, then gathers the
+    // flags into bits; each colour is then read for its own runs only, found
+    // a run at a time from the bits.
+    uint8_t flags[64];
     for (unsigned base = first; base < first + count; base += 64) {
-        unsigned n = std::min(64u, first + count - base);
+        const unsigned n = std::min(64u, first + count - base);
         if (!op.isVariable() && !b.isVariable()) {
             // The usual form, a constant test against a constant: the
             // operation is chosen once and the loop is one compare per sample.
@@ -48,18 +72,27 @@ bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
             const float second = b.asFloat(0);
             withLane<float>(a, [&](auto x) {
                 switch (operation) {
-                    case kGreaterThan: forEachSample(0, n, [&](unsigned i) { flags[i] = x[base + i] > second; }); break;
-                    case kLessThan: forEachSample(0, n, [&](unsigned i) { flags[i] = x[base + i] < second; }); break;
-                    default: for (unsigned i = 0; i < n; ++i) flags[i] = sTest(operation, x[base + i], second); break;
+                    case kGreaterThan: forEachSample(base, n, [&](unsigned i) { flags[i - base] = x[i] > second; }); break;
+                    case kLessThan: forEachSample(base, n, [&](unsigned i) { flags[i - base] = x[i] < second; }); break;
+                    default:
+                        for (unsigned i = base; i < base + n; ++i) flags[i - base] = sTest(operation, x[i], second);
+                        break;
                 }
             });
         } else {
-            for (unsigned i = 0; i < n; ++i) flags[i] = sTest(op.asShort(base + i), a.asFloat(base + i), b.asFloat(base + i));
+            for (unsigned i = base; i < base + n; ++i) flags[i - base] = sTest(op.asShort(i), a.asFloat(i), b.asFloat(i));
         }
-        forEachRun(base, n, [&](unsigned i) { return flags[i - base]; }, [&](unsigned begin, unsigned end, bool pick) {
-            TdataHandle c = block.inputValue(pick ? attrColorIfTrue() : attrColorIfFalse(), begin, end - begin);
-            forEachSample(begin, end - begin, [&](unsigned i) { out.asFloat3(i) = c.asFloat3(i); });
-        });
+        const uint64_t picks = gatherFlags(flags, n);
+        const uint64_t inBatch = n == 64 ? ~uint64_t(0) : (uint64_t(1) << n) - 1;
+        for (unsigned i = 0; i < n;) {
+            const bool pick = (picks >> i) & 1;
+            // The samples from i on that take the other colour: the first ends the run.
+            const uint64_t other = ((pick ? ~picks : picks) & inBatch) >> i << i;
+            const unsigned end = other ? unsigned(__builtin_ctzll(other)) : n;
+            TdataHandle c = block.inputValue(pick ? attrColorIfTrue() : attrColorIfFalse(), base + i, end - i);
+            forEachSample(base + i, end - i, [&](unsigned k) { out.asFloat3(k) = c.asFloat3(k); });
+            i = end;
+        }
     }
     block.setClean(attrOutColor());
     return true;
