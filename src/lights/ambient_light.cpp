@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "lights/render_light.h"
+#include "framework/scratch_array.h"
 #include "shading/shading_types.h"
 
 SN_REGISTER_NODE_CLASS(TambientLightShape)
@@ -48,7 +49,7 @@ bool TambientLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block,
     T3Float position(fPosition.x, fPosition.y, fPosition.z);
     for (unsigned start = first; start < first + count; start += kBatchSize) {
         unsigned n = std::min(first + count - start, kBatchSize);
-        T3Float toLight[kBatchSize], p[kBatchSize], passed[kBatchSize];
+        TscratchArray<T3Float, kBatchSize> toLight, p, passed;
         float distance[kBatchSize];
         for (unsigned k = 0; k < n; ++k) {
             unsigned i = start + k;

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "framework/scratch_array.h"
 #include "shading/shading_types.h"
 
 SN_REGISTER_NODE_CLASS(TareaLightShape)
@@ -213,7 +214,7 @@ bool TareaLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, un
     for (unsigned start = first; start < first + count; start += kBatchSize) {
         unsigned n = std::min(first + count - start, kBatchSize);
         float intensity[kBatchSize], distance[kBatchSize];
-        T3Float toLight[kBatchSize];
+        TscratchArray<T3Float, kBatchSize> toLight;
         for (unsigned k = 0; k < n; ++k) {
             unsigned i = start + k;
             const float dist = directionToLight(fCentre, points.asFloat3(i), toLight[k]);
@@ -236,7 +237,7 @@ void TareaLightShape::computeRtShadow(unsigned count, const T3Float* points, con
     for (unsigned first = 0; first < count; first += kBatchSize) {
         const unsigned n = std::min(count - first, kBatchSize);
         float offsetS[kBatchSize], offsetT[kBatchSize], distance[kBatchSize];
-        T3Float direction[kBatchSize], through[kBatchSize], sum[kBatchSize];
+        TscratchArray<T3Float, kBatchSize> direction, through, sum;
         for (unsigned k = 0; k < n; ++k) {
             pointHash(points[first + k], offsetS[k], offsetT[k]);
             sum[k] = {0, 0, 0};

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "framework/scratch_array.h"
 #include "lights/shadow_map.h"
 #include "shading/ray_sampler.h"
 #include "shading/sample.h"
@@ -37,7 +38,7 @@ void TnonExtendedLightShape::fogSegmentShadows(TdataBlock& block, unsigned first
     // it: fixed places would step the shadow's edge in visible bands.
     TraySampler* tracer = currentRaySampler();
     for (unsigned step = 0; step < steps; ++step) {
-        T3Float p[kBatchSize], toLight[kBatchSize], passed[kBatchSize];
+        TscratchArray<T3Float, kBatchSize> p, toLight, passed;
         float distance[kBatchSize], fraction[kBatchSize] = {};
         for (unsigned k = 0; k < count; ++k) {
             const float u = (float(step) + (tracer ? tracer->random() : 0.5f)) / float(steps);

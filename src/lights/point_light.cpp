@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "framework/scratch_array.h"
 #include "lights/light_fog.h"
 #include "shading/sample.h"
 #include "shading/shading_types.h"
@@ -120,7 +121,7 @@ bool TpointLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, u
     for (unsigned start = first; start < first + count; start += kBatchSize) {
         unsigned n = std::min(first + count - start, kBatchSize);
         float intensity[kBatchSize], distance[kBatchSize];
-        T3Float toLight[kBatchSize], fogNear[kBatchSize], fogFar[kBatchSize];
+        TscratchArray<T3Float, kBatchSize> toLight, fogNear, fogFar;
         // A batch is one object: the light's own fog or not.
         const bool ownFog = fFogObject && objectId.as<void*>(start) == fFogObject;
         for (unsigned k = 0; k < n; ++k) intensity[k] = intensityIn.asFloat(start + k);
@@ -128,10 +129,13 @@ bool TpointLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, u
             unsigned i = start + k;
             const float dist = directionToLight(position, points.asFloat3(i), toLight[k]);
             distance[k] = dist;
-            void* object = objectId.as<void*>(i);
-            if (fFogObject && object == fFogObject) {
+            // Every sample's ends, so the fog's shadows read no unset one.
+            if (ownFog) {
                 fogNear[k] = near.asFloat3(i);
                 fogFar[k] = far.asFloat3(i);
+            }
+            void* object = objectId.as<void*>(i);
+            if (fFogObject && object == fFogObject) {
                 T3Float a0 = fWorldToFog.transformPoint(near.asFloat3(i));
                 T3Float b0 = fWorldToFog.transformPoint(far.asFloat3(i));
                 intensity[k] *= fogWeight(a0, b0, fogRadius.asFloat(i), fogType.asShort(i), decay.asShort(i)) * fogIntensity.asFloat(i);
@@ -239,7 +243,7 @@ bool TdirectionalLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& bl
     for (unsigned start = first; start < first + count; start += kBatchSize) {
         unsigned n = std::min(first + count - start, kBatchSize);
         float intensity[kBatchSize], distance[kBatchSize];
-        T3Float toLight[kBatchSize];
+        TscratchArray<T3Float, kBatchSize> toLight;
         for (unsigned k = 0; k < n; ++k) {
             unsigned i = start + k;
             toLight[k] = direction;

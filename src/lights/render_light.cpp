@@ -9,6 +9,7 @@
 #endif
 
 #include "framework/host/depend_graph.h"
+#include "framework/scratch_array.h"
 #include "shading/render_pass_control.h"
 #include "settings/render_quality.h"
 #include "shading/sample.h"
@@ -125,7 +126,7 @@ void TrenderLightShape::computeShadowColors(const Tplug&, TdataBlock& block, uns
     TdataHandle points = block.inputValue(attrPointCamera(), start, count);
     for (unsigned first = start; first < start + count; first += kBatchSize) {
         unsigned n = std::min(start + count - first, kBatchSize);
-        T3Float p[kBatchSize], l[kBatchSize], passed[kBatchSize];
+        TscratchArray<T3Float, kBatchSize> p, l, passed;
         float distance[kBatchSize];
         for (unsigned i = 0; i < n; ++i) {
             p[i] = points.asFloat3(first + i);
@@ -163,7 +164,7 @@ void TrenderLightShape::computeRtShadow(unsigned count, const T3Float* points, c
     TgenericRay* list[kBatchSize];
     unsigned index[kBatchSize];
     Treflectance through[kBatchSize];
-    T3Float sum[kBatchSize];
+    TscratchArray<T3Float, kBatchSize> sum;
     float spread = angular ? std::tan(0.5f * radius * 3.14159265f / 180.0f) : radius;
     for (unsigned r = 0; r < rays; ++r) {
         unsigned n = 0;
@@ -386,7 +387,7 @@ void TnonExtendedLightShape::finishRecords(TdataBlock& block, unsigned first, un
     TdataHandle points = block.inputValue(attrPointCamera(), first, count);
     TdataHandle out = block.outputValue(TlightShape::saLightData(), first, count);
 
-    T3Float colors[kBatchSize];
+    TscratchArray<T3Float, kBatchSize> colors;
     float fraction[kBatchSize] = {};
     for (unsigned k = 0; k < count; ++k) {
         unsigned i = first + k;
@@ -395,7 +396,7 @@ void TnonExtendedLightShape::finishRecords(TdataBlock& block, unsigned first, un
         r.lightShadowFraction = 0;
     }
     if (fShadowMap && fUseDepthMap && doShadow) {
-        T3Float p[kBatchSize];
+        TscratchArray<T3Float, kBatchSize> p;
         for (unsigned k = 0; k < count; ++k) p[k] = points.asFloat3(first + k);
         fShadowMap->sampleShadow(count, p, fDmapBias, fDmapFilterSize, fraction, nullptr);
         for (unsigned k = 0; k < count; ++k) {
@@ -407,7 +408,7 @@ void TnonExtendedLightShape::finishRecords(TdataBlock& block, unsigned first, un
     } else {
         for (unsigned k = 0; k < count; ++k) colors[k] = color.asFloat3(first + k) * intensity[k];
         if (doShadow && rayTrace.asBool(first)) {
-            T3Float p[kBatchSize], passed[kBatchSize];
+            TscratchArray<T3Float, kBatchSize> p, passed;
             bool skip[kBatchSize];
             for (unsigned k = 0; k < count; ++k) {
                 p[k] = points.asFloat3(first + k);

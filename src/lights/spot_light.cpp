@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "framework/scratch_array.h"
 #include "lights/light_fog.h"
 #include "shading/sample.h"
 #include "shading/shading_types.h"
@@ -331,7 +332,7 @@ bool TspotLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, un
     for (unsigned start = first; start < first + count; start += kBatchSize) {
         unsigned n = std::min(first + count - start, kBatchSize);
         float intensity[kBatchSize], distance[kBatchSize];
-        T3Float toLight[kBatchSize], fogNear[kBatchSize], fogFar[kBatchSize];
+        TscratchArray<T3Float, kBatchSize> toLight, fogNear, fogFar;
         // A batch is one object: the light's own fog or not.
         const bool ownFog = fFogObject && objectId.as<void*>(start) == fFogObject;
         for (unsigned k = 0; k < n; ++k) {
@@ -339,10 +340,13 @@ bool TspotLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, un
             intensity[k] = intensityIn.asFloat(i);
             const float dist = directionToLight(position, points.asFloat3(i), toLight[k]);
             distance[k] = dist;
-            void* object = objectId.as<void*>(i);
-            if (fFogObject && object == fFogObject) {
+            // Every sample's ends, so the fog's shadows read no unset one.
+            if (ownFog) {
                 fogNear[k] = near.asFloat3(i);
                 fogFar[k] = far.asFloat3(i);
+            }
+            void* object = objectId.as<void*>(i);
+            if (fFogObject && object == fFogObject) {
                 T3Float a0 = fWorldInverse.transformPoint(near.asFloat3(i));
                 T3Float b0 = fWorldInverse.transformPoint(far.asFloat3(i));
                 intensity[k] *= fogWeight(a0, b0, fogSpread.asFloat(i), decay.asShort(i)) * fogIntensity.asFloat(i);

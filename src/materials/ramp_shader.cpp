@@ -372,11 +372,11 @@ void TdnRampShader::computeRampShaderOutput(const Tplug&, TdataBlock& block, uns
 
     // The reflection first, where the reflectivity curve can be non-zero.
     TrampCurve reflectivity(block, fsVs->reflectivity, start, kEmptyReflectivity);
-    T3Float reflected[kSurfaceChunk];
+    TchunkTriples reflected;
     const bool reflects = pass != kPassAmbientOnly && reflectivity.anyNonZero();
     if (reflects) computeReflection(block, start, count, value, reflected);
 
-    T3Float transparency[kSurfaceChunk];
+    TchunkTriples transparency;
     transparencyAt(block, start, count, value, transparency);
     TrampCurve color(block, fsVs->color, start, kEmptyColor);
     TrampCurve incandescence(block, fsVs->incandescence, start, 0.0f);
@@ -391,7 +391,7 @@ void TdnRampShader::computeRampShaderOutput(const Tplug&, TdataBlock& block, uns
     const bool lightsAdd = pass == kPassFull || pass == kPassNoShadows || pass == kPassNoSpecular;
     const bool ambientAdds = lightsAdd || pass == kPassAmbientOnly;
     const bool incandescenceAdds = lightsAdd;
-    T3Float accumulator[kSurfaceChunk], specular[kSurfaceChunk];
+    TchunkTriples accumulator, specular;
     for (unsigned i = start; i < start + count; ++i) {
         const TlitSample& s = lit[i - start];
         color.bind(i);
@@ -436,7 +436,7 @@ void TdnRampShader::computeTransparency(const Tplug&, TdataBlock& block, unsigne
     lightSamples(block, start, count, false, lit);
     float value[kSurfaceChunk];
     for (unsigned i = 0; i < count; ++i) value[i] = lit[i].value;
-    T3Float transparency[kSurfaceChunk];
+    TchunkTriples transparency;
     transparencyAt(block, start, count, value, transparency);
     computeSurfaceTransparency(this, surface(), block, start, count, transparency);
 }
@@ -462,14 +462,14 @@ void TdnRampShader::computeReflection(TdataBlock& block, unsigned start, unsigne
 
 void TdnRampShader::formRefractiveRays(TdataBlock& block, unsigned start, unsigned count, const float* value, short* rayIndex,
                                        short& rayCount, TgenericRay** rays, Tspectrum* radiance, Tspectrum* transmittance) {
-    T3Float transparency[kSurfaceChunk];
+    TchunkTriples transparency;
     transparencyAt(block, start, count, value, transparency);
     formSurfaceRefractiveRays(surface(), block, start, count, transparency, rayIndex, rayCount, rays, radiance, transmittance);
 }
 
 void TdnRampShader::accumulateRefraction(TdataBlock& block, unsigned start, unsigned count, const float* value,
                                          T3Float* accumulator) {
-    T3Float transparency[kSurfaceChunk];
+    TchunkTriples transparency;
     transparencyAt(block, start, count, value, transparency);
     accumulateSurfaceRefraction(this, surface(), block, start, count, transparency, accumulator);
 }

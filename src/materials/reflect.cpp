@@ -1,5 +1,6 @@
 #include "materials/reflect.h"
 
+#include "framework/scratch_array.h"
 #include "materials/material_support.h"
 #include "materials/shading_math.h"
 
@@ -50,7 +51,7 @@ void TdnReflect::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
 void TdnReflect::computeReflection(const Tplug&, TdataBlock& block, unsigned start, unsigned count) {
     TdataHandle reflectedColor = block.inputValue(attrReflectedColor(), start, count);
     TdataHandle reflectivity = block.inputValue(attrReflectivity(), start, count);
-    T3Float reflected[kChunk];
+    TscratchArray<T3Float, kChunk> reflected;
     float weight[kChunk];
     for (unsigned i = start; i < start + count; ++i) {
         reflected[i - start] = reflectedColor.asFloat3(i);

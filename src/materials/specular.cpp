@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "framework/scratch_array.h"
 #include "materials/light_reader.h"
 #include "materials/material_support.h"
 #include "materials/shading_math.h"
@@ -21,7 +22,7 @@ SN_REGISTER_NODE_CLASS(TdnHairTubeShader)
 template <class Lobe>
 void TdnReflect::shadeSpecular(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count, const Lobe& lobe) {
     const int pass = currentRenderPassControl;
-    T3Float S[kChunk];
+    TscratchArray<T3Float, kChunk> S;
     TdataHandle outColor = block.outputValue(attrOutColor(), start, count);
     if (pass != kPassShadow) {
         computeReflection(plug, block, start, count);

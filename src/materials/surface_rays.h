@@ -14,6 +14,7 @@
 #include "framework/host/array.h"
 #include "framework/host/data_block.h"
 #include "framework/host/math.h"
+#include "framework/scratch_array.h"
 #include "materials/surface_attributes.h"
 #include "shading/ray_sampler.h"
 
@@ -23,20 +24,8 @@ inline constexpr unsigned kSurfaceSlotsPerSample = 3;
 // How many of the ray slots of a sample are used.
 inline unsigned raySlotsOf(bool chromatic) { return chromatic ? 3u : 1u; }
 
-// A chunk's triples on the stack, left unset: each loop writes the
-// elements it later reads, and zeroing all kSurfaceChunk of them (768
-// bytes) on every call cost more than most of the work on them.
-class TchunkTriples {
-public:
-    TchunkTriples() {}
-    operator T3Float*() { return fValues; }
-    operator const T3Float*() const { return fValues; }
-
-private:
-    union {
-        T3Float fValues[kSurfaceChunk];
-    };
-};
+// A chunk's triples on the stack, left unset.
+using TchunkTriples = TscratchArray<T3Float, kSurfaceChunk>;
 
 // Calls f(start, count) for each piece of at most kSurfaceChunk samples.
 template <class F>

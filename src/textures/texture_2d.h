@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdint>
 #include <memory>
+#include <new>
 
 #include "framework/host/array.h"
 #include "framework/host/attribute_groups.h"
@@ -16,6 +17,7 @@
 #include "framework/host/node_class.h"
 #include "framework/node_registry.h"
 #include "framework/render_node.h"
+#include "framework/scratch_array.h"
 #include "shading/shading_types.h"
 #include "textures/texture_attributes.h"
 
@@ -116,7 +118,7 @@ public:
             fHeap.reset(new Record[count]);
             fRecords = fHeap.get();
         }
-        for (unsigned k = 0; k < count; ++k) fRecords[k] = Record{};
+        for (unsigned k = 0; k < count; ++k) new (&fRecords[k]) Record{};
     }
     Ttx2dBatch(const Ttx2dBatch&) = delete;
     Ttx2dBatch& operator=(const Ttx2dBatch&) = delete;
@@ -216,7 +218,7 @@ private:
     unsigned fFirst, fCount;
     TdataHandle fIn[kInputs > 0 ? kInputs : 1];
     bool fReady[kInputs > 0 ? kInputs : 1] = {};
-    Record fLocal[kBatchSize];
+    TscratchArray<Record, kBatchSize> fLocal;  // only the call's samples' records are made
     Record* fRecords = fLocal;
     std::unique_ptr<Record[]> fHeap;
 };
