@@ -5,21 +5,11 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <sstream>
 
 #include "support/program_run.h"
 #include "support/temp_dir.h"
 
 namespace {
-TprogramRun shadenet(const std::vector<std::string>& args) { return runProgram(SHADENET_CLI, args); }
-
-std::vector<std::string> linesOf(const std::string& text) {
-    std::vector<std::string> lines;
-    std::stringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
-
 const std::regex kMessageForm("shadenet( [a-z]+)*: (error|warning): .+");
 }  // namespace
 

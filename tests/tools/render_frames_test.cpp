@@ -5,22 +5,12 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "support/program_run.h"
 #include "support/temp_dir.h"
 #include "support/test_image.h"
 
 namespace {
-TprogramRun shadenet(const std::vector<std::string>& args) { return runProgram(SHADENET_CLI, args); }
-
-std::vector<std::string> linesOf(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
-
 // What `shadenet name` makes of `pattern` for one frame of scene `scene`.
 std::string nameOf(const std::string& pattern, const std::string& scene, int frame, const std::string& ext = "png") {
     TprogramRun r = shadenet({"name", pattern, "--scene", scene, "--ext", ext, "--frame", std::to_string(frame), "--animated"});
