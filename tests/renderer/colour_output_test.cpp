@@ -51,8 +51,6 @@ float srgb(float linear) {
     linear = std::clamp(linear, 0.0f, 1.0f);
     return linear <= 0.0031308f ? 12.92f * linear : 1.055f * std::pow(linear, 1 / 2.4f) - 0.055f;
 }
-
-TprogramRun shadenet(const std::vector<std::string>& args) { return runProgram(SHADENET_CLI, args); }
 }  // namespace
 
 TEST(ColourOutput, IntegerFilesHoldTheExrThroughTheDisplayCurveAndFloatFilesTheExrItself) {

@@ -16,8 +16,6 @@
 #include "support/temp_dir.h"
 
 namespace {
-TprogramRun shadenet(const std::vector<std::string>& arguments) { return runProgram(SHADENET_CLI, arguments); }
-
 // An 8-bit RGB image as read back from a file.
 struct Timage {
     int width = 0, height = 0;
