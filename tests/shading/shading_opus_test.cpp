@@ -50,9 +50,15 @@ void fill(TengineBatch& batch) {
 bool sameBits(const T3Float& a, const T3Float& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 }  // namespace
 
-TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBit) {
+TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBitWhateverTheRecordsLayout) {
+    // Inputs fed by a sample item read it in the records when they lie at a
+    // fixed spacing, and from a copy otherwise. Records one after another,
+    // in reverse order, and scattered give the scalar pull's bits, and the
+    // items the network reads stay as they were; so they do when one frame
+    // kept by the thread sees batch after batch of another size and layout,
+    // and when the scale reads a child of the uv's colour in the uv's block.
+    enum Layout { kInOrder, kReversed, kScattered };
     for (const Tattribute* valueSource : {&TengineTestUv::saOutAlpha(), &TengineTestUv::saOutColorB()}) {
-        SCOPED_TRACE(valueSource->longName().asC());
         ChainNetwork net(*valueSource);
         TshadingOpus* opus = net.analyse();
         ASSERT_NE(opus, nullptr);
@@ -62,35 +68,40 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBit) {
                 EXPECT_EQ(p.blocks[b].info[TengineTestScale::saValue().index()].kind, TdataBlockRendering::kVarPresentOtherDB);
             }
         }
-        for (unsigned count : {1u, 7u, 63u, 64u}) {
-            TengineBatch batch(net.group, kSurfaceColorTransparency, count);
-            fill(batch);
-            opus->shade(batch.size(), batch.data());
-            for (unsigned i = 0; i < count; ++i) {
-                T2Float c = coordOf(i);
-                T3Float expected = net.scalar(c.x, c.y);
-                const T3Float& got = *batch.samples[i]->outColor();
-                EXPECT_TRUE(sameBits(got, expected)) << "count " << count << " sample " << i << ": " << got.x << " " << got.y << " "
-                                                     << got.z << " vs " << expected.x << " " << expected.y << " " << expected.z;
-            }
-        }
-    }
-}
-
-TEST(ShadingOpus, BatchEqualsAHandWrittenLoop) {
-    ChainNetwork net;
-    TshadingOpus* opus = net.analyse();
-    ASSERT_NE(opus, nullptr);
-    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
-    fill(batch);
-    opus->shade(batch.size(), batch.data());
-    for (unsigned i = 0; i < kBatchSize; ++i) {
-        T2Float c = coordOf(i);
-        float r = (c.x + c.y) * 3.0f + 0.5f;
-        float g = c.y * 2.0f;
-        EXPECT_FLOAT_EQ(batch.samples[i]->outColor()->x, r) << i;
-        EXPECT_FLOAT_EQ(batch.samples[i]->outColor()->y, g) << i;
-        EXPECT_FLOAT_EQ(batch.samples[i]->outColor()->z, 0.75f) << i;
+        const unsigned size = net.group->sampleSize(kSurfaceColorTransparency);
+        unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
+        TshadingFrames frames;
+        for (bool keep : {false, true})
+            for (Layout layout : {kInOrder, kReversed, kScattered})
+                for (unsigned count : {1u, 2u, 3u, 7u, 63u, 64u}) {
+                    SCOPED_TRACE(testing::Message() << valueSource->longName().asC() << ", layout " << layout << ", " << count
+                                                    << " samples, frame kept " << keep);
+                    TshadingFramesScope scope(keep ? &frames : nullptr);
+                    std::vector<uint64_t> memory(size_t(size / 8) * count * 2, 0);
+                    std::vector<Tsample*> samples(count);
+                    for (unsigned i = 0; i < count; ++i) {
+                        // Scattered: odd samples in the second half, so three or
+                        // more records have no fixed spacing.
+                        const unsigned slot = layout == kInOrder ? i : layout == kReversed ? count - 1 - i : (i % 2 ? count + i : i);
+                        samples[i] = Tsample::sCreate(memory.data() + size_t(slot) * (size / 8), size, fields);
+                    }
+                    for (unsigned i = 0; i < count; ++i) samples[i]->setUvCoord(coordOf(i));
+                    opus->shade(count, samples.data());
+                    for (unsigned i = 0; i < count; ++i) {
+                        const T2Float c = coordOf(i);
+                        const T3Float& got = *samples[i]->outColor();
+                        EXPECT_TRUE(sameBits(got, net.scalar(c.x, c.y))) << i << ": " << got.x << " " << got.y << " " << got.z;
+                        EXPECT_EQ(std::memcmp(samples[i]->uvCoord(), &c, sizeof c), 0) << i;
+                        // And by hand, for what the scalar pull might share with the
+                        // batch: red = (u + v or u * v) * 3 + 0.5, green = v * 2.
+                        const float value = valueSource == &TengineTestUv::saOutAlpha() ? c.x + c.y : c.x * c.y;
+                        EXPECT_FLOAT_EQ(got.x, value * 3.0f + 0.5f) << i;
+                        EXPECT_FLOAT_EQ(got.y, c.y * 2.0f) << i;
+                        EXPECT_FLOAT_EQ(got.z, 0.75f) << i;
+                    }
+                }
+        EXPECT_EQ(frames.framesMade(), 1u);
+        EXPECT_EQ(frames.framesReused(), 17u);
     }
 }
 
@@ -117,44 +128,6 @@ TEST(ShadingOpus, ANeededItemOneSampleLacksTakesItsDefault) {
             EXPECT_TRUE(sameBits(*batch.samples[i]->outColor(), net.scalar(c.x, c.y))) << i;
         }
     }
-}
-
-TEST(ShadingOpus, SampleItemsReadInPlaceOrCopiedWhateverTheRecordsLayout) {
-    // Inputs fed by a sample item read it in the records when they lie at a
-    // fixed spacing, and from a copy otherwise. Records one after another,
-    // in reverse order, and scattered give the scalar pull's bits, and the
-    // items the network reads stay as they were; so they do when one frame
-    // kept by the thread sees batch after batch of another size and layout.
-    ChainNetwork net;
-    TshadingOpus* opus = net.analyse();
-    ASSERT_NE(opus, nullptr);
-    const unsigned size = net.group->sampleSize(kSurfaceColorTransparency);
-    unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
-    enum Layout { kInOrder, kReversed, kScattered };
-    TshadingFrames frames;
-    for (bool keep : {false, true})
-    for (Layout layout : {kInOrder, kReversed, kScattered})
-        for (unsigned count : {1u, 2u, 3u, 64u}) {
-            SCOPED_TRACE(testing::Message() << "layout " << layout << ", " << count << " samples, frame kept " << keep);
-            TshadingFramesScope scope(keep ? &frames : nullptr);
-            std::vector<uint64_t> memory(size_t(size / 8) * count * 2, 0);
-            std::vector<Tsample*> samples(count);
-            for (unsigned i = 0; i < count; ++i) {
-                // Scattered: odd samples in the second half, so three or more
-                // records have no fixed spacing.
-                const unsigned slot = layout == kInOrder ? i : layout == kReversed ? count - 1 - i : (i % 2 ? count + i : i);
-                samples[i] = Tsample::sCreate(memory.data() + size_t(slot) * (size / 8), size, fields);
-            }
-            for (unsigned i = 0; i < count; ++i) samples[i]->setUvCoord(coordOf(i));
-            opus->shade(count, samples.data());
-            for (unsigned i = 0; i < count; ++i) {
-                const T2Float c = coordOf(i);
-                EXPECT_TRUE(sameBits(*samples[i]->outColor(), net.scalar(c.x, c.y))) << i;
-                EXPECT_EQ(std::memcmp(samples[i]->uvCoord(), &c, sizeof c), 0) << i;
-            }
-        }
-    EXPECT_EQ(frames.framesMade(), 1u);
-    EXPECT_EQ(frames.framesReused(), 11u);
 }
 
 TEST(ShadingOpus, ARunNestedInItsOwnProgramKeepsBothBatchesApart) {
