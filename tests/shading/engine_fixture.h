@@ -9,6 +9,7 @@
 
 #include "framework/host/depend_graph.h"
 #include "shading/engine_test_nodes.h"
+#include "shading/render_bases.h"
 #include "shading/sample.h"
 #include "shading/shading_catalog.h"
 #include "shading/shading_engine.h"
@@ -37,6 +38,23 @@ struct TengineNetwork {
     // Ends the render: endOfRender on every node, programs dropped.
     void end() { session.reset(); }
     std::optional<TshadingSession> session;
+};
+
+// How many instructions of the program have the opcode.
+inline unsigned countOps(const TshadingOpus& opus, uint32_t opcode) {
+    unsigned n = 0;
+    for (unsigned k = 0; k < opus.program().instructionCount; ++k) n += opus.program().instructions[k].opcode == opcode;
+    return n;
+}
+
+// An object of the render as the engine sees it.
+struct TtestRenderGroup : TrenderGroupBase {
+    explicit TtestRenderGroup(unsigned n, bool receive = true) : number(n), receive(receive) {}
+    unsigned objectNumber() const override { return number; }
+    const TgeoManagerBase* geometryManager() const override { return nullptr; }
+    bool receiveShadows() const override { return receive; }
+    unsigned number;
+    bool receive;
 };
 
 struct TengineBatch {

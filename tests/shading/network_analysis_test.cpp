@@ -7,12 +7,6 @@
 #include "shading/shading_frames.h"
 
 namespace {
-unsigned countOps(const TshadingOpus& opus, uint32_t op, unsigned segment = 0) {
-    const auto& p = opus.program();
-    unsigned n = 0;
-    for (unsigned k = p.segments[segment]; k < p.segments[segment + 1]; ++k) n += p.instructions[k].opcode == op;
-    return n;
-}
 // Index of the compute instruction of `node` in segment 0, or -1.
 int computeAt(const TshadingOpus& opus, const TdependNode* node) {
     const auto& p = opus.program();

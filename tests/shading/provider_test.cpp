@@ -10,12 +10,6 @@
 
 namespace {
 T2Float coordAt(unsigned i) { return T2Float{0.1f + 0.013f * float(i), 0.9f - 0.007f * float(i)}; }
-
-unsigned countOps(const TshadingOpus& opus, uint32_t opcode) {
-    unsigned n = 0;
-    for (unsigned k = 0; k < opus.program().instructionCount; ++k) n += opus.program().instructions[k].opcode == opcode;
-    return n;
-}
 }  // namespace
 
 TEST(ProviderOutputs, InputReadAtShiftedCoordinatesAndSampleUnchangedOutside) {

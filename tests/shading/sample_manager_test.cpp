@@ -10,15 +10,6 @@
 #include "shading/sample_manager.h"
 
 namespace {
-struct TtestRenderGroup : TrenderGroupBase {
-    explicit TtestRenderGroup(unsigned n, bool receive = true) : number(n), receive(receive) {}
-    unsigned objectNumber() const override { return number; }
-    const TgeoManagerBase* geometryManager() const override { return nullptr; }
-    bool receiveShadows() const override { return receive; }
-    unsigned number;
-    bool receive;
-};
-
 // Keeps what it receives: per batch, its group and the samples' red and u.
 struct TtestRaster : TbaseDeepRaster {
     struct Batch {
