@@ -2,6 +2,7 @@
 // and exits 2 when the request itself is wrong, 1 when the work fails.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -19,10 +20,13 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
     const std::string folder = dir.file("folder"), missing = dir.file("nosuch.json");
     std::filesystem::create_directories(folder);
     const std::string noImage = dir.file("nosuch.png"), noBot = dir.file("nosuch.bot"), out = dir.file("out.png");
+    const std::string noMesh = dir.file("nomesh.json"), broken = dir.file("broken.json");
+    std::ofstream(noMesh) << R"({"nodes": [{"type": "camera", "name": "cam"}, {"type": "mesh", "name": "m", "attributes": {"fileName": "lost.obj"}}]})";
+    std::ofstream(broken) << "{\"nodes\": [}";
     struct Tcase {
         std::vector<std::string> args;
         int status;
-        std::string firstLine;  // what the first line of stderr starts with
+        std::string firstError;  // what the first error line of stderr starts with (warnings may come before it)
     };
     const Tcase cases[] = {
         // The request itself is wrong: 2.
@@ -46,6 +50,9 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
         // The work fails: 1, with the system's or the library's reason.
         {{"render", missing}, 1, "shadenet render: error: " + missing + ": No such file or directory"},
         {{"render", folder}, 1, "shadenet render: error: " + folder + ": is a directory"},
+        {{"render", broken, "-o", out}, 1, "shadenet render: error: " + broken + ":1:12: malformed JSON"},
+        {{"render", noMesh, "-o", out}, 1,
+         "shadenet render: error: " + noMesh + ": node 'm' attribute 'fileName': " + dir.file("lost.obj") + ": mesh file not found"},
         {{"check", folder}, 1, "shadenet check: error: " + folder + ": is a directory"},
         {{"compile", folder, "group"}, 1, "shadenet compile: error: " + folder + ": is a directory"},
         {{"swatch", missing + ":node"}, 1, "shadenet swatch: error: " + missing + ": No such file or directory"},
@@ -64,8 +71,9 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
         EXPECT_EQ(r.status, c.status) << r.err;
         EXPECT_EQ(r.out, "");
         const std::vector<std::string> lines = linesOf(r.err);
-        ASSERT_FALSE(lines.empty());
-        EXPECT_EQ(lines[0].substr(0, c.firstLine.size()), c.firstLine);
+        auto error = std::find_if(lines.begin(), lines.end(), [](const std::string& l) { return l.find(": error: ") != std::string::npos; });
+        ASSERT_NE(error, lines.end()) << r.err;
+        EXPECT_EQ(error->substr(0, c.firstError.size()), c.firstError);
         for (const std::string& line : lines) EXPECT_TRUE(std::regex_match(line, kMessageForm)) << line;
     }
 }
