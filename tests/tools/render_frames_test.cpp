@@ -100,18 +100,3 @@ TEST(RenderFrames, ALogGetsAProgressLinePerFrameUnlessQuiet) {
     ASSERT_EQ(quiet.status, 0) << quiet.err;
     EXPECT_EQ(quiet.err.find("100%"), std::string::npos) << quiet.err;
 }
-
-TEST(RenderFrames, BadFrameRangesAreRefused) {
-    const std::pair<std::vector<std::string>, const char*> cases[] = {
-        {{"--frames", "5-1"}, "--frames '5-1' holds no frame"},
-        {{"--frames", "1-10:0"}, "--frames '1-10:0' holds no frame"},
-        {{"--frames", "a-b"}, "--frames 'a-b' is not FIRST-LAST[:STEP]"},
-        {{"--frames", "1-3", "--frame", "2"}, "--frame and --frames both name frames"},
-    };
-    for (const auto& [extra, message] : cases) {
-        SCOPED_TRACE(message);
-        TprogramRun r = shadenet(join({"render", kSmoke, "-q", "-o", "/nonexistent/x.png"}, extra));
-        EXPECT_EQ(r.status, 2);
-        EXPECT_NE(r.err.find(message), std::string::npos) << r.err;
-    }
-}
