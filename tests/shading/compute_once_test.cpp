@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "shading/engine_fixture.h"
+#include "shading/shading_frames.h"
 #include "support/expect_near.h"
 
 namespace {
@@ -78,22 +79,27 @@ TEST(ComputeOnce, OutputsProducedTogetherComputeOncePerBatch) {
         net.pair->together = c.together;
         TshadingOpus* opus = net.analyse();
         ASSERT_NE(opus, nullptr);
-        // Batch after batch on one program: a batch whose marks carried into
-        // the next would skip its computes there or keep its values.
-        for (unsigned count : {1u, 37u, 64u}) {
-            TengineBatch batch(net.group, kSurfaceColorTransparency, count);
-            ASSERT_TRUE(batch.samples[0]->hasItem(kItemOutTransparency));
-            for (unsigned i = 0; i < count; ++i) batch.samples[i]->setUvCoord(coordAt(i + count));
-            const int before = net.pair->counters.computes, samplesBefore = net.pair->counters.samples;
-            opus->shade(batch.size(), batch.data());
-            EXPECT_EQ(net.pair->counters.computes - before, c.computesPerBatch) << count;
-            EXPECT_EQ(net.pair->counters.samples - samplesBefore, c.computesPerBatch * int(count));
-            // Both outputs hold their values whichever compute wrote them.
-            for (unsigned i = 0; i < count; ++i) {
-                T2Float p = coordAt(i + count);
-                T3Float in(p.x, p.y, p.x * p.y);
-                expectNear(*batch.samples[i]->outColor(), in * 2.0f, "colour " + std::to_string(i));
-                expectNear(*batch.samples[i]->outTransparency(), T3Float(1, 1, 1) - in, "transparency " + std::to_string(i));
+        // Batch after batch on one program, on the stack and in a frame the
+        // thread keeps: a batch whose marks carried into the next would skip
+        // its computes there or keep its values.
+        TshadingFrames frames;
+        for (TshadingFrames* kept : {static_cast<TshadingFrames*>(nullptr), &frames}) {
+            TshadingFramesScope scope(kept);
+            for (unsigned count : {1u, 37u, 64u}) {
+                TengineBatch batch(net.group, kSurfaceColorTransparency, count);
+                ASSERT_TRUE(batch.samples[0]->hasItem(kItemOutTransparency));
+                for (unsigned i = 0; i < count; ++i) batch.samples[i]->setUvCoord(coordAt(i + count));
+                const int before = net.pair->counters.computes, samplesBefore = net.pair->counters.samples;
+                opus->shade(batch.size(), batch.data());
+                EXPECT_EQ(net.pair->counters.computes - before, c.computesPerBatch) << count;
+                EXPECT_EQ(net.pair->counters.samples - samplesBefore, c.computesPerBatch * int(count));
+                // Both outputs hold their values whichever compute wrote them.
+                for (unsigned i = 0; i < count; ++i) {
+                    T2Float p = coordAt(i + count);
+                    T3Float in(p.x, p.y, p.x * p.y);
+                    expectNear(*batch.samples[i]->outColor(), in * 2.0f, "colour " + std::to_string(i));
+                    expectNear(*batch.samples[i]->outTransparency(), T3Float(1, 1, 1) - in, "transparency " + std::to_string(i));
+                }
             }
         }
     }
