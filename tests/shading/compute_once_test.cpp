@@ -86,11 +86,11 @@ TEST(ComputeOnce, OutputsProducedTogetherComputeOncePerBatch) {
         for (TshadingFrames* kept : {static_cast<TshadingFrames*>(nullptr), &frames}) {
             TshadingFramesScope scope(kept);
             for (unsigned count : {1u, 37u, 64u}) {
-                TengineBatch batch(net.group, kSurfaceColorTransparency, count);
+                TtestSamples batch(net.group, count);
                 ASSERT_TRUE(batch.samples[0]->hasItem(kItemOutTransparency));
                 for (unsigned i = 0; i < count; ++i) batch.samples[i]->setUvCoord(coordAt(i + count));
                 const int before = net.pair->counters.computes, samplesBefore = net.pair->counters.samples;
-                opus->shade(batch.size(), batch.data());
+                batch.shade(opus);
                 EXPECT_EQ(net.pair->counters.computes - before, c.computesPerBatch) << count;
                 EXPECT_EQ(net.pair->counters.samples - samplesBefore, c.computesPerBatch * int(count));
                 // Both outputs hold their values whichever compute wrote them.

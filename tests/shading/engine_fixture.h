@@ -1,6 +1,7 @@
 #pragma once
-// A graph with one shading group, and batches of samples laid out for the
-// program of one of its options.
+// A graph with one shading group, and what the engine tests share around
+// it: opcode counts of its program and render objects. Samples laid out for
+// it come from the shared test samples.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -15,6 +16,7 @@
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
 #include "shading/shading_session.h"
+#include "support/test_samples.h"
 
 struct TengineNetwork {
     TdependGraph graph;
@@ -55,19 +57,4 @@ struct TtestRenderGroup : TrenderGroupBase {
     bool receiveShadows() const override { return receive; }
     unsigned number;
     bool receive;
-};
-
-struct TengineBatch {
-    std::vector<std::vector<uint64_t>> memory;
-    std::vector<Tsample*> samples;
-    TengineBatch(TDNshadingEngine* group, TSEoption option, unsigned count) {
-        unsigned size = group->sampleSize(option);
-        unsigned* fields = group->fieldOffsetTable(option);
-        for (unsigned i = 0; i < count; ++i) {
-            memory.emplace_back((size + 7) / 8, 0);
-            samples.push_back(Tsample::sCreate(memory.back().data(), size, fields));
-        }
-    }
-    Tsample** data() { return samples.data(); }
-    unsigned size() const { return unsigned(samples.size()); }
 };

@@ -43,7 +43,7 @@ struct ChainNetwork : TengineNetwork {
 
 T2Float coordOf(unsigned i) { return T2Float{float(i) * 0.037f - 0.6f, 1.0f / float(i + 3)}; }
 
-void fill(TengineBatch& batch) {
+void fill(TtestSamples& batch) {
     for (unsigned i = 0; i < batch.size(); ++i) batch.samples[i]->setUvCoord(coordOf(i));
 }
 
@@ -112,17 +112,17 @@ TEST(ShadingOpus, ANeededItemOneSampleLacksTakesItsDefault) {
     ChainNetwork net;
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
-    TengineBatch reference(net.group, kSurfaceColorTransparency, 1);
+    TtestSamples reference(net.group, 1);
     reference.samples[0]->confirmSet(opus->needs());
     const T2Float byDefault = *reference.samples[0]->uvCoord();
     for (unsigned lacking : {0u, 5u, 63u}) {
         SCOPED_TRACE(lacking);
-        TengineBatch batch(net.group, kSurfaceColorTransparency, 64);
+        TtestSamples batch(net.group, 64);
         for (unsigned i = 0; i < batch.size(); ++i)
             if (i != lacking) batch.samples[i]->setUvCoord(coordOf(i));
         const T2Float stale{7.0f, -3.0f};
         std::memcpy(const_cast<T2Float*>(batch.samples[lacking]->uvCoord()), &stale, sizeof stale);
-        opus->shade(batch.size(), batch.data());
+        batch.shade(opus);
         for (unsigned i = 0; i < batch.size(); ++i) {
             const T2Float c = i == lacking ? byDefault : coordOf(i);
             EXPECT_TRUE(sameBits(*batch.samples[i]->outColor(), net.scalar(c.x, c.y))) << i;
@@ -142,11 +142,11 @@ TEST(ShadingOpus, ARunNestedInItsOwnProgramKeepsBothBatchesApart) {
     auto inner = [](unsigned i) { return T2Float{0.3f - float(i) * 0.011f, float(i) * 0.02f}; };
     for (int round = 0; round < 2; ++round) {
         SCOPED_TRACE(round);
-        TengineBatch outer(net.group, kSurfaceColorTransparency, kBatchSize), nested(net.group, kSurfaceColorTransparency, 9);
+        TtestSamples outer(net.group, kBatchSize), nested(net.group, 9);
         fill(outer);
         for (unsigned i = 0; i < nested.size(); ++i) nested.samples[i]->setUvCoord(inner(i));
-        net.scale->reenter = [&] { opus->shade(nested.size(), nested.data()); };
-        opus->shade(outer.size(), outer.data());
+        net.scale->reenter = [&] { nested.shade(opus); };
+        outer.shade(opus);
         ASSERT_FALSE(net.scale->reenter);
         for (unsigned i = 0; i < outer.size(); ++i) {
             const T2Float c = coordOf(i);
@@ -215,13 +215,13 @@ TEST(ShadingOpus, EachNodeComputesOncePerBatch) {
     net.toSurfaceShader(surface, TengineTestSurface::saOutColor());
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
-    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+    TtestSamples batch(net.group, kBatchSize);
     fill(batch);
     // The surface's constant transparency was pulled once through the host at analysis.
     const int surfaceBefore = surface->counters.computes;
     EXPECT_EQ(uv->counters.computes, 0);
     for (int round = 1; round <= 3; ++round) {
-        opus->shade(batch.size(), batch.data());
+        batch.shade(opus);
         EXPECT_EQ(uv->counters.computes, round);
         EXPECT_EQ(uv->counters.samples, round * 64);
         EXPECT_EQ(a->counters.computes, round);
@@ -274,9 +274,9 @@ TEST(ShadingOpus, LazyInputsComputeOnlyForTheirRuns) {
         TshadingOpus* opus = net.analyse();
         ASSERT_NE(opus, nullptr);
         EXPECT_EQ(opus->program().segmentCount > 1, c.lazy);
-        TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+        TtestSamples batch(net.group, kBatchSize);
         for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(alternating(i));
-        for (int round = 1; round <= 2; ++round) opus->shade(batch.size(), batch.data());
+        for (int round = 1; round <= 2; ++round) batch.shade(opus);
         EXPECT_EQ(net.first->counters.samples, 2 * c.firstSamples) << c.lazy;
         EXPECT_EQ(net.second->counters.samples, 2 * c.secondSamples) << c.lazy;
         if (c.lazy) {
@@ -311,9 +311,9 @@ TEST(ShadingOpus, ACutNodeReadByTwoConsumersComputesEachSampleOnce) {
     net.toSurfaceShader(surface, TengineTestSurface::saOutColor());
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
-    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+    TtestSamples batch(net.group, kBatchSize);
     for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(alternating(i));
-    opus->shade(batch.size(), batch.data());
+    batch.shade(opus);
     EXPECT_EQ(shared->counters.samples, choosingFirst());
     ASSERT_TRUE(batch.samples[0]->hasItem(kItemOutTransparency));
     for (unsigned i = 0; i < kBatchSize; ++i) EXPECT_EQ(batch.samples[i]->outColor()->x, batch.samples[i]->outTransparency()->x) << i;
@@ -323,22 +323,22 @@ TEST(ShadingOpus, ShadeTouchesNoHeap) {
     MixNetwork net(true);
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
-    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+    TtestSamples batch(net.group, kBatchSize);
     for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(alternating(i));
-    opus->shade(batch.size(), batch.data());  // first run: on-demand steps
+    batch.shade(opus);  // first run: on-demand steps
     // Room for one frame and a half: the two programs' kept frames are
     // dropped and carved again in turn.
     TshadingFrames frames(opus->keptFrameSize() * 3 / 2);
     MixNetwork other(true);
     TshadingOpus* second = other.analyse();
     ASSERT_NE(second, nullptr);
-    second->shade(batch.size(), batch.data());
+    batch.shade(second);
     TallocationCounter counter;
     for (TshadingFrames* kept : {static_cast<TshadingFrames*>(nullptr), &frames}) {
         TshadingFramesScope scope(kept);
         for (int round = 0; round < 4; ++round) {
-            opus->shade(batch.size() - round, batch.data());
-            second->shade(batch.size(), batch.data());
+            opus->shade(unsigned(batch.size()) - round, batch.samples.data());
+            batch.shade(second);
         }
     }
     EXPECT_EQ(counter.allocations(), 0u);
@@ -349,9 +349,9 @@ TEST(ShadingOpus, ThreadsShareOneProgram) {
     ChainNetwork net;
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
-    TengineBatch reference(net.group, kSurfaceColorTransparency, kBatchSize);
+    TtestSamples reference(net.group, kBatchSize);
     fill(reference);
-    opus->shade(reference.size(), reference.data());
+    reference.shade(opus);
     constexpr unsigned kThreads = 4, kRounds = 200;
     std::vector<unsigned> mismatches(kThreads, 0);
     std::vector<std::thread> threads;
@@ -360,10 +360,10 @@ TEST(ShadingOpus, ThreadsShareOneProgram) {
             // Half the threads keep their frames, as render threads do.
             TshadingFrames frames;
             TshadingFramesScope scope(t % 2 ? &frames : nullptr);
-            TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+            TtestSamples batch(net.group, kBatchSize);
             for (unsigned r = 0; r < kRounds; ++r) {
                 fill(batch);
-                opus->shade(batch.size(), batch.data());
+                batch.shade(opus);
                 for (unsigned i = 0; i < kBatchSize; ++i)
                     mismatches[t] += !sameBits(*batch.samples[i]->outColor(), *reference.samples[i]->outColor());
             }

@@ -104,7 +104,7 @@ TEST(UserSampleData, CopiedFromItsSourceOrWrittenByTheObjectsFill) {
         TtestRenderGroup renderGroup(c.object < 0 ? 0 : unsigned(c.object));
         TsampleBatch batch{};
         batch.renderGroup = &renderGroup;
-        TengineBatch samples(net.group, kSurfaceColorTransparency, 9);
+        TtestSamples samples(net.group, 9);
         for (unsigned i = 0; i < samples.size(); ++i) {
             if (c.object >= 0) samples.samples[i]->reset(net.group->fieldOffsetTable(kSurfaceColorTransparency), nullptr, &batch);
             samples.samples[i]->setShadowAttenuation(0.5f + float(i));
@@ -112,7 +112,7 @@ TEST(UserSampleData, CopiedFromItsSourceOrWrittenByTheObjectsFill) {
         int before = fillForOne.fills;
         {
             TallocationCounter counter;
-            opus->shade(samples.size(), samples.data());
+            samples.shade(opus);
             EXPECT_EQ(counter.allocations(), 0u);
         }
         EXPECT_EQ(fillForOne.fills - before, c.fromFill ? 1 : 0);
