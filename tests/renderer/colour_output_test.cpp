@@ -27,23 +27,17 @@ const char* kBallScene = R"({"nodes": [
   {"type": "shadingEngine", "name": "flatSG", "members": ["ball"]}],
  "connections": [["flat.outColor", "flatSG.surfaceShader"]]})";
 
-struct Tpixels {
-    int width = 0, height = 0, channels = 0;
+// A file's stored values, without the premultiplication the image library
+// applies to unassociated files by default, and the encoding it names.
+struct Tpixels : TtestImage {
     std::string colourSpace;
-    std::vector<float> values;
-    const float* at(int x, int y) const { return &values[(size_t(y) * size_t(width) + size_t(x)) * size_t(channels)]; }
+    const float* at(int x, int y) const { return &pixels[(size_t(y) * size_t(width) + size_t(x)) * size_t(channels)]; }
 };
 
-// The stored values, without the premultiplication the image library
-// applies to unassociated files by default.
 Tpixels readRaw(const std::string& path) {
-    Tpixels p;
     OIIO::ImageSpec header;
-    TtestImage image = readTestImage(path, &header, true);
-    p.width = image.width, p.height = image.height, p.channels = image.channels;
-    p.colourSpace = header.get_string_attribute("oiio:ColorSpace");
-    p.values = std::move(image.pixels);
-    return p;
+    // Braced initialisers run in order: the header is read before it is asked.
+    return Tpixels{readTestImage(path, &header, true), header.get_string_attribute("oiio:ColorSpace")};
 }
 
 // The sRGB curve, written out here rather than taken from the code under test.
@@ -51,8 +45,6 @@ float srgb(float linear) {
     linear = std::clamp(linear, 0.0f, 1.0f);
     return linear <= 0.0031308f ? 12.92f * linear : 1.055f * std::pow(linear, 1 / 2.4f) - 0.055f;
 }
-
-TprogramRun shadenet(const std::vector<std::string>& args) { return runProgram(SHADENET_CLI, args); }
 }  // namespace
 
 TEST(ColourOutput, IntegerFilesHoldTheExrThroughTheDisplayCurveAndFloatFilesTheExrItself) {

@@ -42,13 +42,29 @@ std::string sceneText(int filterType) {
       {"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1}}],
     "connections": [["blocks.outColor", "unlit.incandescence"], ["unlit.outColor", "cardSG.surfaceShader"]]})";
 }
+
+// Block colours of `variant` written as images/blocks.png in `dir`.
+void writeBlocks(const TtestTempDir& dir, int variant) {
+    std::filesystem::create_directories(dir.path() / "images");
+    Tstring why;
+    ASSERT_TRUE(TfilePixelMapCache::saveIMFPixelMap(Tstring(dir.file("images/blocks.png")), blockImage(variant), why)) << why.asC();
+}
+
+// The card rendered `pixels` wide with the given filter, one sample a pixel.
+// Raw: the PNG keeps the texture's own code values, not display-encoded ones.
+TtestImage renderBlocks(const TtestTempDir& dir, int filterType, int pixels) {
+    const std::string scene = dir.file("scene" + std::to_string(filterType) + ".json"), out = dir.file("out.png");
+    std::ofstream(scene) << sceneText(filterType);
+    const TprogramRun run = shadenet({"render", scene, "-o", out, "--spp", "1", "--resolution", std::to_string(pixels),
+                                      std::to_string(pixels), "-q", "--colorspace", "Raw"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    return run.status == 0 ? readTestImage(out) : TtestImage();
+}
 }  // namespace
 
 TEST(FileTextureRender, EachFilterShowsEveryBlockInItsOwnColour) {
     TtestTempDir dir;
-    std::filesystem::create_directories(dir.path() / "images");
-    Tstring why;
-    ASSERT_TRUE(TfilePixelMapCache::saveIMFPixelMap(Tstring(dir.file("images/blocks.png")), blockImage(0), why));
+    writeBlocks(dir, 0);
     struct Tcase {
         const char* what;
         int filterType;
@@ -60,18 +76,10 @@ TEST(FileTextureRender, EachFilterShowsEveryBlockInItsOwnColour) {
         int variant = 0;
         if (c.botBeside) {
             // The BOT file holds the blocks; the image beside it another set.
-            ASSERT_EQ(runProgram(SHADENET_CLI, {"bot", "convert", dir.file("images/blocks.png"), "-o", dir.file("images/blocks.bot")}).status, 0);
-            ASSERT_TRUE(TfilePixelMapCache::saveIMFPixelMap(Tstring(dir.file("images/blocks.png")), blockImage(1), why));
+            ASSERT_EQ(shadenet({"bot", "convert", dir.file("images/blocks.png"), "-o", dir.file("images/blocks.bot")}).status, 0);
+            writeBlocks(dir, 1);
         }
-        const std::string scene = dir.file("scene" + std::to_string(c.filterType) + ".json");
-        std::ofstream(scene) << sceneText(c.filterType);
-        // Raw: the PNG keeps the texture's own code values, not display-encoded ones.
-        const std::string out = dir.file("out.png");
-        const TprogramRun run = runProgram(SHADENET_CLI, {"render", scene, "-o", out, "--spp", "1", "--resolution",
-                                                          std::to_string(kPixels), std::to_string(kPixels), "-q",
-                                                          "--colorspace", "Raw"});
-        ASSERT_EQ(run.status, 0) << run.err;
-        const TtestImage image = readTestImage(out);
+        const TtestImage image = renderBlocks(dir, c.filterType, kPixels);
         ASSERT_EQ(image.width, kPixels);
         // The two middle pixels of each block in each direction: their
         // footprints, filter squares included, stay inside the block.
@@ -92,18 +100,9 @@ TEST(FileTextureRender, EachFilterShowsEveryBlockInItsOwnColour) {
 // renderer's pixel, camera and triangle.
 TEST(FileTextureRender, BoxFilterAcrossABlockEdgeIsTheAreaWeightedMean) {
     TtestTempDir dir;
-    std::filesystem::create_directories(dir.path() / "images");
-    Tstring why;
-    ASSERT_TRUE(TfilePixelMapCache::saveIMFPixelMap(Tstring(dir.file("images/blocks.png")), blockImage(0), why));
-    const std::string scene = dir.file("scene.json");
-    std::ofstream(scene) << sceneText(2);
+    writeBlocks(dir, 0);
     const int pixels = 30;  // block edges fall in the middle of pixels 7, 15 and 22
-    const std::string out = dir.file("out.png");
-    const TprogramRun run =
-        runProgram(SHADENET_CLI, {"render", scene, "-o", out, "--spp", "1", "--resolution", std::to_string(pixels),
-                                  std::to_string(pixels), "-q", "--colorspace", "Raw"});
-    ASSERT_EQ(run.status, 0) << run.err;
-    const TtestImage image = readTestImage(out);
+    const TtestImage image = renderBlocks(dir, 2, pixels);
     ASSERT_EQ(image.width, pixels);
     // Pixel 7 spans u * 64 from 14.93 to 17.07; texels 0 to 15 (block 0)
     // cover up to 15.5, as texel i lies at i.

@@ -8,6 +8,7 @@
 
 #include "renderer/render_fixture.h"
 #include "renderer/renderer_test_surface.h"
+#include "support/expect_near.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -72,52 +73,43 @@ TEST(RenderImage, SphereShadingMatchesTheClosedFormAtEveryPixel) {
                 } else {
                     want = c.mode == TrendererTestSurface::kNormal ? n : p;
                 }
-                EXPECT_NEAR(got.x, want.x, 2e-4f) << px << "," << py;
-                EXPECT_NEAR(got.y, want.y, 2e-4f) << px << "," << py;
-                EXPECT_NEAR(got.z, want.z, 2e-4f) << px << "," << py;
+                expectNear(got, want, std::to_string(px) + "," + std::to_string(py), 2e-4f);
                 EXPECT_EQ(run.image.pixel(px, py)[3], 1.0f);
             }
         EXPECT_GT(hits, 200);
     }
 }
 
-TEST(RenderImage, ARayThatHitsNothingGivesTheBackground) {
-    const char* camera = R"({"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"backgroundColor": [0.2, 0.3, 0.4]}})";
-    // Off to the side, out of view: the image is all background.
-    std::string nodes = R"({"type": "transform", "name": "far", "attributes": {"translate": [40, 0, 0]}}, {"type": "sphere", "name": "ball", "parent": "far"}, )" +
-                        testGroup("surf", TrendererTestSurface::kFlat, R"("|far|ball")");
-    for (int spp : {1, 4}) {
-        TrenderRun run = renderText(sceneText(nodes, testConnection("surf"), camera), renderOptions(24, 16, 1, spp));
-        ASSERT_TRUE(run.ok) << run.error;
-        for (int y = 0; y < 16; ++y)
-            for (int x = 0; x < 24; ++x) {
-                const float* p = run.image.pixel(x, y);
-                EXPECT_NEAR(p[0], 0.2f, 1e-6f);
-                EXPECT_NEAR(p[1], 0.3f, 1e-6f);
-                EXPECT_NEAR(p[2], 0.4f, 1e-6f);
-                EXPECT_EQ(p[3], 1.0f);  // a coloured backdrop is opaque
-            }
-    }
-}
-
-TEST(RenderImage, EveryPixelFilterReproducesAFlatColour) {
-    // A plane filling the view in one colour: any normalised filter gives
-    // that colour back, at the image's edges too.
-    for (const char* filter : {"kBoxPixelFilter", "kTrianglePixelFilter", "kGaussianPixelFilter", "kQuadraticBSplinePixelFilter"}) {
-        SCOPED_TRACE(filter);
-        std::string quality = std::string(R"({"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": ")") +
-                              filter + R"(", "pixelFilterWidthX": 3}})";
-        std::string nodes = R"({"type": "transform", "name": "wall", "attributes": {"rotate": [90, 0, 0]}}, {"type": "plane", "name": "card", "parent": "wall", "attributes": {"width": 100, "height": 100}}, )" +
-                            testGroup("surf", TrendererTestSurface::kFlat, R"("|wall|card")", R"("color": [0.25, 0.5, 0.75])") + ", " + quality;
-        TrenderRun run = renderText(sceneText(nodes, testConnection("surf")), renderOptions(20, 14, 2, 4));
+TEST(RenderImage, AUniformViewRendersUniformToTheImagesEdges) {
+    // Nothing in view gives the background, opaque as a coloured backdrop
+    // is; a card filling the view gives its colour through any normalised
+    // filter, at the image's edges too.
+    const char* backdrop = R"({"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"backgroundColor": [0.2, 0.3, 0.4]}})";
+    const std::string aside = R"({"type": "transform", "name": "far", "attributes": {"translate": [40, 0, 0]}}, {"type": "sphere", "name": "ball", "parent": "far"}, )" +
+                              testGroup("surf", TrendererTestSurface::kFlat, R"("|far|ball")");
+    const std::string card = R"({"type": "transform", "name": "wall", "attributes": {"rotate": [90, 0, 0]}}, {"type": "plane", "name": "card", "parent": "wall", "attributes": {"width": 100, "height": 100}}, )" +
+                             testGroup("surf", TrendererTestSurface::kFlat, R"("|wall|card")", R"("color": [0.25, 0.5, 0.75])");
+    struct Case {
+        std::string name, nodes;
+        const char* camera;
+        int spp;
+        T3Float colour;
+    };
+    std::vector<Case> cases = {{"background, 1 spp", aside, backdrop, 1, {0.2f, 0.3f, 0.4f}},
+                               {"background, 4 spp", aside, backdrop, 4, {0.2f, 0.3f, 0.4f}}};
+    for (const char* filter : {"kBoxPixelFilter", "kTrianglePixelFilter", "kGaussianPixelFilter", "kQuadraticBSplinePixelFilter"})
+        cases.push_back({filter,
+                         card + R"(, {"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": ")" + filter +
+                             R"(", "pixelFilterWidthX": 3}})",
+                         "", 4, {0.25f, 0.5f, 0.75f}});
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        TrenderRun run = renderText(sceneText(c.nodes, testConnection("surf"), c.camera), renderOptions(20, 14, 2, c.spp));
         ASSERT_TRUE(run.ok) << run.error;
         for (int y = 0; y < 14; ++y)
             for (int x = 0; x < 20; ++x) {
-                const float* p = run.image.pixel(x, y);
-                EXPECT_NEAR(p[0], 0.25f, 1e-5f);
-                EXPECT_NEAR(p[1], 0.5f, 1e-5f);
-                EXPECT_NEAR(p[2], 0.75f, 1e-5f);
-                EXPECT_NEAR(p[3], 1.0f, 1e-6f);
+                expectNear(rgb(run.image, x, y), c.colour, std::to_string(x) + "," + std::to_string(y), 1e-5f);
+                EXPECT_NEAR(run.image.pixel(x, y)[3], 1.0f, 1e-6f);
             }
     }
 }
@@ -140,11 +132,8 @@ TEST(RenderImage, TransparentSurfacesShowWhatLiesBehind) {
         std::string links = testConnection("glass") + (c.withWall ? ", " + testConnection("paint") : "");
         TrenderRun run = renderText(sceneText(nodes, links, camera), renderOptions(8, 6));
         ASSERT_TRUE(run.ok) << run.error;
-        const float* p = run.image.pixel(4, 3);
-        EXPECT_NEAR(p[0], c.colour.x, 1e-5f);
-        EXPECT_NEAR(p[1], c.colour.y, 1e-5f);
-        EXPECT_NEAR(p[2], c.colour.z, 1e-5f);
-        EXPECT_NEAR(p[3], c.alpha, 1e-5f);
+        expectNear(rgb(run.image, 4, 3), c.colour, "centre", 1e-5f);
+        EXPECT_NEAR(run.image.pixel(4, 3)[3], c.alpha, 1e-5f);
     }
 }
 
@@ -196,10 +185,7 @@ TEST(RenderImage, ObjMeshesWithAndWithoutNormalsAndUvs) {
                 else if (c.name == cases[2].name)
                     want = normalize(normals[i0] * (1 - bu - bv) + normals[i1] * bu + normals[i2] * bv);
                 else want = {0, 0, 1};
-                T3Float got = rgb(run.image, px, py);
-                EXPECT_NEAR(got.x, want.x, 1e-4f) << px << "," << py;
-                EXPECT_NEAR(got.y, want.y, 1e-4f) << px << "," << py;
-                EXPECT_NEAR(got.z, want.z, 1e-4f) << px << "," << py;
+                expectNear(rgb(run.image, px, py), want, std::to_string(px) + "," + std::to_string(py), 1e-4f);
             }
     }
 }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "renderer/render_fixture.h"
+#include "support/expect_near.h"
 
 namespace {
 constexpr int kW = 80, kH = 60;
@@ -79,17 +80,10 @@ TEST(RenderLighting, LambertSphereUnderADirectionalLightMatchesTheClosedForm) {
                 if (disc < 0.05f) continue;  // background or too near the silhouette
                 T3Float n = normalize(d * (b - std::sqrt(disc)) - centre);
                 float cosine = std::max(0.0f, dot(n, toLight));
-                T3Float expected;
-                for (int k = 0; k < 3; ++k) {
-                    float col = k == 0 ? c.color.x : k == 1 ? c.color.y : c.color.z;
-                    float amb = k == 0 ? c.ambientColor.x : k == 1 ? c.ambientColor.y : c.ambientColor.z;
-                    float v = col * (c.intensity * c.diffuse * cosine + c.ambientLight + amb);
-                    (k == 0 ? expected.x : k == 1 ? expected.y : expected.z) = v;
-                }
-                T3Float got = rgb(run.image, px, py);
-                EXPECT_NEAR(got.x, expected.x, 0.01f) << px << "," << py;
-                EXPECT_NEAR(got.y, expected.y, 0.01f) << px << "," << py;
-                EXPECT_NEAR(got.z, expected.z, 0.01f) << px << "," << py;
+                const float direct = c.intensity * c.diffuse * cosine + c.ambientLight;
+                const T3Float expected(c.color.x * (direct + c.ambientColor.x), c.color.y * (direct + c.ambientColor.y),
+                                       c.color.z * (direct + c.ambientColor.z));
+                expectNear(rgb(run.image, px, py), expected, std::to_string(px) + "," + std::to_string(py), 0.01f);
                 ++checked;
                 lit += cosine > 0.3f ? 1 : 0;
             }

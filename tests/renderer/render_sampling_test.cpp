@@ -1,12 +1,11 @@
 // How camera samples become pixels: each sample keeps its own lighting
-// whatever the tiles and batches, shadow edges are antialiased like geometry
-// edges, and a region is exactly the full render's pixels.
+// whatever the tiles and batches, and shadow edges are antialiased like
+// geometry edges.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <string>
 
 #include "renderer/render_fixture.h"
@@ -166,34 +165,4 @@ TEST(RenderSampling, ShadowEdgesAreAntialiasedLikeGeometryEdges) {
     // Both edges cross all 40 rows.
     EXPECT_GE(geometry, kSide * 3 / 4);
     EXPECT_GE(shadow, geometry * 3 / 4) << "shadow edge " << shadow << " intermediate pixels, geometry edge " << geometry;
-}
-
-// A region whose corners are not multiples of the tile size gives exactly
-// the full render's pixels, at several samples per pixel with real lights.
-TEST(RenderSampling, ARegionWithOddCornersMatchesTheFullRender) {
-    TrenderOptions full = ortho(4, 16);
-    full.threads = 2;
-    TrenderRun whole = renderText(litSphereScene(), full);
-    ASSERT_TRUE(whole.ok) << whole.error;
-    struct Region {
-        int x0, y0, x1, y1;
-    };
-    for (const Region& r : {Region{5, 3, 33, 31}, Region{17, 9, 39, 38}, Region{1, 1, 2, 2}}) {
-        SCOPED_TRACE(testing::Message() << r.x0 << " " << r.y0 << " " << r.x1 << " " << r.y1);
-        TrenderOptions o = full;
-        o.useRegion = true;
-        o.regionX0 = r.x0, o.regionY0 = r.y0, o.regionX1 = r.x1, o.regionY1 = r.y1;
-        TrenderRun part = renderText(litSphereScene(), o);
-        ASSERT_TRUE(part.ok) << part.error;
-        int differing = 0, covered = 0;
-        for (int y = r.y0; y < r.y1; ++y)
-            for (int x = r.x0; x < r.x1; ++x) {
-                differing += std::memcmp(part.image.pixel(x, y), whole.image.pixel(x, y), 4 * sizeof(float)) != 0;
-                covered += whole.image.pixel(x, y)[3] > 0;
-            }
-        EXPECT_EQ(differing, 0);
-        if (r.x1 - r.x0 > 2) {
-            EXPECT_GT(covered, 50);
-        }
-    }
 }

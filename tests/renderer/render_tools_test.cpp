@@ -1,5 +1,5 @@
-// The render and swatch commands on real files, and the ray sampler that
-// materials trace through.
+// A swatch rendered in process, and the ray sampler that materials trace
+// through.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -9,47 +9,6 @@
 #include "renderer/renderer_test_surface.h"
 #include "renderer/swatch.h"
 #include "shading/shading_engine.h"
-#include "support/program_run.h"
-#include "support/temp_dir.h"
-#include "support/test_image.h"
-
-TEST(RenderTools, RenderWritesEachFormatByExtension) {
-    TtestTempDir dir;
-    const std::string scene = std::string(SHADENET_SOURCE_DIR) + "/examples/renderer-smoke.json";
-    for (const char* extension : {"png", "exr", "tif"}) {
-        SCOPED_TRACE(extension);
-        std::string image = dir.file(std::string("smoke.") + extension);
-        TprogramRun r = runProgram(SHADENET_CLI, {"render", scene, "-o", image, "--resolution", "32", "24", "--spp", "2", "--threads", "2"});
-        EXPECT_EQ(r.status, 0) << r.err;
-        EXPECT_EQ(r.out, image + "\n");
-        const TtestImage written = readTestImage(image);
-        EXPECT_EQ(written.width, 32);
-        EXPECT_EQ(written.height, 24);
-        EXPECT_EQ(written.channels, 4);
-    }
-}
-
-TEST(RenderTools, RenderFailuresNameTheFileAndExitWithOne) {
-    TtestTempDir dir;
-    writeFile(dir.file("nomesh.json"), sceneText(R"({"type": "mesh", "name": "m", "attributes": {"fileName": "lost.obj"}})"));
-    writeFile(dir.file("broken.json"), "{\"nodes\": [}");
-    struct Case {
-        std::vector<std::string> arguments;
-        std::string message;
-        int status;
-    };
-    const Case cases[] = {
-        {{"render", dir.file("nomesh.json"), "-o", dir.file("a.png")}, "lost.obj: mesh file not found", 1},
-        {{"render", dir.file("broken.json"), "-o", dir.file("a.png")}, "broken.json:1:", 1},
-        {{"render", dir.file("absent.json"), "-o", dir.file("a.png")}, "absent.json", 1},
-        {{"render", dir.file("nomesh.json"), "--spp", "0"}, "", 2},
-    };
-    for (const Case& c : cases) {
-        TprogramRun r = runProgram(SHADENET_CLI, c.arguments);
-        EXPECT_EQ(r.status, c.status) << c.arguments[1] << "\n" << r.err;
-        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
-    }
-}
 
 TEST(RenderTools, ASwatchShowsTheSubjectBeforeTheCheckedBackdrop) {
     // A flat test surface on the sphere: the centre is its colour; the

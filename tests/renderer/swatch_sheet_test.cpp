@@ -1,6 +1,6 @@
-// The swatch command for every texture and material type, the contact sheet
-// of the 2D textures, and the swatch command's usage errors. Everything runs
-// through the shadenet program, as a user would.
+// The swatch command for every texture and material type and the contact
+// sheet of the 2D textures. Everything runs through the shadenet program, as
+// a user would.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -16,8 +16,6 @@
 #include "support/temp_dir.h"
 
 namespace {
-TprogramRun shadenet(const std::vector<std::string>& arguments) { return runProgram(SHADENET_CLI, arguments); }
-
 // An 8-bit RGB image as read back from a file.
 struct Timage {
     int width = 0, height = 0;
@@ -238,22 +236,4 @@ TEST(Swatches, TheContactSheetHoldsEachSwatchLabelledInReadingOrder) {
     EXPECT_EQ(found[3].second, found[0].second);
     EXPECT_GT(found[4].second, found[0].second);
     EXPECT_EQ(found[4].first, found[0].first);
-}
-
-TEST(Swatches, UsageErrorsExitWithTwoAndSayWhy) {
-    TtestTempDir dir;
-    struct Case {
-        std::vector<std::string> arguments;
-        std::string message;
-    } cases[] = {
-        {{"swatch"}, "give either a node type"},
-        {{"swatch", "checker", "--sheet", "textures-2d"}, "give either a node type"},
-        {{"swatch", "--sheet", "textures-9d"}, "unknown contact sheet 'textures-9d' (known: textures-2d, textures-3d)"},
-    };
-    for (Case c : cases) {
-        c.arguments.insert(c.arguments.end(), {"-o", dir.file("x.png")});
-        TprogramRun r = shadenet(c.arguments);
-        EXPECT_EQ(r.status, 2) << c.arguments.size();
-        EXPECT_NE(r.err.find(c.message), std::string::npos) << c.message << ": " << r.err;
-    }
 }

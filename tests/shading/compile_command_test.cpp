@@ -1,38 +1,15 @@
 // shadenet compile: the program of a group in a scene file, as the user sees
 // it, and clear refusals of unknown groups and options.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cctype>
 #include <fstream>
 #include <sstream>
 
+#include "support/program_run.h"
 #include "support/temp_dir.h"
 
 namespace {
-struct ProgramRun {
-    int status = -1;
-    std::string out, err;
-};
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-ProgramRun run(TtestTempDir& dir, const std::string& arguments) {
-    const std::string out = dir.file("out.txt"), err = dir.file("err.txt");
-    const std::string command = std::string("'") + SHADENET_CLI + "' " + arguments + " >'" + out + "' 2>'" + err + "'";
-    int raw = std::system(command.c_str());
-    ProgramRun r;
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.out = slurp(out);
-    r.err = slurp(err);
-    return r;
-}
-
 // checker (reads the sample's uvCoord) -> multiplyDivide -> remapColor -> group.
 const char* const kScene = R"({
   "format": "shadenet-scene",
@@ -71,9 +48,11 @@ std::string writeScene(TtestTempDir& dir) {
 TEST(CompileCommand, PrintsInstructionsInDependencyOrderWithLayouts) {
     TtestTempDir dir;
     std::string scene = writeScene(dir);
-    for (const char* option : {"", " --option surfaceColorTransparency", " --option kSurfaceColorTransparency", " --option 0"}) {
+    for (const char* option : {"", "surfaceColorTransparency", "kSurfaceColorTransparency", "0"}) {
         SCOPED_TRACE(option);
-        ProgramRun r = run(dir, "compile '" + scene + "' boardSG" + option);
+        std::vector<std::string> args = {"compile", scene, "boardSG"};
+        if (*option) args.insert(args.end(), {"--option", option});
+        TprogramRun r = shadenet(args);
         ASSERT_EQ(r.status, 0) << r.err;
         int board = lineWith(r.out, {"compute", "board", "outColor"});
         int darken = lineWith(r.out, {"compute", "darken", "output"});
@@ -104,7 +83,7 @@ TEST(CompileCommand, EveryInstructionOfTheShowcaseHasANamedOpcode) {
     bool sawLights = false;
     for (const char* group : {"floorSG", "wallSG", "ballSG", "chromeSG", "crateSG", "poolSG", "gemSG"}) {
         SCOPED_TRACE(group);
-        ProgramRun r = run(dir, "compile '" + scene + "' " + group);
+        TprogramRun r = shadenet({"compile", scene, group});
         ASSERT_EQ(r.status, 0) << r.err;
         std::stringstream lines(r.out);
         int instructions = 0;
@@ -123,31 +102,25 @@ TEST(CompileCommand, EveryInstructionOfTheShowcaseHasANamedOpcode) {
     EXPECT_TRUE(sawLights);
 }
 
-TEST(CompileCommand, RefusesUnknownGroupsAndOptions) {
+TEST(CompileCommand, RefusesUnknownGroupsAndOptionsAndSaysWhenNothingShades) {
     TtestTempDir dir;
     std::string scene = writeScene(dir);
     struct {
-        std::string arguments;
+        std::vector<std::string> arguments;
         int status;
-        const char* message;
+        const char* message;  // on stderr, or stdout for a success
     } cases[] = {
-        {"compile '" + scene + "' noSuchSG", 2, "no shading group named 'noSuchSG'"},
-        {"compile '" + scene + "' darken", 2, "not a shading group"},
-        {"compile '" + scene + "' boardSG --option sideways", 2, "unknown option 'sideways'"},
-        {"compile '" + dir.file("missing.json") + "' boardSG", 1, "missing.json"},
+        {{"compile", scene, "noSuchSG"}, 2, "no shading group named 'noSuchSG'"},
+        {{"compile", scene, "darken"}, 2, "not a shading group"},
+        {{"compile", scene, "boardSG", "--option", "sideways"}, 2, "unknown option 'sideways'"},
+        {{"compile", dir.file("missing.json"), "boardSG"}, 1, "missing.json"},
+        {{"compile", scene, "boardSG", "--option", "volumeColorTransparency"}, 0, "nothing to shade"},
     };
     for (auto& c : cases) {
-        SCOPED_TRACE(c.arguments);
-        ProgramRun r = run(dir, c.arguments);
-        EXPECT_EQ(r.status, c.status);
-        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+        SCOPED_TRACE(c.message);
+        TprogramRun r = shadenet(c.arguments);
+        EXPECT_EQ(r.status, c.status) << r.err;
+        EXPECT_NE((c.status ? r.err : r.out).find(c.message), std::string::npos) << r.out << r.err;
         EXPECT_EQ(r.out.find("instructions:"), std::string::npos);
     }
-}
-
-TEST(CompileCommand, AnOptionNoNetworkAnswersSaysSo) {
-    TtestTempDir dir;
-    ProgramRun r = run(dir, "compile '" + writeScene(dir) + "' boardSG --option volumeColorTransparency");
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("nothing to shade"), std::string::npos) << r.out;
 }

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "shading/engine_fixture.h"
+#include "shading/shading_frames.h"
+#include "support/expect_near.h"
 
 namespace {
 struct TengineTestPairVS : TdependNodeVS {
@@ -77,47 +79,28 @@ TEST(ComputeOnce, OutputsProducedTogetherComputeOncePerBatch) {
         net.pair->together = c.together;
         TshadingOpus* opus = net.analyse();
         ASSERT_NE(opus, nullptr);
-        for (unsigned count : {1u, 37u, 64u}) {
-            TengineBatch batch(net.group, kSurfaceColorTransparency, count);
-            ASSERT_TRUE(batch.samples[0]->hasItem(kItemOutTransparency));
-            for (unsigned i = 0; i < count; ++i) batch.samples[i]->setUvCoord(coordAt(i));
-            const int before = net.pair->counters.computes, samplesBefore = net.pair->counters.samples;
-            opus->shade(batch.size(), batch.data());
-            EXPECT_EQ(net.pair->counters.computes - before, c.computesPerBatch) << count;
-            EXPECT_EQ(net.pair->counters.samples - samplesBefore, c.computesPerBatch * int(count));
-            // Both outputs hold their values whichever compute wrote them.
-            for (unsigned i = 0; i < count; ++i) {
-                T2Float p = coordAt(i);
-                T3Float in(p.x, p.y, p.x * p.y);
-                const T3Float color = *batch.samples[i]->outColor(), transparency = *batch.samples[i]->outTransparency();
-                EXPECT_FLOAT_EQ(color.x, 2 * in.x) << i;
-                EXPECT_FLOAT_EQ(color.y, 2 * in.y) << i;
-                EXPECT_FLOAT_EQ(color.z, 2 * in.z) << i;
-                EXPECT_FLOAT_EQ(transparency.x, 1 - in.x) << i;
-                EXPECT_FLOAT_EQ(transparency.y, 1 - in.y) << i;
-                EXPECT_FLOAT_EQ(transparency.z, 1 - in.z) << i;
+        // Batch after batch on one program, on the stack and in a frame the
+        // thread keeps: a batch whose marks carried into the next would skip
+        // its computes there or keep its values.
+        TshadingFrames frames;
+        for (TshadingFrames* kept : {static_cast<TshadingFrames*>(nullptr), &frames}) {
+            TshadingFramesScope scope(kept);
+            for (unsigned count : {1u, 37u, 64u}) {
+                TtestSamples batch(net.group, count);
+                ASSERT_TRUE(batch.samples[0]->hasItem(kItemOutTransparency));
+                for (unsigned i = 0; i < count; ++i) batch.samples[i]->setUvCoord(coordAt(i + count));
+                const int before = net.pair->counters.computes, samplesBefore = net.pair->counters.samples;
+                batch.shade(opus);
+                EXPECT_EQ(net.pair->counters.computes - before, c.computesPerBatch) << count;
+                EXPECT_EQ(net.pair->counters.samples - samplesBefore, c.computesPerBatch * int(count));
+                // Both outputs hold their values whichever compute wrote them.
+                for (unsigned i = 0; i < count; ++i) {
+                    T2Float p = coordAt(i + count);
+                    T3Float in(p.x, p.y, p.x * p.y);
+                    expectNear(*batch.samples[i]->outColor(), in * 2.0f, "colour " + std::to_string(i));
+                    expectNear(*batch.samples[i]->outTransparency(), T3Float(1, 1, 1) - in, "transparency " + std::to_string(i));
+                }
             }
         }
-    }
-}
-
-TEST(ComputeOnce, MarksOfOneBatchDoNotCarryIntoTheNext) {
-    // Two batches in a row with different samples: the second must compute
-    // afresh, not reuse the first batch's marks.
-    PairNetwork net;
-    TshadingOpus* opus = net.analyse();
-    ASSERT_NE(opus, nullptr);
-    TengineBatch first(net.group, kSurfaceColorTransparency, 16), second(net.group, kSurfaceColorTransparency, 16);
-    for (unsigned i = 0; i < 16; ++i) {
-        first.samples[i]->setUvCoord(coordAt(i));
-        second.samples[i]->setUvCoord(coordAt(i + 30));
-    }
-    opus->shade(first.size(), first.data());
-    opus->shade(second.size(), second.data());
-    EXPECT_EQ(net.pair->counters.computes, 2);
-    for (unsigned i = 0; i < 16; ++i) {
-        T2Float p = coordAt(i + 30);
-        EXPECT_FLOAT_EQ(second.samples[i]->outTransparency()->x, 1 - p.x) << i;
-        EXPECT_FLOAT_EQ(second.samples[i]->outColor()->y, 2 * p.y) << i;
     }
 }

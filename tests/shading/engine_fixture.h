@@ -1,6 +1,7 @@
 #pragma once
-// A graph with one shading group, and batches of samples laid out for the
-// program of one of its options.
+// A graph with one shading group, and what the engine tests share around
+// it: opcode counts of its program and render objects. Samples laid out for
+// it come from the shared test samples.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -9,11 +10,13 @@
 
 #include "framework/host/depend_graph.h"
 #include "shading/engine_test_nodes.h"
+#include "shading/render_bases.h"
 #include "shading/sample.h"
 #include "shading/shading_catalog.h"
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
 #include "shading/shading_session.h"
+#include "support/test_samples.h"
 
 struct TengineNetwork {
     TdependGraph graph;
@@ -39,17 +42,19 @@ struct TengineNetwork {
     std::optional<TshadingSession> session;
 };
 
-struct TengineBatch {
-    std::vector<std::vector<uint64_t>> memory;
-    std::vector<Tsample*> samples;
-    TengineBatch(TDNshadingEngine* group, TSEoption option, unsigned count) {
-        unsigned size = group->sampleSize(option);
-        unsigned* fields = group->fieldOffsetTable(option);
-        for (unsigned i = 0; i < count; ++i) {
-            memory.emplace_back((size + 7) / 8, 0);
-            samples.push_back(Tsample::sCreate(memory.back().data(), size, fields));
-        }
-    }
-    Tsample** data() { return samples.data(); }
-    unsigned size() const { return unsigned(samples.size()); }
+// How many instructions of the program have the opcode.
+inline unsigned countOps(const TshadingOpus& opus, uint32_t opcode) {
+    unsigned n = 0;
+    for (unsigned k = 0; k < opus.program().instructionCount; ++k) n += opus.program().instructions[k].opcode == opcode;
+    return n;
+}
+
+// An object of the render as the engine sees it.
+struct TtestRenderGroup : TrenderGroupBase {
+    explicit TtestRenderGroup(unsigned n, bool receive = true) : number(n), receive(receive) {}
+    unsigned objectNumber() const override { return number; }
+    const TgeoManagerBase* geometryManager() const override { return nullptr; }
+    bool receiveShadows() const override { return receive; }
+    unsigned number;
+    bool receive;
 };

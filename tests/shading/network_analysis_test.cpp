@@ -7,12 +7,6 @@
 #include "shading/shading_frames.h"
 
 namespace {
-unsigned countOps(const TshadingOpus& opus, uint32_t op, unsigned segment = 0) {
-    const auto& p = opus.program();
-    unsigned n = 0;
-    for (unsigned k = p.segments[segment]; k < p.segments[segment + 1]; ++k) n += p.instructions[k].opcode == op;
-    return n;
-}
 // Index of the compute instruction of `node` in segment 0, or -1.
 int computeAt(const TshadingOpus& opus, const TdependNode* node) {
     const auto& p = opus.program();
@@ -148,8 +142,8 @@ TEST(NetworkAnalysis, ConstantSubnetworkIsFoldedIntoTheSample) {
     EXPECT_EQ(opus->program().blockCount, 0u);
     EXPECT_EQ(countOps(*opus, kOpCompute), 0u);
     EXPECT_EQ(countOps(*opus, kOpCopy), 2u);
-    TengineBatch batch(net.group, kSurfaceColorTransparency, 3);
-    opus->shade(batch.size(), batch.data());
+    TtestSamples batch(net.group, 3);
+    batch.shade(opus);
     for (Tsample* s : batch.samples) {
         EXPECT_EQ(s->outColor()->y, 0.2f);
         EXPECT_EQ(s->outTransparency()->y, 0.5f);  // 0.25 * 2 through the host graph
@@ -172,7 +166,7 @@ TEST(NetworkAnalysis, FeedbackLoopIsCutAndTerminates) {
     ASSERT_NE(opus, nullptr);
     EXPECT_GE(opus->program().segmentCount, 2u);  // the loop lives in a segment of its own
     EXPECT_TRUE(opus->program().zeroVariables);
-    TengineBatch batch(net.group, kSurfaceColorTransparency, 5);
+    TtestSamples batch(net.group, 5);
     for (unsigned i = 0; i < batch.size(); ++i) batch.samples[i]->setUvCoord(float(i), 1.0f);
     // On the stack, then twice in a frame the thread keeps: each run starts
     // the loop from zero, not from what the last run left.
@@ -180,7 +174,7 @@ TEST(NetworkAnalysis, FeedbackLoopIsCutAndTerminates) {
     for (int run = 0; run < 3; ++run) {
         SCOPED_TRACE(run);
         TshadingFramesScope scope(run ? &frames : nullptr);
-        opus->shade(batch.size(), batch.data());
+        batch.shade(opus);
         // One trip round the loop per sample, from zero: b = 0, a = 0 * 2 + (u + 1).
         for (unsigned i = 0; i < batch.size(); ++i) EXPECT_EQ(batch.samples[i]->outColor()->x, float(i) + 1.0f) << i;
     }

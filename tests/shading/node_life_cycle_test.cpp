@@ -54,8 +54,8 @@ TEST(NodeLifeCycle, EachRenderPreparesEveryNodeOfTheNetworkAndLetsGoAtTheEnd) {
             EXPECT_FLOAT_EQ(net.lambert->translucenceThreshold(), depth * -11.5f);
             TshadingOpus* opus = session.program();
             ASSERT_NE(opus, nullptr);
-            TengineBatch batch(net.group, kSurfaceColorTransparency, 3);
-            opus->shade(batch.size(), batch.data());
+            TtestSamples batch(net.group, 3);
+            batch.shade(opus);
             EXPECT_EQ(onDemandState(net.light), kOnDemandDone);
         }
         for (TdependNode* node : net.network()) {

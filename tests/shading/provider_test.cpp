@@ -10,12 +10,6 @@
 
 namespace {
 T2Float coordAt(unsigned i) { return T2Float{0.1f + 0.013f * float(i), 0.9f - 0.007f * float(i)}; }
-
-unsigned countOps(const TshadingOpus& opus, uint32_t opcode) {
-    unsigned n = 0;
-    for (unsigned k = 0; k < opus.program().instructionCount; ++k) n += opus.program().instructions[k].opcode == opcode;
-    return n;
-}
 }  // namespace
 
 TEST(ProviderOutputs, InputReadAtShiftedCoordinatesAndSampleUnchangedOutside) {
@@ -39,9 +33,9 @@ TEST(ProviderOutputs, InputReadAtShiftedCoordinatesAndSampleUnchangedOutside) {
     for (unsigned count : {1u, 13u, 64u}) {
         SCOPED_TRACE(count);
         const int before = texture->counters.samples;
-        TengineBatch batch(net.group, kSurfaceColorTransparency, count);
+        TtestSamples batch(net.group, count);
         for (unsigned i = 0; i < count; ++i) batch.samples[i]->setUvCoord(coordAt(i));
-        opus->shade(batch.size(), batch.data());
+        batch.shade(opus);
         // Twice inside the provider, once more for the transparency outside it.
         EXPECT_EQ(texture->counters.samples - before, int(3 * count));
         for (unsigned i = 0; i < count; ++i) {
@@ -82,9 +76,9 @@ TEST(ProviderOutputs, NestedProvidersAddTheirShifts) {
         TshadingOpus* opus = net.analyse();
         ASSERT_NE(opus, nullptr);
         EXPECT_EQ(countOps(*opus, kOpPushProvider), 2u);
-        TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+        TtestSamples batch(net.group, kBatchSize);
         for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(coordAt(i));
-        opus->shade(batch.size(), batch.data());
+        batch.shade(opus);
         EXPECT_EQ(texture->counters.samples, int(4 * kBatchSize));
         EXPECT_EQ(inner->counters.samples, int(2 * kBatchSize));
         for (unsigned i = 0; i < kBatchSize; ++i) {
@@ -115,9 +109,9 @@ TEST(ProviderOutputs, ProvidersAndVaryingMultisShadeWithoutTheHeap) {
     net.toSurfaceShader(surface, TengineTestSurface::saOutColor());
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
-    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+    TtestSamples batch(net.group, kBatchSize);
     for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(coordAt(i));
-    opus->shade(batch.size(), batch.data());
+    batch.shade(opus);
     TshadingFrames frames;
     for (TshadingFrames* kept : {static_cast<TshadingFrames*>(nullptr), &frames})
         for (unsigned count : {64u, 5u, 1u, 64u}) {
@@ -127,7 +121,7 @@ TEST(ProviderOutputs, ProvidersAndVaryingMultisShadeWithoutTheHeap) {
             for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setOutColor(unset);
             {
                 TallocationCounter counter;
-                opus->shade(count, batch.data());
+                opus->shade(count, batch.samples.data());
                 EXPECT_EQ(counter.allocations(), 0u);
             }
             // sum = (texture(u + s) - texture(u)) + texture(u), with the default shift.

@@ -10,15 +10,6 @@
 #include "shading/sample_manager.h"
 
 namespace {
-struct TtestRenderGroup : TrenderGroupBase {
-    explicit TtestRenderGroup(unsigned n, bool receive = true) : number(n), receive(receive) {}
-    unsigned objectNumber() const override { return number; }
-    const TgeoManagerBase* geometryManager() const override { return nullptr; }
-    bool receiveShadows() const override { return receive; }
-    unsigned number;
-    bool receive;
-};
-
 // Keeps what it receives: per batch, its group and the samples' red and u.
 struct TtestRaster : TbaseDeepRaster {
     struct Batch {
@@ -58,7 +49,7 @@ void dispatch(TsampleManager& manager, TDNshadingEngine* group, TrenderGroupBase
 }
 }  // namespace
 
-TEST(SampleManager, ABatchIsShadedExactlyAtSixtyFour) {
+TEST(SampleManager, EachRenderGroupKeepsABatchShadedExactlyAtSixtyFour) {
     RenderNetwork net;
     TtestRaster raster;
     TframeConstants constants;
@@ -66,7 +57,7 @@ TEST(SampleManager, ABatchIsShadedExactlyAtSixtyFour) {
     TrenderThreadBase thread(&constants);
     EXPECT_TRUE(thread.initShadingGroup(net.group));
     EXPECT_FALSE(thread.initShadingGroup(net.group));
-    TtestRenderGroup object(3, false);
+    TtestRenderGroup object(3, false), other(4);
     TbitField64 found = thread.startSampling(net.group, kSurfaceColorTransparency, &object, nullptr);
     EXPECT_TRUE(found.test(kItemOutColor));
     TsampleManager& manager = *thread.sampleManager();
@@ -85,41 +76,27 @@ TEST(SampleManager, ABatchIsShadedExactlyAtSixtyFour) {
         EXPECT_EQ(b.u[i], float(i));  // dispatch order
         EXPECT_EQ(b.red[i], float(i));
     }
-    // A partial batch waits for the flush.
-    dispatch(manager, net.group, &object, 10, 100);
-    EXPECT_EQ(raster.batches.size(), 1u);
-    manager.flushDispatchedSamples();
-    ASSERT_EQ(raster.batches.size(), 2u);
-    EXPECT_EQ(raster.batches[1].red.size(), 10u);
-    EXPECT_EQ(raster.batches[1].red[9], 109.0f);
-}
-
-TEST(SampleManager, TwoRenderGroupsKeepTwoBatches) {
-    RenderNetwork net;
-    TtestRaster raster;
-    TframeConstants constants;
-    constants.setDeepRaster(&raster);
-    TrenderThreadBase thread(&constants);
-    thread.initShadingGroup(net.group);
-    TtestRenderGroup one(1), two(2);
-    thread.startSampling(net.group, kSurfaceColorTransparency, &one, nullptr);
-    thread.startSampling(net.group, kSurfaceColorTransparency, &two, nullptr);
-    TsampleManager& manager = *thread.sampleManager();
+    // Two render groups interleaved: 40 + 40 of each gives one full batch
+    // per group, never mixed; the partial ones wait for the flush.
+    thread.startSampling(net.group, kSurfaceColorTransparency, &other, nullptr);
     EXPECT_EQ(manager.batchCount(), 2u);
-    // Interleaved: 40 + 40 of each gives one full batch per group, never mixed.
-    dispatch(manager, net.group, &one, 40, 0);
-    dispatch(manager, net.group, &two, 40, 1000);
-    EXPECT_TRUE(raster.batches.empty());
-    dispatch(manager, net.group, &one, 40, 40);
-    dispatch(manager, net.group, &two, 40, 1040);
-    ASSERT_EQ(raster.batches.size(), 2u);
-    for (const auto& b : raster.batches) {
-        float base = b.group == &one ? 0.0f : 1000.0f;
-        for (unsigned i = 0; i < b.u.size(); ++i) EXPECT_EQ(b.u[i], base + float(i));
+    dispatch(manager, net.group, &object, 40, 100);
+    dispatch(manager, net.group, &other, 40, 1000);
+    EXPECT_EQ(raster.batches.size(), 1u);
+    dispatch(manager, net.group, &object, 40, 140);
+    dispatch(manager, net.group, &other, 40, 1040);
+    ASSERT_EQ(raster.batches.size(), 3u);
+    for (size_t k = 1; k < 3; ++k) {
+        const float base = raster.batches[k].group == &object ? 100.0f : 1000.0f;
+        for (unsigned i = 0; i < raster.batches[k].u.size(); ++i) EXPECT_EQ(raster.batches[k].u[i], base + float(i));
     }
     EXPECT_EQ(manager.pendingSamples(), 32u);
     manager.flushDispatchedSamples();
-    EXPECT_EQ(raster.batches.size(), 4u);
+    ASSERT_EQ(raster.batches.size(), 5u);
+    for (size_t k = 3; k < 5; ++k) {
+        ASSERT_EQ(raster.batches[k].red.size(), 16u);
+        EXPECT_EQ(raster.batches[k].red[15], raster.batches[k].group == &object ? 179.0f : 1079.0f);
+    }
 }
 
 TEST(SampleManager, EndSamplingReleasesTheProgramUse) {

@@ -43,16 +43,22 @@ struct ChainNetwork : TengineNetwork {
 
 T2Float coordOf(unsigned i) { return T2Float{float(i) * 0.037f - 0.6f, 1.0f / float(i + 3)}; }
 
-void fill(TengineBatch& batch) {
+void fill(TtestSamples& batch) {
     for (unsigned i = 0; i < batch.size(); ++i) batch.samples[i]->setUvCoord(coordOf(i));
 }
 
 bool sameBits(const T3Float& a, const T3Float& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 }  // namespace
 
-TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBit) {
+TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBitWhateverTheRecordsLayout) {
+    // Inputs fed by a sample item read it in the records when they lie at a
+    // fixed spacing, and from a copy otherwise. Records one after another,
+    // in reverse order, and scattered give the scalar pull's bits, and the
+    // items the network reads stay as they were; so they do when one frame
+    // kept by the thread sees batch after batch of another size and layout,
+    // and when the scale reads a child of the uv's colour in the uv's block.
+    enum Layout { kInOrder, kReversed, kScattered };
     for (const Tattribute* valueSource : {&TengineTestUv::saOutAlpha(), &TengineTestUv::saOutColorB()}) {
-        SCOPED_TRACE(valueSource->longName().asC());
         ChainNetwork net(*valueSource);
         TshadingOpus* opus = net.analyse();
         ASSERT_NE(opus, nullptr);
@@ -62,35 +68,40 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBit) {
                 EXPECT_EQ(p.blocks[b].info[TengineTestScale::saValue().index()].kind, TdataBlockRendering::kVarPresentOtherDB);
             }
         }
-        for (unsigned count : {1u, 7u, 63u, 64u}) {
-            TengineBatch batch(net.group, kSurfaceColorTransparency, count);
-            fill(batch);
-            opus->shade(batch.size(), batch.data());
-            for (unsigned i = 0; i < count; ++i) {
-                T2Float c = coordOf(i);
-                T3Float expected = net.scalar(c.x, c.y);
-                const T3Float& got = *batch.samples[i]->outColor();
-                EXPECT_TRUE(sameBits(got, expected)) << "count " << count << " sample " << i << ": " << got.x << " " << got.y << " "
-                                                     << got.z << " vs " << expected.x << " " << expected.y << " " << expected.z;
-            }
-        }
-    }
-}
-
-TEST(ShadingOpus, BatchEqualsAHandWrittenLoop) {
-    ChainNetwork net;
-    TshadingOpus* opus = net.analyse();
-    ASSERT_NE(opus, nullptr);
-    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
-    fill(batch);
-    opus->shade(batch.size(), batch.data());
-    for (unsigned i = 0; i < kBatchSize; ++i) {
-        T2Float c = coordOf(i);
-        float r = (c.x + c.y) * 3.0f + 0.5f;
-        float g = c.y * 2.0f;
-        EXPECT_FLOAT_EQ(batch.samples[i]->outColor()->x, r) << i;
-        EXPECT_FLOAT_EQ(batch.samples[i]->outColor()->y, g) << i;
-        EXPECT_FLOAT_EQ(batch.samples[i]->outColor()->z, 0.75f) << i;
+        const unsigned size = net.group->sampleSize(kSurfaceColorTransparency);
+        unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
+        TshadingFrames frames;
+        for (bool keep : {false, true})
+            for (Layout layout : {kInOrder, kReversed, kScattered})
+                for (unsigned count : {1u, 2u, 3u, 7u, 63u, 64u}) {
+                    SCOPED_TRACE(testing::Message() << valueSource->longName().asC() << ", layout " << layout << ", " << count
+                                                    << " samples, frame kept " << keep);
+                    TshadingFramesScope scope(keep ? &frames : nullptr);
+                    std::vector<uint64_t> memory(size_t(size / 8) * count * 2, 0);
+                    std::vector<Tsample*> samples(count);
+                    for (unsigned i = 0; i < count; ++i) {
+                        // Scattered: odd samples in the second half, so three or
+                        // more records have no fixed spacing.
+                        const unsigned slot = layout == kInOrder ? i : layout == kReversed ? count - 1 - i : (i % 2 ? count + i : i);
+                        samples[i] = Tsample::sCreate(memory.data() + size_t(slot) * (size / 8), size, fields);
+                    }
+                    for (unsigned i = 0; i < count; ++i) samples[i]->setUvCoord(coordOf(i));
+                    opus->shade(count, samples.data());
+                    for (unsigned i = 0; i < count; ++i) {
+                        const T2Float c = coordOf(i);
+                        const T3Float& got = *samples[i]->outColor();
+                        EXPECT_TRUE(sameBits(got, net.scalar(c.x, c.y))) << i << ": " << got.x << " " << got.y << " " << got.z;
+                        EXPECT_EQ(std::memcmp(samples[i]->uvCoord(), &c, sizeof c), 0) << i;
+                        // And by hand, for what the scalar pull might share with the
+                        // batch: red = (u + v or u * v) * 3 + 0.5, green = v * 2.
+                        const float value = valueSource == &TengineTestUv::saOutAlpha() ? c.x + c.y : c.x * c.y;
+                        EXPECT_FLOAT_EQ(got.x, value * 3.0f + 0.5f) << i;
+                        EXPECT_FLOAT_EQ(got.y, c.y * 2.0f) << i;
+                        EXPECT_FLOAT_EQ(got.z, 0.75f) << i;
+                    }
+                }
+        EXPECT_EQ(frames.framesMade(), 1u);
+        EXPECT_EQ(frames.framesReused(), 17u);
     }
 }
 
@@ -101,60 +112,22 @@ TEST(ShadingOpus, ANeededItemOneSampleLacksTakesItsDefault) {
     ChainNetwork net;
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
-    TengineBatch reference(net.group, kSurfaceColorTransparency, 1);
+    TtestSamples reference(net.group, 1);
     reference.samples[0]->confirmSet(opus->needs());
     const T2Float byDefault = *reference.samples[0]->uvCoord();
     for (unsigned lacking : {0u, 5u, 63u}) {
         SCOPED_TRACE(lacking);
-        TengineBatch batch(net.group, kSurfaceColorTransparency, 64);
+        TtestSamples batch(net.group, 64);
         for (unsigned i = 0; i < batch.size(); ++i)
             if (i != lacking) batch.samples[i]->setUvCoord(coordOf(i));
         const T2Float stale{7.0f, -3.0f};
         std::memcpy(const_cast<T2Float*>(batch.samples[lacking]->uvCoord()), &stale, sizeof stale);
-        opus->shade(batch.size(), batch.data());
+        batch.shade(opus);
         for (unsigned i = 0; i < batch.size(); ++i) {
             const T2Float c = i == lacking ? byDefault : coordOf(i);
             EXPECT_TRUE(sameBits(*batch.samples[i]->outColor(), net.scalar(c.x, c.y))) << i;
         }
     }
-}
-
-TEST(ShadingOpus, SampleItemsReadInPlaceOrCopiedWhateverTheRecordsLayout) {
-    // Inputs fed by a sample item read it in the records when they lie at a
-    // fixed spacing, and from a copy otherwise. Records one after another,
-    // in reverse order, and scattered give the scalar pull's bits, and the
-    // items the network reads stay as they were; so they do when one frame
-    // kept by the thread sees batch after batch of another size and layout.
-    ChainNetwork net;
-    TshadingOpus* opus = net.analyse();
-    ASSERT_NE(opus, nullptr);
-    const unsigned size = net.group->sampleSize(kSurfaceColorTransparency);
-    unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
-    enum Layout { kInOrder, kReversed, kScattered };
-    TshadingFrames frames;
-    for (bool keep : {false, true})
-    for (Layout layout : {kInOrder, kReversed, kScattered})
-        for (unsigned count : {1u, 2u, 3u, 64u}) {
-            SCOPED_TRACE(testing::Message() << "layout " << layout << ", " << count << " samples, frame kept " << keep);
-            TshadingFramesScope scope(keep ? &frames : nullptr);
-            std::vector<uint64_t> memory(size_t(size / 8) * count * 2, 0);
-            std::vector<Tsample*> samples(count);
-            for (unsigned i = 0; i < count; ++i) {
-                // Scattered: odd samples in the second half, so three or more
-                // records have no fixed spacing.
-                const unsigned slot = layout == kInOrder ? i : layout == kReversed ? count - 1 - i : (i % 2 ? count + i : i);
-                samples[i] = Tsample::sCreate(memory.data() + size_t(slot) * (size / 8), size, fields);
-            }
-            for (unsigned i = 0; i < count; ++i) samples[i]->setUvCoord(coordOf(i));
-            opus->shade(count, samples.data());
-            for (unsigned i = 0; i < count; ++i) {
-                const T2Float c = coordOf(i);
-                EXPECT_TRUE(sameBits(*samples[i]->outColor(), net.scalar(c.x, c.y))) << i;
-                EXPECT_EQ(std::memcmp(samples[i]->uvCoord(), &c, sizeof c), 0) << i;
-            }
-        }
-    EXPECT_EQ(frames.framesMade(), 1u);
-    EXPECT_EQ(frames.framesReused(), 11u);
 }
 
 TEST(ShadingOpus, ARunNestedInItsOwnProgramKeepsBothBatchesApart) {
@@ -169,11 +142,11 @@ TEST(ShadingOpus, ARunNestedInItsOwnProgramKeepsBothBatchesApart) {
     auto inner = [](unsigned i) { return T2Float{0.3f - float(i) * 0.011f, float(i) * 0.02f}; };
     for (int round = 0; round < 2; ++round) {
         SCOPED_TRACE(round);
-        TengineBatch outer(net.group, kSurfaceColorTransparency, kBatchSize), nested(net.group, kSurfaceColorTransparency, 9);
+        TtestSamples outer(net.group, kBatchSize), nested(net.group, 9);
         fill(outer);
         for (unsigned i = 0; i < nested.size(); ++i) nested.samples[i]->setUvCoord(inner(i));
-        net.scale->reenter = [&] { opus->shade(nested.size(), nested.data()); };
-        opus->shade(outer.size(), outer.data());
+        net.scale->reenter = [&] { nested.shade(opus); };
+        outer.shade(opus);
         ASSERT_FALSE(net.scale->reenter);
         for (unsigned i = 0; i < outer.size(); ++i) {
             const T2Float c = coordOf(i);
@@ -242,13 +215,13 @@ TEST(ShadingOpus, EachNodeComputesOncePerBatch) {
     net.toSurfaceShader(surface, TengineTestSurface::saOutColor());
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
-    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+    TtestSamples batch(net.group, kBatchSize);
     fill(batch);
     // The surface's constant transparency was pulled once through the host at analysis.
     const int surfaceBefore = surface->counters.computes;
     EXPECT_EQ(uv->counters.computes, 0);
     for (int round = 1; round <= 3; ++round) {
-        opus->shade(batch.size(), batch.data());
+        batch.shade(opus);
         EXPECT_EQ(uv->counters.computes, round);
         EXPECT_EQ(uv->counters.samples, round * 64);
         EXPECT_EQ(a->counters.computes, round);
@@ -301,9 +274,9 @@ TEST(ShadingOpus, LazyInputsComputeOnlyForTheirRuns) {
         TshadingOpus* opus = net.analyse();
         ASSERT_NE(opus, nullptr);
         EXPECT_EQ(opus->program().segmentCount > 1, c.lazy);
-        TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+        TtestSamples batch(net.group, kBatchSize);
         for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(alternating(i));
-        for (int round = 1; round <= 2; ++round) opus->shade(batch.size(), batch.data());
+        for (int round = 1; round <= 2; ++round) batch.shade(opus);
         EXPECT_EQ(net.first->counters.samples, 2 * c.firstSamples) << c.lazy;
         EXPECT_EQ(net.second->counters.samples, 2 * c.secondSamples) << c.lazy;
         if (c.lazy) {
@@ -338,9 +311,9 @@ TEST(ShadingOpus, ACutNodeReadByTwoConsumersComputesEachSampleOnce) {
     net.toSurfaceShader(surface, TengineTestSurface::saOutColor());
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
-    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+    TtestSamples batch(net.group, kBatchSize);
     for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(alternating(i));
-    opus->shade(batch.size(), batch.data());
+    batch.shade(opus);
     EXPECT_EQ(shared->counters.samples, choosingFirst());
     ASSERT_TRUE(batch.samples[0]->hasItem(kItemOutTransparency));
     for (unsigned i = 0; i < kBatchSize; ++i) EXPECT_EQ(batch.samples[i]->outColor()->x, batch.samples[i]->outTransparency()->x) << i;
@@ -350,22 +323,22 @@ TEST(ShadingOpus, ShadeTouchesNoHeap) {
     MixNetwork net(true);
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
-    TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+    TtestSamples batch(net.group, kBatchSize);
     for (unsigned i = 0; i < kBatchSize; ++i) batch.samples[i]->setUvCoord(alternating(i));
-    opus->shade(batch.size(), batch.data());  // first run: on-demand steps
+    batch.shade(opus);  // first run: on-demand steps
     // Room for one frame and a half: the two programs' kept frames are
     // dropped and carved again in turn.
     TshadingFrames frames(opus->keptFrameSize() * 3 / 2);
     MixNetwork other(true);
     TshadingOpus* second = other.analyse();
     ASSERT_NE(second, nullptr);
-    second->shade(batch.size(), batch.data());
+    batch.shade(second);
     TallocationCounter counter;
     for (TshadingFrames* kept : {static_cast<TshadingFrames*>(nullptr), &frames}) {
         TshadingFramesScope scope(kept);
         for (int round = 0; round < 4; ++round) {
-            opus->shade(batch.size() - round, batch.data());
-            second->shade(batch.size(), batch.data());
+            opus->shade(unsigned(batch.size()) - round, batch.samples.data());
+            batch.shade(second);
         }
     }
     EXPECT_EQ(counter.allocations(), 0u);
@@ -376,9 +349,9 @@ TEST(ShadingOpus, ThreadsShareOneProgram) {
     ChainNetwork net;
     TshadingOpus* opus = net.analyse();
     ASSERT_NE(opus, nullptr);
-    TengineBatch reference(net.group, kSurfaceColorTransparency, kBatchSize);
+    TtestSamples reference(net.group, kBatchSize);
     fill(reference);
-    opus->shade(reference.size(), reference.data());
+    reference.shade(opus);
     constexpr unsigned kThreads = 4, kRounds = 200;
     std::vector<unsigned> mismatches(kThreads, 0);
     std::vector<std::thread> threads;
@@ -387,10 +360,10 @@ TEST(ShadingOpus, ThreadsShareOneProgram) {
             // Half the threads keep their frames, as render threads do.
             TshadingFrames frames;
             TshadingFramesScope scope(t % 2 ? &frames : nullptr);
-            TengineBatch batch(net.group, kSurfaceColorTransparency, kBatchSize);
+            TtestSamples batch(net.group, kBatchSize);
             for (unsigned r = 0; r < kRounds; ++r) {
                 fill(batch);
-                opus->shade(batch.size(), batch.data());
+                batch.shade(opus);
                 for (unsigned i = 0; i < kBatchSize; ++i)
                     mismatches[t] += !sameBits(*batch.samples[i]->outColor(), *reference.samples[i]->outColor());
             }

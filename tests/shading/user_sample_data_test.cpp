@@ -7,7 +7,6 @@
 
 #include "framework/host/node_class.h"
 #include "shading/engine_fixture.h"
-#include "shading/render_bases.h"
 #include "shading/render_thread.h"
 #include "shading/sample_manager.h"
 #include "shading/user_sample_data.h"
@@ -64,14 +63,6 @@ protected:
     }
 };
 SN_REGISTER_NODE_CLASS(TengineTestUser)
-
-struct TtestGroup : TrenderGroupBase {
-    explicit TtestGroup(unsigned n) : number(n) {}
-    unsigned objectNumber() const override { return number; }
-    const TgeoManagerBase* geometryManager() const override { return nullptr; }
-    bool receiveShadows() const override { return true; }
-    unsigned number;
-};
 }  // namespace
 
 TEST(UserSampleData, LayoutSizesAndFieldIndex) {
@@ -110,10 +101,10 @@ TEST(UserSampleData, CopiedFromItsSourceOrWrittenByTheObjectsFill) {
         net.toSurfaceShader(node, TengineTestUser::saOutColor());
         TshadingOpus* opus = net.analyse();
         ASSERT_NE(opus, nullptr);
-        TtestGroup renderGroup(c.object < 0 ? 0 : unsigned(c.object));
+        TtestRenderGroup renderGroup(c.object < 0 ? 0 : unsigned(c.object));
         TsampleBatch batch{};
         batch.renderGroup = &renderGroup;
-        TengineBatch samples(net.group, kSurfaceColorTransparency, 9);
+        TtestSamples samples(net.group, 9);
         for (unsigned i = 0; i < samples.size(); ++i) {
             if (c.object >= 0) samples.samples[i]->reset(net.group->fieldOffsetTable(kSurfaceColorTransparency), nullptr, &batch);
             samples.samples[i]->setShadowAttenuation(0.5f + float(i));
@@ -121,7 +112,7 @@ TEST(UserSampleData, CopiedFromItsSourceOrWrittenByTheObjectsFill) {
         int before = fillForOne.fills;
         {
             TallocationCounter counter;
-            opus->shade(samples.size(), samples.data());
+            samples.shade(opus);
             EXPECT_EQ(counter.allocations(), 0u);
         }
         EXPECT_EQ(fillForOne.fills - before, c.fromFill ? 1 : 0);
@@ -155,10 +146,10 @@ TEST(UserSampleData, ThroughTheSampleManagerEachObjectGetsItsFill) {
         constants.setDeepRaster(&raster);
         TrenderThreadBase thread(&constants);
         thread.initShadingGroup(net.group);
-        TtestGroup zero(0), one(1);
+        TtestRenderGroup zero(0), one(1);
         thread.startSampling(net.group, kSurfaceColorTransparency, &zero, nullptr);
         TsampleManager& manager = *thread.sampleManager();
-        for (TtestGroup* g : {&zero, &one, &zero, &one}) {
+        for (TtestRenderGroup* g : {&zero, &one, &zero, &one}) {
             std::vector<Tsample*> samples(32, nullptr);
             manager.allocateSamples(net.group, kSurfaceColorTransparency, g, 32, samples.data());
             for (unsigned i = 0; i < 32; ++i) {

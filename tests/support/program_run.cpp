@@ -47,3 +47,10 @@ TprogramRun runProgram(const std::string& program, const std::vector<std::string
     run.err = slurp(errFile);
     return run;
 }
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}

@@ -15,3 +15,13 @@ struct TprogramLimits {
 };
 
 TprogramRun runProgram(const std::string& program, const std::vector<std::string>& args, TprogramLimits limits = {});
+
+// The lines of a program's output, without their ends.
+std::vector<std::string> linesOf(const std::string& text);
+
+#ifdef SHADENET_CLI
+// The shadenet program under test (its path is known to the test programs only).
+inline TprogramRun shadenet(const std::vector<std::string>& args, TprogramLimits limits = {}) {
+    return runProgram(SHADENET_CLI, args, limits);
+}
+#endif

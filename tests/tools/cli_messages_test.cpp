@@ -2,24 +2,15 @@
 // and exits 2 when the request itself is wrong, 1 when the work fails.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <sstream>
 
 #include "support/program_run.h"
 #include "support/temp_dir.h"
 
 namespace {
-TprogramRun shadenet(const std::vector<std::string>& args) { return runProgram(SHADENET_CLI, args); }
-
-std::vector<std::string> linesOf(const std::string& text) {
-    std::vector<std::string> lines;
-    std::stringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
-
 const std::regex kMessageForm("shadenet( [a-z]+)*: (error|warning): .+");
 }  // namespace
 
@@ -29,10 +20,13 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
     const std::string folder = dir.file("folder"), missing = dir.file("nosuch.json");
     std::filesystem::create_directories(folder);
     const std::string noImage = dir.file("nosuch.png"), noBot = dir.file("nosuch.bot"), out = dir.file("out.png");
+    const std::string noMesh = dir.file("nomesh.json"), broken = dir.file("broken.json");
+    std::ofstream(noMesh) << R"({"nodes": [{"type": "camera", "name": "cam"}, {"type": "mesh", "name": "m", "attributes": {"fileName": "lost.obj"}}]})";
+    std::ofstream(broken) << "{\"nodes\": [}";
     struct Tcase {
         std::vector<std::string> args;
         int status;
-        std::string firstLine;  // what the first line of stderr starts with
+        std::string firstError;  // what the first error line of stderr starts with (warnings may come before it)
     };
     const Tcase cases[] = {
         // The request itself is wrong: 2.
@@ -48,6 +42,15 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
         {{"render", scene, "--resolution", "0", "8"}, 2, "shadenet render: error: --resolution: must be between 1 and 32768"},
         {{"swatch", "checker", "--size", "4"}, 2, "shadenet swatch: error: --size: must be between 8 and 4096"},
         {{"swatch", "checker", "--spp", "0"}, 2, "shadenet swatch: error: --spp: must be between 1 and 64"},
+        {{"swatch", "-o", out}, 2, "shadenet swatch: error: give either a node type (or FILE:NODE) or --sheet NAME"},
+        {{"swatch", "checker", "--sheet", "textures-2d", "-o", out}, 2, "shadenet swatch: error: give either a node type"},
+        {{"swatch", "--sheet", "textures-9d", "-o", out}, 2,
+         "shadenet swatch: error: unknown contact sheet 'textures-9d' (known: textures-2d, textures-3d)"},
+        {{"render", scene, "-o", out, "--frames", "5-1"}, 2, "shadenet render: error: --frames '5-1' holds no frame"},
+        {{"render", scene, "-o", out, "--frames", "1-10:0"}, 2, "shadenet render: error: --frames '1-10:0' holds no frame"},
+        {{"render", scene, "-o", out, "--frames", "a-b"}, 2, "shadenet render: error: --frames 'a-b' is not FIRST-LAST[:STEP]"},
+        {{"render", scene, "-o", out, "--frames", "1-3", "--frame", "2"}, 2,
+         "shadenet render: error: --frame and --frames both name frames"},
         {{"name", "%s", "--frame", "2000000"}, 2, "shadenet name: error: --frame: must be between -1000000 and 1000000"},
         {{"bot", "extract", noBot, "--level", "14", "-o", out}, 2,
          "shadenet bot extract: error: --level: must be between 0 and 13"},
@@ -56,6 +59,9 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
         // The work fails: 1, with the system's or the library's reason.
         {{"render", missing}, 1, "shadenet render: error: " + missing + ": No such file or directory"},
         {{"render", folder}, 1, "shadenet render: error: " + folder + ": is a directory"},
+        {{"render", broken, "-o", out}, 1, "shadenet render: error: " + broken + ":1:12: malformed JSON"},
+        {{"render", noMesh, "-o", out}, 1,
+         "shadenet render: error: " + noMesh + ": node 'm' attribute 'fileName': " + dir.file("lost.obj") + ": mesh file not found"},
         {{"check", folder}, 1, "shadenet check: error: " + folder + ": is a directory"},
         {{"compile", folder, "group"}, 1, "shadenet compile: error: " + folder + ": is a directory"},
         {{"swatch", missing + ":node"}, 1, "shadenet swatch: error: " + missing + ": No such file or directory"},
@@ -74,8 +80,9 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
         EXPECT_EQ(r.status, c.status) << r.err;
         EXPECT_EQ(r.out, "");
         const std::vector<std::string> lines = linesOf(r.err);
-        ASSERT_FALSE(lines.empty());
-        EXPECT_EQ(lines[0].substr(0, c.firstLine.size()), c.firstLine);
+        auto error = std::find_if(lines.begin(), lines.end(), [](const std::string& l) { return l.find(": error: ") != std::string::npos; });
+        ASSERT_NE(error, lines.end()) << r.err;
+        EXPECT_EQ(error->substr(0, c.firstError.size()), c.firstError);
         for (const std::string& line : lines) EXPECT_TRUE(std::regex_match(line, kMessageForm)) << line;
     }
 }

@@ -16,10 +16,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-TprogramRun shadenet(const std::vector<std::string>& args, TprogramLimits limits = {}) {
-    return runProgram(SHADENET_CLI, args, limits);
-}
-
 std::string bytesOf(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::stringstream s;

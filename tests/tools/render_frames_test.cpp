@@ -5,22 +5,12 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "support/program_run.h"
 #include "support/temp_dir.h"
 #include "support/test_image.h"
 
 namespace {
-TprogramRun shadenet(const std::vector<std::string>& args) { return runProgram(SHADENET_CLI, args); }
-
-std::vector<std::string> linesOf(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
-
 // What `shadenet name` makes of `pattern` for one frame of scene `scene`.
 std::string nameOf(const std::string& pattern, const std::string& scene, int frame, const std::string& ext = "png") {
     TprogramRun r = shadenet({"name", pattern, "--scene", scene, "--ext", ext, "--frame", std::to_string(frame), "--animated"});
@@ -109,19 +99,4 @@ TEST(RenderFrames, ALogGetsAProgressLinePerFrameUnlessQuiet) {
     TprogramRun quiet = shadenet(join({"render", kSmoke, "--frames", "4-5", "-q", "-o", dir.file("b.#.png")}, kSmall));
     ASSERT_EQ(quiet.status, 0) << quiet.err;
     EXPECT_EQ(quiet.err.find("100%"), std::string::npos) << quiet.err;
-}
-
-TEST(RenderFrames, BadFrameRangesAreRefused) {
-    const std::pair<std::vector<std::string>, const char*> cases[] = {
-        {{"--frames", "5-1"}, "--frames '5-1' holds no frame"},
-        {{"--frames", "1-10:0"}, "--frames '1-10:0' holds no frame"},
-        {{"--frames", "a-b"}, "--frames 'a-b' is not FIRST-LAST[:STEP]"},
-        {{"--frames", "1-3", "--frame", "2"}, "--frame and --frames both name frames"},
-    };
-    for (const auto& [extra, message] : cases) {
-        SCOPED_TRACE(message);
-        TprogramRun r = shadenet(join({"render", kSmoke, "-q", "-o", "/nonexistent/x.png"}, extra));
-        EXPECT_EQ(r.status, 2);
-        EXPECT_NE(r.err.find(message), std::string::npos) << r.err;
-    }
 }
