@@ -161,14 +161,7 @@ struct TspecularRig {
         net.set(TdnReflect::saReflectionLimit(), short(5));
         net.set(TdnLambert::saGlowIntensity(), 1.0f);
     }
-    void mirrorLight(bool specular = true) {
-        TlightData d;
-        d.lightDirection = kMirror;
-        d.lightIntensity = T3Float(2, 2, 2);
-        d.lightAmbient = false;
-        d.lightSpecular = specular;
-        net.setLight(0, d);
-    }
+    void mirrorLight(bool specular = true) { net.setLight(0, distantLight(kMirror, 2, 0, specular)); }
 };
 // At the mirror: Phong's lobe is 1, so the highlight is intensity * specularColor.
 const T3Float kHighlight(2, 1, 0.5f);
