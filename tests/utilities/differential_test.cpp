@@ -124,23 +124,11 @@ std::vector<TprobeSample> varied(unsigned count, unsigned seed) {
 // Shades `in` with the group's program, in batches of 64, on the calling thread.
 void shadeBatches(TDNshadingEngine* group, const std::vector<TprobeSample>& in, std::vector<TprobeResult>& out) {
     TshadingOpus* opus = group->option(kSurfaceColorTransparency).opus;
-    unsigned size = group->sampleSize(kSurfaceColorTransparency);
-    unsigned* fields = group->fieldOffsetTable(kSurfaceColorTransparency);
-    std::vector<uint64_t> memory(size_t(kBatchSize) * ((size + 7) / 8));
-    Tsample* samples[kBatchSize];
-    out.resize(in.size());
+    out.clear();
     for (size_t start = 0; start < in.size(); start += kBatchSize) {
-        unsigned count = unsigned(std::min<size_t>(kBatchSize, in.size() - start));
-        for (unsigned i = 0; i < count; ++i) {
-            samples[i] = Tsample::sCreate(memory.data() + size_t(i) * ((size + 7) / 8), size, fields);
-            if (samples[i]->hasItem(kItemPointCamera)) samples[i]->setPointCamera(in[start + i].point);
-            if (samples[i]->hasItem(kItemNormalCamera)) samples[i]->setNormalCamera(in[start + i].normal);
-        }
-        opus->shade(count, samples);
-        for (unsigned i = 0; i < count; ++i) {
-            out[start + i].color = *samples[i]->outColor();
-            if (samples[i]->hasItem(kItemOutTransparency)) out[start + i].transparency = *samples[i]->outTransparency();
-        }
+        TtestSamples batch = probeSamples(group, in.data() + start, std::min<size_t>(kBatchSize, in.size() - start));
+        batch.shade(opus);
+        for (Tsample* sample : batch.samples) out.push_back(probeResult(*sample));
     }
 }
 }  // namespace
