@@ -75,15 +75,20 @@ std::vector<TprobeSample> rampSamples(unsigned count) {
     return out;
 }
 
+void expectSameBits(const std::vector<TprobeResult>& engine, const std::vector<TprobeResult>& scalar) {
+    ASSERT_EQ(engine.size(), scalar.size());
+    unsigned mismatches = 0;
+    for (size_t i = 0; i < engine.size(); ++i) {
+        const TprobeResult &e = engine[i], &s = scalar[i];
+        if ((sameBits(e.color, s.color) && sameBits(e.transparency, s.transparency)) || mismatches++ >= 3) continue;
+        ADD_FAILURE() << "sample " << i << ": colour " << e.color.x << " " << e.color.y << " " << e.color.z << " vs " << s.color.x << " "
+                      << s.color.y << " " << s.color.z << ", transparency " << e.transparency.x << " vs " << s.transparency.x;
+    }
+    EXPECT_EQ(mismatches, 0u) << "samples where the engine and the host graph differ";
+}
+
 std::vector<TprobeResult> shadeBothWays(TutilityNetwork& net, const std::vector<TprobeSample>& in) {
     std::vector<TprobeResult> engine = net.shade(in);
-    std::vector<TprobeResult> scalar = net.pull(in);
-    EXPECT_EQ(engine.size(), scalar.size());
-    for (size_t i = 0; i < engine.size() && i < scalar.size(); ++i) {
-        EXPECT_TRUE(sameBits(engine[i].color, scalar[i].color))
-            << "sample " << i << ": " << engine[i].color.x << " " << engine[i].color.y << " " << engine[i].color.z << " vs "
-            << scalar[i].color.x << " " << scalar[i].color.y << " " << scalar[i].color.z;
-        EXPECT_TRUE(sameBits(engine[i].transparency, scalar[i].transparency)) << "sample " << i;
-    }
+    expectSameBits(engine, net.pull(in));
     return engine;
 }

@@ -116,6 +116,9 @@ inline bool sameBits(const T3Float& a, const T3Float& b) { return std::memcmp(&a
 // Samples whose point and normal follow two smooth ramps.
 std::vector<TprobeSample> rampSamples(unsigned count);
 
+// Expects the engine's results to have the bits of the host graph's,
+// reporting the first few samples that do not.
+void expectSameBits(const std::vector<TprobeResult>& engine, const std::vector<TprobeResult>& scalar);
 // Shades both ways and expects the two to agree bit for bit; returns the
 // engine's results.
 std::vector<TprobeResult> shadeBothWays(TutilityNetwork& net, const std::vector<TprobeSample>& in);
