@@ -132,7 +132,6 @@ TEST(LambertTranslucence, DepthSetsThresholdAndFocusOneStaysFinite) {
         EXPECT_FLOAT_EQ(net.material->translucenceThreshold(), c.depth * -11.5f);
         net.setLight(0, distantLight(c.lightDirection, 1));
         TmaterialResult r = net.shadeOne();
-        EXPECT_TRUE(std::isfinite(r.color.x));
         EXPECT_NEAR(r.color.x, c.expected, 1e-5f);
     }
 }

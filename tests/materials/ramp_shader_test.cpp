@@ -297,7 +297,6 @@ TEST(RampShaderLighting, HighlightMatchesTheClosedForm) {
         double roll = c.rollOff0 + (c.rollOff1 - c.rollOff0) * a;
         double s0 = 1.5 * D * D * G * roll * 0.8;
         T3Float got = rig.net.shadeOne(s).color;
-        EXPECT_TRUE(std::isfinite(got.x));
         expectNear3(got, {float(s0), float(s0 * 0.5), float(s0 * 0.25)}, 2e-4f, "highlight");
     }
 }

@@ -134,7 +134,7 @@ void shadeBatches(TDNshadingEngine* group, const std::vector<TprobeSample>& in, 
 }  // namespace
 
 TEST(Differential, GeneratedNetworksAgreeWithTheScalarPullOnTwoThreads) {
-    unsigned totalConnections = 0, networks = 0;
+    unsigned totalConnections = 0;
     for (unsigned seed = 1; seed <= 40; ++seed) {
         SCOPED_TRACE(seed);
         TutilityNetwork net;
@@ -153,9 +153,7 @@ TEST(Differential, GeneratedNetworksAgreeWithTheScalarPullOnTwoThreads) {
             SCOPED_TRACE(testing::Message() << "thread " << t);
             expectSameBits(engine[t], net.pull(in[t]));
         }
-        ++networks;
     }
-    EXPECT_EQ(networks, 40u);
     // The generator did connect nodes, not just set constants.
     EXPECT_GT(totalConnections, 100u);
 }
