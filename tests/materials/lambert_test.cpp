@@ -1,7 +1,7 @@
 // The Lambert surface: closed-form lighting, the ambient-only case, hide
 // source, black hole, translucence, the shadow pass, every render pass,
-// refraction through a recording ray sampler, analysis hooks, and a batch
-// that touches no heap.
+// refraction through a recording ray sampler, analysis hooks, and a node
+// rendered again with new values.
 #include <cfloat>
 #include <algorithm>
 #include <cmath>
@@ -403,38 +403,6 @@ TEST(LambertAnalysis, GlowQueryAndRayRequirements) {
     void* after = &sampler;
     node->getAttributeValue(&TdnLambert::saRaySampler(), &after);
     EXPECT_EQ(after, nullptr);
-}
-
-TEST(LambertBatch, ShadingTouchesNoHeapAndMatchesOneByOne) {
-    TtestRaySampler sampler;
-    TmaterialNetwork net;
-    net.setRaySampler(&sampler);
-    net.set(TdnLambert::saTransparency(), T3Float(0.3f, 0.3f, 0.3f));
-    net.set(TdnLambert::saRtRefractedColor(), true);
-    net.set(TdnLambert::saTranslucenceCoeff(), 0.3f);
-    for (unsigned k = 0; k < 4; ++k)
-        net.setLight(k, pointLightRecord(T3Float(float(k), 3, 1), T3Float(1, 0.5f, 0.25f), 2, int(k), T3Float(0, 0, -5)));
-    std::vector<TmaterialSample> in(kBatchSize);
-    for (unsigned i = 0; i < kBatchSize; ++i) {
-        float t = float(i) / kBatchSize;
-        in[i].normal = normalize(T3Float(t - 0.5f, 0.3f, 1));
-        in[i].direction = normalize(T3Float(0.2f, -t, -1));
-    }
-    EXPECT_EQ(net.allocationsWhenShadedAgain(in), 0u);
-    TshadingOpus* opus = net.analyse();
-    ASSERT_NE(opus, nullptr);
-    TtestSamples batch = net.makeBatch(in);
-    std::vector<Tsample*>& samples = batch.samples;
-    opus->shade(kBatchSize, samples.data());
-    std::vector<T3Float> batched;
-    for (Tsample* s : samples) batched.push_back(*s->outColor());
-    opus->shade(kBatchSize, samples.data());
-    for (unsigned i = 0; i < kBatchSize; ++i) EXPECT_TRUE(*samples[i]->outColor() == batched[i]) << i << ": again, the same";
-    // One sample at a time through the same program gives the same colours.
-    for (unsigned i = 0; i < kBatchSize; i += 9) {
-        opus->shade(1, &samples[i]);
-        expectNear3(*samples[i]->outColor(), batched[i], 1e-6f, "alone");
-    }
 }
 
 // A light that integrates itself: twice the plain cosine.

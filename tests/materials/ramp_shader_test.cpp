@@ -342,17 +342,6 @@ TEST(RampShaderCurves, TransparencyCurveAtTheValue) {
     expectNear3(r.transparency, T3Float(1, 1, 1), 0, "hidden");
 }
 
-TEST(RampShaderLighting, ShadesABatchWithoutTheHeap) {
-    TrampRig rig;
-    rig.net.set("specularity", 0.5f);
-    rig.net.set("translucence", 0.3f);
-    colorKeys(rig.net, "color", {{0, {1, 0, 0}}, {1, {0, 1, 0}}});
-    rig.net.setLight(0, distantLight({0.3f, 0.4f, 1}, 1, 0, true));
-    std::vector<TmaterialSample> samples(64);
-    for (unsigned i = 0; i < samples.size(); ++i) samples[i].normal = normalize({float(i % 7) * 0.1f, 0.2f, 1});
-    EXPECT_EQ(rig.net.allocationsWhenShadedAgain(samples), 0u);
-}
-
 // ---------------------------------------------------------------- through the command line
 
 // A ramp-shaded sphere under a distant light, seen by an orthographic
