@@ -35,7 +35,6 @@ std::vector<TlobeCase> lobeCases() {
     T3Float across = normalize(cross(kMirror, inPlane));
     return {
         {"phong", [](const T3Float& L) { return phongLobe(dot(L, kMirror), 20); }, 1.0f, inPlane},
-        {"phong across", [](const T3Float& L) { return phongLobe(dot(L, kMirror), 20); }, 1.0f, across},
         {"phongE", [](const T3Float& L) { return phongELobe(dot(L, kMirror), 0.5f, 0.5f); }, 1.0f, inPlane},
         {"blinn", [](const T3Float& L) { return blinnLobe(L, kView, kNormal, 0.3f, 0.7f); }, 1.0f / dot(kNormal, kView * -1.0f), inPlane},
         {"blinn across", [](const T3Float& L) { return blinnLobe(L, kView, kNormal, 0.3f, 0.7f); }, 1.0f / dot(kNormal, kView * -1.0f), across},

@@ -31,15 +31,6 @@ const Tattribute& attr(TdependNode* node, const char* name) {
 TEST(PerChannelNodes, BatchAndScalarPullAgreeWithClosedForms) {
     const UnaryCase cases[] = {
         {"reverse", "input", "output", nullptr, [](const T3Float& p) { return T3Float(1 - p.x, 1 - p.y, 1 - p.z); }},
-        {"clamp", "input", "output",
-         [](TutilityNetwork& n, TdependNode* x) {
-             n.set(x, attr(x, "min"), T3Float(0.2f, 0.2f, 0.3f));
-             n.set(x, attr(x, "max"), T3Float(0.6f, 0.9f, 0.5f));
-         },
-         [](const T3Float& p) {
-             return T3Float(std::fmin(std::fmax(p.x, 0.2f), 0.6f), std::fmin(std::fmax(p.y, 0.2f), 0.9f),
-                            std::fmin(std::fmax(p.z, 0.3f), 0.5f));
-         }},
         {"gammaCorrect", "value", "outValue", [](TutilityNetwork& n, TdependNode* x) { n.set(x, attr(x, "gamma"), T3Float(2, 0.5f, 1)); },
          [](const T3Float& p) { return T3Float(std::sqrt(p.x), p.y * p.y, p.z); }},
         {"contrast", "value", "outValue", nullptr,  // bias 0.5 leaves x = value; contrast 2
