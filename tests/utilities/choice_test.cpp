@@ -1,6 +1,6 @@
 // Nodes that choose: blend and condition compute each input only for the
-// samples that need it; switches pick by the sample's object; the vector
-// product's zero-length guard; sums over multis; remap curves.
+// samples that need it, and each render reads its own settled values; the
+// vector product's zero-length guard; remap curves.
 #include <algorithm>
 #include <cmath>
 #include <string>
@@ -12,7 +12,6 @@
 #include "utilities/color_correct.h"
 #include "utilities/condition.h"
 #include "utilities/remap.h"
-#include "utilities/switches.h"
 #include "utilities/utility_fixture.h"
 
 namespace {
