@@ -58,7 +58,6 @@ TEST(AttributeIndexing, LookupByLongAndShortNameAndFlags) {
     EXPECT_EQ(n->attribute("nope"), nullptr);
     const Tattribute& gain = TtestAdder::saGain();
     EXPECT_TRUE(gain.hasSoftMin() && gain.hasSoftMax());
-    EXPECT_EQ(gain.flags() & (0x180000ull << 32), 0x180000ull << 32);
     EXPECT_DOUBLE_EQ(gain.softMax(), 10.0);
     EXPECT_TRUE(TtestAdder::saSum().isComputed());
     EXPECT_TRUE(TtestAdder::saOutColorG().isComputed());  // children of outputs too
@@ -260,22 +259,4 @@ TEST(Dag, InclusiveMatrixAndInstances) {
     EXPECT_NEAR(q.y, 1, 1e-6);
     T3Float back = paths[0].inclusiveMatrixInverse().transformPoint(p);
     EXPECT_NEAR(back.x, 1, 1e-6);
-}
-
-TEST(Values, StringsOfADerivedClassAreCopiedAndFreed) {
-    // Long enough to live on the heap: the leak checker of the sanitizer
-    // build sees a value the node's destruction forgets.
-    const Tstring text("a label long enough to need its own heap block, well past any small-string buffer");
-    {
-        TdependGraph graph;
-        TdependNode* n = graph.createNode("testDerived");
-        ASSERT_TRUE(n->setAttributeValue(&TtestDerived::saLabel(), &text));
-        Tstring read;
-        ASSERT_TRUE(n->getAttributeValue(&TtestDerived::saLabel(), &read));
-        EXPECT_EQ(read, text);
-        TdependNode* other = graph.createNode("testDerived");
-        Tstring empty;
-        ASSERT_TRUE(other->getAttributeValue(&TtestDerived::saLabel(), &empty));
-        EXPECT_TRUE(empty.isEmpty());  // the default, not the other node's value
-    }
 }

@@ -46,7 +46,7 @@ TEST(HostArray, SortedPointerArrayReportsPositionAndPresence) {
     EXPECT_EQ(s.length(), 1u);
 }
 
-TEST(HostBitField, SetAllLeavesBitsPastTheLengthClear) {
+TEST(HostBitField, SetAllLeavesBitsPastTheLengthClearAndWordsSplitAtThirtyTwo) {
     for (unsigned n : {1u, 31u, 32u, 33u, 64u, 100u}) {
         TbitFieldFixedN f(n);
         f.setAll();
@@ -62,9 +62,7 @@ TEST(HostBitField, SetAllLeavesBitsPastTheLengthClear) {
     TbitFieldFixedN copy = over;  // a copy owns its words
     copy.clear(35);
     EXPECT_TRUE(over.test(35));
-}
-
-TEST(HostBitField, SixtyFourBitWordsSplitAtThirtyTwo) {
+    // Sixty-four bits split into words at thirty-two.
     TbitField64 b;
     b.set(0);
     b.set(31);

@@ -103,6 +103,18 @@ TlightData pointLightRecord(const T3Float& light, const T3Float& color, float in
     return r;
 }
 
+TlightData distantLight(const T3Float& toLight, float intensity, float shadowFraction, bool specular) {
+    TlightData r;
+    r.lightDirection = normalize(toLight);
+    r.lightIntensity = T3Float(1, 1, 1) * (intensity * (1.0f - shadowFraction));
+    r.lightAmbient = false;
+    r.lightDiffuse = true;
+    r.lightSpecular = specular;
+    r.preShadowIntensity = intensity;
+    r.lightShadowFraction = shadowFraction;
+    return r;
+}
+
 void expectNear3(const T3Float& actual, const T3Float& expected, float tolerance, const char* what) {
     for (int c = 0; c < 3; ++c) {
         float scale = std::max(1.0f, std::fabs(expected[c]));

@@ -133,5 +133,8 @@ struct TmaterialNetwork {
 // A point light's record at `point`: intensity flat within unit distance,
 // divided by dist^decay beyond it; no ambient, diffuse and specular on.
 TlightData pointLightRecord(const T3Float& light, const T3Float& color, float intensity, int decay, const T3Float& point);
+// A distant light's record: unit direction towards it, white of `intensity`
+// before shadowing and (1 - shadowFraction) of it after; diffuse on, no ambient.
+TlightData distantLight(const T3Float& toLight, float intensity, float shadowFraction = 0, bool specular = false);
 
 void expectNear3(const T3Float& actual, const T3Float& expected, float tolerance, const char* what);

@@ -14,22 +14,7 @@
 #include "support/scene_render.h"
 
 namespace {
-T3Float unit(T3Float v) { return v * (1.0f / std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z)); }
-float dot3(const T3Float& a, const T3Float& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 T3Float lerp3(const T3Float& a, const T3Float& b, float t) { return a + (b - a) * t; }
-
-// A distant light's record: direction towards it, white of `intensity`.
-TlightData distantLight(const T3Float& toLight, float intensity, float shadowFraction = 0, bool specular = false) {
-    TlightData r;
-    r.lightDirection = unit(toLight);
-    r.lightIntensity = T3Float(1, 1, 1) * (intensity * (1.0f - shadowFraction));
-    r.lightAmbient = false;
-    r.lightDiffuse = true;
-    r.lightSpecular = specular;
-    r.preShadowIntensity = intensity;
-    r.lightShadowFraction = shadowFraction;
-    return r;
-}
 
 // Keys of a colour curve by logical index (position, colour); linear.
 void colorKeys(TmaterialNetwork& net, const char* curve, std::initializer_list<std::pair<float, T3Float>> keys) {
@@ -159,7 +144,7 @@ TEST(RampShaderLighting, EachColorInputReadsItsValue) {
     const float c1 = 0.6f;  // cosine of the first light
     const T3Float L1(0.8f, 0, c1);
     const T3Float L2(0, -0.8f, -0.6f);  // behind: cosine -0.6
-    const T3Float slanted = unit({0.3f, 0, -1});
+    const T3Float slanted = normalize({0.3f, 0, -1});
     const Case cases[] = {
         {"light angle, one light", TdnRampShader::kLightAngle, {0, 0, -1}, {distantLight(L1, 1)}, (c1 + 1) / 2},
         {"light angle, weighted by intensity", TdnRampShader::kLightAngle, {0, 0, -1},
@@ -186,7 +171,7 @@ TEST(RampShaderLighting, EachColorInputReadsItsValue) {
         s.normal = N;
         s.direction = c.view;
         float brightness = 0;
-        for (const TlightData& d : c.lights) brightness += d.lightIntensity.x * 0.9f * std::max(dot3(d.lightDirection, N), 0.0f);
+        for (const TlightData& d : c.lights) brightness += d.lightIntensity.x * 0.9f * std::max(dot(d.lightDirection, N), 0.0f);
         float expected = std::clamp(c.value, 0.0f, 1.0f) * brightness;
         expectNear3(rig.net.shadeOne(s).color, {expected, expected, expected}, 1e-5f, "colour");
     }
@@ -292,18 +277,18 @@ TEST(RampShaderLighting, HighlightMatchesTheClosedForm) {
         rig.net.setLight(0, distantLight(c.toLight, 1.5f, 0, true));
         rig.net.init();
         TmaterialSample s;
-        s.direction = unit(c.view);
-        const T3Float N = s.normal, E = s.direction * -1.0f, L = unit(c.toLight);
+        s.direction = normalize(c.view);
+        const T3Float N = s.normal, E = s.direction * -1.0f, L = normalize(c.toLight);
         // The half vector normalised as the shader does: the bit-level
         // estimate of 1/sqrt and one Newton step.
         T3Float h = L + E;
-        float len2 = dot3(h, h), y;
+        float len2 = dot(h, h), y;
         uint32_t bits;
         std::memcpy(&bits, &len2, 4);
         bits = 0x5F3759DFu - (bits >> 1);
         std::memcpy(&y, &bits, 4);
         h = h * (y * (1.5f - 0.5f * len2 * y * y));
-        double nh = dot3(N, h), ne = dot3(N, E), nl = dot3(N, L), eh = dot3(E, h);
+        double nh = dot(N, h), ne = dot(N, E), nl = dot(N, L), eh = dot(E, h);
         double cc = double(c.eccentricity) * c.eccentricity - 1;
         if (std::fabs(cc) < 1e-5) cc = 1e-5;
         double D = (1 / cc + 1) / (nh * nh + 1 / cc);
@@ -312,7 +297,6 @@ TEST(RampShaderLighting, HighlightMatchesTheClosedForm) {
         double roll = c.rollOff0 + (c.rollOff1 - c.rollOff0) * a;
         double s0 = 1.5 * D * D * G * roll * 0.8;
         T3Float got = rig.net.shadeOne(s).color;
-        EXPECT_TRUE(std::isfinite(got.x));
         expectNear3(got, {float(s0), float(s0 * 0.5), float(s0 * 0.25)}, 2e-4f, "highlight");
     }
 }
@@ -346,7 +330,7 @@ TEST(RampShaderCurves, TransparencyCurveAtTheValue) {
     colorKeys(rig.net, "transparency", {{0, {1, 1, 1}}, {1, {0, 0.5f, 0}}});
     colorKeys(rig.net, "incandescence", {{0, {0.2f, 0.2f, 0.2f}}});
     TmaterialSample s;
-    s.direction = unit({0.6f, 0, -0.8f});  // facing 0.8
+    s.direction = normalize({0.6f, 0, -0.8f});  // facing 0.8
     TmaterialResult r = rig.net.shadeOne(s);
     const T3Float t(0.2f, 0.6f, 0.2f);
     expectNear3(r.transparency, t, 1e-5f, "transparency");
@@ -356,17 +340,6 @@ TEST(RampShaderCurves, TransparencyCurveAtTheValue) {
     r = rig.net.shadeOne(s);
     expectNear3(r.color, T3Float(), 0, "hidden");
     expectNear3(r.transparency, T3Float(1, 1, 1), 0, "hidden");
-}
-
-TEST(RampShaderLighting, ShadesABatchWithoutTheHeap) {
-    TrampRig rig;
-    rig.net.set("specularity", 0.5f);
-    rig.net.set("translucence", 0.3f);
-    colorKeys(rig.net, "color", {{0, {1, 0, 0}}, {1, {0, 1, 0}}});
-    rig.net.setLight(0, distantLight({0.3f, 0.4f, 1}, 1, 0, true));
-    std::vector<TmaterialSample> samples(64);
-    for (unsigned i = 0; i < samples.size(); ++i) samples[i].normal = unit({float(i % 7) * 0.1f, 0.2f, 1});
-    EXPECT_EQ(rig.net.allocationsWhenShadedAgain(samples), 0u);
 }
 
 // ---------------------------------------------------------------- through the command line
@@ -404,7 +377,7 @@ TEST(RampShaderRender, SphereFromASceneFileMatchesTheClosedForm) {
     // The light's transform turns its -Z shine by -110 degrees about X: it
     // comes from above and behind, so much of the visible side is its far side.
     const float angle = 110.0f * 3.14159265f / 180.0f;
-    const T3Float toLight = unit({0, std::sin(angle), std::cos(angle)});
+    const T3Float toLight = normalize({0, std::sin(angle), std::cos(angle)});
     const float threshold = depth * -11.5f, range = std::min(0.15f - threshold, 1.0f);
     int checked = 0, farSide = 0;
     for (int py = 0; py < size; ++py)
@@ -413,7 +386,7 @@ TEST(RampShaderRender, SphereFromASceneFileMatchesTheClosedForm) {
             float r2 = x * x + y * y;
             if (r2 > 0.9f) continue;  // background or near the silhouette
             T3Float n(x, y, std::sqrt(1 - r2));
-            float d = dot3(n, toLight);
+            float d = dot(n, toLight);
             float weight = kd * std::max(d, 0.0f);
             if (d > threshold) weight += translucence * (d < threshold + range ? (d - threshold) / range : 1.0f);
             T3Float expected = lerp3(low, high, (d + 1) / 2) * weight;

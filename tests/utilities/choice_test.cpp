@@ -1,6 +1,6 @@
 // Nodes that choose: blend and condition compute each input only for the
-// samples that need it; switches pick by the sample's object; the vector
-// product's zero-length guard; sums over multis; remap curves.
+// samples that need it, and each render reads its own settled values; the
+// vector product's zero-length guard; remap curves.
 #include <algorithm>
 #include <cmath>
 #include <string>
@@ -12,7 +12,6 @@
 #include "utilities/color_correct.h"
 #include "utilities/condition.h"
 #include "utilities/remap.h"
-#include "utilities/switches.h"
 #include "utilities/utility_fixture.h"
 
 namespace {
@@ -25,65 +24,47 @@ std::vector<TprobeSample> cyclingSamples() {
 }
 }  // namespace
 
+// A blender driven per sample reads each colour for the samples that weigh
+// it only. A constant blender takes one loop for the whole batch: at 0 and 1
+// the colour it does not weigh is never computed, and between them both
+// colours run in the straight-line program, with no segment computed on
+// demand. The result has the bits of the scalar pull in every case.
 TEST(LazyInputs, BlendReadsEachColourOnlyWhereItsWeightIsNotZero) {
-    TutilityNetwork net;
-    TdependNode* blend = net.make("blendColors");
-    TutilityTestSource *weight = net.source(), *first = net.source(), *second = net.source();
-    net.connect(weight, TutilityTestSource::saOutAX(), blend, TdnBlendColors::saBlender());
-    net.connect(first, TutilityTestSource::saOutB(), blend, TdnBlendColors::saColor1());
-    net.connect(second, TutilityTestSource::saOutA(), blend, TdnBlendColors::saColor2());
-    net.toColor(blend, TdnBlendColors::saOutput());
-    auto in = cyclingSamples();
-    auto out = net.shade(in);
-    int needFirst = 0, needSecond = 0;
-    for (auto& s : in) {
-        needFirst += s.point.x != 0.0f;
-        needSecond += s.point.x != 1.0f;
-    }
-    EXPECT_EQ(first->samples, needFirst);
-    EXPECT_EQ(second->samples, needSecond);
-    EXPECT_LT(needFirst, 64);
-    EXPECT_LT(needSecond, 64);
-    ASSERT_EQ(out.size(), in.size());
-    for (unsigned i = 0; i < in.size(); ++i) {
-        float b = in[i].point.x;
-        T3Float want = in[i].normal * b + in[i].point * (1 - b);
-        for (int c = 0; c < 3; ++c) EXPECT_FLOAT_EQ(out[i].color[c], want[c]) << i;
-    }
-    auto scalar = net.pull(in);
-    for (unsigned i = 0; i < in.size(); ++i) EXPECT_TRUE(sameBits(out[i].color, scalar[i].color)) << i;
-}
-
-// A constant blender takes one loop for the whole batch; at 0 and 1 the
-// colour it does not weigh is never computed, and between them both colours
-// run in the straight-line program, with no segment computed on demand. The
-// result has the bits of the scalar pull in every case.
-TEST(LazyInputs, ConstantBlenderReadsOnlyTheColoursItWeighs) {
-    struct Case {
-        float blender;
-        bool readsFirst, readsSecond;
-    };
-    for (const Case& k : {Case{0.0f, false, true}, Case{1.0f, true, false}, Case{0.3f, true, true}}) {
+    for (float blender : {-1.0f, 0.0f, 1.0f, 0.3f}) {
+        const bool driven = blender < 0;
+        SCOPED_TRACE(driven ? "blender per sample" : std::to_string(blender));
         TutilityNetwork net;
         TdependNode* blend = net.make("blendColors");
         TutilityTestSource *first = net.source(), *second = net.source();
-        net.set(blend, TdnBlendColors::saBlender(), k.blender);
+        if (driven)
+            net.connect(net.source(), TutilityTestSource::saOutAX(), blend, TdnBlendColors::saBlender());
+        else
+            net.set(blend, TdnBlendColors::saBlender(), blender);
         net.connect(first, TutilityTestSource::saOutB(), blend, TdnBlendColors::saColor1());
         net.connect(second, TutilityTestSource::saOutA(), blend, TdnBlendColors::saColor2());
         net.toColor(blend, TdnBlendColors::saOutput());
-        auto in = rampSamples(64);
+        auto in = driven ? cyclingSamples() : rampSamples(64);
+        auto weight = [&](unsigned i) { return driven ? in[i].point.x : blender; };
         auto out = net.shade(in);
-        EXPECT_EQ(first->samples, k.readsFirst ? 64 : 0) << k.blender;
-        EXPECT_EQ(second->samples, k.readsSecond ? 64 : 0) << k.blender;
-        std::string listing, error;
-        ASSERT_TRUE(shadingProgramListing(net.graph, "test", net.group->name().asC(), "surfaceColorTransparency", listing, error)) << error;
-        EXPECT_EQ(listing.find("segments: 1\n") != std::string::npos, k.readsFirst && k.readsSecond) << k.blender << "\n" << listing;
-        auto scalar = net.pull(in);
+        int needFirst = 0, needSecond = 0;
+        for (unsigned i = 0; i < in.size(); ++i) {
+            needFirst += weight(i) != 0.0f;
+            needSecond += weight(i) != 1.0f;
+        }
+        EXPECT_EQ(first->samples, needFirst);
+        EXPECT_EQ(second->samples, needSecond);
+        if (driven) {
+            EXPECT_LT(needFirst + needSecond, 2 * 64) << "the samples must leave some colour unread";
+        } else {
+            std::string listing, error;
+            ASSERT_TRUE(shadingProgramListing(net.graph, "test", net.group->name().asC(), "surfaceColorTransparency", listing, error)) << error;
+            EXPECT_EQ(listing.find("segments: 1\n") != std::string::npos, needFirst && needSecond) << listing;
+        }
+        expectSameBits(out, net.pull(in));
         ASSERT_EQ(out.size(), in.size());
         for (unsigned i = 0; i < in.size(); ++i) {
-            T3Float want = in[i].normal * k.blender + in[i].point * (1 - k.blender);
-            for (int c = 0; c < 3; ++c) EXPECT_FLOAT_EQ(out[i].color[c], want[c]) << k.blender << " sample " << i;
-            EXPECT_TRUE(sameBits(out[i].color, scalar[i].color)) << k.blender << " sample " << i;
+            T3Float want = in[i].normal * weight(i) + in[i].point * (1 - weight(i));
+            for (int c = 0; c < 3; ++c) EXPECT_FLOAT_EQ(out[i].color[c], want[c]) << "sample " << i;
         }
     }
 }
@@ -106,8 +87,7 @@ TEST(LazyInputs, ConditionReadsEachColourOnlyForItsRuns) {
     EXPECT_EQ(no->samples, 64 - trueCount);
     for (unsigned i = 0; i < in.size(); ++i)
         EXPECT_TRUE(sameBits(out[i].color, in[i].point.x >= 0.3f ? in[i].normal : in[i].point)) << i;
-    auto scalar = net.pull(in);
-    for (unsigned i = 0; i < in.size(); ++i) EXPECT_TRUE(sameBits(out[i].color, scalar[i].color)) << i;
+    expectSameBits(out, net.pull(in));
 }
 
 TEST(Condition, ComparisonsAndTheEqualityTolerance) {
@@ -191,41 +171,6 @@ TEST(VectorProduct, ProductsNormalisationAndZeroLength) {
     EXPECT_EQ(capture.messages()[0].text, node->name().str() + ": found a zero-length output vector. Result is unpredictable.");
 }
 
-TEST(PlusMinusAverage, FoldsTheElementsInIndexOrder) {
-    const float ones[] = {5, 2, 0.5f};  // at indices 0, 3, 7
-    const unsigned at[] = {0, 3, 7};
-    struct {
-        short op;
-        float expected;
-    } cases[] = {{TdnPlusMinusAverage::kNoOperation, 5},
-                 {TdnPlusMinusAverage::kSum, 7.5f},
-                 {TdnPlusMinusAverage::kSubtract, 2.5f},
-                 {TdnPlusMinusAverage::kAverage, 2.5f}};
-    for (auto& c : cases) {
-        SCOPED_TRACE(c.op);
-        TutilityNetwork net;
-        TdependNode* node = net.make("plusMinusAverage");
-        net.set(node, TdnPlusMinusAverage::saOperation(), c.op);
-        for (unsigned e = 0; e < 3; ++e) {
-            ASSERT_TRUE(node->setAttributeValue(&TdnPlusMinusAverage::saInput1D(), &ones[e], at[e]));
-            T3Float v(ones[e], 2 * ones[e], -ones[e]);
-            ASSERT_TRUE(node->setAttributeValue(&TdnPlusMinusAverage::saInput3D(), &v, at[e]));
-            T2Float w{ones[e], 10 * ones[e]};
-            ASSERT_TRUE(node->setAttributeValue(&TdnPlusMinusAverage::saInput2D(), &w, at[e]));
-        }
-        net.toColor(node, TdnPlusMinusAverage::saOutput3D());
-        net.toTransparency(node, TdnPlusMinusAverage::saOutput1D());
-        net.connect(node, TdnPlusMinusAverage::saOutput2Dy(), net.probe, TtestPassThroughSurface::saTransparencyG());
-        auto out = shadeBothWays(net, rampSamples(4));
-        ASSERT_EQ(out.size(), 4u);
-        EXPECT_FLOAT_EQ(out[3].color.x, c.expected);
-        EXPECT_FLOAT_EQ(out[3].color.y, 2 * c.expected);
-        EXPECT_FLOAT_EQ(out[3].color.z, -c.expected);
-        EXPECT_FLOAT_EQ(out[3].transparency.x, c.expected);
-        EXPECT_FLOAT_EQ(out[3].transparency.y, 10 * c.expected);
-    }
-}
-
 TEST(RemapCurves, InterpolationsThroughTheirKeys) {
     TcurveKeys keys;
     keys.count = 3;
@@ -248,35 +193,42 @@ TEST(RemapCurves, InterpolationsThroughTheirKeys) {
     EXPECT_EQ(empty.evaluate(0.3f, 0), 0.3f);
 }
 
-TEST(RemapCurves, RemapValueThroughTheGraphAndTheEngine) {
+// remapValue, its input driven per sample and mapped from [0, 2] onto
+// [0, 1], its output from [0, 1] onto [10, 20]. Colour curve: (0, black)
+// linear to (1, (1, 0.5, 0)). Value curve: (0, 0) linear to a key whose
+// position and value are children driven per sample, so each sample of the
+// batch must read its own key.
+TEST(RemapCurves, RemapValueRangesAndKeysDrivenPerSample) {
     TutilityNetwork net;
     TdependNode* node = net.make("remapValue");
-    net.connect(net.source(), TutilityTestSource::saOutAX(), node, TdnRemapValue::saInputValue());
-    net.set(node, TdnRemapValue::saInputMin(), 0.0f);
+    TutilityTestSource* driver = net.source();
+    net.connect(driver, TutilityTestSource::saOutAX(), node, TdnRemapValue::saInputValue());
     net.set(node, TdnRemapValue::saInputMax(), 2.0f);
     net.set(node, TdnRemapValue::saOutputMin(), 10.0f);
     net.set(node, TdnRemapValue::saOutputMax(), 20.0f);
-    // value curve: (0, 0) linear to (1, 1); color curve: (0, black) linear to (1, (1, 0.5, 0)).
-    struct Key {
-        float p;
-        T3Float v;
-    } keys[] = {{0, T3Float(0, 0, 0)}, {1, T3Float(1, 0.5f, 0)}};
+    const short linear = TcurveKey::kLinear;
+    const float positions[2] = {0, 1}, zero = 0;
+    const T3Float colours[2] = {T3Float(0, 0, 0), T3Float(1, 0.5f, 0)};
     for (unsigned e = 0; e < 2; ++e) {
-        short linear = TcurveKey::kLinear;
-        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saValuePosition(), &keys[e].p, e));
-        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saValueFloatValue(), &keys[e].v.x, e));
-        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saValueInterp(), &linear, e));
-        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saColorPosition(), &keys[e].p, e));
-        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saColorColor(), &keys[e].v, e));
+        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saColorPosition(), &positions[e], e));
+        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saColorColor(), &colours[e], e));
         ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saColorInterp(), &linear, e));
+        ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saValueInterp(), &linear, e));
     }
+    ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saValuePosition(), &zero, 0));
+    ASSERT_TRUE(node->setAttributeValue(&TdnRemapValue::saValueFloatValue(), &zero, 0));
+    net.connect(driver, TutilityTestSource::saOutAY(), node, TdnRemapValue::saValueFloatValue(), 1);
+    net.connect(driver, TutilityTestSource::saOutBZ(), node, TdnRemapValue::saValuePosition(), 1);
     net.toColor(node, TdnRemapValue::saOutColor());
     net.toTransparency(node, TdnRemapValue::saOutValue());
     auto in = rampSamples(64);
+    for (unsigned i = 0; i < in.size(); ++i) in[i].normal.z = 0.6f + 0.4f * float(i % 5) / 4.0f;
     auto out = shadeBothWays(net, in);
+    ASSERT_EQ(out.size(), in.size());
     for (unsigned i = 0; i < in.size(); ++i) {
-        float t = in[i].point.x / 2;
-        EXPECT_NEAR(out[i].transparency.x, 10 + 10 * t, 1e-5f) << i;
+        // t stays below the driven key's position: on the line from (0, 0).
+        const float t = in[i].point.x / 2;
+        EXPECT_NEAR(out[i].transparency.x, 10 + 10 * in[i].point.y * t / in[i].normal.z, 1e-5f) << i;
         EXPECT_NEAR(out[i].color.x, 10 + 10 * t, 1e-5f) << i;
         EXPECT_NEAR(out[i].color.y, 10 + 5 * t, 1e-5f) << i;
         EXPECT_NEAR(out[i].color.z, 10.0f, 1e-5f) << i;

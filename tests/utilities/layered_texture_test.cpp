@@ -22,8 +22,7 @@ TEST(LayeredTexture, StacksFromTheBottomUpPerSample) {
     ASSERT_TRUE(stack->setAttributeValue(&TdnLayeredTexture::saIsVisible(), &hidden, 1));
     layer(2, TlayerBlendMode::kAdd, 0.5f, {0.2f, 0.2f, 0.2f});
     layer(3, TlayerBlendMode::kOver, 1.0f, {0.4f, 0.3f, 0.2f});
-    ASSERT_EQ(net.graph.connect(Tplug(driver, &TutilityTestSource::saOutA()), Tplug(stack, &TdnLayeredTexture::saColor(), 0)),
-              TconnectStatus::kOk);
+    net.connect(driver, TutilityTestSource::saOutA(), stack, TdnLayeredTexture::saColor(), 0);
     net.toColor(stack, TdnLayeredTexture::saOutColor());
     auto in = rampSamples(64);
     auto out = shadeBothWays(net, in);

@@ -88,8 +88,8 @@ TEST(ShadingSwitches, EveryKindPicksPerObject) {
         float fallback[4] = {0.25f, 0.5f, 0.75f, 0.125f};
         ASSERT_TRUE(sw->setAttributeValue(c.fallback, fallback));
         const Tattribute* shape = sw->attribute(Tstring("inShape"));
-        ASSERT_EQ(net.graph.connect(Tplug(a.shape, &TdependNode::saMessage()), Tplug(sw, shape, int(at[0]))), TconnectStatus::kOk);
-        ASSERT_EQ(net.graph.connect(Tplug(b.transform, &TdependNode::saMessage()), Tplug(sw, shape, int(at[1]))), TconnectStatus::kOk);
+        net.connect(a.shape, TdependNode::saMessage(), sw, *shape, int(at[0]));
+        net.connect(b.transform, TdependNode::saMessage(), sw, *shape, int(at[1]));
         c.wire(net, sw);
         auto in = rampSamples(64);
         TrenderGroupBase* objects[3] = {&a.group, &stranger.group, &b.group};
@@ -114,10 +114,9 @@ TEST(ShadingSwitches, AnElementDrivenPerSample) {
     TutilityTestSource* driver = net.source();
     const T3Float fixed(0.1f, 0.2f, 0.3f);
     ASSERT_TRUE(sw->setAttributeValue(&TdnTripleSwitch::saInValue(), &fixed, 0));
-    ASSERT_EQ(net.graph.connect(Tplug(driver, &TutilityTestSource::saOutA()), Tplug(sw, &TdnTripleSwitch::saInValue(), 2)),
-              TconnectStatus::kOk);
-    ASSERT_EQ(net.graph.connect(Tplug(a.shape, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 0)), TconnectStatus::kOk);
-    ASSERT_EQ(net.graph.connect(Tplug(b.shape, &TdependNode::saMessage()), Tplug(sw, &TdnTripleSwitch::saInShape(), 2)), TconnectStatus::kOk);
+    net.connect(driver, TutilityTestSource::saOutA(), sw, TdnTripleSwitch::saInValue(), 2);
+    net.connect(a.shape, TdependNode::saMessage(), sw, TdnTripleSwitch::saInShape(), 0);
+    net.connect(b.shape, TdependNode::saMessage(), sw, TdnTripleSwitch::saInShape(), 2);
     net.toColor(sw, TdnTripleSwitch::saOutput());
     auto in = rampSamples(64);
     for (unsigned i = 0; i < in.size(); ++i) in[i].object = (i / 5) % 2 ? &b.group : &a.group;

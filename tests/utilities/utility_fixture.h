@@ -20,6 +20,7 @@
 #include "shading/shading_opus.h"
 #include "shading/shading_session.h"
 #include "support/pass_through_surface.h"
+#include "support/test_samples.h"
 
 // outA = pointCamera and outB = normalCamera of the sample; counts the
 // samples it computes.
@@ -82,9 +83,10 @@ struct TutilityNetwork {
         sources.push_back(make<TutilityTestSource>("utilityTestSource"));
         return sources.back();
     }
-    void connect(TdependNode* from, const Tattribute& out, TdependNode* to, const Tattribute& in) {
-        EXPECT_EQ(graph.connect(Tplug(from, &out), Tplug(to, &in)), TconnectStatus::kOk)
-            << out.longName().asC() << " -> " << in.longName().asC();
+    // Into element `index` of a multi `in`, when one is given.
+    void connect(TdependNode* from, const Tattribute& out, TdependNode* to, const Tattribute& in, int index = Tplug::kNoIndex) {
+        EXPECT_EQ(graph.connect(Tplug(from, &out), Tplug(to, &in, index)), TconnectStatus::kOk)
+            << out.longName().asC() << " -> " << in.longName().asC() << " " << index;
     }
     template <class V>
     void set(TdependNode* node, const Tattribute& a, V value) {
@@ -104,11 +106,19 @@ struct TutilityNetwork {
     std::vector<TprobeResult> pull(const std::vector<TprobeSample>& in);
 };
 
+// Samples laid out for the group's program, holding in[0 .. count).
+TtestSamples probeSamples(TDNshadingEngine* group, const TprobeSample* in, size_t count);
+// What the probe made of a shaded sample.
+TprobeResult probeResult(Tsample& sample);
+
 inline bool sameBits(const T3Float& a, const T3Float& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 // Samples whose point and normal follow two smooth ramps.
 std::vector<TprobeSample> rampSamples(unsigned count);
 
+// Expects the engine's results to have the bits of the host graph's,
+// reporting the first few samples that do not.
+void expectSameBits(const std::vector<TprobeResult>& engine, const std::vector<TprobeResult>& scalar);
 // Shades both ways and expects the two to agree bit for bit; returns the
 // engine's results.
 std::vector<TprobeResult> shadeBothWays(TutilityNetwork& net, const std::vector<TprobeSample>& in);
