@@ -701,17 +701,19 @@ void TshadingOpus::copy(TSEframe& frame, const TSEcopy& c, unsigned first, unsig
 void TshadingOpus::run(TSEframe& frame, unsigned segment, unsigned first, unsigned count) const {
     const Plan::Step* const end = fPlan->steps + fPlan->segmentSteps[segment + 1];
     for (const Plan::Step* step = fPlan->steps + fPlan->segmentSteps[segment]; step != end; ++step) {
-        switch (step->opcode) {
-            case kStepPlainCompute: {
-                TdataBlockRendering& block = frame.blocks[step->block];
-                const TSEcomputeTarget& target = *step->target;
-                if (step->onDemand && step->onDemand->load(std::memory_order_acquire) != kOnDemandDone) {
-                    Tplug plug = target.plug;
-                    target.shadingNode->ensureOnDemand(plug, block);
-                }
-                Dispatcher::run(target.plug.node(), target.plug, block, first, count);
-                break;
+        // Most steps of a program: tested before the switch, which would
+        // take three compares to reach it.
+        if (step->opcode == kStepPlainCompute) [[likely]] {
+            TdataBlockRendering& block = frame.blocks[step->block];
+            const TSEcomputeTarget& target = *step->target;
+            if (step->onDemand && step->onDemand->load(std::memory_order_acquire) != kOnDemandDone) {
+                Tplug plug = target.plug;
+                target.shadingNode->ensureOnDemand(plug, block);
             }
+            Dispatcher::run(target.plug.node(), target.plug, block, first, count);
+            continue;
+        }
+        switch (step->opcode) {
             case kOpCompute:
             case kOpComputeLocked: {
                 TdataBlockRendering& block = frame.blocks[step->block];
