@@ -59,7 +59,7 @@ bool TdnChecker::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
     TdataHandle offset = block.inputValue(attrFilterOffset(), first, count);
     TdataHandle contrast = block.inputValue(attrContrast(), first, count);
     TdataHandle fallback = block.inputValue(attrDefaultColor(), first, count);
-    Ttx2dBatch<2> batch(first, count);
+    Ttx2dBatch<2> batch(first, count, this);
     for (unsigned i = first; i < first + count; ++i) {
         T2Float p = uv.asFloat2(i);
         if (isOutsideUv(p)) {

@@ -110,7 +110,7 @@ bool TdnCloth::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned 
     TdataHandle widthSpread = block.inputValue(attrWidthSpread(), first, count);
     TdataHandle brightSpread = block.inputValue(attrBrightSpread(), first, count);
     // Inputs: 0 gap, 1 u thread, 2 v thread.
-    Ttx2dBatch<3> batch(first, count);
+    Ttx2dBatch<3> batch(first, count, this);
     for (unsigned i = first; i < first + count; ++i) {
         T2Float p = uv.asFloat2(i);
         if (isOutsideUv(p)) {

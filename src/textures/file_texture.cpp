@@ -352,6 +352,7 @@ bool TdnFileTexture::initTexture(Tplug&, TdataBlock&) {
 }
 
 void TdnFileTexture::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TdnTx2D::shadingNodeOnDemand(plug, block);
     initTexture(plug, block);
     short kind = kFilterQuadratic;
     float width = 0.707f;
@@ -439,7 +440,7 @@ bool TdnFileTexture::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
                          block.inputValue(attrVertexUvTwo(), first, count),
                          block.inputValue(attrVertexUvThree(), first, count)};
     TdataHandle blur = block.inputValue(attrBlurPixelation(), first, count);
-    Ttx2dEffects effects(block, first, count);
+    Ttx2dEffects effects(block, first, count, this);
 
     // The node's own placement, read once for the batch: its settings are
     // attributes of the node, not per-sample values.

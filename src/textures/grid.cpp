@@ -62,7 +62,7 @@ bool TdnGrid::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned f
     TdataHandle uWidth = block.inputValue(attrUWidth(), first, count);
     TdataHandle vWidth = block.inputValue(attrVWidth(), first, count);
     TdataHandle fallback = block.inputValue(attrDefaultColor(), first, count);
-    Ttx2dBatch<2> batch(first, count);
+    Ttx2dBatch<2> batch(first, count, this);
     for (unsigned i = first; i < first + count; ++i) {
         T2Float p = uv.asFloat2(i);
         if (isOutsideUv(p)) {

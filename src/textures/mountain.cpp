@@ -97,7 +97,7 @@ bool TdnMountain::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsign
                        block.inputValue(attrSnowAltitude(), first, count),  block.inputValue(attrSnowDropoff(), first, count),
                        block.inputValue(attrSnowSlope(), first, count),     block.inputValue(attrDepthMax(), first, count)};
     // Inputs: 0 snow, 1 rock.
-    Ttx2dBatch<2> batch(first, count);
+    Ttx2dBatch<2> batch(first, count, this);
     for (unsigned i = first; i < first + count; ++i) {
         T2Float p = uv.asFloat2(i);
         if (isOutsideUv(p)) {

@@ -204,7 +204,7 @@ bool TdnOcean::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned 
     TdataHandle mode = block.inputValue(attrColorMode(), first, count);
     TdataHandle foamOut = block.outputValue(attrOutFoam(), first, count);
     ToceanWaves waves;
-    Ttx2dBatch<0> batch(first, count);
+    Ttx2dBatch<0> batch(first, count, this);
     for (unsigned i = first; i < first + count; ++i) {
         T2Float p = uv.asFloat2(i);
         if (isOutsideUv(p)) {

@@ -283,7 +283,7 @@ bool TdnRamp::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned f
         const Tfixed& f = fFixedValues;
         TdataHandle uv = block.inputValue(attrUvCoord(), first, count);
         TdataHandle fallback = block.inputValue(attrDefaultColor(), first, count);
-        Ttx2dBatch<0> batch(first, count);
+        Ttx2dBatch<0> batch(first, count, this);
         const short type = f.type;
         switch (type) {
             case kVRamp: settledBatch(uv, fallback, f.interp, f.sorted, batch, [](float, float v) { return v; }); break;
@@ -326,7 +326,7 @@ bool TdnRamp::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned f
     TdataHandle hueFreq = block.inputValue(attrHueNoiseFreq(), first, count);
     TdataHandle satFreq = block.inputValue(attrSatNoiseFreq(), first, count);
     TdataHandle valFreq = block.inputValue(attrValNoiseFreq(), first, count);
-    Ttx2dBatch<0> batch(first, count);
+    Ttx2dBatch<0> batch(first, count, this);
     for (unsigned i = first; i < first + count; ++i) {
         T2Float p = uv.asFloat2(i);
         if (isOutsideUv(p)) {

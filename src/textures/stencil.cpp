@@ -73,7 +73,7 @@ bool TdnStencil::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
     TdataHandle mask = block.inputValue(attrMask(), first, count);
     TdataHandle edge = block.inputValue(attrEdgeBlend(), first, count);
     TdataHandle keyMasking = block.inputValue(attrKeyMasking(), first, count);
-    Ttx2dBatch<1> batch(first, count);
+    Ttx2dBatch<1> batch(first, count, this);
     bool anyKey = false;
     for (unsigned i = first; i < first + count; ++i) {
         T2Float p = uv.asFloat2(i);

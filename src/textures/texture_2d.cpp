@@ -28,9 +28,19 @@ void TdnVSTx2D::affectsOutputs(TdependencyMatrix& m, std::initializer_list<const
     for (const Tattribute* in : inputs) base.affects(m, {in}, {&base.outColor.whole, &base.outAlpha});
 }
 
-Ttx2dEffects::Ttx2dEffects(TdataBlock& block, unsigned first, unsigned count) {
+Ttx2dEffects::Ttx2dEffects(TdataBlock& block, unsigned first, unsigned count, const TdnTx2D* texture) {
     // One look at the class's attributes rather than one per accessor.
     const TdnVSTx2D& vs = TdnTx2D::sVsData();
+    if (texture) {
+        const TdnTx2D::TsettledEffects& s = texture->settledEffects();
+        invert = settledOrRead(s.invert, block, vs.invert, first, count);
+        alphaIsLuminance = settledOrRead(s.alphaIsLuminance, block, vs.alphaIsLuminance, first, count);
+        colorGain = settledOrRead(s.colorGain, block, vs.colorGain.whole, first, count);
+        colorOffset = settledOrRead(s.colorOffset, block, vs.colorOffset.whole, first, count);
+        alphaGain = settledOrRead(s.alphaGain, block, vs.alphaGain, first, count);
+        alphaOffset = settledOrRead(s.alphaOffset, block, vs.alphaOffset, first, count);
+        return;
+    }
     invert = block.inputValue(vs.invert, first, count);
     alphaIsLuminance = block.inputValue(vs.alphaIsLuminance, first, count);
     colorGain = block.inputValue(vs.colorGain.whole, first, count);

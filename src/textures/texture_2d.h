@@ -18,6 +18,7 @@
 #include "framework/node_registry.h"
 #include "framework/render_node.h"
 #include "framework/scratch_array.h"
+#include "framework/settling_node.h"
 #include "shading/shading_types.h"
 #include "textures/texture_attributes.h"
 
@@ -66,10 +67,13 @@ struct TdnVSTx2D : TdependNodeVS {
     static void affectsOutputs(TdependencyMatrix& m, std::initializer_list<const Tattribute*> inputs);
 };
 
-// The handles of the colour effects, read by pointer and stride.
+class TdnTx2D;
+
+// The handles of the colour effects, read by pointer and stride; on the
+// texture's settled values where it has them.
 struct Ttx2dEffects {
     TdataHandle invert, alphaIsLuminance, colorGain, colorOffset, alphaGain, alphaOffset;
-    Ttx2dEffects(TdataBlock& block, unsigned first, unsigned count);
+    Ttx2dEffects(TdataBlock& block, unsigned first, unsigned count, const TdnTx2D* texture = nullptr);
     // Invert, then gain and offset; no clamp.
     void apply(unsigned i, T3Float& colour, float& alpha) const;
 
@@ -113,7 +117,8 @@ public:
         uint8_t done;  // outside: default colour, no input read
     };
 
-    Ttx2dBatch(unsigned first, unsigned count) : fFirst(first), fCount(count) {
+    // `texture` lends its settled colour effects; without it they are read.
+    Ttx2dBatch(unsigned first, unsigned count, const TdnTx2D* texture = nullptr) : fFirst(first), fCount(count), fTexture(texture) {
         if (count > kBatchSize) {
             fHeap.reset(new Record[count]);
             fRecords = fHeap.get();
@@ -180,7 +185,7 @@ public:
         TdataHandle* in = fIn;
         for (unsigned k = 0; k < kInputs; ++k)
             if (!fReady[k]) computeInput(block, k, *inputs[k]);
-        Ttx2dEffects effects(block, fFirst, fCount);
+        Ttx2dEffects effects(block, fFirst, fCount, fTexture);
         TdataHandle color = block.outputValue(outColor, fFirst, fCount);
         TdataHandle alpha = block.outputValue(outAlpha, fFirst, fCount);
         // effectsAt(i): the colour effects of sample i.
@@ -216,6 +221,7 @@ public:
 
 private:
     unsigned fFirst, fCount;
+    const TdnTx2D* fTexture;
     TdataHandle fIn[kInputs > 0 ? kInputs : 1];
     bool fReady[kInputs > 0 ? kInputs : 1] = {};
     TscratchArray<Record, kBatchSize> fLocal;  // only the call's samples' records are made
@@ -223,7 +229,7 @@ private:
     std::unique_ptr<Record[]> fHeap;
 };
 
-class TdnTx2D : public TnodeClass<TdnTx2D, TrenderNode, TdnVSTx2D> {
+class TdnTx2D : public TnodeClass<TdnTx2D, TsettlingNode<TdnTx2D, TrenderNode>, TdnVSTx2D> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnTx2D", 487, "kTexture2d", true);
     SN_PAIR_ATTRIBUTE(UvCoord, uvCoord, U, V)
@@ -272,9 +278,30 @@ public:
     // The 2D texture whose output drives `plug`, or null.
     static TdnTx2D* getInputTxNode(const Tplug& plug);
 
+    // The colour effects, read once per render when nothing drives them
+    // (most textures leave them at their defaults): Ttx2dEffects takes them.
+    struct TsettledEffects {
+        TsettledInput<bool> invert, alphaIsLuminance;
+        TsettledInput<T3Float> colorGain, colorOffset;
+        TsettledInput<float> alphaGain, alphaOffset;
+    };
+    const TsettledEffects& settledEffects() const { return fEffects; }
+    template <class F>
+    void forEachSettled(F&& f) {
+        f(fEffects.invert, attrInvert());
+        f(fEffects.alphaIsLuminance, attrAlphaIsLuminance());
+        f(fEffects.colorGain, attrColorGain());
+        f(fEffects.colorOffset, attrColorOffset());
+        f(fEffects.alphaGain, attrAlphaGain());
+        f(fEffects.alphaOffset, attrAlphaOffset());
+    }
+
 protected:
     // mapUVtoClr of a texture that computes from its UV alone.
     bool mapUVtoClrByCompute(const TdoubleArray& u, const TdoubleArray& v, T4dDblVectorArray* colours, TdoubleArray* alphas);
+
+private:
+    TsettledEffects fEffects;
 };
 
 // The common form of a texture with no colour inputs: for each sample,
@@ -285,7 +312,7 @@ template <class Pattern>
 void computeValueTexture(TdnTx2D& node, TdataBlock& block, unsigned first, unsigned count, Pattern&& pattern) {
     TdataHandle uv = block.inputValue(node.attrUvCoord(), first, count);
     TdataHandle fallback = block.inputValue(node.attrDefaultColor(), first, count);
-    Ttx2dBatch<0> batch(first, count);
+    Ttx2dBatch<0> batch(first, count, &node);
     for (unsigned i = first; i < first + count; ++i) {
         T2Float p = uv.asFloat2(i);
         if (isOutsideUv(p)) {

@@ -119,7 +119,10 @@ void TdnWater::rebuildWaveList(TdataBlock& block) {
     sMakeWaveList(TwaveKeyHandles(block, i, 1).at(i), fWaves);
 }
 
-void TdnWater::shadingNodeOnDemand(Tplug&, TdataBlock& block) { rebuildWaveList(block); }
+void TdnWater::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TdnTx2D::shadingNodeOnDemand(plug, block);
+    rebuildWaveList(block);
+}
 
 float TdnWater::sWaves(const TwaveList& list, float u, float v, float time, float velocity) {
     float h = 0.0f, travel = time * velocity;

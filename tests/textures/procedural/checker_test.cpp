@@ -95,8 +95,11 @@ TEST(Texture2d, ColourEffectsAndAlphaThroughThePullAndTheEngine) {
          1.0f - (0.3f * 0.2f + 0.59f * 0.4f + 0.11f * 0.6f)},
         {"no clamp", false, false, {-1, 3, 1}, {0, 0, 2}, -2, 0, {-0.2f, 1.2f, 2.6f}, -2},
     };
+    // One network rendered once per case: the effects are read once per
+    // render, so each render must follow its own values, not the last one's.
+    CheckerNode n;
+    n.net.show(n.checker, TdnTx2D::saOutColor());
     for (auto& c : cases) {
-        CheckerNode n;
         n.set(TdnTx2D::saInvert(), c.invert);
         n.set(TdnTx2D::saAlphaIsLuminance(), c.alphaIsLuminance);
         n.set(TdnTx2D::saColorGain(), c.gain);
@@ -107,7 +110,6 @@ TEST(Texture2d, ColourEffectsAndAlphaThroughThePullAndTheEngine) {
         expectNear(r.colour, c.colour, c.name);
         EXPECT_NEAR(r.alpha, c.alpha, 1e-6f) << c.name;
 
-        n.net.show(n.checker, TdnTx2D::saOutColor());
         TshadingOpus* opus = n.net.analyse();
         ASSERT_NE(opus, nullptr) << c.name;
         std::vector<T2Float> uvs;
@@ -115,6 +117,7 @@ TEST(Texture2d, ColourEffectsAndAlphaThroughThePullAndTheEngine) {
         TtextureBatch batch(n.net.group, uvs);
         batch.shade(opus);
         for (unsigned i = 0; i < kBatchSize; ++i) expectNear(batch.colour(i), c.colour, c.name);
+        n.net.session.reset();  // the render ends
     }
 }
 
