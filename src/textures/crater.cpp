@@ -62,7 +62,7 @@ bool TdnCrater::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned
                            block.inputValue(attrNormFrequency(), first, count)};
         TdataHandle normal = block.inputValue(attrNormalCamera(), first, count);
         TdataHandle out = block.outputValue(attrOutNormal(), first, count);
-        Ttx3dBatch<0> batch(block, first, count, attrRefPointObj(), attrRefPointCamera());
+        Ttx3dBatch<0> batch(block, first, count, attrRefPointObj(), attrRefPointCamera(), *this);
         for (unsigned i = first; i < first + count; ++i) {
             T3Float p;
             const T3Float& n = normal.asFloat3(i);
@@ -82,7 +82,7 @@ bool TdnCrater::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned
     if (!isColorOutput(plug)) return TdnTx3D::vectorComputePlug(plug, block, first, count);
     TdataHandle melt = block.inputValue(attrMelt(), first, count), balance = block.inputValue(attrBalance(), first, count),
                 frequency = block.inputValue(attrFrequency(), first, count);
-    Ttx3dBatch<3> batch(block, first, count, attrRefPointObj(), attrRefPointCamera());
+    Ttx3dBatch<3> batch(block, first, count, attrRefPointObj(), attrRefPointCamera(), *this);
     for (unsigned i = first; i < first + count; ++i) {
         T3Float p;
         if (!batch.begin(i, p)) continue;

@@ -62,7 +62,7 @@ bool TdnGranite::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
                        block.inputValue(attrMixRatio(), first, count),   block.inputValue(attrSpottyness(), first, count),
                        block.inputValue(attrRandomness(), first, count), block.inputValue(attrThreshold(), first, count),
                        block.inputValue(attrCreases(), first, count)};
-    Ttx3dBatch<4> batch(block, first, count, attrRefPointObj(), attrRefPointCamera());
+    Ttx3dBatch<4> batch(block, first, count, attrRefPointObj(), attrRefPointCamera(), *this);
     for (unsigned i = first; i < first + count; ++i) {
         T3Float p;
         if (!batch.begin(i, p)) continue;

@@ -54,7 +54,7 @@ bool TdnLeather::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
     TdataHandle h[] = {block.inputValue(attrCellSize(), first, count),   block.inputValue(attrDensity(), first, count),
                        block.inputValue(attrSpottyness(), first, count), block.inputValue(attrRandomness(), first, count),
                        block.inputValue(attrThreshold(), first, count),  block.inputValue(attrCreases(), first, count)};
-    Ttx3dBatch<2> batch(block, first, count, attrRefPointObj(), attrRefPointCamera());
+    Ttx3dBatch<2> batch(block, first, count, attrRefPointObj(), attrRefPointCamera(), *this);
     for (unsigned i = first; i < first + count; ++i) {
         T3Float p;
         if (!batch.begin(i, p)) continue;

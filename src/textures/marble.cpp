@@ -53,7 +53,7 @@ bool TdnMarble::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned
                        block.inputValue(attrRatio(), first, count)};
     TdataHandle normal = block.inputValue(attrNormalCamera(), first, count);
     TdataHandle pixelAngle = block.inputValue(attrXPixelAngle(), first, count);
-    Ttx3dBatch<2> batch(block, first, count, attrRefPointObj(), attrRefPointCamera());
+    Ttx3dBatch<2> batch(block, first, count, attrRefPointObj(), attrRefPointCamera(), *this);
     for (unsigned i = first; i < first + count; ++i) {
         T3Float p;
         if (!batch.begin(i, p)) continue;

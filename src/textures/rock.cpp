@@ -52,7 +52,7 @@ bool TdnRock::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned f
     TdataHandle size = block.inputValue(attrGrainSize(), first, count),
                 diffusion = block.inputValue(attrDiffusion(), first, count),
                 mix = block.inputValue(attrMixRatio(), first, count);
-    Ttx3dBatch<2> batch(block, first, count, attrRefPointObj(), attrRefPointCamera());
+    Ttx3dBatch<2> batch(block, first, count, attrRefPointObj(), attrRefPointCamera(), *this);
     for (unsigned i = first; i < first + count; ++i) {
         T3Float p;
         if (!batch.begin(i, p)) continue;

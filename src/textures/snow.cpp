@@ -54,7 +54,7 @@ bool TdnSnow::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned f
                 threshold = block.inputValue(attrThreshold(), first, count),
                 decay = block.inputValue(attrDepthDecay(), first, count),
                 thickness = block.inputValue(attrThickness(), first, count);
-    Ttx3dBatch<2> batch(block, first, count, attrRefPointObj(), attrRefPointCamera());
+    Ttx3dBatch<2> batch(block, first, count, attrRefPointObj(), attrRefPointCamera(), *this);
     for (unsigned i = first; i < first + count; ++i) {
         T3Float p;
         if (!batch.begin(i, p)) continue;

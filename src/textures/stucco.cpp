@@ -51,7 +51,7 @@ bool TdnStucco::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned
         TdataHandle melt = block.inputValue(attrNormalMelt(), first, count),
                     depth = block.inputValue(attrNormalDepth(), first, count);
         TdataHandle out = block.outputValue(attrOutNormal(), first, count);
-        Ttx3dBatch<0> batch(block, first, count, attrRefPointObj(), attrRefPointCamera());
+        Ttx3dBatch<0> batch(block, first, count, attrRefPointObj(), attrRefPointCamera(), *this);
         for (unsigned i = first; i < first + count; ++i) {
             T3Float p;
             if (!batch.begin(i, p)) {
@@ -71,7 +71,7 @@ bool TdnStucco::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned
         return true;
     }
     if (!isColorOutput(plug)) return TdnTx3D::vectorComputePlug(plug, block, first, count);
-    Ttx3dBatch<2> batch(block, first, count, attrRefPointObj(), attrRefPointCamera());
+    Ttx3dBatch<2> batch(block, first, count, attrRefPointObj(), attrRefPointCamera(), *this);
     for (unsigned i = first; i < first + count; ++i) {
         T3Float p;
         if (!batch.begin(i, p)) continue;

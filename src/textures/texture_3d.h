@@ -72,7 +72,7 @@ struct Ttx3dEffects {
     T3Float defaultColor{0.5f, 0.5f, 0.5f};
 };
 
-class TdnTx3D : public TnodeClass<TdnTx3D, TrenderNode, TdnVSTx3D> {
+class TdnTx3D : public TnodeClass<TdnTx3D, TsettlingNode<TdnTx3D, TrenderNode>, TdnVSTx3D> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnTx3D", 488, "kTexture3d", true);
     // A blend value at or above this leaves only the default colour.
@@ -169,12 +169,40 @@ public:
     // The normal n tilted against the tangential part of a height gradient
     // g scaled by `depth`, normalised; n itself where the result vanishes.
     static T3Float sBumpNormal(const T3Float& n, const T3Float& g, float depth);
+
+    // The placement switches and colour effects, read once per render when
+    // nothing drives them: the solid texture batch takes them.
+    struct TsettledSolid {
+        TsettledInput<bool> local, wrap, invert, alphaIsLuminance;
+        TsettledInput<float> blend, filter, filterOffset, alphaGain, alphaOffset;
+        TsettledInput<T3Float> colorGain, colorOffset, defaultColor;
+    };
+    const TsettledSolid& settledSolid() const { return fSettled; }
+    template <class F>
+    void forEachSettled(F&& f) {
+        f(fSettled.local, attrLocal());
+        f(fSettled.wrap, attrWrap());
+        f(fSettled.invert, attrInvert());
+        f(fSettled.alphaIsLuminance, attrAlphaIsLuminance());
+        f(fSettled.blend, attrBlend());
+        f(fSettled.filter, attrFilter());
+        f(fSettled.filterOffset, attrFilterOffset());
+        f(fSettled.alphaGain, attrAlphaGain());
+        f(fSettled.alphaOffset, attrAlphaOffset());
+        f(fSettled.colorGain, attrColorGain());
+        f(fSettled.colorOffset, attrColorOffset());
+        f(fSettled.defaultColor, attrDefaultColor());
+    }
+
+private:
+    TsettledSolid fSettled;
 };
 
-// The handles of a solid texture's colour effects, read by pointer and stride.
+// The handles of a solid texture's colour effects, read by pointer and
+// stride; on the texture's settled values where it has them.
 struct Ttx3dEffectsHandles {
     TdataHandle invert, alphaIsLuminance, colorGain, colorOffset, alphaGain, alphaOffset, defaultColor;
-    Ttx3dEffectsHandles(TdataBlock& block, unsigned first, unsigned count);
+    Ttx3dEffectsHandles(TdataBlock& block, unsigned first, unsigned count, const TdnTx3D* texture = nullptr);
     Ttx3dEffects at(unsigned i) const;
 };
 
@@ -189,18 +217,19 @@ class Ttx3dBatch : public Ttx2dBatch<kInputs> {
     using Base = Ttx2dBatch<kInputs>;
 
 public:
-    Ttx3dBatch(TdataBlock& block, unsigned first, unsigned count, const Tattribute& refPointObj, const Tattribute& refPointCamera)
-        : Base(first, count), fRefObj(block.inputValue(refPointObj, first, count)),
+    Ttx3dBatch(TdataBlock& block, unsigned first, unsigned count, const Tattribute& refPointObj, const Tattribute& refPointCamera,
+               const TdnTx3D& texture)
+        : Base(first, count), fTexture(texture), fRefObj(block.inputValue(refPointObj, first, count)),
           fRefCamera(block.inputValue(refPointCamera, first, count)),
-          fLocal(block.inputValue(TdnTx3D::saLocal(), first, count)),
-          fWrap(block.inputValue(TdnTx3D::saWrap(), first, count)),
-          fBlend(block.inputValue(TdnTx3D::saBlend(), first, count)),
+          fLocal(settledOrRead(texture.settledSolid().local, block, TdnTx3D::saLocal(), first, count)),
+          fWrap(settledOrRead(texture.settledSolid().wrap, block, TdnTx3D::saWrap(), first, count)),
+          fBlend(settledOrRead(texture.settledSolid().blend, block, TdnTx3D::saBlend(), first, count)),
           fEyeToWorld(block.inputValue(TdnTx3D::saMatrixEyeToWorld(), first, count)),
           fPlacement(block.inputValue(TdnTx3D::saPlacementMatrix(), first, count)),
-          fFilter(block.inputValue(TdnTx3D::saFilter(), first, count)),
-          fFilterOffset(block.inputValue(TdnTx3D::saFilterOffset(), first, count)),
+          fFilter(settledOrRead(texture.settledSolid().filter, block, TdnTx3D::saFilter(), first, count)),
+          fFilterOffset(settledOrRead(texture.settledSolid().filterOffset, block, TdnTx3D::saFilterOffset(), first, count)),
           fFilterSize(block.inputValue(TdnTx3D::saFilterSize(), first, count)),
-          fDefault(block.inputValue(TdnTx3D::saDefaultColor(), first, count)) {
+          fDefault(settledOrRead(texture.settledSolid().defaultColor, block, TdnTx3D::saDefaultColor(), first, count)) {
         if (count > kBatchSize) {
             fBlendHeap.reset(new float[count]);
             fBlends = fBlendHeap.get();
@@ -250,7 +279,7 @@ public:
                 bool alphaFromColour = false) {
         TdataHandle in[kInputs > 0 ? kInputs : 1];
         for (unsigned k = 0; k < kInputs; ++k) in[k] = this->computeInput(block, k, *inputs[k]);
-        Ttx3dEffectsHandles effects(block, this->first(), this->count());
+        Ttx3dEffectsHandles effects(block, this->first(), this->count(), &fTexture);
         TdataHandle color = block.outputValue(outColor, this->first(), this->count());
         TdataHandle alpha = block.outputValue(outAlpha, this->first(), this->count());
         for (unsigned i = this->first(); i < this->first() + this->count(); ++i) {
@@ -272,6 +301,7 @@ public:
     }
 
 private:
+    const TdnTx3D& fTexture;
     TdataHandle fRefObj, fRefCamera, fLocal, fWrap, fBlend, fEyeToWorld, fPlacement, fFilter, fFilterOffset, fFilterSize,
         fDefault;
     float fBlendLocal[kBatchSize] = {};
@@ -284,7 +314,7 @@ private:
 // alphaIsLuminance.
 template <class Node, class Pattern>
 void computeSolidValue(Node& node, TdataBlock& block, unsigned first, unsigned count, Pattern&& pattern) {
-    Ttx3dBatch<0> batch(block, first, count, node.attrRefPointObj(), node.attrRefPointCamera());
+    Ttx3dBatch<0> batch(block, first, count, node.attrRefPointObj(), node.attrRefPointCamera(), node);
     for (unsigned i = first; i < first + count; ++i) {
         T3Float p;
         if (!batch.begin(i, p)) continue;

@@ -113,7 +113,8 @@ void TdnWood::shadingNodeInit(TframeSampleData* data) {
     if (!fTables) fTables = std::make_unique<TwoodTables>();
 }
 
-void TdnWood::shadingNodeOnDemand(Tplug&, TdataBlock& block) {
+void TdnWood::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TdnTx3D::shadingNodeOnDemand(plug, block);
     // A pull outside a render has had no init.
     if (!fTables) fTables = std::make_unique<TwoodTables>();
     unsigned i = block.currentIndex();
@@ -161,7 +162,7 @@ bool TdnWood::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned f
                        block.inputValue(attrRipples(), first, count),    block.inputValue(attrDepth(), first, count)};
     TdataHandle normal = block.inputValue(attrNormalCamera(), first, count);
     TdataHandle pixelAngle = block.inputValue(attrXPixelAngle(), first, count);
-    Ttx3dBatch<3> batch(block, first, count, attrRefPointObj(), attrRefPointCamera());
+    Ttx3dBatch<3> batch(block, first, count, attrRefPointObj(), attrRefPointCamera(), *this);
     for (unsigned i = first; i < first + count; ++i) {
         T3Float p;
         if (!batch.begin(i, p)) continue;

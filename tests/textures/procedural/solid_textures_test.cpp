@@ -282,22 +282,29 @@ void setValue(TdependNode* node, const Tattribute& a, V v) {
     ASSERT_TRUE(node->setAttributeValue(&a, &v));
 }
 
-std::vector<T3Float> shadeMarble(bool wrap, float blend, const std::vector<T3Float>& points) {
+// One marble rendered once per setting: the settings are read once per
+// render, so each render must follow its own, not the one before.
+struct TmarbleRenders {
     TtextureNetwork net;
-    auto* marble = net.make<TdnMarble>("marble");
-    setValue(marble, TdnTx3D::saWrap(), wrap);
-    setValue(marble, TdnTx3D::saBlend(), blend);
-    setValue(marble, TdnTx3D::saDefaultColor(), T3Float(0.9f, 0.1f, 0.3f));
-    net.show(marble, TdnTx3D::saOutColor());
-    TshadingOpus* opus = net.analyse();
-    EXPECT_NE(opus, nullptr);
-    std::vector<T3Float> out;
-    if (!opus) return out;
-    TsolidBatch batch(net.group, points);
-    opus->shade(unsigned(points.size()), batch.samples.data());
-    for (unsigned i = 0; i < points.size(); ++i) out.push_back(batch.colour(i));
-    return out;
-}
+    TdnMarble* marble = net.make<TdnMarble>("marble");
+    TmarbleRenders() {
+        setValue(marble, TdnTx3D::saDefaultColor(), T3Float(0.9f, 0.1f, 0.3f));
+        net.show(marble, TdnTx3D::saOutColor());
+    }
+    std::vector<T3Float> shade(bool wrap, float blend, const std::vector<T3Float>& points) {
+        setValue(marble, TdnTx3D::saWrap(), wrap);
+        setValue(marble, TdnTx3D::saBlend(), blend);
+        TshadingOpus* opus = net.analyse();
+        EXPECT_NE(opus, nullptr);
+        std::vector<T3Float> out;
+        if (!opus) return out;
+        TsolidBatch batch(net.group, points);
+        opus->shade(unsigned(points.size()), batch.samples.data());
+        for (unsigned i = 0; i < points.size(); ++i) out.push_back(batch.colour(i));
+        net.session.reset();  // the render ends
+        return out;
+    }
+};
 }  // namespace
 
 TEST(SolidBatch, OutsidePointsAndTheEdgeBlendThroughTheEngine) {
@@ -308,8 +315,9 @@ TEST(SolidBatch, OutsidePointsAndTheEdgeBlendThroughTheEngine) {
         points.push_back(T3Float(-0.98f + 1.96f * t, 0.37f * std::sin(7.0f * t), -0.5f + 0.45f * std::cos(3.0f * t)));
     }
     for (int i = 0; i < 7; ++i) points.push_back(T3Float(0.2f, 1.05f + 0.3f * float(i), -0.5f));
-    const std::vector<T3Float> plain = shadeMarble(true, 0.0f, points);  // wrap on: no blend, nothing outside
-    const std::vector<T3Float> blended = shadeMarble(false, 0.45f, points);
+    TmarbleRenders renders;
+    const std::vector<T3Float> plain = renders.shade(true, 0.0f, points);  // wrap on: no blend, nothing outside
+    const std::vector<T3Float> blended = renders.shade(false, 0.45f, points);
     ASSERT_EQ(plain.size(), points.size());
     ASSERT_EQ(blended.size(), points.size());
     const T3Float fallback(0.9f, 0.1f, 0.3f);
