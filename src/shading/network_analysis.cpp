@@ -103,6 +103,7 @@ public:
     bool satisfySampler(TbitField64& result);
     void cutLoops();
     void segment();
+    void promoteUnconditional();
     TshadingOpus* distribute(TstackArena& arena, TbitField64 result, unsigned*& fieldOffsets, unsigned& sampleSize);
     bool foundConstantTransparency() const { return fConstantTransparency; }
     // A node of the network reads the group's light array.
@@ -497,6 +498,64 @@ void TSEanalysis::segment() {
             }
         }
     }
+    promoteUnconditional();
+}
+
+void TSEanalysis::promoteUnconditional() {
+    // A cut node that the straight line reads through an input that is not
+    // lazy is wanted for every sample of every batch: computed at the head of
+    // the straight line, its readers read it directly instead of through the
+    // segment's hook on each read. Only a node whose whole upstream reads
+    // nothing lazily is moved, so that computing it never runs a segment,
+    // which could read a moved node not yet computed. Loops and providers
+    // re-run segments, so their programs keep the cuts.
+    if (fHasLoops || !fProvided.empty()) return;
+    std::vector<TSEnodeDescription*> upstream;
+    auto gather = [&](TSEnodeDescription* top) {
+        // The nodes `top` computes from, `top` included; false where one reads lazily.
+        upstream.clear();
+        for (TSEnodeDescription* d = fList; d; d = d->next) d->visited = false;
+        std::vector<TSEnodeDescription*> work{top};
+        while (!work.empty()) {
+            TSEnodeDescription* d = work.back();
+            work.pop_back();
+            if (d->visited) continue;
+            d->visited = true;
+            if (!d->node || d->provider) return false;
+            upstream.push_back(d);
+            for (const TSEconnectionRecord& c : d->connections) {
+                if (!c.source || c.memory != kMemoryVariable) continue;
+                if (c.lazy) return false;
+                work.push_back(c.source);
+            }
+        }
+        return true;
+    };
+    std::vector<TSEnodeDescription*> straight, candidates;
+    bool changed = true;
+    while (changed) {
+        changed = false;
+        // The straight line: the root and what it reaches through uncut sources.
+        candidates.clear();
+        straight.assign(1, &fRoot);
+        for (size_t k = 0; k < straight.size(); ++k)
+            for (const TSEconnectionRecord& c : straight[k]->connections) {
+                if (!c.source || c.memory != kMemoryVariable) continue;
+                if (c.source->cut) {
+                    if (!c.lazy) candidates.push_back(c.source);
+                } else if (std::find(straight.begin(), straight.end(), c.source) == straight.end()) {
+                    straight.push_back(c.source);
+                }
+            }
+        for (TSEnodeDescription* x : candidates) {
+            if (!x->cut || !gather(x)) continue;
+            for (TSEnodeDescription* d : upstream) {
+                d->cut = false;
+                d->promoted = true;
+            }
+            changed = true;
+        }
+    }
 }
 
 unsigned TSEanalysis::newSegment() {
@@ -882,6 +941,12 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
         for (auto& link : fPlans[b].sampleLinks) prologue.push_back(instruction(kOpLinkSample, b, link[0], link[1], link[2], 0));
         for (auto& link : fPlans[b].outputLinks) prologue.push_back(instruction(kOpLinkSample, b, link[0], link[1], link[2], 1));
     }
+    // Nodes moved out of segments come first in the straight line, before
+    // the segments that read them claim them: they run no segment, and
+    // segments may read them from the start.
+    std::vector<TSEinstruction> main;
+    for (TSEnodeDescription* d : fBlocks)
+        if (d->promoted) emitNode(d, main);
     for (TSEnodeDescription* d : fBlocks)
         if (d->cut) {
             std::vector<TSEinstruction> stream;
@@ -889,7 +954,6 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
             auto& target = fSegments[unsigned(d->segment)];
             target.insert(target.end(), stream.begin(), stream.end());
         }
-    std::vector<TSEinstruction> main;
     for (const TSEconnectionRecord& c : fRoot.connections)
         if (c.source && !c.source->cut) emitNode(c.source, main);
     unsigned rootConstantBase = 0;  // fixed below, once the block constants are placed

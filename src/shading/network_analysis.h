@@ -84,6 +84,7 @@ public:
     uint32_t guard = 0;
     bool cut = false, visited = false, provider = false, emitted = false;
     bool inProgress = false, loop = false, codeEmitted = false;
+    bool promoted = false;  // cut, then moved to the head of the straight line
     std::vector<TSEconnectionRecord> connections;
     // On the root: the user items nodes asked for, in order.
     struct UserItem {

@@ -90,6 +90,42 @@ TEST(LazyInputs, ConditionReadsEachColourOnlyForItsRuns) {
     expectSameBits(out, net.pull(in));
 }
 
+// A source read lazily by one branch and for every sample by the straight
+// line is computed in the straight line, ahead of everything: here the
+// condition comes first and its true branch reads the source before the
+// blend's second colour would have it computed.
+TEST(LazyInputs, SourceTheStraightLineReadsRunsFirstNotOnDemand) {
+    TutilityNetwork net;
+    TdependNode* cond = net.make("condition");
+    TdependNode* flip = net.make("reverse");
+    TdependNode* blend = net.make("blendColors");
+    TutilityTestSource *terms = net.source(), *shared = net.source(), *no = net.source();
+    net.connect(terms, TutilityTestSource::saOutAX(), cond, TdnCondition::saFirstTerm());
+    net.set(cond, TdnCondition::saSecondTerm(), 0.3f);
+    net.set(cond, TdnCondition::saOperation(), short(TdnCondition::kGreaterEqual));
+    net.connect(shared, TutilityTestSource::saOutA(), flip, TdnReverse::saInput());
+    net.connect(flip, TdnReverse::saOutput(), cond, TdnCondition::saColorIfTrue());
+    net.connect(no, TutilityTestSource::saOutB(), cond, TdnCondition::saColorIfFalse());
+    net.set(blend, TdnBlendColors::saBlender(), 0.5f);
+    net.connect(cond, TdnCondition::saOutColor(), blend, TdnBlendColors::saColor1());
+    net.connect(shared, TutilityTestSource::saOutA(), blend, TdnBlendColors::saColor2());
+    net.toColor(blend, TdnBlendColors::saOutput());
+
+    std::string listing, error;
+    ASSERT_TRUE(shadingProgramListing(net.graph, "test", net.group->name().asC(), "surfaceColorTransparency", listing, error)) << error;
+    // The two branches stay on demand; the shared source does not.
+    EXPECT_NE(listing.find("segments: 3\n"), std::string::npos) << listing;
+
+    auto in = cyclingSamples();
+    auto out = net.shade(in);
+    EXPECT_EQ(shared->samples, 64);
+    for (unsigned i = 0; i < in.size(); ++i) {
+        const T3Float p = in[i].point, chosen = p.x >= 0.3f ? T3Float(1, 1, 1) - p : in[i].normal;
+        for (int c = 0; c < 3; ++c) EXPECT_FLOAT_EQ(out[i].color[c], chosen[c] * 0.5f + p[c] * 0.5f) << "sample " << i;
+    }
+    expectSameBits(out, net.pull(in));
+}
+
 TEST(Condition, ComparisonsAndTheEqualityTolerance) {
     struct {
         short op;
