@@ -537,7 +537,7 @@ void TshadingOpus::setUpFrame(TSEframe& frame) const {
     frame.blocksMade = fProgram.blockCount;
     for (unsigned k = 0; k < fPlan->prologueCount; ++k) execute(frame, fProgram.instructions[fPlan->prologue[k]], 0, frame.count);
     linkBlocks(frame, 0, fPlan->linkCount);
-    linkSamples(frame);
+    if (needsSampleLinks(frame)) linkSamples(frame);
 }
 
 void TshadingOpus::linkBlocks(TSEframe& frame, unsigned first, unsigned last) const {
@@ -582,14 +582,19 @@ void TshadingOpus::startKeptRun(TSEframe& frame) const {
     // A program with a loop has its variables zeroed per run, references included.
     linkBlocks(frame, 0, fProgram.zeroVariables ? fPlan->linkCount : fPlan->relinkCount);
     for (unsigned k = 0; k < fPlan->prologueCount; ++k) execute(frame, fProgram.instructions[fPlan->prologue[k]], 0, count);
-    linkSamples(frame);
+    if (needsSampleLinks(frame)) linkSamples(frame);
+}
+
+bool TshadingOpus::needsSampleLinks(const TSEframe& frame) const {
+    // Tested by the callers: most batches need nothing, and the call alone
+    // cost more than the test.
+    return fPlan->sampleLinkCount && !(frame.sampleBlock && fPlan->recordsCarryAll);
 }
 
 void TshadingOpus::linkSamples(TSEframe& frame) const {
     // Records laid out one after another at a fixed spacing, as a batch
     // usually is, form one block whose elements are the records: inputs
     // read their items there. Otherwise each input gets its own copy.
-    if (!fPlan->sampleLinkCount || (frame.sampleBlock && fPlan->recordsCarryAll)) return;
     const unsigned count = frame.count, layout = frame.layout;
     // In locals: the stores through the references could alias the frame and the plan.
     TdataBlockRendering* const records = frame.sampleBlock;

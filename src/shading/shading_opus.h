@@ -217,6 +217,7 @@ private:
     void linkBlocks(TSEframe& frame, unsigned first, unsigned last) const;
     void makeKeptFrame(TSEframe& frame, unsigned char* memory) const;
     void startKeptRun(TSEframe& frame) const;
+    bool needsSampleLinks(const TSEframe& frame) const;
     void linkSamples(TSEframe& frame) const;
     void run(TSEframe& frame, unsigned segment, unsigned first, unsigned count) const;
     void execute(TSEframe& frame, const TSEinstruction& in, unsigned first, unsigned count) const;
