@@ -4,6 +4,7 @@
 // Shared by the program's files only.
 #include <cstdint>
 
+#include "framework/host/data_block.h"
 #include "shading/light_data.h"
 
 class TshadingOpus;
@@ -38,5 +39,15 @@ struct TSEframe {
     // A kept frame: the size and records its blocks were last readied for.
     unsigned keptCount;
     const void* keptRecords;
+    // A kept frame's blocks answer their plain reads from tables decoded
+    // after its first run.
+    TdataBlock::Resolved* resolved;
+    bool resolvedReady;
+    // The records the entries of record fields were last pointed at.
+    unsigned char* resolvedFirst;
+    unsigned resolvedStride;
+    // This batch's records when evenly spaced: the first, and the spacing.
+    unsigned char* recordsFirst;
+    unsigned recordsStride;
     const TSElighting* lighting;
 };

@@ -46,8 +46,12 @@ void TshadingOpus::addIlluminatingLight(unsigned index, TshadingOpus* lightOpus)
 void TshadingOpus::setFieldOffsets(unsigned* fieldOffsets, TbitField64 needs) {
     fFieldOffsets = fieldOffsets;
     fNeeds = needs;
-    // Made before shading starts: the plan's words follow the new layout.
-    if (fPlan) linkRecordFields(const_cast<Plan&>(*fPlan));
+    // Made before shading starts: the plan's words follow the new layout,
+    // and frames kept with tables decoded from the old words are not found.
+    if (fPlan) {
+        linkRecordFields(const_cast<Plan&>(*fPlan));
+        fSerial = sNextSerial();
+    }
 }
 
 void TshadingOpus::releaseLights() {

@@ -186,6 +186,15 @@ struct TshadingOpus::Plan {
     unsigned prologueCount;
     bool* marksRead;  // per block: the node computes more than one output
     uint32_t** direct;  // per block: its direct table, one word per attribute
+    unsigned* directWords;  // per block: the words of its table
+    unsigned resolvedWords;  // over all blocks: the entries of a kept frame's resolved tables
+    // The entries of words that name a field of the records: they follow
+    // the records from batch to batch.
+    struct RecordEntry {
+        uint32_t entry, field;
+    };
+    RecordEntry* recordEntries;
+    unsigned recordEntryCount;
     TdataBlockRendering* prototypes;  // per block: all a run's block holds that does not depend on the batch
     Step* steps;
     unsigned* segmentSteps;  // segmentCount + 1 entries
@@ -208,11 +217,15 @@ void TshadingOpus::initialize(const Program& program, TbitField64 needs, TbitFie
     buildPlan();
 }
 
+uint64_t TshadingOpus::sNextSerial() {
+    static std::atomic<uint64_t> sSerial{0};
+    return sSerial.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
 void TshadingOpus::buildPlan() {
     // Frames a thread keeps are made for one plan: a new plan, or a new
     // program at this address, never finds an old one.
-    static std::atomic<uint64_t> sSerial{0};
-    fSerial = sSerial.fetch_add(1, std::memory_order_relaxed) + 1;
+    fSerial = sNextSerial();
     fPlan = nullptr;
     if (!fArena) return;
     const Program& p = fProgram;
@@ -241,9 +254,12 @@ void TshadingOpus::buildPlan() {
     array(plan->marksRead, p.blockCount);
     for (unsigned b = 0; b < p.blockCount; ++b) plan->marksRead[b] = false;
     array(plan->direct, p.blockCount);
+    array(plan->directWords, p.blockCount);
     for (unsigned b = 0; b < p.blockCount; ++b) {
         const TSEblockLayout& layout = p.blocks[b];
         const unsigned n = layout.node && layout.info ? layout.node->attributeCount() : 0;
+        plan->directWords[b] = n;
+        plan->resolvedWords += n;
         array(plan->direct[b], n);
         for (unsigned i = 0; i < n; ++i)
             plan->direct[b][i] = TdataBlockRendering::directEntry(layout.info[i], *layout.node->attribute(i));
@@ -263,6 +279,7 @@ void TshadingOpus::buildPlan() {
     }
     array(plan->links, links);
     array(plan->sampleLinks, sampleLinks);
+    array(plan->recordEntries, sampleLinks);
     array(plan->prologue, stacks);
     for (; k < prologueEnd; ++k) {
         const TSEinstruction& in = p.instructions[k];
@@ -335,7 +352,8 @@ void TshadingOpus::buildPlan() {
     std::copy(constructed.begin(), constructed.end(), plan->constructed);
     plan->frameFixed = align16(sizeof(TdataBlockRendering) * (p.blockCount + 1)) + align16(p.constantSize) +
                        align16(2 * sizeof(uint64_t) * p.segmentCount) + align16(p.loopSize);
-    plan->keptSize = align16(sizeof(TSEframe)) + plan->frameFixed + align16(size_t(p.variableSize) * kBatchSize);
+    plan->keptSize = align16(sizeof(TSEframe)) + plan->frameFixed + align16(size_t(p.variableSize) * kBatchSize) +
+                     align16(sizeof(TdataBlock::Resolved) * plan->resolvedWords);
     fPlan = plan;
 }
 
@@ -345,12 +363,18 @@ void TshadingOpus::linkRecordFields(Plan& plan) const {
     // go there without a reference made per batch. Redone when the sample
     // layout changes.
     plan.recordsCarryAll = true;
+    plan.recordEntryCount = 0;
     for (unsigned k = 0; k < plan.sampleLinkCount; ++k) {
         const Plan::SampleLink& link = plan.sampleLinks[k];
         const TSEblockLayout& layout = fProgram.blocks[link.destBlock];
         uint32_t& word = plan.direct[link.destBlock][link.attribute];
         const unsigned field = fFieldOffsets ? fFieldOffsets[link.item] : 0;
         plan.recordsCarryAll &= field != 0;
+        if (field) {
+            uint32_t entry = link.attribute;
+            for (unsigned b = 0; b < link.destBlock; ++b) entry += plan.directWords[b];
+            plan.recordEntries[plan.recordEntryCount++] = {entry, field};
+        }
         word = field ? (uint32_t(field) << TdataBlock::kDirectShift) | TdataBlock::kDirectInput | TdataBlock::kDirectOutput |
                            TdataBlock::kDirectVariable | TdataBlock::kDirectOther | TdataBlock::kDirectRecord
                      : TdataBlockRendering::directEntry(layout.info[link.attribute], *layout.node->attribute(link.attribute));
@@ -476,6 +500,8 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     TdataBlockRendering* records = frame.blocks + fProgram.blockCount;
     frame.sampleBlock = nullptr;
     if (frame.recordsEven && fPlan->sampleLinkCount) {
+        frame.recordsFirst = reinterpret_cast<unsigned char*>(base);
+        frame.recordsStride = unsigned(spacing);
         if (kept)
             records->moveRecords(unsigned(spacing), reinterpret_cast<unsigned char*>(base), count);
         else
@@ -525,6 +551,12 @@ void TshadingOpus::carveFrame(TSEframe& frame, unsigned char* memory, unsigned l
     frame.blocksMade = 0;
 }
 
+inline bool TshadingOpus::needsSampleLinks(const TSEframe& frame) const {
+    // Tested by the callers: most batches need nothing, and the call alone
+    // cost more than the test.
+    return fPlan->sampleLinkCount && !(frame.sampleBlock && fPlan->recordsCarryAll);
+}
+
 void TshadingOpus::setUpFrame(TSEframe& frame) const {
     for (unsigned b = 0; b < fProgram.blockCount; ++b) {
         const TSEblockLayout& layout = fProgram.blocks[b];
@@ -562,6 +594,10 @@ void TshadingOpus::makeKeptFrame(TSEframe& frame, unsigned char* memory) const {
     frame.blocksMade = fProgram.blockCount;
     frame.keptCount = 0;
     frame.keptRecords = frame.blocks;  // neither null nor the records: the first run readies every block
+    frame.resolved = reinterpret_cast<TdataBlock::Resolved*>(frame.loop + align16(fProgram.loopSize));
+    frame.resolvedReady = false;
+    frame.resolvedFirst = nullptr;
+    frame.resolvedStride = 0;
     linkBlocks(frame, fPlan->relinkCount, fPlan->linkCount);
 }
 
@@ -583,12 +619,41 @@ void TshadingOpus::startKeptRun(TSEframe& frame) const {
     linkBlocks(frame, 0, fProgram.zeroVariables ? fPlan->linkCount : fPlan->relinkCount);
     for (unsigned k = 0; k < fPlan->prologueCount; ++k) execute(frame, fProgram.instructions[fPlan->prologue[k]], 0, count);
     if (needsSampleLinks(frame)) linkSamples(frame);
-}
-
-bool TshadingOpus::needsSampleLinks(const TSEframe& frame) const {
-    // Tested by the callers: most batches need nothing, and the call alone
-    // cost more than the test.
-    return fPlan->sampleLinkCount && !(frame.sampleBlock && fPlan->recordsCarryAll);
+    // Every place a block's words name is where it will be in each later
+    // run: decoded once, after the first run has made every reference.
+    if (!frame.resolvedReady) {
+        TdataBlock::Resolved* table = frame.resolved;
+        for (unsigned b = 0, n = fProgram.blockCount; b < n; ++b) {
+            blocks[b].resolveDirect(table, fPlan->directWords[b]);
+            table += fPlan->directWords[b];
+        }
+        frame.resolvedReady = true;
+    }
+    // The records move with each batch: their entries follow when a batch's
+    // records lie elsewhere, and answer nothing when they are not evenly spaced.
+    unsigned char* const first = frame.sampleBlock ? frame.recordsFirst : nullptr;
+    const unsigned stride = frame.recordsStride;
+    if (first != frame.resolvedFirst || (first && stride != frame.resolvedStride)) {
+        const bool wereOff = !frame.resolvedFirst;
+        frame.resolvedFirst = first;
+        frame.resolvedStride = stride;
+        TdataBlock::Resolved* const table = frame.resolved;
+        const Plan::RecordEntry* const entries = fPlan->recordEntries;
+        for (unsigned k = 0, n = fPlan->recordEntryCount; k < n; ++k) {
+            TdataBlock::Resolved& r = table[entries[k].entry];
+            if (!first) {
+                r.roads = 0;
+                continue;
+            }
+            r.value = first + entries[k].field;
+            r.stride = stride;
+            if (wereOff) {
+                r.block = frame.sampleBlock;
+                r.flags = TdataHandle::kIsVariable;
+                r.roads = TdataBlock::kDirectInput | TdataBlock::kDirectOutput;
+            }
+        }
+    }
 }
 
 void TshadingOpus::linkSamples(TSEframe& frame) const {

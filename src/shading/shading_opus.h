@@ -210,6 +210,7 @@ public:
 
 private:
     void buildPlan();
+    static uint64_t sNextSerial();
     void linkRecordFields(Plan& plan) const;
     void carveFrame(TSEframe& frame, unsigned char* memory, unsigned layout) const;
     void setUpFrame(TSEframe& frame) const;

@@ -55,7 +55,8 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBitWhateverTheRecordsLayout) {
     // fixed spacing, and from a copy otherwise. Records one after another,
     // in reverse order, and scattered give the scalar pull's bits, and the
     // items the network reads stay as they were; so they do when one frame
-    // kept by the thread sees batch after batch of another size and layout,
+    // kept by the thread sees batch after batch of another size and layout
+    // (records evenly spaced and not, in turn, each batch at a new address),
     // and when the scale reads a child of the uv's colour in the uv's block.
     enum Layout { kInOrder, kReversed, kScattered };
     for (const Tattribute* valueSource : {&TengineTestUv::saOutAlpha(), &TengineTestUv::saOutColorB()}) {
@@ -72,8 +73,8 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBitWhateverTheRecordsLayout) {
         unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
         TshadingFrames frames;
         for (bool keep : {false, true})
-            for (Layout layout : {kInOrder, kReversed, kScattered})
-                for (unsigned count : {1u, 2u, 3u, 7u, 63u, 64u}) {
+            for (unsigned count : {1u, 2u, 3u, 7u, 63u, 64u})
+                for (Layout layout : {kInOrder, kReversed, kScattered}) {
                     SCOPED_TRACE(testing::Message() << valueSource->longName().asC() << ", layout " << layout << ", " << count
                                                     << " samples, frame kept " << keep);
                     TshadingFramesScope scope(keep ? &frames : nullptr);

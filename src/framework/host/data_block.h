@@ -62,11 +62,13 @@ public:
     // the plain attributes inline; the rest take the virtual road.
     TdataHandle inputValue(const Tattribute& a, unsigned first, unsigned count) {
         TdataHandle h;
+        if (fResolved && resolved(a, kDirectInput, h)) return h;
         if (fDirect && (fDirect[a.index()] & kDirectInput) && direct(a, fDirect[a.index()], h)) return h;
         return inputNotDirect(a, first, count);
     }
     TdataHandle outputValue(const Tattribute& a, unsigned first, unsigned count) {
         TdataHandle h;
+        if (fResolved && resolved(a, kDirectOutput, h)) return h;
         if (fDirect && (fDirect[a.index()] & kDirectOutput) && direct(a, fDirect[a.index()], h)) return h;
         return outputRun(a, first, count);
     }
@@ -106,12 +108,28 @@ public:
     };
     unsigned directStride() const { return fDirectStride; }
 
+    // A word of the direct table decoded once, for a block whose places stay
+    // put from run to run (the engine's frames kept between batches): its
+    // handle, and the roads of its word it answers (none: decode the word).
+    struct Resolved {
+        void* value;
+        TdataBlock* block;
+        unsigned stride;
+        uint8_t flags;
+        uint8_t roads;  // kDirectInput, kDirectOutput, kDirectComputed
+    };
+    // Fills `table` (one entry per word) from the words as they stand now
+    // and answers from it from then on. Words of the records block, which
+    // moves with each batch, and references not yet made stay unresolved.
+    void resolveDirect(Resolved* table, unsigned words);
+
 protected:
     virtual TdataHandle inputRun(const Tattribute& a, unsigned first, unsigned count) = 0;
     virtual TdataHandle outputRun(const Tattribute& a, unsigned first, unsigned count) = 0;
     virtual void markClean(const Tattribute&) {}
 
     const uint32_t* fDirect = nullptr;
+    const Resolved* fResolved = nullptr;
     unsigned char* fDirectBase[2] = {};  // the constants, then element 0 of the elements
     unsigned fDirectStride = 0;
     bool fMarksIgnored = false;
@@ -136,10 +154,23 @@ private:
     // Out of line, so that the inline read stays one test: a value the
     // block's hook computes first, else the virtual road.
     TdataHandle inputNotDirect(const Tattribute& a, unsigned first, unsigned count);
+    bool resolved(const Tattribute& a, uint8_t road, TdataHandle& h) const {
+        const Resolved& r = fResolved[a.index()];
+        if (!(r.roads & road)) return false;
+        h.block = r.block;
+        h.attribute = &a;
+        h.value = r.value;
+        h.stride = r.stride;
+        h.flags = r.flags;
+        return true;
+    }
     // False for a reference not made in this run: the virtual road says so.
     bool direct(const Tattribute& a, uint32_t word, TdataHandle& h) {
-        unsigned char* at = fDirectBase[(word & kDirectVariable) ? 1 : 0] + (word >> kDirectShift);
         h.attribute = &a;
+        return decode(word, h);
+    }
+    bool decode(uint32_t word, TdataHandle& h) {
+        unsigned char* at = fDirectBase[(word & kDirectVariable) ? 1 : 0] + (word >> kDirectShift);
         if (word & kDirectOther) {
             if (word & kDirectRecord) return recordValue(word, 0, h);
             const auto* ref = reinterpret_cast<const OtherBlockRef*>(at);

@@ -65,9 +65,22 @@ TdataHandle TdataBlock::inputNotDirect(const Tattribute& a, unsigned first, unsi
     if (fDirect && fComputeHook && (fDirect[a.index()] & kDirectComputed)) {
         fComputeHook(*this, a, first, count);
         TdataHandle h;
+        if (fResolved && resolved(a, kDirectComputed, h)) return h;
         if (direct(a, fDirect[a.index()], h)) return h;
     }
     return inputRun(a, first, count);
+}
+
+void TdataBlock::resolveDirect(Resolved* table, unsigned words) {
+    for (unsigned i = 0; i < words; ++i) {
+        const uint32_t word = fDirect ? fDirect[i] : 0;
+        Resolved& r = table[i];
+        r = {};
+        TdataHandle h;
+        if (!word || (word & kDirectRecord) || !decode(word, h)) continue;
+        r = {h.value, h.block, h.stride, h.flags, uint8_t(word & (kDirectInput | kDirectOutput | kDirectComputed))};
+    }
+    fResolved = table;
 }
 
 // ---------------------------------------------------------------- descriptions
