@@ -188,7 +188,10 @@ int TsampleManager::flushDispatchedSamples() {
 }
 
 void TsampleManager::releaseSamples(unsigned count, Tsample** samples) {
-    for (unsigned i = 0; i < count; ++i) {
+    // Last first: the free list then hands the records out again in the
+    // order they were taken, one after another, so that a batch's records
+    // lie at a fixed spacing and the engine uses them in place.
+    for (unsigned i = count; i-- > 0;) {
         Tsample* s = samples[i];
         if (!s || !s->batch()) continue;
         TsampleBatch& batch = *s->batch();
