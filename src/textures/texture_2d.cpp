@@ -32,7 +32,7 @@ Ttx2dEffects::Ttx2dEffects(TdataBlock& block, unsigned first, unsigned count, co
     // One look at the class's attributes rather than one per accessor.
     const TdnVSTx2D& vs = TdnTx2D::sVsData();
     if (texture) {
-        const TdnTx2D::TsettledEffects& s = texture->settledEffects();
+        const TsettledColorEffects& s = texture->settledEffects();
         invert = settledOrRead(s.invert, block, vs.invert, first, count);
         alphaIsLuminance = settledOrRead(s.alphaIsLuminance, block, vs.alphaIsLuminance, first, count);
         colorGain = settledOrRead(s.colorGain, block, vs.colorGain.whole, first, count);

@@ -69,6 +69,24 @@ struct TdnVSTx2D : TdependNodeVS {
 
 class TdnTx2D;
 
+// The colour effects every texture has, read once per render when nothing
+// drives them (most textures leave them at their defaults). The 2D and the
+// solid texture bases list them against their own attributes of these names.
+struct TsettledColorEffects {
+    TsettledInput<bool> invert, alphaIsLuminance;
+    TsettledInput<T3Float> colorGain, colorOffset;
+    TsettledInput<float> alphaGain, alphaOffset;
+    template <class Texture, class F>
+    void forEach(const Texture& texture, F&& f) {
+        f(invert, texture.attrInvert());
+        f(alphaIsLuminance, texture.attrAlphaIsLuminance());
+        f(colorGain, texture.attrColorGain());
+        f(colorOffset, texture.attrColorOffset());
+        f(alphaGain, texture.attrAlphaGain());
+        f(alphaOffset, texture.attrAlphaOffset());
+    }
+};
+
 // The handles of the colour effects, read by pointer and stride; on the
 // texture's settled values where it has them.
 struct Ttx2dEffects {
@@ -278,22 +296,11 @@ public:
     // The 2D texture whose output drives `plug`, or null.
     static TdnTx2D* getInputTxNode(const Tplug& plug);
 
-    // The colour effects, read once per render when nothing drives them
-    // (most textures leave them at their defaults): Ttx2dEffects takes them.
-    struct TsettledEffects {
-        TsettledInput<bool> invert, alphaIsLuminance;
-        TsettledInput<T3Float> colorGain, colorOffset;
-        TsettledInput<float> alphaGain, alphaOffset;
-    };
-    const TsettledEffects& settledEffects() const { return fEffects; }
+    // Ttx2dEffects takes the settled colour effects.
+    const TsettledColorEffects& settledEffects() const { return fEffects; }
     template <class F>
     void forEachSettled(F&& f) {
-        f(fEffects.invert, attrInvert());
-        f(fEffects.alphaIsLuminance, attrAlphaIsLuminance());
-        f(fEffects.colorGain, attrColorGain());
-        f(fEffects.colorOffset, attrColorOffset());
-        f(fEffects.alphaGain, attrAlphaGain());
-        f(fEffects.alphaOffset, attrAlphaOffset());
+        fEffects.forEach(*this, f);
     }
 
 protected:
@@ -301,7 +308,7 @@ protected:
     bool mapUVtoClrByCompute(const TdoubleArray& u, const TdoubleArray& v, T4dDblVectorArray* colours, TdoubleArray* alphas);
 
 private:
-    TsettledEffects fEffects;
+    TsettledColorEffects fEffects;
 };
 
 // The common form of a texture with no colour inputs: for each sample,

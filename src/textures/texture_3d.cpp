@@ -160,22 +160,24 @@ bool TdnVSSolidView::setupDependencies(TdependencyMatrix& m) {
 TsolidOctaveAttributes::TsolidOctaveAttributes() { ripples.setDefault(1, 1, 1); }
 
 namespace {
-// The settled value of `s` when there is a texture that settled it, else the block's.
+// The settled value `s` when there is a texture that settled it, else the block's.
 template <class T>
-TdataHandle solidInput(const TdnTx3D* texture, TsettledInput<T> TdnTx3D::TsettledSolid::*s, TdataBlock& block, const Tattribute& a,
-                       unsigned first, unsigned count) {
-    return texture ? settledOrRead(texture->settledSolid().*s, block, a, first, count) : block.inputValue(a, first, count);
+TdataHandle solidInput(const TsettledInput<T>* s, TdataBlock& block, const Tattribute& a, unsigned first, unsigned count) {
+    return s ? settledOrRead(*s, block, a, first, count) : block.inputValue(a, first, count);
 }
 }  // namespace
 
-Ttx3dEffectsHandles::Ttx3dEffectsHandles(TdataBlock& block, unsigned first, unsigned count, const TdnTx3D* texture)
-    : invert(solidInput(texture, &TdnTx3D::TsettledSolid::invert, block, TdnTx3D::saInvert(), first, count)),
-      alphaIsLuminance(solidInput(texture, &TdnTx3D::TsettledSolid::alphaIsLuminance, block, TdnTx3D::saAlphaIsLuminance(), first, count)),
-      colorGain(solidInput(texture, &TdnTx3D::TsettledSolid::colorGain, block, TdnTx3D::saColorGain(), first, count)),
-      colorOffset(solidInput(texture, &TdnTx3D::TsettledSolid::colorOffset, block, TdnTx3D::saColorOffset(), first, count)),
-      alphaGain(solidInput(texture, &TdnTx3D::TsettledSolid::alphaGain, block, TdnTx3D::saAlphaGain(), first, count)),
-      alphaOffset(solidInput(texture, &TdnTx3D::TsettledSolid::alphaOffset, block, TdnTx3D::saAlphaOffset(), first, count)),
-      defaultColor(solidInput(texture, &TdnTx3D::TsettledSolid::defaultColor, block, TdnTx3D::saDefaultColor(), first, count)) {}
+Ttx3dEffectsHandles::Ttx3dEffectsHandles(TdataBlock& block, unsigned first, unsigned count, const TdnTx3D* texture) {
+    const TdnTx3D::TsettledSolid* s = texture ? &texture->settledSolid() : nullptr;
+    const TsettledColorEffects* e = s ? &s->effects : nullptr;
+    invert = solidInput(e ? &e->invert : nullptr, block, TdnTx3D::saInvert(), first, count);
+    alphaIsLuminance = solidInput(e ? &e->alphaIsLuminance : nullptr, block, TdnTx3D::saAlphaIsLuminance(), first, count);
+    colorGain = solidInput(e ? &e->colorGain : nullptr, block, TdnTx3D::saColorGain(), first, count);
+    colorOffset = solidInput(e ? &e->colorOffset : nullptr, block, TdnTx3D::saColorOffset(), first, count);
+    alphaGain = solidInput(e ? &e->alphaGain : nullptr, block, TdnTx3D::saAlphaGain(), first, count);
+    alphaOffset = solidInput(e ? &e->alphaOffset : nullptr, block, TdnTx3D::saAlphaOffset(), first, count);
+    defaultColor = solidInput(s ? &s->defaultColor : nullptr, block, TdnTx3D::saDefaultColor(), first, count);
+}
 
 Ttx3dEffects Ttx3dEffectsHandles::at(unsigned i) const {
     Ttx3dEffects e;

@@ -173,25 +173,21 @@ public:
     // The placement switches and colour effects, read once per render when
     // nothing drives them: the solid texture batch takes them.
     struct TsettledSolid {
-        TsettledInput<bool> local, wrap, invert, alphaIsLuminance;
-        TsettledInput<float> blend, filter, filterOffset, alphaGain, alphaOffset;
-        TsettledInput<T3Float> colorGain, colorOffset, defaultColor;
+        TsettledInput<bool> local, wrap;
+        TsettledInput<float> blend, filter, filterOffset;
+        TsettledInput<T3Float> defaultColor;
+        TsettledColorEffects effects;
     };
     const TsettledSolid& settledSolid() const { return fSettled; }
     template <class F>
     void forEachSettled(F&& f) {
         f(fSettled.local, attrLocal());
         f(fSettled.wrap, attrWrap());
-        f(fSettled.invert, attrInvert());
-        f(fSettled.alphaIsLuminance, attrAlphaIsLuminance());
         f(fSettled.blend, attrBlend());
         f(fSettled.filter, attrFilter());
         f(fSettled.filterOffset, attrFilterOffset());
-        f(fSettled.alphaGain, attrAlphaGain());
-        f(fSettled.alphaOffset, attrAlphaOffset());
-        f(fSettled.colorGain, attrColorGain());
-        f(fSettled.colorOffset, attrColorOffset());
         f(fSettled.defaultColor, attrDefaultColor());
+        fSettled.effects.forEach(*this, f);
     }
 
 private:
