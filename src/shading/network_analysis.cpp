@@ -929,8 +929,9 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
     }
 
     // Segment 0: set up every block, link direct reads, start the stacks of
-    // provided items, then the root's needs.
-    std::vector<TSEinstruction>& prologue = fSegments[0];
+    // provided items, then the root's needs. Built aside: emission adds
+    // segments, which moves the ones already made.
+    std::vector<TSEinstruction> prologue;
     for (unsigned b = 0; b < fBlocks.size(); ++b) prologue.push_back(instruction(kOpSetUpBlock, b));
     for (const Provided& p : fProvided)
         prologue.push_back(instruction(kOpInitStack, p.stackOffset, p.stackOffset + kStackHeaderSize + (p.depth + 1) * kStackEntrySize,
@@ -989,6 +990,7 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
         main.push_back(instruction(kOpCopy, addCopy(copy)));
     }
     prologue.insert(prologue.end(), main.begin(), main.end());
+    fSegments[0] = std::move(prologue);
 
     // Constants: every block's area, then the root's.
     std::vector<unsigned char> constants;

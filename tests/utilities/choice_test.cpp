@@ -69,25 +69,40 @@ TEST(LazyInputs, BlendReadsEachColourOnlyWhereItsWeightIsNotZero) {
     }
 }
 
+// Each colour is read once a batch for the samples that take it, which lie
+// in several runs: a colour wired whole is computed through the engine's
+// segment marks, one wired channel by channel through the block's own road.
 TEST(LazyInputs, ConditionReadsEachColourOnlyForItsRuns) {
-    TutilityNetwork net;
-    TdependNode* cond = net.make("condition");
-    TutilityTestSource *terms = net.source(), *yes = net.source(), *no = net.source();
-    net.connect(terms, TutilityTestSource::saOutAX(), cond, TdnCondition::saFirstTerm());
-    net.set(cond, TdnCondition::saSecondTerm(), 0.3f);
-    net.set(cond, TdnCondition::saOperation(), short(TdnCondition::kGreaterEqual));
-    net.connect(yes, TutilityTestSource::saOutB(), cond, TdnCondition::saColorIfTrue());
-    net.connect(no, TutilityTestSource::saOutA(), cond, TdnCondition::saColorIfFalse());
-    net.toColor(cond, TdnCondition::saOutColor());
-    auto in = cyclingSamples();
-    auto out = net.shade(in);
-    int trueCount = 0;
-    for (auto& s : in) trueCount += s.point.x >= 0.3f;
-    EXPECT_EQ(yes->samples, trueCount);
-    EXPECT_EQ(no->samples, 64 - trueCount);
-    for (unsigned i = 0; i < in.size(); ++i)
-        EXPECT_TRUE(sameBits(out[i].color, in[i].point.x >= 0.3f ? in[i].normal : in[i].point)) << i;
-    expectSameBits(out, net.pull(in));
+    for (bool byChannel : {false, true}) {
+        SCOPED_TRACE(byChannel ? "colours wired by channel" : "colours wired whole");
+        TutilityNetwork net;
+        TdependNode* cond = net.make("condition");
+        TutilityTestSource *terms = net.source(), *yes = net.source(), *no = net.source();
+        net.connect(terms, TutilityTestSource::saOutAX(), cond, TdnCondition::saFirstTerm());
+        net.set(cond, TdnCondition::saSecondTerm(), 0.3f);
+        net.set(cond, TdnCondition::saOperation(), short(TdnCondition::kGreaterEqual));
+        if (byChannel) {
+            net.connect(yes, TutilityTestSource::saOutBX(), cond, TdnCondition::saColorIfTrueR());
+            net.connect(yes, TutilityTestSource::saOutBY(), cond, TdnCondition::saColorIfTrueG());
+            net.connect(yes, TutilityTestSource::saOutBZ(), cond, TdnCondition::saColorIfTrueB());
+            net.connect(no, TutilityTestSource::saOutAX(), cond, TdnCondition::saColorIfFalseR());
+            net.connect(no, TutilityTestSource::saOutAY(), cond, TdnCondition::saColorIfFalseG());
+            net.connect(no, TutilityTestSource::saOutAZ(), cond, TdnCondition::saColorIfFalseB());
+        } else {
+            net.connect(yes, TutilityTestSource::saOutB(), cond, TdnCondition::saColorIfTrue());
+            net.connect(no, TutilityTestSource::saOutA(), cond, TdnCondition::saColorIfFalse());
+        }
+        net.toColor(cond, TdnCondition::saOutColor());
+        auto in = cyclingSamples();
+        auto out = net.shade(in);
+        int trueCount = 0;
+        for (auto& s : in) trueCount += s.point.x >= 0.3f;
+        EXPECT_EQ(yes->samples, trueCount);
+        EXPECT_EQ(no->samples, 64 - trueCount);
+        for (unsigned i = 0; i < in.size(); ++i)
+            EXPECT_TRUE(sameBits(out[i].color, in[i].point.x >= 0.3f ? in[i].normal : in[i].point)) << i;
+        expectSameBits(out, net.pull(in));
+    }
 }
 
 // A source read lazily by one branch and for every sample by the straight
