@@ -272,7 +272,7 @@ uint32_t TdataBlockRendering::directEntry(const AttrInfo& e, const Tattribute& a
     return at | kDirectOutput | computed | (standsAsIs(e) ? kDirectInput : 0) | ((e.kind & kVariableBit) ? kDirectVariable : 0);
 }
 
-void TdataBlockRendering::computeForDirect(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count) {
+void TdataBlockRendering::computeForDirect(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count, uint64_t selected) {
     auto& self = static_cast<TdataBlockRendering&>(block);
     const AttrInfo& e = self.fOffsets[a.index()];
     TdataBlockRendering* owner = &self;
@@ -281,7 +281,13 @@ void TdataBlockRendering::computeForDirect(TdataBlock& block, const Tattribute& 
         owner = static_cast<TdataBlockRendering*>(reinterpret_cast<const OtherBlockRef*>(self.fFirst + e.offset)->block);
         if (!owner || owner == &self) return;
     }
-    owner->computeSegment(e.parentOrSegment, a, first, count, owner->fContext);
+    if (selected == runBits(count)) {
+        owner->computeSegment(e.parentOrSegment, a, first, count, owner->fContext);
+        return;
+    }
+    forEachBitRun(selected, [&](unsigned start, unsigned length) {
+        owner->computeSegment(e.parentOrSegment, a, first + start, length, owner->fContext);
+    });
 }
 
 TdataHandle TdataBlockRendering::fillAndLocate(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count) {

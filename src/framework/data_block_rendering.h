@@ -179,7 +179,7 @@ protected:
 private:
     // The hook behind kDirectComputed words: runs the segment that computes
     // `a`, in this block or in the block its reference names.
-    static void computeForDirect(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count);
+    static void computeForDirect(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count, uint64_t selected);
     TdataHandle locate(const Tattribute& a);
     // The kinds that fill or compute a value before handing it out; kept
     // apart so that a read of a present value stays a few instructions.

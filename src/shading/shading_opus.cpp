@@ -35,7 +35,7 @@ constexpr size_t kFrameAlignment = 16;
 size_t align16(size_t n) { return (n + 15) & ~size_t(15); }
 
 uint64_t rangeMask(unsigned first, unsigned count) {
-    if (count == 0) return 0;
+    if (count == 0 || first >= 64) return 0;
     uint64_t bits = count >= 64 ? ~uint64_t(0) : (uint64_t(1) << count) - 1;
     return bits << first;
 }
@@ -381,12 +381,12 @@ void TshadingOpus::linkRecordFields(Plan& plan) const {
     }
 }
 
-void TshadingOpus::computeForBlock(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count) {
+void TshadingOpus::computeForBlock(TdataBlock& block, const Tattribute& a, unsigned first, unsigned, uint64_t selected) {
     // Every block of a run has the run's frame for context, and an entry
     // that reads another block's value names the segment computing it there.
     auto& b = static_cast<TdataBlockRendering&>(block);
     auto* frame = static_cast<TSEframe*>(b.context());
-    if (frame) frame->opus->runSegment(*frame, b.info(a).parentOrSegment, first, count);
+    if (frame && first < 64) frame->opus->runSegment(*frame, b.info(a).parentOrSegment, selected << first);
 }
 
 bool TshadingOpus::releaseOpus() {
@@ -693,28 +693,25 @@ void TshadingOpus::linkSamples(TSEframe& frame) const {
 void TshadingOpus::computeValue(void* context, int segment, const Tattribute*, unsigned first, unsigned count) {
     auto* frame = static_cast<TSEframe*>(context);
     if (!frame || segment <= 0) return;
-    frame->opus->runSegment(*frame, segment, first, count);
+    frame->opus->runSegment(*frame, segment, rangeMask(first, count));
 }
 
-void TshadingOpus::runSegment(TSEframe& frame, int segment, unsigned first, unsigned count) const {
-    if (segment <= 0 || unsigned(segment) >= fProgram.segmentCount || first >= frame.count) return;
-    count = std::min(count, frame.count - first);
+void TshadingOpus::runSegment(TSEframe& frame, int segment, uint64_t wanted) const {
+    if (segment <= 0 || unsigned(segment) >= fProgram.segmentCount) return;
     // A segment is not run again for samples it is running (a loop), nor,
     // outside providers, for samples it has done. Inside a provider the
     // values upstream depend on what the provider set, so the segment runs
     // again, and what it leaves is not a result for the plain sample.
     uint64_t& done = frame.segmentDone[segment];
     uint64_t& running = frame.segmentRunning[segment];
-    uint64_t todo = rangeMask(first, count) & ~running;
+    uint64_t todo = wanted & rangeMask(0, frame.count) & ~running;
     if (frame.providerDepth == 0) todo &= ~done;
     if (!todo) return;
     running |= todo;
     while (todo) {
-        unsigned start = unsigned(__builtin_ctzll(todo));
-        uint64_t shifted = ~(todo >> start);
-        unsigned length = shifted ? unsigned(__builtin_ctzll(shifted)) : 64 - start;
-        uint64_t mask = rangeMask(start, length);
-        run(frame, unsigned(segment), start, length);
+        const uint64_t mask = TdataBlock::lowestRun(todo);
+        const unsigned start = unsigned(__builtin_ctzll(todo));
+        run(frame, unsigned(segment), start, 64 - unsigned(__builtin_clzll(mask)) - start);
         running &= ~mask;
         if (frame.providerDepth == 0)
             done |= mask;
@@ -742,7 +739,7 @@ void TshadingOpus::copyFromStack(TSEframe& frame, unsigned stackOffset, const TS
 }
 
 void TshadingOpus::copy(TSEframe& frame, const TSEcopy& c, unsigned first, unsigned count) const {
-    if (c.sourceSegment > 0) runSegment(frame, c.sourceSegment, first, count);
+    if (c.sourceSegment > 0) runSegment(frame, c.sourceSegment, rangeMask(first, count));
     TSErun run{};
     run.samples = frame.samples;
     run.size = c.size;
@@ -810,7 +807,7 @@ void TshadingOpus::run(TSEframe& frame, unsigned segment, unsigned first, unsign
             }
             case kOpCopy: {
                 const Plan::Copy& c = fPlan->copies[step->operand];
-                if (c.sourceSegment > 0) runSegment(frame, c.sourceSegment, first, count);
+                if (c.sourceSegment > 0) runSegment(frame, c.sourceSegment, rangeMask(first, count));
                 if (c.destInPlace && frame.recordsEven) break;
                 TSErun r;
                 r.samples = frame.samples;

@@ -155,7 +155,7 @@ public:
     // whose frame is `context`, skipping samples it has already computed.
     static void computeValue(void* context, int segment, const Tattribute* a, unsigned first, unsigned count);
     // The blocks' hook for reads of values a cut segment computes.
-    static void computeForBlock(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count);
+    static void computeForBlock(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count, uint64_t selected);
 
     bool releaseOpus();
 
@@ -222,7 +222,8 @@ private:
     void linkSamples(TSEframe& frame) const;
     void run(TSEframe& frame, unsigned segment, unsigned first, unsigned count) const;
     void execute(TSEframe& frame, const TSEinstruction& in, unsigned first, unsigned count) const;
-    void runSegment(TSEframe& frame, int segment, unsigned first, unsigned count) const;
+    // Runs the segment for the samples whose bits are set in `wanted`.
+    void runSegment(TSEframe& frame, int segment, uint64_t wanted) const;
     void copy(TSEframe& frame, const TSEcopy& c, unsigned first, unsigned count) const;
     void copyLights(TSEframe& frame, const TSEinstruction& in, unsigned first, unsigned count) const;
     void releaseLights();

@@ -1,5 +1,7 @@
 #include "utilities/blend_colors.h"
 
+#include <algorithm>
+
 #include "shading/network_analysis.h"
 
 SN_REGISTER_NODE_CLASS(TdnBlendColors)
@@ -50,17 +52,30 @@ bool TdnBlendColors::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
     }
     for (unsigned i = first; i < first + count; ++i) out.asFloat3(i) = T3Float();
     // Adding to 0 is exact, so the sum is color1 * b + color2 * (1 - b)
-    // whichever terms are present.
-    forEachRun(first, count, [&](unsigned i) { return b.asFloat(i) != 0.0f; }, [&](unsigned begin, unsigned end, bool needed) {
-        if (!needed) return;
-        TdataHandle c = block.inputValue(attrColor1(), begin, end - begin);
-        for (unsigned i = begin; i < end; ++i) out.asFloat3(i) = c.asFloat3(i) * b.asFloat(i);
-    });
-    forEachRun(first, count, [&](unsigned i) { return b.asFloat(i) != 1.0f; }, [&](unsigned begin, unsigned end, bool needed) {
-        if (!needed) return;
-        TdataHandle c = block.inputValue(attrColor2(), begin, end - begin);
-        for (unsigned i = begin; i < end; ++i) out.asFloat3(i) = out.asFloat3(i) + c.asFloat3(i) * (1.0f - b.asFloat(i));
-    });
+    // whichever terms are present. Each colour is read once a batch, for the
+    // samples that weigh it.
+    for (unsigned base = first; base < first + count; base += 64) {
+        const unsigned n = std::min(64u, first + count - base);
+        uint64_t weighOne = 0, weighTwo = 0;
+        for (unsigned k = 0; k < n; ++k) {
+            const float w = b.asFloat(base + k);
+            weighOne |= uint64_t(w != 0.0f) << k;
+            weighTwo |= uint64_t(w != 1.0f) << k;
+        }
+        if (weighOne) {
+            TdataHandle c = block.inputValue(attrColor1(), base, n, weighOne);
+            TdataBlock::forEachBitRun(weighOne, [&](unsigned start, unsigned length) {
+                for (unsigned i = base + start; i < base + start + length; ++i) out.asFloat3(i) = c.asFloat3(i) * b.asFloat(i);
+            });
+        }
+        if (weighTwo) {
+            TdataHandle c = block.inputValue(attrColor2(), base, n, weighTwo);
+            TdataBlock::forEachBitRun(weighTwo, [&](unsigned start, unsigned length) {
+                for (unsigned i = base + start; i < base + start + length; ++i)
+                    out.asFloat3(i) = out.asFloat3(i) + c.asFloat3(i) * (1.0f - b.asFloat(i));
+            });
+        }
+    }
     block.setClean(attrOutput());
     return true;
 }

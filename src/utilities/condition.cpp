@@ -1,6 +1,7 @@
 #include "utilities/condition.h"
 
 #include <algorithm>
+#include <cstring>
 #include <cstdint>
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -60,8 +61,8 @@ bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
     TdataHandle a = block.inputValue(attrFirstTerm(), first, count);
     TdataHandle out = block.outputValue(attrOutColor(), first, count);
     // One pass sets a flag per sample, a batch at a time, then gathers the
-    // flags into bits; each colour is then read for its own runs only, found
-    // a run at a time from the bits.
+    // flags into bits; each colour is then read once for the samples whose
+    // bits choose it, and copied run by run.
     uint8_t flags[64];
     for (unsigned base = first; base < first + count; base += 64) {
         const unsigned n = std::min(64u, first + count - base);
@@ -82,17 +83,20 @@ bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
         } else {
             for (unsigned i = base; i < base + n; ++i) flags[i - base] = sTest(op.asShort(i), a.asFloat(i), b.asFloat(i));
         }
-        const uint64_t picks = gatherFlags(flags, n);
-        const uint64_t inBatch = n == 64 ? ~uint64_t(0) : (uint64_t(1) << n) - 1;
-        for (unsigned i = 0; i < n;) {
-            const bool pick = (picks >> i) & 1;
-            // The samples from i on that take the other colour: the first ends the run.
-            const uint64_t other = ((pick ? ~picks : picks) & inBatch) >> i << i;
-            const unsigned end = other ? unsigned(__builtin_ctzll(other)) : n;
-            TdataHandle c = block.inputValue(pick ? attrColorIfTrue() : attrColorIfFalse(), base + i, end - i);
-            forEachSample(base + i, end - i, [&](unsigned k) { out.asFloat3(k) = c.asFloat3(k); });
-            i = end;
-        }
+        const uint64_t picks = gatherFlags(flags, n), others = ~picks & TdataBlock::runBits(n);
+        auto take = [&](const Tattribute& colour, uint64_t samples) {
+            if (!samples) return;
+            TdataHandle c = block.inputValue(colour, base, n, samples);
+            const size_t from = c.stride, to = out.stride;
+            TdataBlock::forEachBitRun(samples, [&](unsigned start, unsigned length) {
+                const auto* source = static_cast<const unsigned char*>(c.element(base + start));
+                auto* dest = static_cast<unsigned char*>(out.element(base + start));
+#pragma GCC unroll 4
+                for (unsigned k = 0; k < length; ++k, source += from, dest += to) std::memcpy(dest, source, sizeof(T3Float));
+            });
+        };
+        take(attrColorIfTrue(), picks);
+        take(attrColorIfFalse(), others);
     }
     block.setClean(attrOutColor());
     return true;

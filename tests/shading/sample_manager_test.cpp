@@ -147,7 +147,9 @@ TEST(SampleManager, ReuseKeepsRecordsAndAllocateMakesNewOnes) {
     const auto at = [](const Tsample* s) { return reinterpret_cast<uintptr_t>(s); };
     for (unsigned i = 0; i < 4; ++i) {
         EXPECT_EQ(again[i], released[i]) << i;
-        if (i) EXPECT_EQ(at(again[i]) - at(again[i - 1]), at(again[1]) - at(again[0])) << i;
+        if (i) {
+            EXPECT_EQ(at(again[i]) - at(again[i - 1]), at(again[1]) - at(again[0])) << i;
+        }
     }
     EXPECT_GT(at(again[1]), at(again[0]));
 }

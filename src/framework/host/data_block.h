@@ -64,7 +64,32 @@ public:
         TdataHandle h;
         if (fResolved && resolved(a, kDirectInput, h)) return h;
         if (fDirect && (fDirect[a.index()] & kDirectInput) && direct(a, fDirect[a.index()], h)) return h;
-        return inputNotDirect(a, first, count);
+        return inputNotDirect(a, first, count, runBits(count));
+    }
+    // The same for the samples of the run whose bits are set in `selected`
+    // (bit 0 is `first`; at most 64 samples): a value computed on demand is
+    // computed for those samples only, in one call however they lie. What
+    // the handle holds for the others is unspecified.
+    TdataHandle inputValue(const Tattribute& a, unsigned first, unsigned count, uint64_t selected) {
+        TdataHandle h;
+        if (fResolved && resolved(a, kDirectInput, h)) return h;
+        if (fDirect && (fDirect[a.index()] & kDirectInput) && direct(a, fDirect[a.index()], h)) return h;
+        return inputNotDirect(a, first, count, selected & runBits(count));
+    }
+    // The bits of a run of `count` samples, from bit 0.
+    static uint64_t runBits(unsigned count) { return count >= 64 ? ~uint64_t(0) : (uint64_t(1) << count) - 1; }
+    // The lowest run of set bits of `bits` (not 0): adding the lowest set
+    // bit carries through the run and clears it.
+    static uint64_t lowestRun(uint64_t bits) { return bits & ~(bits + (bits & (0 - bits))); }
+    // Calls f(start, length) for each run of set bits, lowest first.
+    template <typename F>
+    static void forEachBitRun(uint64_t bits, F&& f) {
+        while (bits) {
+            const uint64_t run = lowestRun(bits);
+            const unsigned start = unsigned(__builtin_ctzll(bits));
+            f(start, 64 - unsigned(__builtin_clzll(run)) - start);
+            bits &= ~run;
+        }
     }
     TdataHandle outputValue(const Tattribute& a, unsigned first, unsigned count) {
         TdataHandle h;
@@ -99,8 +124,9 @@ public:
     // word's offset in each record, when the block has one.
     static constexpr uint32_t kDirectRecord = 1u << 5;
     static constexpr unsigned kDirectShift = 6;
-    // Computes attribute `a` for a run before a kDirectComputed read hands it out.
-    using ComputeHook = void (*)(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count);
+    // Computes attribute `a` for the samples of a run whose bits are set in
+    // `selected` (bit 0 is `first`) before a kDirectComputed read hands it out.
+    using ComputeHook = void (*)(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count, uint64_t selected);
     // What a kDirectOther word points at.
     struct OtherBlockRef {
         void* value;  // element 0 of the value in the other block
@@ -153,7 +179,9 @@ protected:
 private:
     // Out of line, so that the inline read stays one test: a value the
     // block's hook computes first, else the virtual road.
-    TdataHandle inputNotDirect(const Tattribute& a, unsigned first, unsigned count);
+    TdataHandle inputNotDirect(const Tattribute& a, unsigned first, unsigned count, uint64_t selected);
+    // The virtual road, a run of selected samples at a time.
+    [[gnu::noinline]] TdataHandle inputRuns(const Tattribute& a, unsigned first, unsigned count, uint64_t selected);
     bool resolved(const Tattribute& a, uint8_t road, TdataHandle& h) const {
         const Resolved& r = fResolved[a.index()];
         if (!(r.roads & road)) return false;

@@ -61,14 +61,22 @@ unsigned TdataBlock::existingElements(const Tattribute& a, TdataHandle* out, uns
     return found;
 }
 
-TdataHandle TdataBlock::inputNotDirect(const Tattribute& a, unsigned first, unsigned count) {
+TdataHandle TdataBlock::inputNotDirect(const Tattribute& a, unsigned first, unsigned count, uint64_t selected) {
     if (fDirect && fComputeHook && (fDirect[a.index()] & kDirectComputed)) {
-        fComputeHook(*this, a, first, count);
+        fComputeHook(*this, a, first, count, selected);
         TdataHandle h;
         if (fResolved && resolved(a, kDirectComputed, h)) return h;
         if (direct(a, fDirect[a.index()], h)) return h;
     }
-    return inputRun(a, first, count);
+    return inputRuns(a, first, count, selected);
+}
+
+TdataHandle TdataBlock::inputRuns(const Tattribute& a, unsigned first, unsigned count, uint64_t selected) {
+    if (!selected || selected == runBits(count)) return inputRun(a, first, selected ? count : 0);
+    // The virtual road computes whole runs: one for each run of selected samples.
+    TdataHandle h;
+    forEachBitRun(selected, [&](unsigned start, unsigned length) { h = inputRun(a, first + start, length); });
+    return h;
 }
 
 void TdataBlock::resolveDirect(Resolved* table, unsigned words) {
