@@ -25,9 +25,6 @@ void place(TareaLightShape& light, const Tparallelogram& q) {
     light.setPolygon(corners, 4);
 }
 
-// The light's record at a camera-space point, through its scalar compute.
-TlightData recordAt(TrenderLightShape* light, const T3Float& point) { return TlightScene::at(light, point); }
-
 struct TareaScene {
     TdependGraph graph;
     TareaLightShape* light = static_cast<TareaLightShape*>(graph.createNode("areaLight", "panel"));
@@ -245,13 +242,7 @@ TEST(AreaLight, TheHighlightDirectionFollowsTheReflectedRay) {
 
 TEST(AreaLight, ThePolygonIsTheUnitSquareThroughTheLightAndCameraMatrices) {
     TdependGraph graph;
-    auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
-    T3Float translate(1, 2, 3), rotate(-90, 0, 0), scale(2, 0.5f, 1);
-    xform->setAttributeValue(&Ttransform::saTranslate(), &translate);
-    xform->setAttributeValue(&Ttransform::saRotate(), &rotate);
-    xform->setAttributeValue(&Ttransform::saScale(), &scale);
-    auto* light = static_cast<TareaLightShape*>(graph.createNode("areaLight"));
-    xform->addChild(light);
+    auto* light = placeLight<TareaLightShape>(graph, "areaLight", {1, 2, 3}, {-90, 0, 0}, {2, 0.5f, 1});
     float intensity = 8;
     light->setAttributeValue(&TlightShape::saIntensity(), &intensity);
     light->setRateOfDecay(TnonAmbientLightShape::kQuadratic);
@@ -259,7 +250,7 @@ TEST(AreaLight, ThePolygonIsTheUnitSquareThroughTheLightAndCameraMatrices) {
 
     // Turned to face down world -Y: local (x, y) goes to world (2x, 0, -0.5y).
     const T3Float camera(1, 2, -2);  // the centre in camera space
-    TlightData d = recordAt(light, camera + T3Float(0.5f, -3, 0.25f));
+    TlightData d = TlightScene::at(light, camera + T3Float(0.5f, -3, 0.25f));
     TrenderLightShape::setWorldToCamera(Tmatrix());
     ASSERT_EQ(light->vertexCount(), 4);
     const T3Float corners[4] = {{-2, 0, 0.5f}, {2, 0, 0.5f}, {2, 0, -0.5f}, {-2, 0, -0.5f}};
@@ -323,13 +314,7 @@ TEST(AreaLight, SoftShadowsSeeTheVisiblePartOfTheLightToOneStratum) {
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "side " << c.side << ", " << c.rays << " rays");
         TdependGraph graph;
-        auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
-        T3Float translate(0, hLight, 0), rotate(-90, 0, 0), scale(c.side / 2, c.side / 2, 1);
-        xform->setAttributeValue(&Ttransform::saTranslate(), &translate);
-        xform->setAttributeValue(&Ttransform::saRotate(), &rotate);
-        xform->setAttributeValue(&Ttransform::saScale(), &scale);
-        auto* light = static_cast<TareaLightShape*>(graph.createNode("areaLight"));
-        xform->addChild(light);
+        auto* light = placeLight<TareaLightShape>(graph, "areaLight", {0, hLight, 0}, {-90, 0, 0}, {c.side / 2, c.side / 2, 1});
         bool on = true;
         light->setAttributeValue(&TlightShape::saUseRayTraceShadows(), &on);
         light->setAttributeValue(&TnonExtendedLightShape::saShadowRays(), &c.rays);
@@ -341,12 +326,12 @@ TEST(AreaLight, SoftShadowsSeeTheVisiblePartOfTheLightToOneStratum) {
             // The light's x seen through the edge: points of the light beyond it are visible.
             float through = p.x + (0 - p.x) * hLight / hEdge;
             float visible = std::clamp((c.side / 2 - through) / c.side, 0.0f, 1.0f);
-            TlightData d = recordAt(light, p);
+            TlightData d = TlightScene::at(light, p);
             float seen = 1 - d.lightShadowFraction;
             worst = std::max(worst, std::fabs(seen - visible));
             EXPECT_NEAR(d.lightIntensity.x, seen, 1e-5f) << "black shadow colour: the light times what passes";
             // The same point gives the same answer: the rays depend on the point alone.
-            EXPECT_EQ(recordAt(light, p).lightShadowFraction, d.lightShadowFraction);
+            EXPECT_EQ(TlightScene::at(light, p).lightShadowFraction, d.lightShadowFraction);
         }
         EXPECT_LE(worst, 1.0f / float(c.rays) + 1e-5f);
         EXPECT_GT(tracer.traced, 0);
@@ -374,7 +359,7 @@ TEST(AreaLight, TheEngineGivesTheScalarRecordsWithoutTouchingTheHeap) {
     std::vector<TlitNetwork::Result> out = net.shade(in);
     ASSERT_EQ(out.size(), in.size());
     for (unsigned i = 0; i < in.size(); ++i) {
-        TlightData d = recordAt(light, in[i].point);
+        TlightData d = TlightScene::at(light, in[i].point);
         T3Float expected = d.lightIntensity * std::max(dot(in[i].normal, d.lightDirection), 0.0f);
         EXPECT_NEAR(out[i].color.x, expected.x, 1e-6f) << i;
         EXPECT_NEAR(out[i].info.y, d.lightShadowFraction, 1e-6f) << i;

@@ -70,6 +70,21 @@ protected:
     }
 };
 
+// A light of `type` in `graph` under a transform at `position`, rotated by
+// `rotate` (degrees) and scaled by `scale`.
+template <class T = TrenderLightShape>
+T* placeLight(TdependGraph& graph, const char* type, const T3Float& position, const T3Float& rotate = {0, 0, 0},
+              const T3Float& scale = {1, 1, 1}) {
+    auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
+    xform->setAttributeValue(&Ttransform::saTranslate(), &position);
+    xform->setAttributeValue(&Ttransform::saRotate(), &rotate);
+    xform->setAttributeValue(&Ttransform::saScale(), &scale);
+    auto* light = static_cast<T*>(graph.createNode(type));
+    EXPECT_NE(light, nullptr) << type;
+    xform->addChild(light);
+    return light;
+}
+
 // One object of the renderer.
 struct TtestRenderGroup : TrenderGroupBase {
     unsigned object = 0;
@@ -94,15 +109,9 @@ struct TlitNetwork {
 
     TlitNetwork();
     ~TlitNetwork();
-    // A light of `type` under a transform at `position`, rotated by `rotate` (degrees).
     template <class T = TrenderLightShape>
     T* addLight(const char* type, const T3Float& position, const T3Float& rotate = {0, 0, 0}) {
-        auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
-        xform->setAttributeValue(&Ttransform::saTranslate(), &position);
-        xform->setAttributeValue(&Ttransform::saRotate(), &rotate);
-        auto* light = static_cast<T*>(graph.createNode(type));
-        EXPECT_NE(light, nullptr) << type;
-        xform->addChild(light);
+        T* light = placeLight<T>(graph, type, position, rotate);
         lights.push_back(light);
         return light;
     }
@@ -136,15 +145,9 @@ private:
 // a point on the scalar road.
 struct TlightScene {
     TdependGraph graph;
-    // A light of `type` under a transform at `position`, rotated by `rotate` (degrees).
     template <class T>
     T* light(const char* type, const T3Float& position, const T3Float& rotate = {0, 0, 0}) {
-        auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
-        xform->setAttributeValue(&Ttransform::saTranslate(), &position);
-        xform->setAttributeValue(&Ttransform::saRotate(), &rotate);
-        auto* l = static_cast<T*>(graph.createNode(type));
-        xform->addChild(l);
-        return l;
+        return placeLight<T>(graph, type, position, rotate);
     }
     static TlightData at(TrenderLightShape* light, const T3Float& point) {
         TDNarray lights;

@@ -104,30 +104,27 @@ TEST(DirectionalLight, OneDirectionAndTheLightPlane) {
 }
 
 TEST(PointLight, FogWeights) {
-    const T3Float a(0, 0, 0);
+    // A segment of length l in fog of radius R: w = l / (2 (R + R^2 - l^2 / 4)),
+    // then the fog type's curve, worked out by hand.
     struct Case {
         float len, radius;
         short type, decay;
+        float weight;
     };
-    const Case cases[] = {{3, 1, 0, 0}, {0.5f, 1, 0, 0}, {0.5f, 1, 0, 2}, {0.5f, 1, 0, 3}, {1, 2, 1, 0},
-                          {1, 2, 1, 2}, {1, 2, 2, 1},   {1.5f, 1, 2, 0}, {2.5f, 1, 1, 3}};
-    for (const Case& c : cases) {
-        float got = TpointLightShape::fogWeight(a, T3Float(0, c.len, 0), c.radius, c.type, c.decay);
-        float h = c.len / 2, w;
-        if (h > c.radius) {
-            w = 1;  // a segment longer than the fog's diameter
-        } else {
-            w = c.len / (2 * (c.radius + c.radius * c.radius - h * h));
-            if (c.type == 2) w = 1 - std::pow(1 - std::min(w, 1.0f), 1.0f / (c.decay + 2));
-            else if (c.type == 1) {
-                if (c.decay > 1) w = 1 - std::pow(1 - w, 1.0f / c.decay);
-                w *= w;
-            } else w = c.decay == 2 ? w * w : c.decay == 3 ? w * w * w : w;
-        }
-        EXPECT_NEAR(got, w, 1e-6f) << c.len << " " << c.type << " " << c.decay;
-        EXPECT_GE(got, 0.0f);
-        EXPECT_LE(got, 1.0f);
-    }
+    const Case cases[] = {
+        {3, 1, 0, 0, 1},                  // longer than the fog's diameter
+        {0.5f, 1, 0, 0, 4.0f / 31},       // normal: w = 0.5 / 3.875
+        {0.5f, 1, 0, 2, 16.0f / 961},     // w^2
+        {0.5f, 1, 0, 3, 64.0f / 29791},   // w^3
+        {1, 2, 1, 0, 4.0f / 529},         // linear: (2 / 23)^2
+        {1, 2, 1, 2, 0.001977306f},       // (1 - sqrt(1 - 2 / 23))^2
+        {1, 2, 2, 1, 0.02986877f},        // exponential: 1 - (21 / 23)^(1 / 3)
+        {1.5f, 1, 2, 0, 0.3084359f},      // 1 - (11 / 23)^(1 / 2)
+        {2.5f, 1, 1, 3, 1},
+    };
+    for (const Case& c : cases)
+        EXPECT_NEAR(TpointLightShape::fogWeight({0, 0, 0}, T3Float(0, c.len, 0), c.radius, c.type, c.decay), c.weight, 1e-6f)
+            << c.len << " " << c.type << " " << c.decay;
 }
 
 TEST(PointLight, OwnFogSamplesTakeTheFogWeightInsteadOfDecay) {
