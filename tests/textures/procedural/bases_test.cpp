@@ -230,17 +230,3 @@ TEST(Texture2d, BakingHelpersOfTheBase) {
     float a;
     EXPECT_FALSE(checker->mapUVtoColor(0.1f, 0.1f, c, a));
 }
-
-TEST(Texture2d, EveryTextureTypeIsMadeByName) {
-    for (const char* type : {"bulge", "checker", "cloth", "fractal", "grid", "mountain", "noise", "ocean", "ramp", "stencil", "water"}) {
-        TdependGraph graph;
-        TdependNode* node = graph.createNode(type);
-        ASSERT_NE(node, nullptr) << type;
-        EXPECT_NE(node->cast(TdnTx2D::sMetaclass()), nullptr) << type;
-        EXPECT_EQ(node->typeName(), Tstring(type));
-    }
-    for (const char* type : {"place3dTexture", "uvChooser"}) {
-        TdependGraph graph;
-        EXPECT_NE(graph.createNode(type), nullptr) << type;
-    }
-}
