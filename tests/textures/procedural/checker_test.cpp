@@ -31,28 +31,27 @@ T3Float mix(float w1) { return kColor1 * w1 + kColor2 * (1.0f - w1); }
 TEST(Checker, WeightsInClosedForm) {
     struct {
         T2Float uv, size;
-        float contrast, want;
+        float filter, offset, contrast, want;
     } cases[] = {
-        {{0.25f, 0.25f}, {0, 0}, 1, 1},     {{0.75f, 0.25f}, {0, 0}, 1, 0},      {{0.75f, 0.75f}, {0, 0}, 1, 1},
-        {{0.25f, 0.75f}, {0, 0}, 1, 0},     {{1.25f, -0.75f}, {0, 0}, 1, 1},     {{0.25f, 0.25f}, {0, 0}, 0.5f, 0.75f},
+        {{0.25f, 0.25f}, {0, 0}, 1, 0, 1, 1},     {{0.75f, 0.25f}, {0, 0}, 1, 0, 1, 0},      {{0.75f, 0.75f}, {0, 0}, 1, 0, 1, 1},
+        {{0.25f, 0.75f}, {0, 0}, 1, 0, 1, 0},     {{1.25f, -0.75f}, {0, 0}, 1, 0, 1, 1},     {{0.25f, 0.25f}, {0, 0}, 1, 0, 0.5f, 0.75f},
+        // Contrast 0 is the equal mix, inside a cell and by an edge.
+        {{0.25f, 0.25f}, {0.01f, 0.02f}, 1, 0, 0, 0.5f}, {{0.49f, 0.9f}, {0.01f, 0.02f}, 1, 0, 0, 0.5f},
         // Near the edge u = 0.5: du = 0.02 against fu = 0.1 keeps a fifth of the contrast.
-        {{0.49f, 0.25f}, {0.05f, 0.05f}, 1, 0.6f},
+        {{0.49f, 0.25f}, {0.05f, 0.05f}, 1, 0, 1, 0.6f},
+        // A negative filter counts as 0: the offset alone widens the same edge blend.
+        {{0.49f, 0.25f}, {0.4f, 0.4f}, -3, 0.05f, 1, 0.6f},
         // A filter above one cell: c = (0.5 / 1.2) * (2 - 1.2).
-        {{0.25f, 0.25f}, {0.6f, 0.6f}, 1, (1.0f + 0.5f / 1.2f * 0.8f) * 0.5f},
-        // fu reaches 2: the equal mix.
-        {{0.25f, 0.25f}, {1.0f, 0.0f}, 1, 0.5f},     {{0.1f, 0.9f}, {0.0f, 3.0f}, 1, 0.5f},
+        {{0.25f, 0.25f}, {0.6f, 0.6f}, 1, 0, 1, (1.0f + 0.5f / 1.2f * 0.8f) * 0.5f},
+        // fu reaches 2, by the size or by the offset alone: the equal mix.
+        {{0.25f, 0.25f}, {1.0f, 0.0f}, 1, 0, 1, 0.5f},     {{0.1f, 0.9f}, {0.0f, 3.0f}, 1, 0, 1, 0.5f},
+        {{0.3f, 0.8f}, {0, 0}, 1, 1.0f, 1, 0.5f},
     };
     for (auto& c : cases)
-        EXPECT_NEAR(TdnChecker::sColor1Weight(c.uv, c.size, 1.0f, 0.0f, c.contrast), c.want, 1e-5f)
-            << c.uv.x << "," << c.uv.y << " size " << c.size.x << "," << c.size.y;
-}
-
-TEST(Checker, ContrastZeroAndWideFiltersGiveTheEqualMixEverywhere) {
-    for (float u = -1.0f; u < 2.0f; u += 0.0731f)
-        for (float v = -1.0f; v < 2.0f; v += 0.0577f) {
-            EXPECT_FLOAT_EQ(TdnChecker::sColor1Weight({u, v}, {0.01f, 0.02f}, 1, 0, 0), 0.5f) << u << "," << v;
-            EXPECT_FLOAT_EQ(TdnChecker::sColor1Weight({u, v}, {0, 0}, 1, 1.0f, 1), 0.5f) << "offset alone reaches 2";
-        }
+        EXPECT_NEAR(TdnChecker::sColor1Weight(c.uv, c.size, c.filter, c.offset, c.contrast), c.want, 1e-5f)
+            << c.uv.x << "," << c.uv.y << " size " << c.size.x << "," << c.size.y << " offset " << c.offset;
+    EXPECT_FLOAT_EQ(TdnTx2D::filteredSize({0.4f, 0.2f}, -3.0f, 0.05f), 0.05f);
+    EXPECT_FLOAT_EQ(TdnTx2D::filteredSize({0.4f, 0.2f}, 2.0f, -1.0f), 0.2f);
 }
 
 TEST(Checker, HalfAPeriodAwaySwapsTheColours) {
@@ -66,14 +65,6 @@ TEST(Checker, HalfAPeriodAwaySwapsTheColours) {
                 EXPECT_GE(a, 0.0f);
                 EXPECT_LE(a, 1.0f);
             }
-}
-
-TEST(Checker, NegativeFilterCountsAsZeroAndKeepsTheOffset) {
-    // filter -3 is 0: only the offset 0.05 is left, so the edge blend is that of a filter size of 0.05.
-    float withOffset = TdnChecker::sColor1Weight({0.49f, 0.25f}, {0.4f, 0.4f}, -3.0f, 0.05f, 1);
-    EXPECT_NEAR(withOffset, 0.6f, 1e-5f);
-    EXPECT_FLOAT_EQ(TdnTx2D::filteredSize({0.4f, 0.2f}, -3.0f, 0.05f), 0.05f);
-    EXPECT_FLOAT_EQ(TdnTx2D::filteredSize({0.4f, 0.2f}, 2.0f, -1.0f), 0.2f);
 }
 
 TEST(Texture2d, ColourEffectsAndAlphaThroughThePullAndTheEngine) {
