@@ -101,12 +101,9 @@ TEST(Texture2d, ColourEffectsAndAlphaThroughThePullAndTheEngine) {
         expectNear(r.colour, c.colour, c.name);
         EXPECT_NEAR(r.alpha, c.alpha, 1e-6f) << c.name;
 
-        TshadingOpus* opus = n.net.analyse();
-        ASSERT_NE(opus, nullptr) << c.name;
         std::vector<T2Float> uvs;
         for (unsigned i = 0; i < kBatchSize; ++i) uvs.push_back(T2Float{0.01f + 0.007f * float(i), 0.49f - 0.007f * float(i)});
-        TtextureBatch batch(n.net.group, uvs);
-        batch.shade(opus);
+        TtextureBatch batch = n.net.shade(uvs);
         for (unsigned i = 0; i < kBatchSize; ++i) expectNear(batch.colour(i), c.colour, c.name);
         n.net.session.reset();  // the render ends
     }
@@ -161,12 +158,9 @@ TEST(Checker, InputsComputeOnlyWhereTheirWeightShowsAndInside) {
         n.net.connect(second, TtexTestSource::saOutColor(), n.checker, TdnChecker::saColor2());
         n.set(TdnChecker::saContrast(), c.contrast);
         n.net.show(n.checker, TdnTx2D::saOutColor());
-        TshadingOpus* opus = n.net.analyse();
-        ASSERT_NE(opus, nullptr);
         std::vector<T2Float> uvs = spreadUvs();
         for (unsigned i : {3u, 4u, 40u}) uvs[i] = T2Float{-1e7f, -1e7f};
-        TtextureBatch batch(n.net.group, uvs, c.size);
-        batch.shade(opus);
+        TtextureBatch batch = n.net.shade(uvs, c.size);
         auto weight = [&](unsigned i) { return TdnChecker::sColor1Weight(uvs[i], c.size, 1, 0, c.contrast); };
         auto inside = [&](unsigned i) { return !(uvs[i].x <= -1e7f && uvs[i].y <= -1e7f); };
         auto needFirst = [&](unsigned i) { return inside(i) && weight(i) >= 1e-5f; };

@@ -120,10 +120,7 @@ TEST(Cloth, ThreadsAndGapComputeOnlyWhereTheyShow) {
     auto* cloth = lc.texture<TdnCloth>("cloth", {&TdnCloth::saGapColor(), &TdnCloth::saUColor(), &TdnCloth::saVColor()});
     float uWave = 0.05f;
     cloth->setAttributeValue(&TdnCloth::saUWave(), &uWave);
-    TshadingOpus* opus = lc.net.analyse();
-    ASSERT_NE(opus, nullptr);
-    TtextureBatch batch(lc.net.group, lc.uvs);
-    batch.shade(opus);
+    TtextureBatch batch = lc.net.shade(lc.uvs);
     TclothParams p;
     p.uWave = uWave;
     int want[3] = {0, 0, 0};
@@ -150,10 +147,7 @@ TEST(Grid, BatchEqualsThePullAndSkipsHiddenInputs) {
     auto* grid = lc.texture<TdnGrid>("grid", {&TdnGrid::saLineColor(), &TdnGrid::saFillerColor()});
     float width = 0.3f;
     grid->setAttributeValue(&TdnGrid::saUWidth(), &width);
-    TshadingOpus* opus = lc.net.analyse();
-    ASSERT_NE(opus, nullptr);
-    TtextureBatch batch(lc.net.group, lc.uvs, T2Float{0.02f, 0.01f});
-    batch.shade(opus);
+    TtextureBatch batch = lc.net.shade(lc.uvs, T2Float{0.02f, 0.01f});
     int lines = 0, fillers = 0;
     for (unsigned i = 0; i < lc.uvs.size(); ++i) {
         if (i == 6 || i == 7) continue;

@@ -109,12 +109,9 @@ TEST(Mountain, SnowAndRockComputeOnlyWhereTheyShow) {
     net.connect(snowSource, TtexTestSource::saOutColor(), mountain, TdnMountain::saSnowColor());
     net.connect(rockSource, TtexTestSource::saOutColor(), mountain, TdnMountain::saRockColor());
     net.show(mountain, TdnTx2D::saOutColor());
-    TshadingOpus* opus = net.analyse();
-    ASSERT_NE(opus, nullptr);
     std::vector<T2Float> uvs = batchUvs();
     T2Float size{0.002f, 0.002f};
-    TtextureBatch batch(net.group, uvs, size);
-    batch.shade(opus);
+    TtextureBatch batch = net.shade(uvs, size);
     TmountainParams p;
     int snow = 0, rock = 0;
     for (unsigned i = 0; i < uvs.size(); ++i) {
@@ -200,10 +197,7 @@ TEST(Stencil, ImageComputesOnlyWhereTheMaskLetsItShow) {
         T3Float fallback(0.2f, 0.4f, 0.6f);
         stencil->setAttributeValue(&TdnTx2D::saDefaultColor(), &fallback);
         net.show(stencil, TdnTx2D::saOutColor());
-        TshadingOpus* opus = net.analyse();
-        ASSERT_NE(opus, nullptr) << c.name;
-        TtextureBatch batch(net.group, uvs);
-        batch.shade(opus);
+        TtextureBatch batch = net.shade(uvs);
         int need = 0, kept = 0;
         for (unsigned i = 0; i < uvs.size(); ++i) {
             if (isOutsideUv(uvs[i])) continue;

@@ -221,11 +221,8 @@ TEST(Place2d, FeedsATextureThroughTheEngine) {
     T3Float fallback(0.1f, 0.2f, 0.3f);
     checker->setAttributeValue(&TdnTx2D::saDefaultColor(), &fallback);
     net.show(checker, TdnTx2D::saOutColor());
-    TshadingOpus* opus = net.analyse();
-    ASSERT_NE(opus, nullptr);
     std::vector<T2Float> uvs = spreadUvs();
-    TtextureBatch batch(net.group, uvs);
-    batch.shade(opus);
+    TtextureBatch batch = net.shade(uvs);
     const int computedByBatch = source->samples;
     int outside = 0, needFirst = 0;
     for (unsigned i = 0; i < uvs.size(); ++i) {
@@ -266,11 +263,8 @@ TEST(Place2d, ThroughTheEngineTheIdentityPassesTheUvAndAVaryingParameterStillMap
             net.connect(driver, TtexTestSource::saOutColorR(), place, TdnPlace2dTx::saRepeatUVU());
         }
         net.show(reader, TtexTestSource::saOutColor());
-        TshadingOpus* opus = net.analyse();
-        ASSERT_NE(opus, nullptr);
         std::vector<T2Float> uvs = spreadUvs();
-        TtextureBatch batch(net.group, uvs);
-        batch.shade(opus);
+        TtextureBatch batch = net.shade(uvs);
         for (unsigned i = 0; i < uvs.size(); ++i) {
             T3Float want = TtexTestSource::sColourAt(uvs[i]);
             if (varying) {
@@ -316,11 +310,8 @@ TEST(Place2d, ASettledPlacementIsReadAgainForEachRender) {
             place->setAttributeValue(&TdnPlace2dTx::saWrapU(), &p->wrapU);
             place->setAttributeValue(&TdnPlace2dTx::saMirrorV(), &p->mirrorV);
             net.session.reset();  // the next render
-            TshadingOpus* opus = net.analyse();
-            ASSERT_NE(opus, nullptr);
             std::vector<T2Float> uvs = spreadUvs();
-            TtextureBatch batch(net.group, uvs, filterSize);
-            batch.shade(opus);
+            TtextureBatch batch = net.shade(uvs, filterSize);
             for (unsigned i = 0; i < uvs.size(); ++i) {
                 T2Float want;
                 if (filter) {

@@ -255,14 +255,11 @@ TEST(Ramp, KeysDrivenPerSampleAreReadForEachSample) {
                       TconnectStatus::kOk);
         }
         n.net.show(n.ramp, TdnTx2D::saOutColor());
-        TshadingOpus* opus = n.net.analyse();
-        ASSERT_NE(opus, nullptr);
         // UVs inside the unit square, some with v below u (between the keys
         // when the position is u) and some above (past the last key).
         std::vector<T2Float> uvs;
         for (unsigned i = 0; i < kBatchSize; ++i) uvs.push_back(T2Float{0.05f + 0.9f * float(i % 11) / 10.0f, 0.03f + 0.9f * float(i % 7) / 6.0f});
-        TtextureBatch batch(n.net.group, uvs);
-        batch.shade(opus);
+        TtextureBatch batch = n.net.shade(uvs);
         unsigned between = 0, past = 0;
         for (unsigned i = 0; i < uvs.size(); ++i) {
             const float u = uvs[i].x, v = uvs[i].y;
@@ -359,10 +356,7 @@ TEST(Ramp, ASettledRampShadesAsTheListScanAndTakesNewKeysNextRender) {
             if (list == &second)
                 for (unsigned k = unsigned(second.size()); k < first.size(); ++k) n.ramp->removeMultiElement(&TdnRamp::saColorEntryList(), k);
             n.net.session.reset();  // the next render
-            TshadingOpus* opus = n.net.analyse();
-            ASSERT_NE(opus, nullptr);
-            TtextureBatch batch(n.net.group, uvs);
-            batch.shade(opus);
+            TtextureBatch batch = n.net.shade(uvs);
             for (unsigned i = 0; i < uvs.size(); ++i) {
                 const T3Float want = i == 5 ? T3Float(0.5f, 0.5f, 0.5f) : scannedColour(type, interps[type % 4], uvs[i], keys);
                 expectSame(batch.colour(i), want, "type " + std::to_string(type) + " keys " + std::to_string(keys.count) + " sample " + std::to_string(i));

@@ -15,10 +15,7 @@
 // sample's colour with the scalar pull of the same node at the same UV.
 inline void expectBatchEqualsPull(TtextureNetwork& net, TdependNode* texture, const std::vector<T2Float>& uvs, T2Float size,
                                   const char* what, float tolerance = 1e-5f) {
-    TshadingOpus* opus = net.analyse();
-    ASSERT_NE(opus, nullptr) << what;
-    TtextureBatch batch(net.group, uvs, size);
-    batch.shade(opus);
+    TtextureBatch batch = net.shade(uvs, size);
     for (unsigned i = 0; i < uvs.size(); ++i) {
         expectNear(batch.colour(i), pullTexture(texture, uvs[i], size).colour, std::string(what) + " sample " + std::to_string(i),
                    tolerance);
