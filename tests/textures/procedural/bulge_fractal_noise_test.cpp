@@ -180,14 +180,6 @@ TEST(Fractal, TimeMovesOnlyTheAnimatedForm) {
     EXPECT_GT(changed, 5);
 }
 
-namespace {
-TnoiseParams noiseOf(short type) {
-    TnoiseParams p;
-    p.noiseType = type;
-    return p;
-}
-}  // namespace
-
 TEST(Noise, FrequencyScalesTheUvAndZeroIsOnePoint) {
     for (short type : {TdnNoise::kPerlinNoise, TdnNoise::kBillow, TdnNoise::kWave}) {
         // Twice the frequency at half the UV is the same point of the noise.

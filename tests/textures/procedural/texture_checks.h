@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "support/expect_near.h"
+#include "textures/noise_texture.h"
 #include "textures/procedural/texture_test_nodes.h"
 #include "textures/texture_2d.h"
 
@@ -51,4 +52,12 @@ inline std::vector<T2Float> batchUvs() {
     std::vector<T2Float> uvs = spreadUvs();
     uvs[9] = uvs[10] = T2Float{-1e7f, -1e7f};
     return uvs;
+}
+
+// The noise texture's settings of one type (and billow falloff), the rest default.
+inline TnoiseParams noiseOf(short type, short falloff = 2) {
+    TnoiseParams p;
+    p.noiseType = type;
+    p.falloff = falloff;
+    return p;
 }
