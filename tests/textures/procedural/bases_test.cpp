@@ -18,28 +18,23 @@
 #include "textures/texture_env.h"
 #include "textures/uv_chooser.h"
 
-TEST(Texture3d, BlendRisesFromTheInsideToTheFaces) {
+// The blend's law (a product of raised cosines per axis) is checked through
+// the engine in solid_textures_test; here its ends, two axes at once and
+// its off switch.
+TEST(Texture3d, BlendIsOneOnAFaceAndOffForATinyBlend) {
     struct {
         T3Float p;
         float blend, want;
     } cases[] = {
         {{0, 0, 0}, 0.5f, 0},
-        {{1, 0, 0}, 0.5f, 1},
         {{0, -1, 0}, 0.5f, 1},
-        // t = (1 - 0.75) / 0.5 = 0.5 on x: g = 0.5, the product 0.5.
-        {{0.75f, 0, 0}, 0.5f, 0.5f},
-        // Two axes half way: 1 - 0.25.
+        // Two axes half way: 1 - 0.5 * 0.5.
         {{0.75f, -0.75f, 0.2f}, 0.5f, 0.75f},
         // A blend of 0, or below 1e-05, has no effect even on a face.
         {{1, 1, 1}, 0.0f, 0},
         {{1, 0, 0}, 0.5e-5f, 0},
     };
     for (auto& c : cases) EXPECT_NEAR(TdnTx3D::sComputeBlend(c.p, c.blend), c.want, 1e-6f) << c.p.x << "," << c.p.y;
-    for (float x = -1; x <= 1; x += 0.125f) {
-        float b = TdnTx3D::sComputeBlend({x, 0.1f, -0.2f}, 0.3f);
-        EXPECT_GE(b, 0.0f);
-        EXPECT_LE(b, 1.0f);
-    }
 }
 
 TEST(Texture3d, OutsideOnlyWithWrapOff) {
