@@ -272,33 +272,6 @@ TEST(AreaLight, ThePolygonIsTheUnitSquareThroughTheLightAndCameraMatrices) {
 
 // --- soft shadows
 
-// Blocks every ray that crosses the plane where coordinate `axis` is
-// `height` at x below `edge`: a straight occluder edge between the points
-// and the light.
-class TedgeTracer : public TraySampler {
-public:
-    TedgeTracer(float height, float edge, int axis = 1) : fHeight(height), fEdge(edge), fAxis(axis) {}
-    unsigned raySize() const override { return sizeof(TgenericRay); }
-    void traceShadowRays(TdependNode*, int n, TgenericRay** rays, Treflectance* transmittance) override {
-        for (int i = 0; i < n; ++i) {
-            const TgenericRay& r = *rays[i];
-            float t = (fHeight - r.origin[fAxis]) / r.direction[fAxis];
-            bool blocked = t > 0 && t < r.distance && r.origin.x + r.direction.x * t < fEdge;
-            transmittance[i] = blocked ? Treflectance(kBlackSpectrum) : Treflectance(kWhiteSpectrum);
-            ++traced;
-        }
-    }
-    float random() override { return 0.5f; }
-    void traceRays(TdependNode*, int, TgenericRay**, Tspectrum*, Tspectrum*) override {}
-    int maxRayDepth() const override { return 0; }
-    void background(Tspectrum& out) override { out = kBlackSpectrum; }
-    int traced = 0;
-
-private:
-    float fHeight, fEdge;
-    int fAxis;
-};
-
 TEST(AreaLight, SoftShadowsSeeTheVisiblePartOfTheLightToOneStratum) {
     // A light of side `side` at height 4 facing down, an occluder edge at
     // height 1 along x = 0, points on the ground. From a point at x the line
@@ -318,7 +291,8 @@ TEST(AreaLight, SoftShadowsSeeTheVisiblePartOfTheLightToOneStratum) {
         bool on = true;
         light->setAttributeValue(&TlightShape::saUseRayTraceShadows(), &on);
         light->setAttributeValue(&TnonExtendedLightShape::saShadowRays(), &c.rays);
-        TedgeTracer tracer(hEdge, 0);
+        ToccluderTracer tracer;  // the edge along x = 0 at height 1
+        tracer.axis = 1, tracer.height = hEdge, tracer.x1 = 0;
         TcurrentRaySamplerScope scope(&tracer);
         float worst = 0;
         for (int k = -20; k <= 20; ++k) {
@@ -334,7 +308,7 @@ TEST(AreaLight, SoftShadowsSeeTheVisiblePartOfTheLightToOneStratum) {
             EXPECT_EQ(TlightScene::at(light, p).lightShadowFraction, d.lightShadowFraction);
         }
         EXPECT_LE(worst, 1.0f / float(c.rays) + 1e-5f);
-        EXPECT_GT(tracer.traced, 0);
+        EXPECT_GT(tracer.rays, 0);
     }
 }
 
@@ -348,7 +322,8 @@ TEST(AreaLight, TheEngineGivesTheScalarRecordsWithoutTouchingTheHeap) {
     net.set(light, TnonExtendedLightShape::saShadowRays(), rays);
     net.set(light, TlightShape::saIntensity(), 0.3f);
     net.useLights();
-    TedgeTracer tracer(1, 0, 2);
+    ToccluderTracer tracer;
+    tracer.x1 = 0;
     TcurrentRaySamplerScope scope(&tracer);
     std::vector<TsurfaceSample> in(64);
     for (unsigned i = 0; i < in.size(); ++i) {

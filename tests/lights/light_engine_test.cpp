@@ -146,35 +146,6 @@ TEST(LightEngine, TheLightsProgramReadsTheOneByteObjectType) {
     }
 }
 
-// A tracer with a wall in the plane z = 1 between x0 and x1: rays that
-// cross it there are blocked (tinted by `through`); it counts the rays.
-struct TwallTracer : TraySampler {
-    float x0 = -1e9f, x1 = 1e9f;
-    T3Float through{0, 0, 0};
-    int rays = 0;
-    unsigned seed = 1;
-    unsigned raySize() const override { return sizeof(TgenericRay) + 8; }
-    void traceShadowRays(TdependNode*, int n, TgenericRay** list, Treflectance* out) override {
-        for (int i = 0; i < n; ++i) {
-            ++rays;
-            const TgenericRay& r = *list[i];
-            out[i] = Treflectance();
-            if (r.direction.z == 0) continue;
-            float t = (1 - r.origin.z) / r.direction.z;
-            if (t <= 0 || t >= r.distance) continue;
-            float x = r.origin.x + t * r.direction.x;
-            if (x >= x0 && x <= x1) out[i] = Treflectance(Tspectrum(through.x, through.y, through.z));
-        }
-    }
-    float random() override {
-        seed = seed * 1664525u + 1013904223u;
-        return float(seed >> 8) / 16777216.0f;
-    }
-    void traceRays(TdependNode*, int, TgenericRay**, Tspectrum*, Tspectrum*) override {}
-    int maxRayDepth() const override { return 1; }
-    void background(Tspectrum& out) override { out = kBlackSpectrum; }
-};
-
 struct ShadowCase {
     const char* name;
     int pass;
@@ -200,7 +171,7 @@ TEST(LightEngine, RayTracedShadowsFollowPassControlAndReceiveShadows) {
         auto* light = net.addLight<TpointLightShape>("pointLight", T3Float(0, 0, 3));
         net.set(light, TlightShape::saUseRayTraceShadows(), true);
         net.useLights();
-        TwallTracer tracer;
+        ToccluderTracer tracer;  // a wall in the plane z = 1
         tracer.x0 = c.x0;
         tracer.x1 = c.x1;
         TrenderLightShape::setThreadRaySampler(&tracer);
@@ -226,8 +197,8 @@ TEST(LightEngine, SoftShadowsAverageJitteredRaysOverTheLightsRadius) {
     net.set(light, TnonExtendedLightShape::saLightRadius(), 2.0f);
     net.set(light, TnonExtendedLightShape::saShadowRays(), short(32));
     net.useLights();
-    TwallTracer tracer;
-    tracer.x0 = 0;  // the wall covers half of the light's disc
+    ToccluderTracer tracer;
+    tracer.x0 = 0;  // the wall in the plane z = 1 covers half of the light's disc
     TrenderLightShape::setThreadRaySampler(&tracer);
     auto out = net.shade(std::vector<TsurfaceSample>(2, TsurfaceSample{{0, 0, 0}, {0, 0, 1}}));
     TrenderLightShape::setThreadRaySampler(nullptr);

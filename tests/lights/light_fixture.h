@@ -11,6 +11,7 @@
 #include "framework/host/depend_graph.h"
 #include "lights/light_at_point.h"
 #include "lights/point_light.h"
+#include "shading/ray_sampler.h"
 #include "shading/render_bases.h"
 #include "shading/sample.h"
 #include "shading/sample_manager.h"
@@ -158,6 +159,34 @@ struct TlightScene {
         EXPECT_EQ(info.light, light);
         return info.data;
     }
+};
+
+// A tracer of shadow rays past an occluder: rays that cross the plane where
+// coordinate `axis` is `height`, at an x from x0 to x1, are blocked; the rest
+// pass. It counts the rays and draws its random numbers from a fixed
+// congruential sequence. Its rays carry 8 bytes of its own after the generic
+// part, which the lights must step over.
+struct ToccluderTracer : TraySampler {
+    int axis = 2;
+    float height = 1, x0 = -1e9f, x1 = 1e9f;
+    int rays = 0;
+    unsigned seed = 1;
+    unsigned raySize() const override { return sizeof(TgenericRay) + 8; }
+    void traceShadowRays(TdependNode*, int n, TgenericRay** list, Treflectance* out) override {
+        for (int i = 0; i < n; ++i, ++rays) {
+            const TgenericRay& r = *list[i];
+            const float t = r.direction[axis] == 0 ? -1.0f : (height - r.origin[axis]) / r.direction[axis];
+            const float x = r.origin.x + t * r.direction.x;
+            out[i] = t > 0 && t < r.distance && x >= x0 && x <= x1 ? Treflectance(kBlackSpectrum) : Treflectance();
+        }
+    }
+    float random() override {
+        seed = seed * 1664525u + 1013904223u;
+        return float(seed >> 8) / 16777216.0f;
+    }
+    void traceRays(TdependNode*, int, TgenericRay**, Tspectrum*, Tspectrum*) override {}
+    int maxRayDepth() const override { return 1; }
+    void background(Tspectrum& out) override { out = kBlackSpectrum; }
 };
 
 inline float luminanceOf(const T3Float& c) { return 0.3f * c.x + 0.59f * c.y + 0.11f * c.z; }
