@@ -243,8 +243,8 @@ TEST(AreaLight, TheHighlightDirectionFollowsTheReflectedRay) {
 TEST(AreaLight, ThePolygonIsTheUnitSquareThroughTheLightAndCameraMatrices) {
     TdependGraph graph;
     auto* light = placeLight<TareaLightShape>(graph, "areaLight", {1, 2, 3}, {-90, 0, 0}, {2, 0.5f, 1});
-    float intensity = 8;
-    light->setAttributeValue(&TlightShape::saIntensity(), &intensity);
+    const float intensity = 8;
+    setValue(light, TlightShape::saIntensity(), intensity);
     light->setRateOfDecay(TnonAmbientLightShape::kQuadratic);
     TrenderLightShape::setWorldToCamera(Tmatrix::translation(0, 0, -5));
 
@@ -288,9 +288,8 @@ TEST(AreaLight, SoftShadowsSeeTheVisiblePartOfTheLightToOneStratum) {
         SCOPED_TRACE(testing::Message() << "side " << c.side << ", " << c.rays << " rays");
         TdependGraph graph;
         auto* light = placeLight<TareaLightShape>(graph, "areaLight", {0, hLight, 0}, {-90, 0, 0}, {c.side / 2, c.side / 2, 1});
-        bool on = true;
-        light->setAttributeValue(&TlightShape::saUseRayTraceShadows(), &on);
-        light->setAttributeValue(&TnonExtendedLightShape::saShadowRays(), &c.rays);
+        setValue(light, TlightShape::saUseRayTraceShadows(), true);
+        setValue(light, TnonExtendedLightShape::saShadowRays(), c.rays);
         ToccluderTracer tracer;  // the edge along x = 0 at height 1
         tracer.axis = 1, tracer.height = hEdge, tracer.x1 = 0;
         TcurrentRaySamplerScope scope(&tracer);
@@ -316,11 +315,9 @@ TEST(AreaLight, TheEngineGivesTheScalarRecordsWithoutTouchingTheHeap) {
     // The light at z = 4 facing down -Z, points on z = 0 behind an edge at z = 1.
     TlitNetwork net;
     auto* light = net.addLight<TareaLightShape>("areaLight", T3Float(0.5f, 0, 4));
-    bool on = true;
-    short rays = 16;
-    net.set(light, TlightShape::saUseRayTraceShadows(), on);
-    net.set(light, TnonExtendedLightShape::saShadowRays(), rays);
-    net.set(light, TlightShape::saIntensity(), 0.3f);
+    setValue(light, TlightShape::saUseRayTraceShadows(), true);
+    setValue(light, TnonExtendedLightShape::saShadowRays(), short(16));
+    setValue(light, TlightShape::saIntensity(), 0.3f);
     net.useLights();
     ToccluderTracer tracer;
     tracer.x1 = 0;

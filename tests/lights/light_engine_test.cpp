@@ -40,13 +40,13 @@ struct ThreeLights : TlitNetwork {
     float pointIntensity = 6, ambientShade = 0.7f;
     ThreeLights() {
         auto* point = addLight<TpointLightShape>("pointLight", pointPos);
-        set(point, TlightShape::saColor(), pointColor);
-        set(point, TlightShape::saIntensity(), pointIntensity);
+        setValue(point, TlightShape::saColor(), pointColor);
+        setValue(point, TlightShape::saIntensity(), pointIntensity);
         point->setRateOfDecay(TnonAmbientLightShape::kQuadratic);
         auto* dir = addLight("directionalLight", T3Float(9, 9, 9));
-        set(dir, TlightShape::saColor(), dirColor);
+        setValue(dir, TlightShape::saColor(), dirColor);
         auto* ambient = addLight("ambientLight", ambientPos);
-        set(ambient, TambientLightShape::saAmbientShade(), ambientShade);
+        setValue(ambient, TambientLightShape::saAmbientShade(), ambientShade);
         useLights();
     }
 };
@@ -90,9 +90,9 @@ TEST(LightEngine, SamplesSharingAnIlluminationIndexRunTheLightsOnce) {
 TEST(LightEngine, ALightMaskedOutForTheObjectOrAbsentLeavesNoElement) {
     TlitNetwork net;
     auto* red = net.addLight("pointLight", T3Float(0, 0, 1));
-    net.set(red, TlightShape::saColor(), T3Float(1, 0, 0));
+    setValue(red, TlightShape::saColor(), T3Float(1, 0, 0));
     auto* green = net.addLight("pointLight", T3Float(0, 0, 1));
-    net.set(green, TlightShape::saColor(), T3Float(0, 1, 0));
+    setValue(green, TlightShape::saColor(), T3Float(0, 1, 0));
     TbitFieldFixedN onlyGreen(2), both(2);
     onlyGreen.set(1);
     both.setAll();
@@ -169,7 +169,7 @@ TEST(LightEngine, RayTracedShadowsFollowPassControlAndReceiveShadows) {
     for (const ShadowCase& c : cases) {
         TlitNetwork net;
         auto* light = net.addLight<TpointLightShape>("pointLight", T3Float(0, 0, 3));
-        net.set(light, TlightShape::saUseRayTraceShadows(), true);
+        setValue(light, TlightShape::saUseRayTraceShadows(), true);
         net.useLights();
         ToccluderTracer tracer;  // a wall in the plane z = 1
         tracer.x0 = c.x0;
@@ -193,9 +193,9 @@ TEST(LightEngine, RayTracedShadowsFollowPassControlAndReceiveShadows) {
 TEST(LightEngine, SoftShadowsAverageJitteredRaysOverTheLightsRadius) {
     TlitNetwork net;
     auto* light = net.addLight<TpointLightShape>("pointLight", T3Float(0, 0, 3));
-    net.set(light, TlightShape::saUseRayTraceShadows(), true);
-    net.set(light, TnonExtendedLightShape::saLightRadius(), 2.0f);
-    net.set(light, TnonExtendedLightShape::saShadowRays(), short(32));
+    setValue(light, TlightShape::saUseRayTraceShadows(), true);
+    setValue(light, TnonExtendedLightShape::saLightRadius(), 2.0f);
+    setValue(light, TnonExtendedLightShape::saShadowRays(), short(32));
     net.useLights();
     ToccluderTracer tracer;
     tracer.x0 = 0;  // the wall in the plane z = 1 covers half of the light's disc

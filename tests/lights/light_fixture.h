@@ -19,6 +19,7 @@
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
 #include "shading/shading_session.h"
+#include "support/set_value.h"
 #include "support/test_samples.h"
 
 // outColor = sum of the ambient records plus the diffuse ones times
@@ -115,10 +116,6 @@ struct TlitNetwork {
         T* light = placeLight<T>(graph, type, position, rotate);
         lights.push_back(light);
         return light;
-    }
-    template <class V>
-    void set(TdependNode* node, const Tattribute& a, V value) {
-        EXPECT_TRUE(node->setAttributeValue(&a, &value)) << a.longName().asC();
     }
     // Hands the lights to the group; `rows` per object, empty for none.
     void useLights(std::vector<TbitFieldFixedN> rows = {});

@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "framework/host/dag.h"
+#include "support/set_value.h"
 #include "textures/checker.h"
 #include "textures/mountain.h"
 #include "textures/noise/noise.h"
@@ -143,9 +144,9 @@ TEST(Place3d, UnitCubeAndItsInverseMatrix) {
     TdependGraph graph;
     auto* place = static_cast<TdnPlace3dTxDag*>(graph.createNode("place3dTexture"));
     ASSERT_NE(place, nullptr);
-    T3Float t(1, 2, 3), s(2, 2, 2);
-    place->setAttributeValue(&Ttransform::saTranslate(), &t);
-    place->setAttributeValue(&Ttransform::saScale(), &s);
+    const T3Float t(1, 2, 3);
+    setValue(place, Ttransform::saTranslate(), t);
+    setValue(place, Ttransform::saScale(), T3Float(2, 2, 2));
     TfltMatrix m;
     ASSERT_TRUE(place->getAttributeValue(&TdnPlace3dTxDag::saWorldInverseMatrix(), &m));
     T3Float o = m.transformPoint(t), x = m.transformPoint({3, 2, 3});
@@ -153,8 +154,7 @@ TEST(Place3d, UnitCubeAndItsInverseMatrix) {
     EXPECT_NEAR(o.z, 0, 1e-6f);
     EXPECT_NEAR(x.x, 1, 1e-6f) << "two units of world are one of the cube";
     // An edit is seen by the next pull.
-    T3Float t2(0, 0, 0);
-    place->setAttributeValue(&Ttransform::saTranslate(), &t2);
+    setValue(place, Ttransform::saTranslate(), T3Float(0, 0, 0));
     ASSERT_TRUE(place->getAttributeValue(&TdnPlace3dTxDag::saWorldInverseMatrix(), &m));
     EXPECT_NEAR(m.transformPoint({2, 0, 0}).x, 1, 1e-6f);
 }
@@ -163,10 +163,10 @@ TEST(UvChooser, CopiesTheShapeSetUnlessAnotherIsConnected) {
     TdependGraph graph;
     auto* chooser = static_cast<TdnUvChooser*>(graph.createNode("uvChooser"));
     ASSERT_NE(chooser, nullptr);
-    T2Float uv{0.2f, 0.3f}, st{0.7f, 0.8f}, vt{0.1f, 0.9f};
-    chooser->setAttributeValue(&TdnUvChooser::saUvCoord(), &uv);
-    chooser->setAttributeValue(&TdnUvChooser::saStCoord(), &st);
-    chooser->setAttributeValue(&TdnUvChooser::saVertexUvTwo(), &vt);
+    const T2Float uv{0.2f, 0.3f}, vt{0.1f, 0.9f};
+    setValue(chooser, TdnUvChooser::saUvCoord(), uv);
+    setValue(chooser, TdnUvChooser::saStCoord(), T2Float{0.7f, 0.8f});
+    setValue(chooser, TdnUvChooser::saVertexUvTwo(), vt);
     T2Float out;
     ASSERT_TRUE(chooser->getAttributeValue(&TdnUvChooser::saOutUv(), &out));
     EXPECT_EQ(out, uv);
@@ -175,9 +175,8 @@ TEST(UvChooser, CopiesTheShapeSetUnlessAnotherIsConnected) {
     EXPECT_EQ(chooser->source(), TdnUvChooser::kShapeSet);
 
     auto* place = static_cast<TdnPlace2dTx*>(graph.createNode("place2dTexture"));
-    T2Float in{0.25f, 0.5f}, offset{0.5f, 0.0f};
-    place->setAttributeValue(&TdnPlace2dTx::saUvCoord(), &in);
-    place->setAttributeValue(&TdnPlace2dTx::saOffset(), &offset);
+    setValue(place, TdnPlace2dTx::saUvCoord(), T2Float{0.25f, 0.5f});
+    setValue(place, TdnPlace2dTx::saOffset(), T2Float{0.5f, 0.0f});
     ASSERT_EQ(graph.connect(Tplug(place, &TdnPlace2dTx::saOutUV()), Tplug(chooser, &TdnUvChooser::saStCoord())), TconnectStatus::kOk);
     chooser->endOfRender(nullptr);
     EXPECT_TRUE(chooser->isShapeConnected());
@@ -213,8 +212,7 @@ TEST(Texture2d, BakingHelpersOfTheBase) {
     EXPECT_EQ(TdnTx2D::getInputTxNode(snow), nullptr);
     ASSERT_EQ(graph.connect(Tplug(checker, &TdnTx2D::saOutColor()), snow), TconnectStatus::kOk);
     EXPECT_EQ(TdnTx2D::getInputTxNode(snow), checker);
-    T2Float far{0.75f, 0.25f};
-    checker->setAttributeValue(&TdnTx2D::saUvCoord(), &far);
+    setValue(checker, TdnTx2D::saUvCoord(), T2Float{0.75f, 0.25f});
     T3Float seen;
     ASSERT_TRUE(TdnTx2D::getColorAttrValue(mountain, TdnMountain::saSnowColor(), seen));
     EXPECT_EQ(seen, T3Float(0, 0, 0)) << "read through the connection";

@@ -6,24 +6,20 @@
 #include <cmath>
 
 #include "support/expect_near.h"
+#include "support/set_value.h"
 #include "textures/checker.h"
 #include "textures/procedural/texture_test_nodes.h"
 
 namespace {
+const T3Float kColor1(0.2f, 0.4f, 0.6f), kColor2(0.9f, 0.1f, 0.3f);
 struct CheckerNode {
     TtextureNetwork net;
     TdnChecker* checker = net.make<TdnChecker>("checker");
     CheckerNode() {
-        T3Float c1(0.2f, 0.4f, 0.6f), c2(0.9f, 0.1f, 0.3f);
-        checker->setAttributeValue(&TdnChecker::saColor1(), &c1);
-        checker->setAttributeValue(&TdnChecker::saColor2(), &c2);
-    }
-    template <class T>
-    void set(const Tattribute& a, T value) {
-        checker->setAttributeValue(&a, &value);
+        setValue(checker, TdnChecker::saColor1(), kColor1);
+        setValue(checker, TdnChecker::saColor2(), kColor2);
     }
 };
-const T3Float kColor1(0.2f, 0.4f, 0.6f), kColor2(0.9f, 0.1f, 0.3f);
 
 T3Float mix(float w1) { return kColor1 * w1 + kColor2 * (1.0f - w1); }
 }  // namespace
@@ -91,12 +87,12 @@ TEST(Texture2d, ColourEffectsAndAlphaThroughThePullAndTheEngine) {
     CheckerNode n;
     n.net.show(n.checker, TdnTx2D::saOutColor());
     for (auto& c : cases) {
-        n.set(TdnTx2D::saInvert(), c.invert);
-        n.set(TdnTx2D::saAlphaIsLuminance(), c.alphaIsLuminance);
-        n.set(TdnTx2D::saColorGain(), c.gain);
-        n.set(TdnTx2D::saColorOffset(), c.offset);
-        n.set(TdnTx2D::saAlphaGain(), c.alphaGain);
-        n.set(TdnTx2D::saAlphaOffset(), c.alphaOffset);
+        setValue(n.checker, TdnTx2D::saInvert(), c.invert);
+        setValue(n.checker, TdnTx2D::saAlphaIsLuminance(), c.alphaIsLuminance);
+        setValue(n.checker, TdnTx2D::saColorGain(), c.gain);
+        setValue(n.checker, TdnTx2D::saColorOffset(), c.offset);
+        setValue(n.checker, TdnTx2D::saAlphaGain(), c.alphaGain);
+        setValue(n.checker, TdnTx2D::saAlphaOffset(), c.alphaOffset);
         TtexResult r = pullTexture(n.checker, {0.25f, 0.25f});
         expectNear(r.colour, c.colour, c.name);
         EXPECT_NEAR(r.alpha, c.alpha, 1e-6f) << c.name;
@@ -117,9 +113,9 @@ TEST(Texture2d, OutsideSamplesTakeTheDefaultColourThenTheEffects) {
     for (auto& c : cases) {
         CheckerNode n;
         T3Float fallback(0.1f, 0.7f, 0.4f);
-        n.set(TdnTx2D::saDefaultColor(), fallback);
-        n.set(TdnTx2D::saColorOffset(), T3Float(0.5f, 0, 0));
-        n.set(TdnTx2D::saAlphaOffset(), 0.125f);
+        setValue(n.checker, TdnTx2D::saDefaultColor(), fallback);
+        setValue(n.checker, TdnTx2D::saColorOffset(), T3Float(0.5f, 0, 0));
+        setValue(n.checker, TdnTx2D::saAlphaOffset(), 0.125f);
         TtexResult r = pullTexture(n.checker, c.uv);
         if (c.outside) {
             expectNear(r.colour, T3Float(0.6f, 0.7f, 0.4f), "outside");
@@ -156,7 +152,7 @@ TEST(Checker, InputsComputeOnlyWhereTheirWeightShowsAndInside) {
         auto* second = n.net.make<TtexTestSource>("texTestSource");
         n.net.connect(first, TtexTestSource::saOutColor(), n.checker, TdnChecker::saColor1());
         n.net.connect(second, TtexTestSource::saOutColor(), n.checker, TdnChecker::saColor2());
-        n.set(TdnChecker::saContrast(), c.contrast);
+        setValue(n.checker, TdnChecker::saContrast(), c.contrast);
         n.net.show(n.checker, TdnTx2D::saOutColor());
         std::vector<T2Float> uvs = spreadUvs();
         for (unsigned i : {3u, 4u, 40u}) uvs[i] = T2Float{-1e7f, -1e7f};

@@ -118,8 +118,8 @@ struct LazyCase {
 TEST(Cloth, ThreadsAndGapComputeOnlyWhereTheyShow) {
     LazyCase lc;
     auto* cloth = lc.texture<TdnCloth>("cloth", {&TdnCloth::saGapColor(), &TdnCloth::saUColor(), &TdnCloth::saVColor()});
-    float uWave = 0.05f;
-    cloth->setAttributeValue(&TdnCloth::saUWave(), &uWave);
+    const float uWave = 0.05f;
+    setValue(cloth, TdnCloth::saUWave(), uWave);
     TtextureBatch batch = lc.net.shade(lc.uvs);
     TclothParams p;
     p.uWave = uWave;
@@ -145,8 +145,7 @@ TEST(Cloth, ThreadsAndGapComputeOnlyWhereTheyShow) {
 TEST(Grid, BatchEqualsThePullAndSkipsHiddenInputs) {
     LazyCase lc;
     auto* grid = lc.texture<TdnGrid>("grid", {&TdnGrid::saLineColor(), &TdnGrid::saFillerColor()});
-    float width = 0.3f;
-    grid->setAttributeValue(&TdnGrid::saUWidth(), &width);
+    setValue(grid, TdnGrid::saUWidth(), 0.3f);
     TtextureBatch batch = lc.net.shade(lc.uvs, T2Float{0.02f, 0.01f});
     int lines = 0, fillers = 0;
     for (unsigned i = 0; i < lc.uvs.size(); ++i) {

@@ -187,15 +187,14 @@ TEST(Stencil, ImageComputesOnlyWhereTheMaskLetsItShow) {
         auto* stencil = net.make<TdnStencil>("stencil");
         auto* image = net.make<TtexTestSource>("texTestSource");
         net.connect(image, TtexTestSource::saOutColor(), stencil, TdnStencil::saImage());
-        stencil->setAttributeValue(&TdnStencil::saMask(), &c.mask);
-        stencil->setAttributeValue(&TdnStencil::saEdgeBlend(), &c.edge);
-        stencil->setAttributeValue(&TdnStencil::saKeyMasking(), &c.key);
+        setValue(stencil, TdnStencil::saMask(), c.mask);
+        setValue(stencil, TdnStencil::saEdgeBlend(), c.edge);
+        setValue(stencil, TdnStencil::saKeyMasking(), c.key);
         std::vector<T2Float> uvs = batchUvs();
         // The key is the image's colour at one sample: it and its like are cut.
-        T3Float key = TtexTestSource::sColourAt(uvs[20]);
-        stencil->setAttributeValue(&TdnStencil::saColorKey(), &key);
-        T3Float fallback(0.2f, 0.4f, 0.6f);
-        stencil->setAttributeValue(&TdnTx2D::saDefaultColor(), &fallback);
+        const T3Float key = TtexTestSource::sColourAt(uvs[20]), fallback(0.2f, 0.4f, 0.6f);
+        setValue(stencil, TdnStencil::saColorKey(), key);
+        setValue(stencil, TdnTx2D::saDefaultColor(), fallback);
         net.show(stencil, TdnTx2D::saOutColor());
         TtextureBatch batch = net.shade(uvs);
         int need = 0, kept = 0;

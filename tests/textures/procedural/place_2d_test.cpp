@@ -173,8 +173,7 @@ TEST(Place2d, DoTransformIsOffOnlyForTheIdentity) {
     bool value = true;
     place->getAttributeValue(&TdnPlace2dTx::saDoTransform(), &value);
     EXPECT_FALSE(value);
-    T2Float repeat{2, 1};
-    place->setAttributeValue(&TdnPlace2dTx::saRepeatUV(), &repeat);
+    setValue(place, TdnPlace2dTx::saRepeatUV(), T2Float{2, 1});
     place->getAttributeValue(&TdnPlace2dTx::saDoTransform(), &value);
     EXPECT_TRUE(value) << "an edit is seen through the graph";
 }
@@ -182,9 +181,8 @@ TEST(Place2d, DoTransformIsOffOnlyForTheIdentity) {
 TEST(Place2d, FilterScalesByRepeatOverCoverage) {
     TdependGraph graph;
     auto* place = static_cast<TdnPlace2dTx*>(graph.createNode("place2dTexture"));
-    T2Float coverage{0.5f, 0}, repeat{3, 2};
-    place->setAttributeValue(&TdnPlace2dTx::saCoverage(), &coverage);
-    place->setAttributeValue(&TdnPlace2dTx::saRepeatUV(), &repeat);
+    setValue(place, TdnPlace2dTx::saCoverage(), T2Float{0.5f, 0});
+    setValue(place, TdnPlace2dTx::saRepeatUV(), T2Float{3, 2});
     TdoubleArray u{0.1, 0.2}, v{0.3, 0.4}, ou, ov;
     T2Float filter;
     place->mapToTxUV(u, v, ou, ov, filter);
@@ -194,8 +192,8 @@ TEST(Place2d, FilterScalesByRepeatOverCoverage) {
     EXPECT_EQ(ou[0], double(0.1f)) << "coverage 0 in v: no transform at all";
     EXPECT_EQ(ov[1], double(0.4f));
 
-    T2Float size{0.01f, 0.02f}, out;
-    place->setAttributeValue(&TdnPlace2dTx::saUvFilterSize(), &size);
+    T2Float out;
+    setValue(place, TdnPlace2dTx::saUvFilterSize(), T2Float{0.01f, 0.02f});
     place->getAttributeValue(&TdnPlace2dTx::saOutUvFilterSize(), &out);
     EXPECT_FLOAT_EQ(out.x, 0.01f * 6.0f);
     EXPECT_FLOAT_EQ(out.y, 0.02f * 2.0f * 1000000.0f);
@@ -218,8 +216,8 @@ TEST(Place2d, FeedsATextureThroughTheEngine) {
     place->setAttributeValue(&TdnPlace2dTx::saWrapU(), &p.wrapU);
     place->setAttributeValue(&TdnPlace2dTx::saRepeatUV(), &p.repeat);
     place->setAttributeValue(&TdnPlace2dTx::saRotateUV(), &p.rotateUV);
-    T3Float fallback(0.1f, 0.2f, 0.3f);
-    checker->setAttributeValue(&TdnTx2D::saDefaultColor(), &fallback);
+    const T3Float fallback(0.1f, 0.2f, 0.3f);
+    setValue(checker, TdnTx2D::saDefaultColor(), fallback);
     net.show(checker, TdnTx2D::saOutColor());
     std::vector<T2Float> uvs = spreadUvs();
     TtextureBatch batch = net.shade(uvs);

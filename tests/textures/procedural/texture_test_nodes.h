@@ -18,6 +18,7 @@
 #include "shading/shading_opus.h"
 #include "shading/shading_session.h"
 #include "support/pass_through_surface.h"
+#include "support/set_value.h"
 #include "support/test_samples.h"
 
 struct TtexTestSourceVS : TdependNodeVS {
