@@ -117,33 +117,28 @@ TEST(LightEngine, ALightMaskedOutForTheObjectOrAbsentLeavesNoElement) {
     }
 }
 
-TEST(LightEngine, TheLightsProgramIsSharedByGroupsAndReleasedWithThem) {
+// objectType is one byte in a four-byte slot; a light's program that did not
+// ask for it would read 0 and treat every object as a surface when deciding
+// shadows.
+TEST(LightEngine, EachLightsProgramIsSharedByGroupsReadsTheObjectTypeAndIsReleasedWithThem) {
     auto net = std::make_unique<TlitNetwork>();
-    auto* light = net->addLight("pointLight", T3Float(0, 1, 0));
+    for (const char* type : {"pointLight", "spotLight", "ambientLight"}) net->addLight(type, T3Float(0, 1, 0));
     net->useLights();
     ASSERT_NE(net->analyse(), nullptr);
-    TshadingOpus* program = TshadingCatalog::find(light, kSingleLight);
-    ASSERT_NE(program, nullptr);
-    EXPECT_EQ(net->group->option(kSurfaceColorTransparency).opus->illuminatingLight(0), program);
-    EXPECT_EQ(program->node(), light);
-    EXPECT_TRUE(program->releaseOpus()) << "a light's program releases nothing";
-    EXPECT_NE(TshadingCatalog::find(light, kSingleLight), nullptr);
-    TshadingCatalog::deleteOpus(net->group, kSurfaceColorTransparency, true);
-    EXPECT_EQ(TshadingCatalog::find(light, kSingleLight), nullptr) << "the group's release drops the light's program";
-}
-
-// objectType is one byte in a four-byte slot; a light that did not get it
-// would read 0 and treat every object as a surface when deciding shadows.
-TEST(LightEngine, TheLightsProgramReadsTheOneByteObjectType) {
-    TlitNetwork net;
-    for (const char* type : {"pointLight", "spotLight", "ambientLight"}) net.addLight(type, T3Float(0, 1, 0));
-    net.useLights();
-    ASSERT_NE(net.analyse(), nullptr);
-    for (TdependNode* light : net.lights) {
+    for (unsigned k = 0; k < net->lights.size(); ++k) {
+        TdependNode* light = net->lights[k];
+        SCOPED_TRACE(light->typeName().asC());
         TshadingOpus* program = TshadingCatalog::find(light, kSingleLight);
-        ASSERT_NE(program, nullptr) << light->typeName().asC();
-        EXPECT_TRUE(program->needs().test(kItemObjectType)) << light->typeName().asC();
+        ASSERT_NE(program, nullptr);
+        EXPECT_EQ(net->group->option(kSurfaceColorTransparency).opus->illuminatingLight(k), program);
+        EXPECT_EQ(program->node(), light);
+        EXPECT_TRUE(program->needs().test(kItemObjectType));
+        EXPECT_TRUE(program->releaseOpus()) << "a light's program releases nothing";
+        EXPECT_NE(TshadingCatalog::find(light, kSingleLight), nullptr);
     }
+    TshadingCatalog::deleteOpus(net->group, kSurfaceColorTransparency, true);
+    for (TdependNode* light : net->lights)
+        EXPECT_EQ(TshadingCatalog::find(light, kSingleLight), nullptr) << "the group's release drops the light's program";
 }
 
 struct ShadowCase {
