@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
 #include <optional>
 #include <vector>
 
@@ -162,7 +163,8 @@ struct TlightScene {
 // coordinate `axis` is `height`, at an x from x0 to x1, are blocked; the rest
 // pass. It counts the rays and draws its random numbers from a fixed
 // congruential sequence. Its rays carry 8 bytes of its own after the generic
-// part, which the lights must step over.
+// part, which it fills once it has read a ray: a light that spaced its rays
+// by the generic part alone would find the next ray overwritten.
 struct ToccluderTracer : TraySampler {
     int axis = 2;
     float height = 1, x0 = -1e9f, x1 = 1e9f;
@@ -175,6 +177,7 @@ struct ToccluderTracer : TraySampler {
             const float t = r.direction[axis] == 0 ? -1.0f : (height - r.origin[axis]) / r.direction[axis];
             const float x = r.origin.x + t * r.direction.x;
             out[i] = t > 0 && t < r.distance && x >= x0 && x <= x1 ? Treflectance(kBlackSpectrum) : Treflectance();
+            std::memset(reinterpret_cast<unsigned char*>(list[i]) + sizeof(TgenericRay), 0xFF, 8);
         }
     }
     float random() override {
