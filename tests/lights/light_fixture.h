@@ -162,22 +162,23 @@ struct TlightScene {
 // A tracer of shadow rays past an occluder: rays that cross the plane where
 // coordinate `axis` is `height`, at an x from x0 to x1, are blocked; the rest
 // pass. It counts the rays and draws its random numbers from a fixed
-// congruential sequence. Its rays carry 8 bytes of its own after the generic
-// part, which it fills once it has read a ray: a light that spaced its rays
-// by the generic part alone would find the next ray overwritten.
+// congruential sequence. Its rays carry 24 bytes of its own after the generic
+// part (enough to pass the next 16-byte boundary), which it fills once it has
+// read a ray: a light that spaced its rays by the generic part alone would
+// find the next ray overwritten.
 struct ToccluderTracer : TraySampler {
     int axis = 2;
     float height = 1, x0 = -1e9f, x1 = 1e9f;
     int rays = 0;
     unsigned seed = 1;
-    unsigned raySize() const override { return sizeof(TgenericRay) + 8; }
+    unsigned raySize() const override { return sizeof(TgenericRay) + 24; }
     void traceShadowRays(TdependNode*, int n, TgenericRay** list, Treflectance* out) override {
         for (int i = 0; i < n; ++i, ++rays) {
             const TgenericRay& r = *list[i];
             const float t = r.direction[axis] == 0 ? -1.0f : (height - r.origin[axis]) / r.direction[axis];
             const float x = r.origin.x + t * r.direction.x;
             out[i] = t > 0 && t < r.distance && x >= x0 && x <= x1 ? Treflectance(kBlackSpectrum) : Treflectance();
-            std::memset(reinterpret_cast<unsigned char*>(list[i]) + sizeof(TgenericRay), 0xFF, 8);
+            std::memset(reinterpret_cast<unsigned char*>(list[i]) + sizeof(TgenericRay), 0xFF, 24);
         }
     }
     float random() override {
