@@ -25,9 +25,6 @@ void place(TareaLightShape& light, const Tparallelogram& q) {
     light.setPolygon(corners, 4);
 }
 
-// The light's record at a camera-space point, through its scalar compute.
-TlightData recordAt(TrenderLightShape* light, const T3Float& point) { return TlightScene::at(light, point); }
-
 struct TareaScene {
     TdependGraph graph;
     TareaLightShape* light = static_cast<TareaLightShape*>(graph.createNode("areaLight", "panel"));
@@ -245,21 +242,15 @@ TEST(AreaLight, TheHighlightDirectionFollowsTheReflectedRay) {
 
 TEST(AreaLight, ThePolygonIsTheUnitSquareThroughTheLightAndCameraMatrices) {
     TdependGraph graph;
-    auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
-    T3Float translate(1, 2, 3), rotate(-90, 0, 0), scale(2, 0.5f, 1);
-    xform->setAttributeValue(&Ttransform::saTranslate(), &translate);
-    xform->setAttributeValue(&Ttransform::saRotate(), &rotate);
-    xform->setAttributeValue(&Ttransform::saScale(), &scale);
-    auto* light = static_cast<TareaLightShape*>(graph.createNode("areaLight"));
-    xform->addChild(light);
-    float intensity = 8;
-    light->setAttributeValue(&TlightShape::saIntensity(), &intensity);
+    auto* light = placeLight<TareaLightShape>(graph, "areaLight", {1, 2, 3}, {-90, 0, 0}, {2, 0.5f, 1});
+    const float intensity = 8;
+    setValue(light, TlightShape::saIntensity(), intensity);
     light->setRateOfDecay(TnonAmbientLightShape::kQuadratic);
     TrenderLightShape::setWorldToCamera(Tmatrix::translation(0, 0, -5));
 
     // Turned to face down world -Y: local (x, y) goes to world (2x, 0, -0.5y).
     const T3Float camera(1, 2, -2);  // the centre in camera space
-    TlightData d = recordAt(light, camera + T3Float(0.5f, -3, 0.25f));
+    TlightData d = TlightScene::at(light, camera + T3Float(0.5f, -3, 0.25f));
     TrenderLightShape::setWorldToCamera(Tmatrix());
     ASSERT_EQ(light->vertexCount(), 4);
     const T3Float corners[4] = {{-2, 0, 0.5f}, {2, 0, 0.5f}, {2, 0, -0.5f}, {-2, 0, -0.5f}};
@@ -281,33 +272,6 @@ TEST(AreaLight, ThePolygonIsTheUnitSquareThroughTheLightAndCameraMatrices) {
 
 // --- soft shadows
 
-// Blocks every ray that crosses the plane where coordinate `axis` is
-// `height` at x below `edge`: a straight occluder edge between the points
-// and the light.
-class TedgeTracer : public TraySampler {
-public:
-    TedgeTracer(float height, float edge, int axis = 1) : fHeight(height), fEdge(edge), fAxis(axis) {}
-    unsigned raySize() const override { return sizeof(TgenericRay); }
-    void traceShadowRays(TdependNode*, int n, TgenericRay** rays, Treflectance* transmittance) override {
-        for (int i = 0; i < n; ++i) {
-            const TgenericRay& r = *rays[i];
-            float t = (fHeight - r.origin[fAxis]) / r.direction[fAxis];
-            bool blocked = t > 0 && t < r.distance && r.origin.x + r.direction.x * t < fEdge;
-            transmittance[i] = blocked ? Treflectance(kBlackSpectrum) : Treflectance(kWhiteSpectrum);
-            ++traced;
-        }
-    }
-    float random() override { return 0.5f; }
-    void traceRays(TdependNode*, int, TgenericRay**, Tspectrum*, Tspectrum*) override {}
-    int maxRayDepth() const override { return 0; }
-    void background(Tspectrum& out) override { out = kBlackSpectrum; }
-    int traced = 0;
-
-private:
-    float fHeight, fEdge;
-    int fAxis;
-};
-
 TEST(AreaLight, SoftShadowsSeeTheVisiblePartOfTheLightToOneStratum) {
     // A light of side `side` at height 4 facing down, an occluder edge at
     // height 1 along x = 0, points on the ground. From a point at x the line
@@ -323,17 +287,11 @@ TEST(AreaLight, SoftShadowsSeeTheVisiblePartOfTheLightToOneStratum) {
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "side " << c.side << ", " << c.rays << " rays");
         TdependGraph graph;
-        auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
-        T3Float translate(0, hLight, 0), rotate(-90, 0, 0), scale(c.side / 2, c.side / 2, 1);
-        xform->setAttributeValue(&Ttransform::saTranslate(), &translate);
-        xform->setAttributeValue(&Ttransform::saRotate(), &rotate);
-        xform->setAttributeValue(&Ttransform::saScale(), &scale);
-        auto* light = static_cast<TareaLightShape*>(graph.createNode("areaLight"));
-        xform->addChild(light);
-        bool on = true;
-        light->setAttributeValue(&TlightShape::saUseRayTraceShadows(), &on);
-        light->setAttributeValue(&TnonExtendedLightShape::saShadowRays(), &c.rays);
-        TedgeTracer tracer(hEdge, 0);
+        auto* light = placeLight<TareaLightShape>(graph, "areaLight", {0, hLight, 0}, {-90, 0, 0}, {c.side / 2, c.side / 2, 1});
+        setValue(light, TlightShape::saUseRayTraceShadows(), true);
+        setValue(light, TnonExtendedLightShape::saShadowRays(), c.rays);
+        ToccluderTracer tracer;  // the edge along x = 0 at height 1
+        tracer.axis = 1, tracer.height = hEdge, tracer.x1 = 0;
         TcurrentRaySamplerScope scope(&tracer);
         float worst = 0;
         for (int k = -20; k <= 20; ++k) {
@@ -341,15 +299,15 @@ TEST(AreaLight, SoftShadowsSeeTheVisiblePartOfTheLightToOneStratum) {
             // The light's x seen through the edge: points of the light beyond it are visible.
             float through = p.x + (0 - p.x) * hLight / hEdge;
             float visible = std::clamp((c.side / 2 - through) / c.side, 0.0f, 1.0f);
-            TlightData d = recordAt(light, p);
+            TlightData d = TlightScene::at(light, p);
             float seen = 1 - d.lightShadowFraction;
             worst = std::max(worst, std::fabs(seen - visible));
             EXPECT_NEAR(d.lightIntensity.x, seen, 1e-5f) << "black shadow colour: the light times what passes";
             // The same point gives the same answer: the rays depend on the point alone.
-            EXPECT_EQ(recordAt(light, p).lightShadowFraction, d.lightShadowFraction);
+            EXPECT_EQ(TlightScene::at(light, p).lightShadowFraction, d.lightShadowFraction);
         }
         EXPECT_LE(worst, 1.0f / float(c.rays) + 1e-5f);
-        EXPECT_GT(tracer.traced, 0);
+        EXPECT_GT(tracer.rays, 0);
     }
 }
 
@@ -357,13 +315,12 @@ TEST(AreaLight, TheEngineGivesTheScalarRecordsWithoutTouchingTheHeap) {
     // The light at z = 4 facing down -Z, points on z = 0 behind an edge at z = 1.
     TlitNetwork net;
     auto* light = net.addLight<TareaLightShape>("areaLight", T3Float(0.5f, 0, 4));
-    bool on = true;
-    short rays = 16;
-    net.set(light, TlightShape::saUseRayTraceShadows(), on);
-    net.set(light, TnonExtendedLightShape::saShadowRays(), rays);
-    net.set(light, TlightShape::saIntensity(), 0.3f);
+    setValue(light, TlightShape::saUseRayTraceShadows(), true);
+    setValue(light, TnonExtendedLightShape::saShadowRays(), short(16));
+    setValue(light, TlightShape::saIntensity(), 0.3f);
     net.useLights();
-    TedgeTracer tracer(1, 0, 2);
+    ToccluderTracer tracer;
+    tracer.x1 = 0;
     TcurrentRaySamplerScope scope(&tracer);
     std::vector<TsurfaceSample> in(64);
     for (unsigned i = 0; i < in.size(); ++i) {
@@ -374,7 +331,7 @@ TEST(AreaLight, TheEngineGivesTheScalarRecordsWithoutTouchingTheHeap) {
     std::vector<TlitNetwork::Result> out = net.shade(in);
     ASSERT_EQ(out.size(), in.size());
     for (unsigned i = 0; i < in.size(); ++i) {
-        TlightData d = recordAt(light, in[i].point);
+        TlightData d = TlightScene::at(light, in[i].point);
         T3Float expected = d.lightIntensity * std::max(dot(in[i].normal, d.lightDirection), 0.0f);
         EXPECT_NEAR(out[i].color.x, expected.x, 1e-6f) << i;
         EXPECT_NEAR(out[i].info.y, d.lightShadowFraction, 1e-6f) << i;

@@ -40,13 +40,13 @@ struct ThreeLights : TlitNetwork {
     float pointIntensity = 6, ambientShade = 0.7f;
     ThreeLights() {
         auto* point = addLight<TpointLightShape>("pointLight", pointPos);
-        set(point, TlightShape::saColor(), pointColor);
-        set(point, TlightShape::saIntensity(), pointIntensity);
+        setValue(point, TlightShape::saColor(), pointColor);
+        setValue(point, TlightShape::saIntensity(), pointIntensity);
         point->setRateOfDecay(TnonAmbientLightShape::kQuadratic);
         auto* dir = addLight("directionalLight", T3Float(9, 9, 9));
-        set(dir, TlightShape::saColor(), dirColor);
+        setValue(dir, TlightShape::saColor(), dirColor);
         auto* ambient = addLight("ambientLight", ambientPos);
-        set(ambient, TambientLightShape::saAmbientShade(), ambientShade);
+        setValue(ambient, TambientLightShape::saAmbientShade(), ambientShade);
         useLights();
     }
 };
@@ -90,9 +90,9 @@ TEST(LightEngine, SamplesSharingAnIlluminationIndexRunTheLightsOnce) {
 TEST(LightEngine, ALightMaskedOutForTheObjectOrAbsentLeavesNoElement) {
     TlitNetwork net;
     auto* red = net.addLight("pointLight", T3Float(0, 0, 1));
-    net.set(red, TlightShape::saColor(), T3Float(1, 0, 0));
+    setValue(red, TlightShape::saColor(), T3Float(1, 0, 0));
     auto* green = net.addLight("pointLight", T3Float(0, 0, 1));
-    net.set(green, TlightShape::saColor(), T3Float(0, 1, 0));
+    setValue(green, TlightShape::saColor(), T3Float(0, 1, 0));
     TbitFieldFixedN onlyGreen(2), both(2);
     onlyGreen.set(1);
     both.setAll();
@@ -117,63 +117,29 @@ TEST(LightEngine, ALightMaskedOutForTheObjectOrAbsentLeavesNoElement) {
     }
 }
 
-TEST(LightEngine, TheLightsProgramIsSharedByGroupsAndReleasedWithThem) {
+// objectType is one byte in a four-byte slot; a light's program that did not
+// ask for it would read 0 and treat every object as a surface when deciding
+// shadows.
+TEST(LightEngine, EachLightsProgramIsSharedByGroupsReadsTheObjectTypeAndIsReleasedWithThem) {
     auto net = std::make_unique<TlitNetwork>();
-    auto* light = net->addLight("pointLight", T3Float(0, 1, 0));
+    for (const char* type : {"pointLight", "spotLight", "ambientLight"}) net->addLight(type, T3Float(0, 1, 0));
     net->useLights();
     ASSERT_NE(net->analyse(), nullptr);
-    TshadingOpus* program = TshadingCatalog::find(light, kSingleLight);
-    ASSERT_NE(program, nullptr);
-    EXPECT_EQ(net->group->option(kSurfaceColorTransparency).opus->illuminatingLight(0), program);
-    EXPECT_EQ(program->node(), light);
-    EXPECT_TRUE(program->releaseOpus()) << "a light's program releases nothing";
-    EXPECT_NE(TshadingCatalog::find(light, kSingleLight), nullptr);
-    TshadingCatalog::deleteOpus(net->group, kSurfaceColorTransparency, true);
-    EXPECT_EQ(TshadingCatalog::find(light, kSingleLight), nullptr) << "the group's release drops the light's program";
-}
-
-// objectType is one byte in a four-byte slot; a light that did not get it
-// would read 0 and treat every object as a surface when deciding shadows.
-TEST(LightEngine, TheLightsProgramReadsTheOneByteObjectType) {
-    TlitNetwork net;
-    for (const char* type : {"pointLight", "spotLight", "ambientLight"}) net.addLight(type, T3Float(0, 1, 0));
-    net.useLights();
-    ASSERT_NE(net.analyse(), nullptr);
-    for (TdependNode* light : net.lights) {
+    for (unsigned k = 0; k < net->lights.size(); ++k) {
+        TdependNode* light = net->lights[k];
+        SCOPED_TRACE(light->typeName().asC());
         TshadingOpus* program = TshadingCatalog::find(light, kSingleLight);
-        ASSERT_NE(program, nullptr) << light->typeName().asC();
-        EXPECT_TRUE(program->needs().test(kItemObjectType)) << light->typeName().asC();
+        ASSERT_NE(program, nullptr);
+        EXPECT_EQ(net->group->option(kSurfaceColorTransparency).opus->illuminatingLight(k), program);
+        EXPECT_EQ(program->node(), light);
+        EXPECT_TRUE(program->needs().test(kItemObjectType));
+        EXPECT_TRUE(program->releaseOpus()) << "a light's program releases nothing";
+        EXPECT_NE(TshadingCatalog::find(light, kSingleLight), nullptr);
     }
+    TshadingCatalog::deleteOpus(net->group, kSurfaceColorTransparency, true);
+    for (TdependNode* light : net->lights)
+        EXPECT_EQ(TshadingCatalog::find(light, kSingleLight), nullptr) << "the group's release drops the light's program";
 }
-
-// A tracer with a wall in the plane z = 1 between x0 and x1: rays that
-// cross it there are blocked (tinted by `through`); it counts the rays.
-struct TwallTracer : TraySampler {
-    float x0 = -1e9f, x1 = 1e9f;
-    T3Float through{0, 0, 0};
-    int rays = 0;
-    unsigned seed = 1;
-    unsigned raySize() const override { return sizeof(TgenericRay) + 8; }
-    void traceShadowRays(TdependNode*, int n, TgenericRay** list, Treflectance* out) override {
-        for (int i = 0; i < n; ++i) {
-            ++rays;
-            const TgenericRay& r = *list[i];
-            out[i] = Treflectance();
-            if (r.direction.z == 0) continue;
-            float t = (1 - r.origin.z) / r.direction.z;
-            if (t <= 0 || t >= r.distance) continue;
-            float x = r.origin.x + t * r.direction.x;
-            if (x >= x0 && x <= x1) out[i] = Treflectance(Tspectrum(through.x, through.y, through.z));
-        }
-    }
-    float random() override {
-        seed = seed * 1664525u + 1013904223u;
-        return float(seed >> 8) / 16777216.0f;
-    }
-    void traceRays(TdependNode*, int, TgenericRay**, Tspectrum*, Tspectrum*) override {}
-    int maxRayDepth() const override { return 1; }
-    void background(Tspectrum& out) override { out = kBlackSpectrum; }
-};
 
 struct ShadowCase {
     const char* name;
@@ -198,9 +164,9 @@ TEST(LightEngine, RayTracedShadowsFollowPassControlAndReceiveShadows) {
     for (const ShadowCase& c : cases) {
         TlitNetwork net;
         auto* light = net.addLight<TpointLightShape>("pointLight", T3Float(0, 0, 3));
-        net.set(light, TlightShape::saUseRayTraceShadows(), true);
+        setValue(light, TlightShape::saUseRayTraceShadows(), true);
         net.useLights();
-        TwallTracer tracer;
+        ToccluderTracer tracer;  // a wall in the plane z = 1
         tracer.x0 = c.x0;
         tracer.x1 = c.x1;
         TrenderLightShape::setThreadRaySampler(&tracer);
@@ -222,12 +188,12 @@ TEST(LightEngine, RayTracedShadowsFollowPassControlAndReceiveShadows) {
 TEST(LightEngine, SoftShadowsAverageJitteredRaysOverTheLightsRadius) {
     TlitNetwork net;
     auto* light = net.addLight<TpointLightShape>("pointLight", T3Float(0, 0, 3));
-    net.set(light, TlightShape::saUseRayTraceShadows(), true);
-    net.set(light, TnonExtendedLightShape::saLightRadius(), 2.0f);
-    net.set(light, TnonExtendedLightShape::saShadowRays(), short(32));
+    setValue(light, TlightShape::saUseRayTraceShadows(), true);
+    setValue(light, TnonExtendedLightShape::saLightRadius(), 2.0f);
+    setValue(light, TnonExtendedLightShape::saShadowRays(), short(32));
     net.useLights();
-    TwallTracer tracer;
-    tracer.x0 = 0;  // the wall covers half of the light's disc
+    ToccluderTracer tracer;
+    tracer.x0 = 0;  // the wall in the plane z = 1 covers half of the light's disc
     TrenderLightShape::setThreadRaySampler(&tracer);
     auto out = net.shade(std::vector<TsurfaceSample>(2, TsurfaceSample{{0, 0, 0}, {0, 0, 1}}));
     TrenderLightShape::setThreadRaySampler(nullptr);

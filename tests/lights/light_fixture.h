@@ -5,12 +5,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
 #include <optional>
 #include <vector>
 
 #include "framework/host/depend_graph.h"
 #include "lights/light_at_point.h"
 #include "lights/point_light.h"
+#include "shading/ray_sampler.h"
 #include "shading/render_bases.h"
 #include "shading/sample.h"
 #include "shading/sample_manager.h"
@@ -18,6 +20,7 @@
 #include "shading/shading_engine.h"
 #include "shading/shading_opus.h"
 #include "shading/shading_session.h"
+#include "support/set_value.h"
 #include "support/test_samples.h"
 
 // outColor = sum of the ambient records plus the diffuse ones times
@@ -70,6 +73,21 @@ protected:
     }
 };
 
+// A light of `type` in `graph` under a transform at `position`, rotated by
+// `rotate` (degrees) and scaled by `scale`.
+template <class T = TrenderLightShape>
+T* placeLight(TdependGraph& graph, const char* type, const T3Float& position, const T3Float& rotate = {0, 0, 0},
+              const T3Float& scale = {1, 1, 1}) {
+    auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
+    xform->setAttributeValue(&Ttransform::saTranslate(), &position);
+    xform->setAttributeValue(&Ttransform::saRotate(), &rotate);
+    xform->setAttributeValue(&Ttransform::saScale(), &scale);
+    auto* light = static_cast<T*>(graph.createNode(type));
+    EXPECT_NE(light, nullptr) << type;
+    xform->addChild(light);
+    return light;
+}
+
 // One object of the renderer.
 struct TtestRenderGroup : TrenderGroupBase {
     unsigned object = 0;
@@ -94,21 +112,11 @@ struct TlitNetwork {
 
     TlitNetwork();
     ~TlitNetwork();
-    // A light of `type` under a transform at `position`, rotated by `rotate` (degrees).
     template <class T = TrenderLightShape>
     T* addLight(const char* type, const T3Float& position, const T3Float& rotate = {0, 0, 0}) {
-        auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
-        xform->setAttributeValue(&Ttransform::saTranslate(), &position);
-        xform->setAttributeValue(&Ttransform::saRotate(), &rotate);
-        auto* light = static_cast<T*>(graph.createNode(type));
-        EXPECT_NE(light, nullptr) << type;
-        xform->addChild(light);
+        T* light = placeLight<T>(graph, type, position, rotate);
         lights.push_back(light);
         return light;
-    }
-    template <class V>
-    void set(TdependNode* node, const Tattribute& a, V value) {
-        EXPECT_TRUE(node->setAttributeValue(&a, &value)) << a.longName().asC();
     }
     // Hands the lights to the group; `rows` per object, empty for none.
     void useLights(std::vector<TbitFieldFixedN> rows = {});
@@ -136,15 +144,9 @@ private:
 // a point on the scalar road.
 struct TlightScene {
     TdependGraph graph;
-    // A light of `type` under a transform at `position`, rotated by `rotate` (degrees).
     template <class T>
     T* light(const char* type, const T3Float& position, const T3Float& rotate = {0, 0, 0}) {
-        auto* xform = static_cast<Ttransform*>(graph.createNode("transform"));
-        xform->setAttributeValue(&Ttransform::saTranslate(), &position);
-        xform->setAttributeValue(&Ttransform::saRotate(), &rotate);
-        auto* l = static_cast<T*>(graph.createNode(type));
-        xform->addChild(l);
-        return l;
+        return placeLight<T>(graph, type, position, rotate);
     }
     static TlightData at(TrenderLightShape* light, const T3Float& point) {
         TDNarray lights;
@@ -155,6 +157,37 @@ struct TlightScene {
         EXPECT_EQ(info.light, light);
         return info.data;
     }
+};
+
+// A tracer of shadow rays past an occluder: rays that cross the plane where
+// coordinate `axis` is `height`, at an x from x0 to x1, are blocked; the rest
+// pass. It counts the rays and draws its random numbers from a fixed
+// congruential sequence. Its rays carry 24 bytes of its own after the generic
+// part (enough to pass the next 16-byte boundary), which it fills once it has
+// read a ray: a light that spaced its rays by the generic part alone would
+// find the next ray overwritten.
+struct ToccluderTracer : TraySampler {
+    int axis = 2;
+    float height = 1, x0 = -1e9f, x1 = 1e9f;
+    int rays = 0;
+    unsigned seed = 1;
+    unsigned raySize() const override { return sizeof(TgenericRay) + 24; }
+    void traceShadowRays(TdependNode*, int n, TgenericRay** list, Treflectance* out) override {
+        for (int i = 0; i < n; ++i, ++rays) {
+            const TgenericRay& r = *list[i];
+            const float t = r.direction[axis] == 0 ? -1.0f : (height - r.origin[axis]) / r.direction[axis];
+            const float x = r.origin.x + t * r.direction.x;
+            out[i] = t > 0 && t < r.distance && x >= x0 && x <= x1 ? Treflectance(kBlackSpectrum) : Treflectance();
+            std::memset(reinterpret_cast<unsigned char*>(list[i]) + sizeof(TgenericRay), 0xFF, 24);
+        }
+    }
+    float random() override {
+        seed = seed * 1664525u + 1013904223u;
+        return float(seed >> 8) / 16777216.0f;
+    }
+    void traceRays(TdependNode*, int, TgenericRay**, Tspectrum*, Tspectrum*) override {}
+    int maxRayDepth() const override { return 1; }
+    void background(Tspectrum& out) override { out = kBlackSpectrum; }
 };
 
 inline float luminanceOf(const T3Float& c) { return 0.3f * c.x + 0.59f * c.y + 0.11f * c.z; }

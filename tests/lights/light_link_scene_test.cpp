@@ -8,6 +8,7 @@
 #include "lights/light_visibility.h"
 #include "lights/render_info.h"
 #include "scene/scene_loader.h"
+#include "support/set_value.h"
 
 namespace {
 
@@ -52,8 +53,7 @@ TEST(LightLinkScenes, EachRuleOnAWholeScene) {
     using G = TDNshadingEngine;
     const Names kf{"key", "fill"}, kfs{"key", "fill", "spot"}, k{"key"};
     auto hide = [](F& f, TdagNode* light) {
-        bool off = false;
-        ASSERT_TRUE(f.s.transformOf(light)->setAttributeValue(&Ttransform::saVisibility(), &off));
+        setValue(f.s.transformOf(light), Ttransform::saVisibility(), false);
     };
     auto connect = [](F& f, TdependNode* light, G* g, const Tattribute& port) {
         ASSERT_EQ(f.s.graph().connect(Tplug(light, &TlightShape::saLightData()), Tplug(g, &port, 0)), TconnectStatus::kOk);
@@ -185,9 +185,8 @@ TEST_F(LightLinkScene, MapLightsReportsShadowNeeds) {
     TlinkTestLight* spot = s.light("spot", false);
     TDNshadingEngine* g = groupOfAll();
     s.link(spot, cone);
-    bool on = true;
-    ASSERT_TRUE(spot->setAttributeValue(&TlinkTestLight::saUseDepthMapShadows(), &on));
-    ASSERT_TRUE(fill->setAttributeValue(&TlightShape::saUseRayTraceShadows(), &on));
+    setValue(spot, TlinkTestLight::saUseDepthMapShadows(), true);
+    setValue(fill, TlightShape::saUseRayTraceShadows(), true);
     g->collectLights();
     struct Case {
         const TdagNode* shape;
@@ -206,8 +205,7 @@ TEST_F(LightLinkScene, MapLightsReportsShadowNeeds) {
         g->mapLights(mask, c.shape);
         EXPECT_EQ(mask, c.after) << (c.shape ? c.shape->name().str() : "all") << " " << c.before;
     }
-    bool off = false;
-    ASSERT_TRUE(fill->setAttributeValue(&TlightShape::saUseRayTraceShadows(), &off));
+    setValue(fill, TlightShape::saUseRayTraceShadows(), false);
     unsigned mask = 0;
     g->mapLights(mask, ball);
     EXPECT_EQ(mask, 0u);

@@ -4,6 +4,7 @@
 
 #include "lights/light_link_scene.h"
 #include "lights/light_list.h"
+#include "support/set_value.h"
 
 namespace {
 
@@ -231,8 +232,7 @@ protected:
         // A second instance of b: the list takes its first path.
         auto* extra = static_cast<TdagNode*>(s.graph().createNode("transform", "extraT"));
         extra->addChild(b);
-        bool on = true;
-        c->setAttributeValue(&TlinkTestLight::saExclusive(), &on);
+        setValue(c, TlinkTestLight::saExclusive(), true);
     }
     std::vector<std::string> names(const TdagPathArray& paths) {
         std::vector<std::string> out;
@@ -327,8 +327,7 @@ TEST(ShadowLinkMode, AWriteOverridesAConnection) {
     TlinkScene s;
     TdnRenderGlobals* g = s.globals();
     auto* driver = static_cast<TdnRenderGlobals*>(s.graph().createNode("renderGlobals", "driver"));
-    bool on = true;
-    driver->setAttributeValue(&TdnRenderGlobals::saShadowsObeyShadowLinking(), &on);
+    setValue(driver, TdnRenderGlobals::saShadowsObeyShadowLinking(), true);
     ASSERT_EQ(s.graph().connect(Tplug(driver, &TdnRenderGlobals::saShadowsObeyShadowLinking()),
                                 Tplug(g, &TdnRenderGlobals::saShadowsObeyLightLinking())),
               TconnectStatus::kOk);

@@ -25,10 +25,10 @@ TEST(PointLight, DecayIsFlatWithinUnitDistance) {
     for (const Case& c : cases) {
         TlightScene scene;
         auto* light = scene.light<TpointLightShape>("pointLight", T3Float(1, 2, 3));
-        float intensity = 3.0f;
-        light->setAttributeValue(&TlightShape::saIntensity(), &intensity);
-        T3Float color(0.5f, 1.0f, 0.2f);
-        light->setAttributeValue(&TlightShape::saColor(), &color);
+        const float intensity = 3.0f;
+        const T3Float color(0.5f, 1.0f, 0.2f);
+        setValue(light, TlightShape::saIntensity(), intensity);
+        setValue(light, TlightShape::saColor(), color);
         light->setRateOfDecay(c.decay);
         T3Float point = T3Float(1, 2, 3) + normalize(T3Float(1, -2, 0.5f)) * c.distance;
         TlightData d = TlightScene::at(light, point);
@@ -49,8 +49,7 @@ TEST(PointLight, DecayIsFlatWithinUnitDistance) {
 TEST(PointLight, EmitFlagsReachTheRecord) {
     TlightScene scene;
     auto* light = scene.light<TpointLightShape>("pointLight", T3Float(0, 0, 0));
-    bool off = false;
-    light->setAttributeValue(&TnonAmbientLightShape::saEmitSpecular(), &off);
+    setValue(light, TnonAmbientLightShape::saEmitSpecular(), false);
     TlightData d = TlightScene::at(light, T3Float(0, 0, -2));
     EXPECT_TRUE(d.lightDiffuse);
     EXPECT_FALSE(d.lightSpecular);
@@ -75,10 +74,9 @@ TEST(AmbientLight, ShadeWeightsTheCosineAndNeverGoesNegative) {
         EXPECT_NEAR(TambientLightShape::shadeWeight(c.shade, up, c.normal), c.weight, 1e-6f);
         TlightScene scene;
         auto* light = scene.light<TambientLightShape>("ambientLight", T3Float(0, 5, 0));
-        light->setAttributeValue(&TambientLightShape::saAmbientShade(), &c.shade);
-        light->setAttributeValue(&TambientLightShape::saNormalCamera(), &c.normal);
-        float intensity = 2;
-        light->setAttributeValue(&TlightShape::saIntensity(), &intensity);
+        setValue(light, TambientLightShape::saAmbientShade(), c.shade);
+        setValue(light, TambientLightShape::saNormalCamera(), c.normal);
+        setValue(light, TlightShape::saIntensity(), 2.0f);
         TlightData d = TlightScene::at(light, T3Float(0, 0, 0));
         EXPECT_NEAR(d.lightIntensity.z, 2 * c.weight, 1e-5f);
         EXPECT_NEAR(d.preShadowIntensity, 2 * c.weight, 1e-5f);
@@ -95,8 +93,7 @@ TEST(DirectionalLight, OneDirectionAndTheLightPlane) {
     TlightData far = TlightScene::at(light, T3Float(3, -2, -100));
     EXPECT_NEAR(far.lightDirection.z, 1.0f, 1e-6f);
     EXPECT_NEAR(far.lightIntensity.x, 1.0f, 1e-6f) << "no decay at any distance";
-    bool on = true;
-    light->setAttributeValue(&TdirectionalLightShape::saUseLightPosition(), &on);
+    setValue(light, TdirectionalLightShape::saUseLightPosition(), true);
     EXPECT_NEAR(TlightScene::at(light, T3Float(0, 0, 3)).lightIntensity.x, 1.0f, 1e-6f) << "in front of the plane";
     TlightData behind = TlightScene::at(light, T3Float(0, 0, 5));
     EXPECT_EQ(behind.lightIntensity.x, 0.0f);
@@ -104,30 +101,27 @@ TEST(DirectionalLight, OneDirectionAndTheLightPlane) {
 }
 
 TEST(PointLight, FogWeights) {
-    const T3Float a(0, 0, 0);
+    // A segment of length l in fog of radius R: w = l / (2 (R + R^2 - l^2 / 4)),
+    // then the fog type's curve, worked out by hand.
     struct Case {
         float len, radius;
         short type, decay;
+        float weight;
     };
-    const Case cases[] = {{3, 1, 0, 0}, {0.5f, 1, 0, 0}, {0.5f, 1, 0, 2}, {0.5f, 1, 0, 3}, {1, 2, 1, 0},
-                          {1, 2, 1, 2}, {1, 2, 2, 1},   {1.5f, 1, 2, 0}, {2.5f, 1, 1, 3}};
-    for (const Case& c : cases) {
-        float got = TpointLightShape::fogWeight(a, T3Float(0, c.len, 0), c.radius, c.type, c.decay);
-        float h = c.len / 2, w;
-        if (h > c.radius) {
-            w = 1;  // a segment longer than the fog's diameter
-        } else {
-            w = c.len / (2 * (c.radius + c.radius * c.radius - h * h));
-            if (c.type == 2) w = 1 - std::pow(1 - std::min(w, 1.0f), 1.0f / (c.decay + 2));
-            else if (c.type == 1) {
-                if (c.decay > 1) w = 1 - std::pow(1 - w, 1.0f / c.decay);
-                w *= w;
-            } else w = c.decay == 2 ? w * w : c.decay == 3 ? w * w * w : w;
-        }
-        EXPECT_NEAR(got, w, 1e-6f) << c.len << " " << c.type << " " << c.decay;
-        EXPECT_GE(got, 0.0f);
-        EXPECT_LE(got, 1.0f);
-    }
+    const Case cases[] = {
+        {3, 1, 0, 0, 1},                  // longer than the fog's diameter
+        {0.5f, 1, 0, 0, 4.0f / 31},       // normal: w = 0.5 / 3.875
+        {0.5f, 1, 0, 2, 16.0f / 961},     // w^2
+        {0.5f, 1, 0, 3, 64.0f / 29791},   // w^3
+        {1, 2, 1, 0, 4.0f / 529},         // linear: (2 / 23)^2
+        {1, 2, 1, 2, 0.001977306f},       // (1 - sqrt(1 - 2 / 23))^2
+        {1, 2, 2, 1, 0.02986877f},        // exponential: 1 - (21 / 23)^(1 / 3)
+        {1.5f, 1, 2, 0, 0.3084359f},      // 1 - (11 / 23)^(1 / 2)
+        {2.5f, 1, 1, 3, 1},
+    };
+    for (const Case& c : cases)
+        EXPECT_NEAR(TpointLightShape::fogWeight({0, 0, 0}, T3Float(0, c.len, 0), c.radius, c.type, c.decay), c.weight, 1e-6f)
+            << c.len << " " << c.type << " " << c.decay;
 }
 
 TEST(PointLight, OwnFogSamplesTakeTheFogWeightInsteadOfDecay) {
@@ -137,12 +131,10 @@ TEST(PointLight, OwnFogSamplesTakeTheFogWeightInsteadOfDecay) {
     light->setFogObject(&fogObject, Tmatrix());
     light->setRateOfDecay(2);
     T3Float nearEnd(0, 0, 0), farEnd(0, 0.5f, 0);
-    void* id = &fogObject;
-    light->setAttributeValue(&TpointLightShape::saObjectId(), &id);
-    light->setAttributeValue(&TpointLightShape::saPointWorld(), &nearEnd);
-    light->setAttributeValue(&TpointLightShape::saFarPointWorld(), &farEnd);
-    float fogIntensity = 2;
-    light->setAttributeValue(&TpointLightShape::saFogIntensity(), &fogIntensity);
+    setValue(light, TpointLightShape::saObjectId(), static_cast<void*>(&fogObject));
+    setValue(light, TpointLightShape::saPointWorld(), nearEnd);
+    setValue(light, TpointLightShape::saFarPointWorld(), farEnd);
+    setValue(light, TpointLightShape::saFogIntensity(), 2.0f);
     TlightData d = TlightScene::at(light, T3Float(0, 0, -5));
     float w = TpointLightShape::fogWeight(nearEnd, farEnd, 1, 0, 2);
     EXPECT_NEAR(d.lightIntensity.x, w * 2, 1e-6f) << "fog weight, not the 1/25 of decay";
@@ -170,17 +162,17 @@ TEST(PointLight, ColorMapCoordinates) {
 TEST(LightShadows, DepthMapAndRayTracedShadowsExcludeEachOther) {
     TlightScene scene;
     auto* light = scene.light<TpointLightShape>("pointLight", T3Float(0, 0, 0));
-    bool on = true, value = false;
-    light->setAttributeValue(&TlightShape::saUseRayTraceShadows(), &on);
-    light->setAttributeValue(&TnonExtendedLightShape::saUseDepthMapShadows(), &on);
+    bool value = false;
+    setValue(light, TlightShape::saUseRayTraceShadows(), true);
+    setValue(light, TnonExtendedLightShape::saUseDepthMapShadows(), true);
     light->getAttributeValue(&TlightShape::saUseRayTraceShadows(), &value);
     EXPECT_FALSE(value);
-    light->setAttributeValue(&TlightShape::saUseRayTraceShadows(), &on);
+    setValue(light, TlightShape::saUseRayTraceShadows(), true);
     light->getAttributeValue(&TnonExtendedLightShape::saUseDepthMapShadows(), &value);
     EXPECT_FALSE(value);
     light->getAttributeValue(&TlightShape::saUseRayTraceShadows(), &value);
     EXPECT_TRUE(value);
-    light->setAttributeValue(&TpointLightShape::saMiShadowMap(), &on);
+    setValue(light, TpointLightShape::saMiShadowMap(), true);
     light->getAttributeValue(&TlightShape::saUseRayTraceShadows(), &value);
     EXPECT_FALSE(value) << "the external renderer's shadow map excludes them too";
 }
@@ -190,10 +182,8 @@ TEST(LightShadows, DepthMapAndRayTracedShadowsExcludeEachOther) {
 TEST(LightShadows, DepthMapSeamMixesTheShadowColour) {
     TlightScene scene;
     auto* light = scene.light<TpointLightShape>("pointLight", T3Float(0, 0, 0));
-    bool on = true;
-    light->setAttributeValue(&TnonExtendedLightShape::saUseDepthMapShadows(), &on);
-    T3Float shadow(0, 0, 1);
-    light->setAttributeValue(&TlightShape::saShadowColor(), &shadow);
+    setValue(light, TnonExtendedLightShape::saUseDepthMapShadows(), true);
+    setValue(light, TlightShape::saShadowColor(), T3Float(0, 0, 1));
     const int res = 32;
     std::vector<float> depth(res * res);
     for (int i = 0; i < res * res; ++i) depth[size_t(i)] = i % res < res / 2 ? 0.1f : TuseShadowMap::kNoSurface;
@@ -213,7 +203,7 @@ TEST(LightAnalysis, RayTracedItemsAreDroppedWithoutRaytracing) {
         TlightScene scene;
         auto* quality = scene.graph.createNode("renderQuality", "defaultRenderQuality");
         ASSERT_NE(quality, nullptr);
-        quality->setAttributeValue(&TdnRenderQuality::saEnableRaytracing(), &raytracing);
+        setValue(quality, TdnRenderQuality::saEnableRaytracing(), raytracing);
         auto* light = scene.light<TpointLightShape>("pointLight", T3Float(0, 0, 0));
         TbitField64 mask(~uint64_t(0));
         light->analyse(nullptr, nullptr, nullptr, mask);
@@ -240,8 +230,7 @@ TEST(SurfaceLuminance, ScalarRoadReadsTheElementsSetOnTheNode) {
     TdependGraph graph;
     auto* node = static_cast<TdnSurfaceLuminance*>(graph.createNode("surfaceLuminance"));
     ASSERT_NE(node, nullptr);
-    T3Float normal(0, 0, 1);
-    node->setAttributeValue(&TdnSurfaceLuminance::saNormalCamera(), &normal);
+    setValue(node, TdnSurfaceLuminance::saNormalCamera(), T3Float(0, 0, 1));
     TlightData diffuse;
     diffuse.lightDirection = normalize(T3Float(0, 1, 1));
     diffuse.lightIntensity = {1, 2, 3};

@@ -71,44 +71,30 @@ TshadowMapView orthoView(int res, float halfWidth) {
 // ---------------------------------------------------------------- codec
 
 TEST(DepthCodec, DecodesHandMadeStreams) {
-    struct Case {
+    // Runs of a header byte and its floats: below 128 a count of literal
+    // values, from 128 up 128 + n repeats of one step.
+    auto stream = [](std::initializer_list<std::pair<unsigned char, std::vector<float>>> runs) {
+        Bytes b;
+        for (const auto& [header, values] : runs) {
+            b.push_back(header);
+            for (float v : values) appendFloat(b, v);
+        }
+        return b;
+    };
+    const struct {
         const char* name;
         Bytes stream;
         std::vector<float> expected;
+    } cases[] = {
+        {"a literal run of absolute values", stream({{3, {1.5f, -2.0f, 7.25f}}}), {1.5f, -2.0f, 7.25f}},
+        {"a repeat run steps from 0", stream({{128 + 4, {0.5f}}}), {0.5f, 1.0f, 1.5f, 2.0f}},
+        {"d of 1e-8 repeats the last literal unchanged", stream({{2, {3.0f, 9.0f}}, {128 + 3, {1e-8f}}}),
+         {3.0f, 9.0f, 9.0f, 9.0f, 9.0f}},
+        {"repeat from the last literal, then a literal", stream({{1, {2.0f}}, {128 + 2, {-0.25f}}, {1, {40.0f}}}),
+         {2.0f, 1.75f, 1.5f, 40.0f}},
+        {"the decoder stops at the count", stream({{128 + 5, {1.0f}}}), {1.0f, 2.0f, 3.0f}},
     };
-    std::vector<Case> cases;
-    {
-        Bytes b{3};
-        appendFloat(b, 1.5f), appendFloat(b, -2.0f), appendFloat(b, 7.25f);
-        cases.push_back({"a literal run of absolute values", b, {1.5f, -2.0f, 7.25f}});
-    }
-    {
-        Bytes b{128 + 4};
-        appendFloat(b, 0.5f);
-        cases.push_back({"a repeat run steps from 0", b, {0.5f, 1.0f, 1.5f, 2.0f}});
-    }
-    {
-        Bytes b{2};
-        appendFloat(b, 3.0f), appendFloat(b, 9.0f);
-        b.push_back(128 + 3);
-        appendFloat(b, 1e-8f);
-        cases.push_back({"d of 1e-8 repeats the last literal unchanged", b, {3.0f, 9.0f, 9.0f, 9.0f, 9.0f}});
-    }
-    {
-        Bytes b{1};
-        appendFloat(b, 2.0f);
-        b.push_back(128 + 2);
-        appendFloat(b, -0.25f);
-        b.push_back(1);
-        appendFloat(b, 40.0f);
-        cases.push_back({"repeat from the last literal, then a literal", b, {2.0f, 1.75f, 1.5f, 40.0f}});
-    }
-    {
-        Bytes b{128 + 5};
-        appendFloat(b, 1.0f);
-        cases.push_back({"the decoder stops at the count", b, {1.0f, 2.0f, 3.0f}});
-    }
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(decode(c.stream, int(c.expected.size())), c.expected);
     }

@@ -365,12 +365,12 @@ TEST(SpotLight, EngineBatchesAgreeWithTheScalarRoad) {
     // ramps and the dark, with doors, dropoff and decay all on.
     TlitNetwork net;
     auto* spot = net.addLight<TspotLightShape>("spotLight", T3Float(0.3f, 3, 0.2f), T3Float(-80, 10, 15));
-    net.set(spot, TspotLightShape::saConeAngle(), 70 * kDeg);
-    net.set(spot, TspotLightShape::saPenumbraAngle(), 8 * kDeg);
-    net.set(spot, TspotLightShape::saDropoff(), 4.0);
-    net.set(spot, TspotLightShape::saBarnDoors(), true);
-    net.set(spot, TspotLightShape::saTopBarnDoor(), 15 * kDeg);
-    net.set(spot, TspotLightShape::saLeftBarnDoor(), 25 * kDeg);
+    setValue(spot, TspotLightShape::saConeAngle(), 70 * kDeg);
+    setValue(spot, TspotLightShape::saPenumbraAngle(), 8 * kDeg);
+    setValue(spot, TspotLightShape::saDropoff(), 4.0);
+    setValue(spot, TspotLightShape::saBarnDoors(), true);
+    setValue(spot, TspotLightShape::saTopBarnDoor(), 15 * kDeg);
+    setValue(spot, TspotLightShape::saLeftBarnDoor(), 25 * kDeg);
     spot->setRateOfDecay(1);
     net.useLights();
     std::vector<TsurfaceSample> samples;

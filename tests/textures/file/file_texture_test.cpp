@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "framework/host/command_engine.h"
+#include "support/set_value.h"
 #include "support/temp_dir.h"
 #include "textures/file_texture.h"
 #include "textures/procedural/texture_test_nodes.h"
@@ -50,9 +51,8 @@ struct TfileNetwork {
 
     TfileNetwork(const std::string& path, short filterType) {
         net.show(file, TdnFileTexture::saOutColor());
-        Tstring name(path);
-        file->setAttributeValue(&TdnFileTexture::saFileTextureName(), &name);
-        file->setAttributeValue(&TdnFileTexture::saFilterType(), &filterType);
+        setValue(file, TdnFileTexture::saFileTextureName(), Tstring(path));
+        setValue(file, TdnFileTexture::saFilterType(), filterType);
         TdnFileTexture::setSceneDirectory("");
     }
     // Shades the samples in batches of `batch`, in order, as one render.
@@ -127,10 +127,9 @@ TEST(FileTexture, FrameSequenceReadsTheFileOfEachFrame) {
     } cases[] = {{1, 0, 1}, {2, 0, 2}, {2, 1, 3}, {3, -2, 1}};
     for (const Tcase& c : cases) {
         TfileNetwork n(dir.file("grey.001.png"), kFilterMipmap);
-        bool on = true;
-        n.file->setAttributeValue(&TdnFileTexture::saUseFrameExtension(), &on);
-        n.file->setAttributeValue(&TdnFileTexture::saFrameExtension(), &c.frame);
-        n.file->setAttributeValue(&TdnFileTexture::saFrameOffset(), &c.offset);
+        setValue(n.file, TdnFileTexture::saUseFrameExtension(), true);
+        setValue(n.file, TdnFileTexture::saFrameExtension(), c.frame);
+        setValue(n.file, TdnFileTexture::saFrameOffset(), c.offset);
         const std::vector<T3Float> out = n.shade({{{20.5f, 20.5f}}});
         ASSERT_EQ(out.size(), 1u);
         EXPECT_NEAR(out[0].x, 60.0f * c.expectedFile / 255.0f, 1e-4) << c.frame << " + " << c.offset;

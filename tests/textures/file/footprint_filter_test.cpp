@@ -175,9 +175,7 @@ struct TfootprintScene {
     TfileTextureWrapper wrapper;
 
     explicit TfootprintScene(const TpixelMap& map) : image(map) {
-        pyramid = std::make_unique<TpyramidNonSwatch>("footprint", "image.png", map.width(), map.height(),
-                                                      map.channels(), 1, false);
-        EXPECT_TRUE(pyramid->buildPyramidFromPixelMap(map));
+        pyramid = buildPyramid(map);
         pyramid->resetCacheFlags(1);
         wrapper.pyramid = pyramid.get();
         wrapper.cache = &cache;

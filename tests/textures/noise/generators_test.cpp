@@ -1,12 +1,8 @@
 // The generators: the 16-bit rule in its two forms, the re-entrant 48-bit step and the
-// shared random list.
+// shared random list (read from many threads in threads_test).
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <mutex>
-#include <set>
-#include <thread>
-#include <vector>
 
 #include "textures/noise/noise.h"
 
@@ -68,26 +64,6 @@ TEST(NoiseGenerators, RandomListWrapsAfterItsLength) {
     EXPECT_EQ(Tnoise::rRand(), list[1]);
     Tnoise::initNoiseState();
     EXPECT_EQ(Tnoise::rRand(), list[1]);
-}
-
-TEST(NoiseGenerators, RandomListHandsEachIndexOutOnceAcrossThreads) {
-    const float* list = Tnoise::sRandomList();
-    // Entries of the list are (almost surely) distinct; map value to index.
-    std::multiset<float> all(list, list + Tnoise::kRandomListSize);
-    Tnoise::initNoiseState();
-    constexpr int kThreads = 6, kEach = Tnoise::kRandomListSize / kThreads;  // fewer than one lap
-    std::vector<std::vector<float>> got(kThreads);
-    std::vector<std::thread> threads;
-    for (int n = 0; n < kThreads; ++n)
-        threads.emplace_back([&, n] {
-            for (int i = 0; i < kEach; ++i) got[n].push_back(Tnoise::rRand());
-        });
-    for (auto& th : threads) th.join();
-    // Together the threads read exactly entries 1 .. kThreads * kEach.
-    std::multiset<float> read, want(list + 1, list + 1 + kThreads * kEach);
-    for (auto& g : got) read.insert(g.begin(), g.end());
-    EXPECT_EQ(read, want);
-    EXPECT_EQ(Tnoise::rRand(), list[kThreads * kEach + 1]);
 }
 
 TEST(NoiseGenerators, InstancesAreCountedAndFillTheNoise3Pointer) {

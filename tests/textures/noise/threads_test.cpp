@@ -87,11 +87,3 @@ TEST(NoiseThreads, FirstCallsFromManyThreadsAgree) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");  // a fresh process: no table made yet
     EXPECT_EXIT(std::exit(raceFirstCalls()), testing::ExitedWithCode(0), "");
 }
-
-TEST(NoiseThreads, SharedTablesAgreeUnderLoad) {
-    std::vector<Tresults> results(kThreads);
-    std::vector<std::thread> threads;
-    for (int n = 0; n < kThreads; ++n) threads.emplace_back([&, n] { evaluate(results[n]); });
-    for (auto& th : threads) th.join();
-    for (int n = 1; n < kThreads; ++n) EXPECT_EQ(results[n].values, results[0].values) << n;
-}

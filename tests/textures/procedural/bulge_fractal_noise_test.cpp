@@ -180,14 +180,6 @@ TEST(Fractal, TimeMovesOnlyTheAnimatedForm) {
     EXPECT_GT(changed, 5);
 }
 
-namespace {
-TnoiseParams noiseOf(short type) {
-    TnoiseParams p;
-    p.noiseType = type;
-    return p;
-}
-}  // namespace
-
 TEST(Noise, FrequencyScalesTheUvAndZeroIsOnePoint) {
     for (short type : {TdnNoise::kPerlinNoise, TdnNoise::kBillow, TdnNoise::kWave}) {
         // Twice the frequency at half the UV is the same point of the noise.
@@ -248,9 +240,8 @@ TEST(ValueTextures, BatchEqualsTheScalarPull) {
         TtextureNetwork net;
         TdependNode* node = net.make<TdependNode>(c.type);
         ASSERT_NE(node, nullptr) << c.type;
-        node->setAttributeValue(c.attribute, &c.value);
-        T3Float offset(0.125f, 0.125f, 0.125f);
-        node->setAttributeValue(&TdnTx2D::saColorOffset(), &offset);
+        setValue(node, *c.attribute, c.value);
+        setValue(node, TdnTx2D::saColorOffset(), T3Float(0.125f, 0.125f, 0.125f));
         net.show(node, TdnTx2D::saOutColor());
         expectBatchEqualsPull(net, node, batchUvs(), T2Float{0.004f, 0.002f}, c.type);
         TtexResult outside = pullTexture(node, {-1e7f, -1e7f});

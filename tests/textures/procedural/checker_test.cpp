@@ -6,24 +6,20 @@
 #include <cmath>
 
 #include "support/expect_near.h"
+#include "support/set_value.h"
 #include "textures/checker.h"
 #include "textures/procedural/texture_test_nodes.h"
 
 namespace {
+const T3Float kColor1(0.2f, 0.4f, 0.6f), kColor2(0.9f, 0.1f, 0.3f);
 struct CheckerNode {
     TtextureNetwork net;
     TdnChecker* checker = net.make<TdnChecker>("checker");
     CheckerNode() {
-        T3Float c1(0.2f, 0.4f, 0.6f), c2(0.9f, 0.1f, 0.3f);
-        checker->setAttributeValue(&TdnChecker::saColor1(), &c1);
-        checker->setAttributeValue(&TdnChecker::saColor2(), &c2);
-    }
-    template <class T>
-    void set(const Tattribute& a, T value) {
-        checker->setAttributeValue(&a, &value);
+        setValue(checker, TdnChecker::saColor1(), kColor1);
+        setValue(checker, TdnChecker::saColor2(), kColor2);
     }
 };
-const T3Float kColor1(0.2f, 0.4f, 0.6f), kColor2(0.9f, 0.1f, 0.3f);
 
 T3Float mix(float w1) { return kColor1 * w1 + kColor2 * (1.0f - w1); }
 }  // namespace
@@ -31,28 +27,27 @@ T3Float mix(float w1) { return kColor1 * w1 + kColor2 * (1.0f - w1); }
 TEST(Checker, WeightsInClosedForm) {
     struct {
         T2Float uv, size;
-        float contrast, want;
+        float filter, offset, contrast, want;
     } cases[] = {
-        {{0.25f, 0.25f}, {0, 0}, 1, 1},     {{0.75f, 0.25f}, {0, 0}, 1, 0},      {{0.75f, 0.75f}, {0, 0}, 1, 1},
-        {{0.25f, 0.75f}, {0, 0}, 1, 0},     {{1.25f, -0.75f}, {0, 0}, 1, 1},     {{0.25f, 0.25f}, {0, 0}, 0.5f, 0.75f},
+        {{0.25f, 0.25f}, {0, 0}, 1, 0, 1, 1},     {{0.75f, 0.25f}, {0, 0}, 1, 0, 1, 0},      {{0.75f, 0.75f}, {0, 0}, 1, 0, 1, 1},
+        {{0.25f, 0.75f}, {0, 0}, 1, 0, 1, 0},     {{1.25f, -0.75f}, {0, 0}, 1, 0, 1, 1},     {{0.25f, 0.25f}, {0, 0}, 1, 0, 0.5f, 0.75f},
+        // Contrast 0 is the equal mix, inside a cell and by an edge.
+        {{0.25f, 0.25f}, {0.01f, 0.02f}, 1, 0, 0, 0.5f}, {{0.49f, 0.9f}, {0.01f, 0.02f}, 1, 0, 0, 0.5f},
         // Near the edge u = 0.5: du = 0.02 against fu = 0.1 keeps a fifth of the contrast.
-        {{0.49f, 0.25f}, {0.05f, 0.05f}, 1, 0.6f},
+        {{0.49f, 0.25f}, {0.05f, 0.05f}, 1, 0, 1, 0.6f},
+        // A negative filter counts as 0: the offset alone widens the same edge blend.
+        {{0.49f, 0.25f}, {0.4f, 0.4f}, -3, 0.05f, 1, 0.6f},
         // A filter above one cell: c = (0.5 / 1.2) * (2 - 1.2).
-        {{0.25f, 0.25f}, {0.6f, 0.6f}, 1, (1.0f + 0.5f / 1.2f * 0.8f) * 0.5f},
-        // fu reaches 2: the equal mix.
-        {{0.25f, 0.25f}, {1.0f, 0.0f}, 1, 0.5f},     {{0.1f, 0.9f}, {0.0f, 3.0f}, 1, 0.5f},
+        {{0.25f, 0.25f}, {0.6f, 0.6f}, 1, 0, 1, (1.0f + 0.5f / 1.2f * 0.8f) * 0.5f},
+        // fu reaches 2, by the size or by the offset alone: the equal mix.
+        {{0.25f, 0.25f}, {1.0f, 0.0f}, 1, 0, 1, 0.5f},     {{0.1f, 0.9f}, {0.0f, 3.0f}, 1, 0, 1, 0.5f},
+        {{0.3f, 0.8f}, {0, 0}, 1, 1.0f, 1, 0.5f},
     };
     for (auto& c : cases)
-        EXPECT_NEAR(TdnChecker::sColor1Weight(c.uv, c.size, 1.0f, 0.0f, c.contrast), c.want, 1e-5f)
-            << c.uv.x << "," << c.uv.y << " size " << c.size.x << "," << c.size.y;
-}
-
-TEST(Checker, ContrastZeroAndWideFiltersGiveTheEqualMixEverywhere) {
-    for (float u = -1.0f; u < 2.0f; u += 0.0731f)
-        for (float v = -1.0f; v < 2.0f; v += 0.0577f) {
-            EXPECT_FLOAT_EQ(TdnChecker::sColor1Weight({u, v}, {0.01f, 0.02f}, 1, 0, 0), 0.5f) << u << "," << v;
-            EXPECT_FLOAT_EQ(TdnChecker::sColor1Weight({u, v}, {0, 0}, 1, 1.0f, 1), 0.5f) << "offset alone reaches 2";
-        }
+        EXPECT_NEAR(TdnChecker::sColor1Weight(c.uv, c.size, c.filter, c.offset, c.contrast), c.want, 1e-5f)
+            << c.uv.x << "," << c.uv.y << " size " << c.size.x << "," << c.size.y << " offset " << c.offset;
+    EXPECT_FLOAT_EQ(TdnTx2D::filteredSize({0.4f, 0.2f}, -3.0f, 0.05f), 0.05f);
+    EXPECT_FLOAT_EQ(TdnTx2D::filteredSize({0.4f, 0.2f}, 2.0f, -1.0f), 0.2f);
 }
 
 TEST(Checker, HalfAPeriodAwaySwapsTheColours) {
@@ -66,14 +61,6 @@ TEST(Checker, HalfAPeriodAwaySwapsTheColours) {
                 EXPECT_GE(a, 0.0f);
                 EXPECT_LE(a, 1.0f);
             }
-}
-
-TEST(Checker, NegativeFilterCountsAsZeroAndKeepsTheOffset) {
-    // filter -3 is 0: only the offset 0.05 is left, so the edge blend is that of a filter size of 0.05.
-    float withOffset = TdnChecker::sColor1Weight({0.49f, 0.25f}, {0.4f, 0.4f}, -3.0f, 0.05f, 1);
-    EXPECT_NEAR(withOffset, 0.6f, 1e-5f);
-    EXPECT_FLOAT_EQ(TdnTx2D::filteredSize({0.4f, 0.2f}, -3.0f, 0.05f), 0.05f);
-    EXPECT_FLOAT_EQ(TdnTx2D::filteredSize({0.4f, 0.2f}, 2.0f, -1.0f), 0.2f);
 }
 
 TEST(Texture2d, ColourEffectsAndAlphaThroughThePullAndTheEngine) {
@@ -100,22 +87,19 @@ TEST(Texture2d, ColourEffectsAndAlphaThroughThePullAndTheEngine) {
     CheckerNode n;
     n.net.show(n.checker, TdnTx2D::saOutColor());
     for (auto& c : cases) {
-        n.set(TdnTx2D::saInvert(), c.invert);
-        n.set(TdnTx2D::saAlphaIsLuminance(), c.alphaIsLuminance);
-        n.set(TdnTx2D::saColorGain(), c.gain);
-        n.set(TdnTx2D::saColorOffset(), c.offset);
-        n.set(TdnTx2D::saAlphaGain(), c.alphaGain);
-        n.set(TdnTx2D::saAlphaOffset(), c.alphaOffset);
+        setValue(n.checker, TdnTx2D::saInvert(), c.invert);
+        setValue(n.checker, TdnTx2D::saAlphaIsLuminance(), c.alphaIsLuminance);
+        setValue(n.checker, TdnTx2D::saColorGain(), c.gain);
+        setValue(n.checker, TdnTx2D::saColorOffset(), c.offset);
+        setValue(n.checker, TdnTx2D::saAlphaGain(), c.alphaGain);
+        setValue(n.checker, TdnTx2D::saAlphaOffset(), c.alphaOffset);
         TtexResult r = pullTexture(n.checker, {0.25f, 0.25f});
         expectNear(r.colour, c.colour, c.name);
         EXPECT_NEAR(r.alpha, c.alpha, 1e-6f) << c.name;
 
-        TshadingOpus* opus = n.net.analyse();
-        ASSERT_NE(opus, nullptr) << c.name;
         std::vector<T2Float> uvs;
         for (unsigned i = 0; i < kBatchSize; ++i) uvs.push_back(T2Float{0.01f + 0.007f * float(i), 0.49f - 0.007f * float(i)});
-        TtextureBatch batch(n.net.group, uvs);
-        batch.shade(opus);
+        TtextureBatch batch = n.net.shade(uvs);
         for (unsigned i = 0; i < kBatchSize; ++i) expectNear(batch.colour(i), c.colour, c.name);
         n.net.session.reset();  // the render ends
     }
@@ -129,9 +113,9 @@ TEST(Texture2d, OutsideSamplesTakeTheDefaultColourThenTheEffects) {
     for (auto& c : cases) {
         CheckerNode n;
         T3Float fallback(0.1f, 0.7f, 0.4f);
-        n.set(TdnTx2D::saDefaultColor(), fallback);
-        n.set(TdnTx2D::saColorOffset(), T3Float(0.5f, 0, 0));
-        n.set(TdnTx2D::saAlphaOffset(), 0.125f);
+        setValue(n.checker, TdnTx2D::saDefaultColor(), fallback);
+        setValue(n.checker, TdnTx2D::saColorOffset(), T3Float(0.5f, 0, 0));
+        setValue(n.checker, TdnTx2D::saAlphaOffset(), 0.125f);
         TtexResult r = pullTexture(n.checker, c.uv);
         if (c.outside) {
             expectNear(r.colour, T3Float(0.6f, 0.7f, 0.4f), "outside");
@@ -168,14 +152,11 @@ TEST(Checker, InputsComputeOnlyWhereTheirWeightShowsAndInside) {
         auto* second = n.net.make<TtexTestSource>("texTestSource");
         n.net.connect(first, TtexTestSource::saOutColor(), n.checker, TdnChecker::saColor1());
         n.net.connect(second, TtexTestSource::saOutColor(), n.checker, TdnChecker::saColor2());
-        n.set(TdnChecker::saContrast(), c.contrast);
+        setValue(n.checker, TdnChecker::saContrast(), c.contrast);
         n.net.show(n.checker, TdnTx2D::saOutColor());
-        TshadingOpus* opus = n.net.analyse();
-        ASSERT_NE(opus, nullptr);
         std::vector<T2Float> uvs = spreadUvs();
         for (unsigned i : {3u, 4u, 40u}) uvs[i] = T2Float{-1e7f, -1e7f};
-        TtextureBatch batch(n.net.group, uvs, c.size);
-        batch.shade(opus);
+        TtextureBatch batch = n.net.shade(uvs, c.size);
         auto weight = [&](unsigned i) { return TdnChecker::sColor1Weight(uvs[i], c.size, 1, 0, c.contrast); };
         auto inside = [&](unsigned i) { return !(uvs[i].x <= -1e7f && uvs[i].y <= -1e7f); };
         auto needFirst = [&](unsigned i) { return inside(i) && weight(i) >= 1e-5f; };

@@ -118,12 +118,9 @@ struct LazyCase {
 TEST(Cloth, ThreadsAndGapComputeOnlyWhereTheyShow) {
     LazyCase lc;
     auto* cloth = lc.texture<TdnCloth>("cloth", {&TdnCloth::saGapColor(), &TdnCloth::saUColor(), &TdnCloth::saVColor()});
-    float uWave = 0.05f;
-    cloth->setAttributeValue(&TdnCloth::saUWave(), &uWave);
-    TshadingOpus* opus = lc.net.analyse();
-    ASSERT_NE(opus, nullptr);
-    TtextureBatch batch(lc.net.group, lc.uvs);
-    batch.shade(opus);
+    const float uWave = 0.05f;
+    setValue(cloth, TdnCloth::saUWave(), uWave);
+    TtextureBatch batch = lc.net.shade(lc.uvs);
     TclothParams p;
     p.uWave = uWave;
     int want[3] = {0, 0, 0};
@@ -148,12 +145,8 @@ TEST(Cloth, ThreadsAndGapComputeOnlyWhereTheyShow) {
 TEST(Grid, BatchEqualsThePullAndSkipsHiddenInputs) {
     LazyCase lc;
     auto* grid = lc.texture<TdnGrid>("grid", {&TdnGrid::saLineColor(), &TdnGrid::saFillerColor()});
-    float width = 0.3f;
-    grid->setAttributeValue(&TdnGrid::saUWidth(), &width);
-    TshadingOpus* opus = lc.net.analyse();
-    ASSERT_NE(opus, nullptr);
-    TtextureBatch batch(lc.net.group, lc.uvs, T2Float{0.02f, 0.01f});
-    batch.shade(opus);
+    setValue(grid, TdnGrid::saUWidth(), 0.3f);
+    TtextureBatch batch = lc.net.shade(lc.uvs, T2Float{0.02f, 0.01f});
     int lines = 0, fillers = 0;
     for (unsigned i = 0; i < lc.uvs.size(); ++i) {
         if (i == 6 || i == 7) continue;

@@ -13,13 +13,6 @@
 #include "textures/procedural/texture_checks.h"
 
 namespace {
-TnoiseParams noiseOf(short type, short falloff = 2) {
-    TnoiseParams p;
-    p.noiseType = type;
-    p.falloff = falloff;
-    return p;
-}
-
 struct Tcase {
     short type, falloff;
     const char* name;

@@ -7,6 +7,7 @@
 #include <numbers>
 
 #include "support/expect_near.h"
+#include "support/set_value.h"
 #include "textures/procedural/texture_checks.h"
 #include "textures/ramp.h"
 
@@ -145,10 +146,6 @@ struct RampNode {
         int i = 0;
         for (auto& [p, c] : list) ramp->setColourEntry(i++, p, c);
     }
-    template <class T>
-    void set(const Tattribute& a, T value) {
-        ramp->setAttributeValue(&a, &value);
-    }
 };
 }  // namespace
 
@@ -161,17 +158,17 @@ TEST(Ramp, TheNodeReadsItsKeysThroughTheGraph) {
         expectNear(r.colour, T3Float(w, w, w), "V ramp", 1e-6f);
         EXPECT_NEAR(r.alpha, w, 1e-6f) << "alpha is the luminance";
     }
-    n.set(TdnRamp::saType(), short(TdnRamp::kUVRamp));
+    setValue(n.ramp, TdnRamp::saType(), short(TdnRamp::kUVRamp));
     n.keys({{0.0f, T3Float(1, 0.5f, 0.25f)}, {1.0f, T3Float(0, 1, 0.5f)}});
     TrampKeys keys = keysOf({{0.0f, T3Float(1, 0.5f, 0.25f)}, {1.0f, T3Float(0, 1, 0.5f)}});
     for (T2Float uv : {T2Float{0.1f, 0.8f}, T2Float{0.5f, 0.5f}, T2Float{0.95f, 0.3f}}) {
         T3Float y = at(1, 2 * std::fabs(uv.y - 0.5f), keys), x = at(1, 2 * std::fabs(uv.x - 0.5f), keys);
         expectNear(pullTexture(n.ramp, uv).colour, T3Float(y.x * x.x, y.y * x.y, y.z * x.z), "UV ramp");
-        n.set(TdnRamp::saType(), short(TdnRamp::kTartanRamp));
+        setValue(n.ramp, TdnRamp::saType(), short(TdnRamp::kTartanRamp));
         expectNear(pullTexture(n.ramp, uv).colour, (y + x) * 0.5f, "tartan ramp");
-        n.set(TdnRamp::saType(), short(TdnRamp::kUVRamp));
+        setValue(n.ramp, TdnRamp::saType(), short(TdnRamp::kUVRamp));
     }
-    n.set(TdnRamp::saType(), short(TdnRamp::kFourRamp));
+    setValue(n.ramp, TdnRamp::saType(), short(TdnRamp::kFourRamp));
     T3Float corner[4] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 1}};
     n.keys({{0.1f, corner[0]}, {0.2f, corner[1]}, {0.3f, corner[2]}, {0.4f, corner[3]}});
     expectNear(pullTexture(n.ramp, {0, 0}).colour, corner[0], "corner 0");
@@ -211,13 +208,13 @@ TEST(Ramp, BatchEqualsTheScalarPullWithWavesAndNoise) {
     for (auto& c : cases) {
         RampNode n;
         n.keys({{0.1f, T3Float(0.9f, 0.1f, 0.1f)}, {0.5f, T3Float(0.1f, 0.8f, 0.2f)}, {0.9f, T3Float(0.2f, 0.3f, 0.95f)}});
-        n.set(TdnRamp::saType(), c.type);
-        n.set(TdnRamp::saInterpolation(), c.interp);
-        n.set(TdnRamp::saUWave(), c.uWave);
-        n.set(TdnRamp::saVWave(), c.vWave);
-        n.set(TdnRamp::saNoise(), c.noise);
-        n.set(TdnRamp::saHueNoise(), c.hueNoise);
-        n.set(TdnRamp::saValNoise(), c.valNoise);
+        setValue(n.ramp, TdnRamp::saType(), c.type);
+        setValue(n.ramp, TdnRamp::saInterpolation(), c.interp);
+        setValue(n.ramp, TdnRamp::saUWave(), c.uWave);
+        setValue(n.ramp, TdnRamp::saVWave(), c.vWave);
+        setValue(n.ramp, TdnRamp::saNoise(), c.noise);
+        setValue(n.ramp, TdnRamp::saHueNoise(), c.hueNoise);
+        setValue(n.ramp, TdnRamp::saValNoise(), c.valNoise);
         n.net.show(n.ramp, TdnTx2D::saOutColor());
         const std::string what = "type " + std::to_string(c.type);
         expectBatchEqualsPull(n.net, n.ramp, batchUvs(), T2Float{0, 0}, what.c_str(), 1e-6f);
@@ -243,7 +240,7 @@ TEST(Ramp, KeysDrivenPerSampleAreReadForEachSample) {
         SCOPED_TRACE(c.what);
         RampNode n;
         n.keys({{0.0f, T3Float(0, 0, 0)}, {fixedPosition, fixedColour}});
-        n.set(TdnRamp::saInterpolation(), short(TdnRamp::kLinearInterp));
+        setValue(n.ramp, TdnRamp::saInterpolation(), short(TdnRamp::kLinearInterp));
         auto* source = n.net.make<TtexTestSource>("texTestSource");
         ASSERT_NE(source, nullptr);
         if (c.driveColour) {
@@ -255,14 +252,11 @@ TEST(Ramp, KeysDrivenPerSampleAreReadForEachSample) {
                       TconnectStatus::kOk);
         }
         n.net.show(n.ramp, TdnTx2D::saOutColor());
-        TshadingOpus* opus = n.net.analyse();
-        ASSERT_NE(opus, nullptr);
         // UVs inside the unit square, some with v below u (between the keys
         // when the position is u) and some above (past the last key).
         std::vector<T2Float> uvs;
         for (unsigned i = 0; i < kBatchSize; ++i) uvs.push_back(T2Float{0.05f + 0.9f * float(i % 11) / 10.0f, 0.03f + 0.9f * float(i % 7) / 6.0f});
-        TtextureBatch batch(n.net.group, uvs);
-        batch.shade(opus);
+        TtextureBatch batch = n.net.shade(uvs);
         unsigned between = 0, past = 0;
         for (unsigned i = 0; i < uvs.size(); ++i) {
             const float u = uvs[i].x, v = uvs[i].y;
@@ -343,8 +337,8 @@ TEST(Ramp, ASettledRampShadesAsTheListScanAndTakesNewKeysNextRender) {
     const short interps[] = {TdnRamp::kNoInterp, TdnRamp::kLinearInterp, TdnRamp::kSmoothInterp, TdnRamp::kSpikeInterp};
     for (short type = TdnRamp::kVRamp; type <= TdnRamp::kTartanRamp; ++type) {
         RampNode n;
-        n.set(TdnRamp::saType(), type);
-        n.set(TdnRamp::saInterpolation(), interps[type % 4]);
+        setValue(n.ramp, TdnRamp::saType(), type);
+        setValue(n.ramp, TdnRamp::saInterpolation(), interps[type % 4]);
         n.net.show(n.ramp, TdnTx2D::saOutColor());
         std::vector<T2Float> uvs = spreadUvs();
         uvs[5] = T2Float{-1e7f, -1e7f};
@@ -359,10 +353,7 @@ TEST(Ramp, ASettledRampShadesAsTheListScanAndTakesNewKeysNextRender) {
             if (list == &second)
                 for (unsigned k = unsigned(second.size()); k < first.size(); ++k) n.ramp->removeMultiElement(&TdnRamp::saColorEntryList(), k);
             n.net.session.reset();  // the next render
-            TshadingOpus* opus = n.net.analyse();
-            ASSERT_NE(opus, nullptr);
-            TtextureBatch batch(n.net.group, uvs);
-            batch.shade(opus);
+            TtextureBatch batch = n.net.shade(uvs);
             for (unsigned i = 0; i < uvs.size(); ++i) {
                 const T3Float want = i == 5 ? T3Float(0.5f, 0.5f, 0.5f) : scannedColour(type, interps[type % 4], uvs[i], keys);
                 expectSame(batch.colour(i), want, "type " + std::to_string(type) + " keys " + std::to_string(keys.count) + " sample " + std::to_string(i));

@@ -5,13 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
 #include <string>
 #include <vector>
 
-#include "support/program_run.h"
-#include "support/temp_dir.h"
-#include "support/test_image.h"
+#include "support/scene_render.h"
 
 namespace {
 // In the order of the contact sheet, so that neighbours there are compared.
@@ -57,8 +54,7 @@ TEST(SolidSwatches, ASceneFileRendersTheSnowClosedForm) {
     // that its camera normal is (0, 0.5, 0.87): an up component of 0.5.
     // Snow then lies at thickness (1 - exp(-(0.5 - threshold) decay)).
     TtestTempDir dir;
-    const std::string scene = dir.file("snow.json"), image = dir.file("snow.exr");
-    std::ofstream(scene) << R"({"nodes": [
+    const std::string scene = R"({"nodes": [
         {"type": "transform", "name": "camXf", "attributes": {"translate": [0, 0, 5]}},
         {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 4}},
         {"type": "transform", "name": "cardXf", "attributes": {"rotate": [60, 0, 0]}},
@@ -67,9 +63,9 @@ TEST(SolidSwatches, ASceneFileRendersTheSnowClosedForm) {
                                                         "surfaceColor": [0.2, 0.4, 0.6]}},
         {"type": "shadingEngine", "name": "snowSG", "members": ["|cardXf|card"]}],
       "connections": [["snow.outColor", "snowSG.surfaceShader"]]})";
-    TprogramRun r = runProgram(SHADENET_CLI, {"render", scene, "-o", image, "--resolution", "16", "16", "--spp", "1", "-q"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    TtestImage got = readTestImage(image);
+    TsceneRender r = renderSceneFile(dir, "snow", scene, {"--resolution", "16", "16", "--spp", "1", "-q"});
+    ASSERT_EQ(r.run.status, 0) << r.run.err;
+    const TtestImage& got = r.image;
     ASSERT_EQ(got.width, 16);
     const float v = 0.9f * (1.0f - std::exp(-(0.5f - 0.2f) * 5.0f));
     const float surface[3] = {0.2f, 0.4f, 0.6f};

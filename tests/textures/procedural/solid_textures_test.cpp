@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "support/alloc_counter.h"
+#include "support/set_value.h"
 #include "textures/brownian.h"
 #include "textures/cloud.h"
 #include "textures/crater.h"
@@ -276,11 +277,6 @@ struct TsolidBatch : TtestSamples {
     }
     const T3Float& colour(unsigned i) const { return *samples[i]->outColor(); }
 };
-
-template <class V>
-void setValue(TdependNode* node, const Tattribute& a, V v) {
-    ASSERT_TRUE(node->setAttributeValue(&a, &v));
-}
 
 // One marble rendered once per setting: the settings are read once per
 // render, so each render must follow its own, not the one before.

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "support/expect_near.h"
+#include "textures/noise_texture.h"
 #include "textures/procedural/texture_test_nodes.h"
 #include "textures/texture_2d.h"
 
@@ -15,10 +16,7 @@
 // sample's colour with the scalar pull of the same node at the same UV.
 inline void expectBatchEqualsPull(TtextureNetwork& net, TdependNode* texture, const std::vector<T2Float>& uvs, T2Float size,
                                   const char* what, float tolerance = 1e-5f) {
-    TshadingOpus* opus = net.analyse();
-    ASSERT_NE(opus, nullptr) << what;
-    TtextureBatch batch(net.group, uvs, size);
-    batch.shade(opus);
+    TtextureBatch batch = net.shade(uvs, size);
     for (unsigned i = 0; i < uvs.size(); ++i) {
         expectNear(batch.colour(i), pullTexture(texture, uvs[i], size).colour, std::string(what) + " sample " + std::to_string(i),
                    tolerance);
@@ -54,4 +52,12 @@ inline std::vector<T2Float> batchUvs() {
     std::vector<T2Float> uvs = spreadUvs();
     uvs[9] = uvs[10] = T2Float{-1e7f, -1e7f};
     return uvs;
+}
+
+// The noise texture's settings of one type (and billow falloff), the rest default.
+inline TnoiseParams noiseOf(short type, short falloff = 2) {
+    TnoiseParams p;
+    p.noiseType = type;
+    p.falloff = falloff;
+    return p;
 }

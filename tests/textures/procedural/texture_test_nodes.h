@@ -18,6 +18,7 @@
 #include "shading/shading_opus.h"
 #include "shading/shading_session.h"
 #include "support/pass_through_surface.h"
+#include "support/set_value.h"
 #include "support/test_samples.h"
 
 struct TtexTestSourceVS : TdependNodeVS {
@@ -43,6 +44,8 @@ protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override;
 };
 
+struct TtextureBatch;
+
 // One shading group whose surface shows `out` of a texture node.
 struct TtextureNetwork {
     TdependGraph graph;
@@ -67,6 +70,8 @@ struct TtextureNetwork {
         if (!session) session.emplace(group);
         return session->program();
     }
+    // Samples at `uvs` (with their filter sizes) shaded by the program.
+    TtextureBatch shade(const std::vector<T2Float>& uvs, T2Float filterSize = {});
     std::optional<TshadingSession> session;
 };
 
@@ -81,6 +86,14 @@ struct TtextureBatch : TtestSamples {
     }
     const T3Float& colour(unsigned i) const { return *samples[i]->outColor(); }
 };
+
+inline TtextureBatch TtextureNetwork::shade(const std::vector<T2Float>& uvs, T2Float filterSize) {
+    TshadingOpus* opus = analyse();
+    EXPECT_NE(opus, nullptr);
+    TtextureBatch batch(group, uvs, filterSize);
+    if (opus) batch.shade(opus);
+    return batch;
+}
 
 // 64 UVs spread over a few repeats of the unit square.
 std::vector<T2Float> spreadUvs(unsigned count = kBatchSize);

@@ -130,9 +130,7 @@ TEST(Water, ColourIsHalfMinusTheHeightAndBounded) {
             EXPECT_NEAR(r.alpha, want, 1e-5f);
             EXPECT_LE(std::fabs(r.colour.x - 0.5f), 0.05f + 0.05f + 1e-5f);
         }
-    int numberOfWaves = 3;
-    short n = short(numberOfWaves);
-    water->setAttributeValue(&TdnWater::saNumberOfWaves(), &n);
+    setValue(water, TdnWater::saNumberOfWaves(), short(3));
     key.count = 3;
     TdnWater::sMakeWaveList(key, list);
     TtexResult r = pullTexture(water, {0.3f, 0.8f});
@@ -227,12 +225,12 @@ TEST(Ocean, FoamAndColourModes) {
 TEST(Ocean, NodeReadsItsCurvesAndMatchesTheBatch) {
     TtextureNetwork net;
     auto* ocean = net.make<TdnOcean>("ocean");
-    float pos = 0.0f, value = 0.5f, emission = 2.0f;
-    short mode = TdnOcean::kFoamOnWaves;
+    const float pos = 0.0f, value = 0.5f, emission = 2.0f;
+    const short mode = TdnOcean::kFoamOnWaves;
     ocean->setAttributeValue(&TdnOcean::saWaveHeightPosition(), &pos, 0);
     ocean->setAttributeValue(&TdnOcean::saWaveHeightFloatValue(), &value, 0);
-    ocean->setAttributeValue(&TdnOcean::saFoamEmission(), &emission);
-    ocean->setAttributeValue(&TdnOcean::saColorMode(), &mode);
+    setValue(ocean, TdnOcean::saFoamEmission(), emission);
+    setValue(ocean, TdnOcean::saColorMode(), mode);
     net.show(ocean, TdnTx2D::saOutColor());
     ToceanCurve height, none;
     height.add(0.0f, 0.5f, ToceanCurve::kLinear);

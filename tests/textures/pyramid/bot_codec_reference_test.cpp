@@ -103,10 +103,11 @@ bool referenceDecode(const uint8_t* data, int size, int width, int height, int c
 }
 
 
-// Compares both decoders on one stream; the table decoder writes into a
-// buffer with guards on either side that must stay untouched.
-// Returns whether the block decoded.
-bool expectSameDecode(const std::vector<uint8_t>& data, int w, int h, int ch, const char* what, int trial) {
+// Compares both decoders on one stream, and with the pixels that were coded
+// when given; the table decoder writes into a buffer with guards on either
+// side that must stay untouched. Returns whether the block decoded.
+bool expectSameDecode(const std::vector<uint8_t>& data, int w, int h, int ch, const char* what, int trial,
+                      const std::vector<uint8_t>* coded = nullptr) {
     const size_t count = size_t(w) * h * ch, guard = 64;
     std::vector<uint8_t> reference(count, 0), table(count + 2 * guard, 0xA5);
     const bool refOk = referenceDecode(data.data(), int(data.size()), w, h, ch, reference.data());
@@ -120,12 +121,16 @@ bool expectSameDecode(const std::vector<uint8_t>& data, int w, int h, int ch, co
         EXPECT_TRUE(std::equal(reference.begin(), reference.end(), table.begin() + ptrdiff_t(guard)))
             << what << " trial " << trial << " " << w << "x" << h << "x" << ch;
     }
+    if (coded) {
+        EXPECT_TRUE(!why && std::equal(coded->begin(), coded->end(), table.begin() + ptrdiff_t(guard)))
+            << what << " trial " << trial << ": the coded pixels come back";
+    }
     return refOk;
 }
 
 }  // namespace
 
-TEST(BotCodecReference, CodedBlocksOfManyKindsDecodeAsTheReferenceDoes) {
+TEST(BotCodecReference, CodedBlocksOfManyKindsRoundTripAndDecodeAsTheReferenceDoes) {
     std::mt19937 rng(99);
     struct Timage {
         const char* name;
@@ -135,6 +140,9 @@ TEST(BotCodecReference, CodedBlocksOfManyKindsDecodeAsTheReferenceDoes) {
         {"photo-like", [](std::mt19937& r, int x, int y, int c) { return 100 + x * 2 + y + c * 9 + int(r() % 9); }},
         {"sharp edges", [](std::mt19937& r, int x, int y, int) { return ((x / 5 + y / 3) & 1) ? 230 : 20 + int(r() % 2); }},
         {"flat", [](std::mt19937&, int, int, int) { return 77; }},
+        // Deltas of 128 and of the full range: category 0 with its extra bit set.
+        {"extremes", [](std::mt19937& r, int, int, int) { return (r() & 1) ? 0 : 255; }},
+        {"alternating 128", [](std::mt19937&, int x, int y, int) { return ((x + y) & 1) * 128; }},
         // One value dominates and every other delta appears about once:
         // codes far longer than one look-up resolves.
         {"skewed", [](std::mt19937& r, int x, int y, int) { return (x * 31 + y) % 41 == 0 ? int(r() & 255) : (x & 1); }},
@@ -142,7 +150,7 @@ TEST(BotCodecReference, CodedBlocksOfManyKindsDecodeAsTheReferenceDoes) {
     // Odd pixel counts end a channel on a lone pixel; rows of 16, 17 and 31
     // meet the 16-pixel groups that interleave the channels, in the last
     // row too, where nothing may be written past the block.
-    const int sizes[][2] = {{1, 1}, {3, 1}, {1, 7}, {5, 9}, {16, 3}, {31, 2}, {17, 32}, {32, 32}};
+    const int sizes[][2] = {{1, 1}, {3, 1}, {1, 7}, {5, 9}, {16, 3}, {31, 2}, {32, 1}, {1, 32}, {17, 32}, {32, 32}};
     int trial = 0;
     for (const Timage& image : images)
         for (auto [w, h] : sizes)
@@ -156,8 +164,9 @@ TEST(BotCodecReference, CodedBlocksOfManyKindsDecodeAsTheReferenceDoes) {
                     std::vector<uint8_t> coded(TbotCodec::kMaxBlockBytes);
                     int bytes = TbotCodec::codeBlock(pixels.data(), w, h, ch, coded.data());
                     ASSERT_GT(bytes, 0) << image.name;
+                    ASSERT_LE(bytes, TbotCodec::kMaxBlockBytes) << image.name;
                     coded.resize(size_t(bytes));
-                    expectSameDecode(coded, w, h, ch, image.name, trial);
+                    expectSameDecode(coded, w, h, ch, image.name, trial, &pixels);
                 }
 }
 

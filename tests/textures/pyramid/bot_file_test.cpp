@@ -33,25 +33,9 @@ uint32_t get32(const std::vector<uint8_t>& b, size_t at) {
     return uint32_t(b[at]) | uint32_t(b[at + 1]) << 8 | uint32_t(b[at + 2]) << 16 | uint32_t(b[at + 3]) << 24;
 }
 
-std::vector<TpixelMap> levelsOf(Tpyramid& p) {
-    std::vector<TpixelMap> levels(size_t(p.getMaxLevel()) + 1);
-    for (int l = 0; l <= p.getMaxLevel(); ++l) EXPECT_TRUE(p.extractLevel(l, levels[size_t(l)]));
-    return levels;
-}
 bool samePixels(const TpixelMap& a, const TpixelMap& b) {
     return a.width() == b.width() && a.height() == b.height() && a.channels() == b.channels() &&
            std::equal(a.pixels(), a.pixels() + a.byteCount(), b.pixels());
-}
-
-// Builds a pyramid of `map` and writes it to `path`; returns the in-memory levels.
-std::vector<TpixelMap> convert(const TpixelMap& map, const std::string& path, bool keepSize = false) {
-    TpyramidNonSwatch p("id", "src.png", map.width(), map.height(), map.channels(), 1, keepSize);
-    EXPECT_TRUE(p.buildPyramidFromPixelMap(map));
-    auto levels = levelsOf(p);
-    Tstring out(path);
-    EXPECT_TRUE(p.remapPyramidToBlocks(&out, true));
-    EXPECT_TRUE(p.isBOTfile());
-    return levels;
 }
 
 // Where the damage loops write their thousands of small files: memory when
@@ -67,7 +51,7 @@ std::string scratchFile(const TtestTempDir& dir, const char* name) {
 TEST(BotFile, LayoutHasTheHeaderIndexAndBlocksInOrder) {
     TtestTempDir dir;
     auto map = photoLikeImage(70, 45, 3, 2);  // edge blocks of 6 and 13 pixels
-    convert(map, dir.file("a.bot"), true);
+    botPyramid(map, dir.file("a.bot"), true);
     auto bytes = readFile(dir.file("a.bot"));
     ASSERT_GE(bytes.size(), 14u);
     // Header.
@@ -137,7 +121,7 @@ TEST(BotFile, EveryLevelRoundTripsBitExactForNoiseAndPhotographs) {
 
 TEST(BotFile, HeaderMagicRules) {
     TtestTempDir dir;
-    convert(noiseImage(20, 20, 3, 1), dir.file("m.bot"));
+    botPyramid(noiseImage(20, 20, 3, 1), dir.file("m.bot"));
     auto good = readFile(dir.file("m.bot"));
     struct Tcase {
         uint16_t m1, m2, m3;
@@ -283,7 +267,7 @@ TEST(BotFile, ConversionFailuresReportAndLeaveThePyramidInMemory) {
 
 TEST(BotFile, TruncatedFilesAtEveryByteNeverCrashAndAlwaysFail) {
     TtestTempDir dir;
-    convert(photoLikeImage(24, 10, 3, 7), dir.file("t.bot"));
+    botPyramid(photoLikeImage(24, 10, 3, 7), dir.file("t.bot"));
     auto bytes = readFile(dir.file("t.bot"));
     const std::string cut = scratchFile(dir, "cut.bot");
     for (size_t n = 0; n < bytes.size(); ++n) {
@@ -308,7 +292,7 @@ TEST(BotFile, TruncatedFilesAtEveryByteNeverCrashAndAlwaysFail) {
 TEST(BotFile, CorruptedBytesNeverCrashTheReaderOrTheCache) {
     TtestTempDir dir;
     auto map = photoLikeImage(24, 10, 4, 7);
-    auto levels = convert(map, dir.file("c.bot"));
+    botPyramid(map, dir.file("c.bot"));
     auto bytes = readFile(dir.file("c.bot"));
     std::mt19937 rng(1);
     unsigned failed = 0;
@@ -343,7 +327,7 @@ TEST(BotFile, CorruptedBytesNeverCrashTheReaderOrTheCache) {
 
 TEST(BotFile, LoadBlockReportsBadSizesAndLeavesTheSlotAlone) {
     TtestTempDir dir;
-    convert(noiseImage(64, 64, 3, 5), dir.file("s.bot"));
+    botPyramid(noiseImage(64, 64, 3, 5), dir.file("s.bot"));
     auto bytes = readFile(dir.file("s.bot"));
     // Block 1 of the file (level 1) claims 8189 bytes: past the limit.
     const uint32_t first = get32(bytes, 14 + 4);
@@ -374,8 +358,8 @@ TEST(BotFile, LoadBlockReportsBadSizesAndLeavesTheSlotAlone) {
 TEST(BotFile, ManyThreadsReadingOneFileSeeTheSameTexels) {
     TtestTempDir dir;
     auto map = photoLikeImage(256, 192, 3, 12);
-    auto levels = convert(map, dir.file("mt.bot"));
-    std::unique_ptr<Tpyramid> p(Tpyramid::openBOT(Tstring(dir.file("mt.bot")), false, "mt"));
+    std::vector<TpixelMap> levels;
+    std::unique_ptr<Tpyramid> p = botPyramid(map, dir.file("mt.bot"), false, &levels);
     ASSERT_TRUE(p);
     const int threads = 8;
     std::vector<uint64_t> mismatches(threads, 0), reads(threads, 0);

@@ -21,19 +21,6 @@
 #include "textures/pyramid/pyramid_inventory.h"
 
 namespace {
-std::unique_ptr<Tpyramid> botPyramid(const TtestTempDir& dir, const TpixelMap& map, const char* name,
-                                     std::vector<TpixelMap>* levels = nullptr) {
-    TpyramidNonSwatch p("id", "src.png", map.width(), map.height(), map.channels(), 1, true);
-    EXPECT_TRUE(p.buildPyramidFromPixelMap(map));
-    if (levels) {
-        levels->resize(size_t(p.getMaxLevel()) + 1);
-        for (int l = 0; l <= p.getMaxLevel(); ++l) p.extractLevel(l, (*levels)[size_t(l)]);
-    }
-    Tstring out(dir.file(name));
-    EXPECT_TRUE(p.remapPyramidToBlocks(&out, true));
-    return std::unique_ptr<Tpyramid>(Tpyramid::openBOT(out, false, Tstring(name)));
-}
-
 // Read calls the process has made: block loads counted by what reaches the
 // file rather than by the cache's own counters. Reading the count is itself
 // a read, which readsSince() takes off. -1 where the system does not say.
@@ -74,7 +61,7 @@ int flagBits(Tpyramid& p, int row) {
 
 TEST(BlockCache, LeastRecentlyUsedBlockGoesFirstAndFlagWordsTrackTheSlots) {
     TtestTempDir dir;
-    auto p = botPyramid(dir, noiseImage(256, 256, 3, 1), "a.bot");  // top: 64 blocks
+    auto p = botPyramid(noiseImage(256, 256, 3, 1), dir.file("a.bot"));  // top: 64 blocks
     ASSERT_TRUE(p);
     TfileTextureCache cache;
     const int top = p->getMaxLevel();
@@ -98,7 +85,7 @@ TEST(BlockCache, LeastRecentlyUsedBlockGoesFirstAndFlagWordsTrackTheSlots) {
 TEST(BlockCache, VictimTableGivesEvictedBlocksASecondChance) {
     TtestTempDir dir;
     std::vector<TpixelMap> levels;
-    auto p = botPyramid(dir, photoLikeImage(512, 512, 4, 2), "v.bot", &levels);  // top: 256 blocks
+    auto p = botPyramid(photoLikeImage(512, 512, 4, 2), dir.file("v.bot"), false, &levels);  // top: 256 blocks
     ASSERT_TRUE(p);
     TfileTextureCache cache;
     cache.setCapacity(8);  // 32 slots and 224 victim entries
@@ -121,7 +108,7 @@ TEST(BlockCache, VictimTableGivesEvictedBlocksASecondChance) {
 
 TEST(BlockCache, ReadingBlocksAllocatesNothing) {
     TtestTempDir dir;
-    auto p = botPyramid(dir, photoLikeImage(300, 300, 3, 3), "n.bot");
+    auto p = botPyramid(photoLikeImage(300, 300, 3, 3), dir.file("n.bot"));
     ASSERT_TRUE(p);
     TfileTextureCache cache;
     TfileTextureWrapper w;
@@ -325,7 +312,7 @@ TEST(BlockCache, RenderSizingFollowsTheTileTheImageWidthAndTheMemory) {
 TEST(BlockCache, VictimSetsKeepWhatADirectMappedTableWouldLose) {
     if (readCalls() < 0) GTEST_SKIP() << "no read counts from the system";
     TtestTempDir dir;
-    auto p = botPyramid(dir, photoLikeImage(1024, 1024, 3, 8), "w.bot");  // 1370 blocks
+    auto p = botPyramid(photoLikeImage(1024, 1024, 3, 8), dir.file("w.bot"));  // 1370 blocks
     ASSERT_TRUE(p);
     const int perLoad = int(readsPerLoad(*p, p->getMaxLevel()));
     ASSERT_GT(perLoad, 0);
@@ -402,7 +389,7 @@ TEST(BlockCache, ARenderSizedCacheHoldsEveryBlockOfATilesLookups) {
     TtestTempDir dir;
     std::vector<std::unique_ptr<Tpyramid>> textures;
     for (int t = 0; t < TfileTextureCache::kTexturesPerTile; ++t)
-        textures.push_back(botPyramid(dir, noiseImage(512, 512, 3, unsigned(t)), ("t" + std::to_string(t) + ".bot").c_str()));
+        textures.push_back(botPyramid(noiseImage(512, 512, 3, unsigned(t)), dir.file("t" + std::to_string(t) + ".bot")));
     const int perLoad = int(readsPerLoad(*textures[0], textures[0]->getMaxLevel()));
     // One 16 x 16 pixel tile at 4 texels per pixel in every texture, at the
     // finest level and the next; the tile straddles block edges: 52

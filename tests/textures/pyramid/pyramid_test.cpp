@@ -10,15 +10,6 @@
 #include "textures/pyramid/file_texture_cache.h"
 #include "textures/pyramid/pyramid.h"
 
-namespace {
-std::unique_ptr<TpyramidNonSwatch> build(const TpixelMap& map, bool keepSize = false) {
-    auto p = std::make_unique<TpyramidNonSwatch>("id", "image.png", map.width(), map.height(), map.channels(), 1,
-                                                 keepSize);
-    EXPECT_TRUE(p->buildPyramidFromPixelMap(map));
-    return p;
-}
-}  // namespace
-
 TEST(PyramidLevels, TablesFollowTheirClosedForms) {
     uint32_t pixels = 0, blocks = 0;
     for (int n = 0; n < Tpyramid::kLevels; ++n) {
@@ -70,7 +61,7 @@ TEST(PyramidBuild, BoxLevelsAverageTheLevelAboveAndASharpTopSurvives) {
     for (int y = 0; y < 64; ++y)
         for (int x = 0; x < 64; ++x)
             for (int c = 0; c < 3; ++c) map.setPixel(x, y, c, uint8_t(((x / 2) * 7 + (y / 2) * 13 + c * 50) & 255));
-    auto p = build(map);
+    auto p = buildPyramid(map);
     ASSERT_EQ(p->getMaxLevel(), 6);
     TpixelMap top, five;
     ASSERT_TRUE(p->extractLevel(6, top));
@@ -83,7 +74,7 @@ TEST(PyramidBuild, BoxLevelsAverageTheLevelAboveAndASharpTopSurvives) {
     // Level 0 of a constant image is that constant, through cubic and boxes alike.
     TpixelMap flat(300, 77, 4);
     for (size_t i = 0; i < flat.byteCount(); ++i) flat.pixels()[i] = uint8_t(40 + i % 4);
-    auto q = build(flat);
+    auto q = buildPyramid(flat);
     for (int level = 0; level < q->getMaxLevel(); ++level) {
         TpixelMap m;
         ASSERT_TRUE(q->extractLevel(level, m));
@@ -95,7 +86,7 @@ TEST(PyramidBuild, StretchedImagesHaveASquareTopAndKeepTheirAspect) {
     TpixelMap map(2000, 100, 1);
     for (int y = 0; y < 100; ++y)
         for (int x = 0; x < 2000; ++x) map.setPixel(x, y, 0, uint8_t(x * 255 / 1999));
-    auto p = build(map);
+    auto p = buildPyramid(map);
     EXPECT_EQ(p->width(), 2000);
     EXPECT_EQ(p->height(), 2000);
     EXPECT_FLOAT_EQ(p->aspect(), 20);
@@ -134,14 +125,9 @@ TEST(PyramidLookup, GetMapColorMatchesADirectComputation) {
     // leaves narrow edge blocks (4 and 6 pixels), so that lookups straddle
     // block seams, wrap across the image edge and read short rows.
     auto map = photoLikeImage(100, 70, 4, 1);
-    auto p = build(map, true);
+    auto p = buildPyramid(map, true);
     TtestTempDir dir;
-    Tstring botPath(dir.file("lookup.bot"));
-    {
-        auto converted = build(map, true);
-        ASSERT_TRUE(converted->remapPyramidToBlocks(&botPath, true));
-    }
-    std::unique_ptr<Tpyramid> bot(Tpyramid::openBOT(botPath, false, "lookup"));
+    std::unique_ptr<Tpyramid> bot = botPyramid(map, dir.file("lookup.bot"), true);
     ASSERT_TRUE(bot);
     TfileTextureCache cache;
     std::mt19937 rng(9);
@@ -164,7 +150,7 @@ TEST(PyramidLookup, GetMapColorMatchesADirectComputation) {
         }
     }
     map = photoLikeImage(96, 64, 4, 1);
-    p = build(map);
+    p = buildPyramid(map);
     TfileTextureWrapper w;
     w.pyramid = p.get();
     // Exactly on a pixel there is no blending; u = 1 wraps to the first column.
@@ -183,7 +169,7 @@ TEST(PyramidLookup, GetMapColorMatchesADirectComputation) {
 TEST(PyramidLookup, FilterWidthPicksAndBlendsLevels) {
     // Each level a flat colour: the result tells which levels were read.
     auto map = noiseImage(64, 64, 3, 4);
-    auto p = build(map);
+    auto p = buildPyramid(map);
     TfileTextureWrapper w;
     T3Float c0, cl, ch, got;
     float a;
@@ -217,7 +203,7 @@ TEST(PyramidLookup, FilterWidthPicksAndBlendsLevels) {
 TEST(PyramidLookup, OneChannelPyramidsSpreadTheValueToColourAndAlpha) {
     TpixelMap map(8, 8, 1);
     for (int i = 0; i < 64; ++i) map.pixels()[i] = uint8_t(i * 4);
-    auto p = build(map);
+    auto p = buildPyramid(map);
     TfileTextureWrapper w;
     T3Float colour;
     float alpha;
@@ -230,7 +216,7 @@ TEST(PyramidLookup, OneChannelPyramidsSpreadTheValueToColourAndAlpha) {
 TEST(PyramidLookup, OneByOneImageHasOneLevel) {
     TpixelMap map(1, 1, 3);
     map.setPixel(0, 0, 1, 200);
-    auto p = build(map);
+    auto p = buildPyramid(map);
     EXPECT_EQ(p->getMaxLevel(), 0);
     EXPECT_EQ(p->totalBlockCount(), 1);
     TfileTextureWrapper w;

@@ -1,11 +1,17 @@
 #pragma once
-// Images and a bit writer shared by the pyramid tests.
+// Images, pyramids built from them and a bit writer shared by the pyramid
+// tests.
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstdint>
+#include <memory>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "framework/host/pixel_map.h"
+#include "textures/pyramid/pyramid.h"
 
 // Something like a photograph: smooth shading, hard edges, fine texture and
 // sensor noise.
@@ -29,6 +35,32 @@ inline TpixelMap noiseImage(int w, int h, int channels, unsigned seed) {
     std::mt19937 rng(seed);
     for (size_t i = 0; i < map.byteCount(); ++i) map.pixels()[i] = uint8_t(rng());
     return map;
+}
+
+// The pyramid of `map` in memory, stretched as the rules say unless `keepSize`.
+inline std::unique_ptr<TpyramidNonSwatch> buildPyramid(const TpixelMap& map, bool keepSize = false) {
+    auto p = std::make_unique<TpyramidNonSwatch>("id", "src.png", map.width(), map.height(), map.channels(), 1, keepSize);
+    EXPECT_TRUE(p->buildPyramidFromPixelMap(map));
+    return p;
+}
+
+// Every level of `p`, the smallest first.
+inline std::vector<TpixelMap> levelsOf(Tpyramid& p) {
+    std::vector<TpixelMap> levels(size_t(p.getMaxLevel()) + 1);
+    for (int l = 0; l <= p.getMaxLevel(); ++l) EXPECT_TRUE(p.extractLevel(l, levels[size_t(l)]));
+    return levels;
+}
+
+// The pyramid of `map` written as a BOT file at `path` and opened again from
+// it; `levels`, when given, receives the levels built in memory.
+inline std::unique_ptr<Tpyramid> botPyramid(const TpixelMap& map, const std::string& path, bool keepSize = false,
+                                            std::vector<TpixelMap>* levels = nullptr) {
+    auto p = buildPyramid(map, keepSize);
+    if (levels) *levels = levelsOf(*p);
+    Tstring out(path);
+    EXPECT_TRUE(p->remapPyramidToBlocks(&out, true));
+    EXPECT_TRUE(p->isBOTfile());
+    return std::unique_ptr<Tpyramid>(Tpyramid::openBOT(out, false, "bot"));
 }
 
 // Writes bits lowest first, as the file does; for hand-made streams.
