@@ -1,11 +1,11 @@
 #!/bin/sh
 # Instructions per shade() call and per sample, engine beside the fused loop
 # and the per-channel floor, counted by callgrind (load does not move them).
-# Usage: bench/callgrind_shade.sh [build dir (build-release)] [cases (abcdef)] [calls (200)] [--stack-frames]
+# Usage: bench/callgrind_shade.sh [build dir (build-release)] [cases (abcdefg)] [calls (200)] [--stack-frames]
 # The fixed cost per call and the cost per sample come from batches 8 and 64.
 set -eu
 build=${1:-build-release}
-cases=${2:-abcdef}
+cases=${2:-abcdefg}
 calls=${3:-200}
 frames=${4:-}
 out=$(mktemp -d)
@@ -19,7 +19,7 @@ done | awk -v calls="$calls" '
 { split($1, k, "/"); ir[k[1], k[2], k[3]] = $2 / calls; seen[k[1]] = 1 }
 END {
     printf "%-4s %-7s %12s %12s %12s %12s %12s\n", "case", "side", "per call 8", "per call 64", "per sample", "fixed/call", "x fused @64"
-    n = split("a b c d e f", letters, " ")
+    n = split("a b c d e f g", letters, " ")
     for (j = 1; j <= n; ++j) {
         c = letters[j]; if (!(c in seen)) continue
         split("engine fused floor", sides, " ")

@@ -6,7 +6,8 @@
 // ratio engine/fused and the two-thread speed-up. Cases: (a) a chain of
 // eight utilities, (b) a condition, (c) a Lambert and (d) a Blinn under
 // four point lights, (e) place2d -> checker -> Lambert and (f) place2d ->
-// ramp -> Lambert under one light. A third column is the floor: the same
+// ramp -> Lambert under one light, and (g) the condition of (b) on a
+// pattern that changes its choice every six or seven samples. A third column is the floor: the same
 // arithmetic over per-channel arrays gathered beforehand, which the compiler
 // vectorises where it can. --callgrind=N runs N calls of each side per case
 // and batch under callgrind client requests; bench/callgrind_shade.sh turns
@@ -241,8 +242,11 @@ Tcase chainOfEight() {
     return {"chain of eight", std::move(net), fused, floor};
 }
 
-// (b) a condition on the point's x choosing between two small sub-networks.
-Tcase conditionOfTwo() {
+// (b) a condition on the point's x choosing between two small sub-networks,
+// two or three runs of one choice a batch; (g) the same sub-networks chosen
+// by the sample's v, which repeats every 13 samples: ten runs a batch.
+template <bool pattern>
+Tcase conditionOf() {
     auto net = std::make_unique<Tnetwork>();
     const T3Float k1(0.9f, 0.8f, 0.7f), k2(1.5f, 1.25f, 1.1f);
     TdependNode* source = net->make("benchSource");
@@ -257,7 +261,13 @@ Tcase conditionOfTwo() {
     net->set(a1, "input2", k1);
     net->set(b1, "max", T3Float(1, 1, 1));
     net->set(b2, "input2", k2);
-    net->connect(source, "outColorR", choose, "firstTerm");
+    if constexpr (pattern) {
+        TdependNode* place = net->make("place2dTexture");
+        net->set(choose, "secondTerm", 0.45f);
+        net->connect(place, "outV", choose, "firstTerm");
+    } else {
+        net->connect(source, "outColorR", choose, "firstTerm");
+    }
     net->connect(source, "outColor", a1, "input1");
     net->connect(a1, "output", a2, "input");
     net->connect(source, "outColor", b1, "input");
@@ -269,12 +279,18 @@ Tcase conditionOfTwo() {
     Fused fused = [=](unsigned count, Tsample** samples) {
         for (unsigned i = 0; i < count; ++i) {
             T3Float p = *samples[i]->pointCamera();
-            samples[i]->setOutColor(p.x > 0.5f ? reverse(mul(p, k1)) : mul(clampTo(p, 0, 1), k2));
+            bool pick;
+            if constexpr (pattern)
+                pick = samples[i]->uvCoord()->y > 0.45f;
+            else
+                pick = p.x > 0.5f;
+            samples[i]->setOutColor(pick ? reverse(mul(p, k1)) : mul(clampTo(p, 0, 1), k2));
         }
     };
     Floor floor = [=](unsigned first, unsigned count, Tlanes& l) {
-        const float* __restrict px = l.p[0] + first;
-        const Tv4 half = Tv4{} + 0.5f;
+        const float* __restrict px = (pattern ? l.uv[1] : l.p[0]) + first;
+        constexpr float threshold = pattern ? 0.45f : 0.5f;
+        const Tv4 half = Tv4{} + threshold;
         for (int c = 0; c < 3; ++c) {
             const float* __restrict in = l.p[c] + first;
             float* __restrict out = l.out[c] + first;
@@ -288,12 +304,14 @@ Tcase conditionOfTwo() {
             }
             for (; i < count; ++i) {
                 float t = 1.0f - in[i] * k1[c], f = clamp01(in[i]) * k2[c];
-                out[i] = px[i] > 0.5f ? t : f;
+                out[i] = px[i] > threshold ? t : f;
             }
         }
     };
-    return {"condition of two", std::move(net), fused, floor};
+    return {pattern ? "condition of two on a pattern" : "condition of two", std::move(net), fused, floor};
 }
+Tcase conditionOfTwo() { return conditionOf<false>(); }
+Tcase conditionOnPattern() { return conditionOf<true>(); }
 
 // ---------------------------------------------------------------- lit materials
 
@@ -690,7 +708,7 @@ void run(Tcase c, double seconds, char letter) {
 }  // namespace
 
 // --seconds=S per figure (0.5); --batch=N for one batch size and no threads;
-// --cases=LETTERS to run some of the cases (a to f) only; --listing prints
+// --cases=LETTERS to run some of the cases (a to g) only; --listing prints
 // their programs as `shadenet compile` does.
 int main(int argc, char** argv) {
     double seconds = 0.5;
@@ -709,7 +727,7 @@ int main(int argc, char** argv) {
             gKeptFrames = false;
     std::printf("Shading throughput (%.2f s per figure, engine frames %s); ratio is time per sample, engine over fused, target <= 1.5 at 64\n",
                 seconds, gKeptFrames ? "kept between batches" : "on the stack");
-    Tcase (*cases[])() = {chainOfEight, conditionOfTwo, lambertFourLights, blinnFourLights, checkerLambert, rampLambert};
+    Tcase (*cases[])() = {chainOfEight, conditionOfTwo, lambertFourLights, blinnFourLights, checkerLambert, rampLambert, conditionOnPattern};
     for (unsigned k = 0; k < sizeof(cases) / sizeof(cases[0]); ++k)
         if (gOnly.empty() || gOnly.find(char('a' + k)) != std::string::npos) run(cases[k](), seconds, char('a' + k));
     return 0;
