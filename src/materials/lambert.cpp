@@ -287,6 +287,12 @@ void TdnLambert::computeBlackHole(const Tplug&, TdataBlock& block, unsigned star
 // ---------------------------------------------------------------- transparency and refraction
 
 void TdnLambert::computeTransparency(const Tplug&, TdataBlock& block, unsigned start, unsigned count) {
+    TdataHandle t = settledOrRead(fTransparency, block, attrTransparency(), start, count);
+    if (!t.isVariable()) {
+        const T3Float one = t.asFloat3(start);
+        computeSurfaceTransparency(this, surface(), block, start, count, &one, true);
+        return;
+    }
     TchunkTriples transparency;
     readTransparency(block, start, count, transparency);
     computeSurfaceTransparency(this, surface(), block, start, count, transparency);

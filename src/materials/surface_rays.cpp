@@ -70,23 +70,78 @@ TraySampler* surfaceRaySampler(TdataBlock& block, const TsurfaceIO& io, unsigned
     return sampler ? sampler : currentRaySampler();
 }
 
+namespace {
+bool letsNothingThrough(const T3Float& t) { return t.x <= kTransparentFloor && t.y <= kTransparentFloor && t.z <= kTransparentFloor; }
+
+// Ray slots for the samples that may refract: refractions on, the source
+// not hidden, some light through. No ray is formed elsewhere.
+unsigned refractionSlots(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count, const TdataHandle& hide,
+                         const T3Float* transparency, bool uniform) {
+    TdataHandle refractions = block.inputValue(a.settings.refractions, start, count);
+    if (!refractions.isVariable() && !refractions.asBool(start)) return 0;
+    if (uniform && letsNothingThrough(transparency[0])) return 0;
+    TdataHandle chromatic = block.inputValue(a.settings.chromaticAberration, start, count);
+    unsigned slots = 0;
+    for (unsigned i = start; i < start + count; ++i)
+        if (refractions.asBool(i) && !hide.asBool(i) && !letsNothingThrough(transparency[uniform ? 0 : i - start]))
+            slots += raySlotsOf(chromatic.asBool(i));
+    return slots;
+}
+
+void writeMatteOpacity(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count, const T3Float* result,
+                       bool uniform) {
+    const TsurfaceSettings& s = a.settings;
+    TdataHandle mode = setting(a, &TsettledSurface::matteOpacityMode, s.matteOpacityMode, block, start, count);
+    TdataHandle gain = setting(a, &TsettledSurface::matteOpacity, s.matteOpacity, block, start, count);
+    TdataHandle outMatte = block.outputValue(a.io.outMatteOpacity.whole, start, count);
+    auto matte = [](short m, float g, const T3Float& t) {
+        return m == kMatteBlackHole ? splat(kBlackHoleMatte) : m == kMatteSolid ? splat(g) : oneMinus(t) * g;
+    };
+    if (!mode.isVariable() && !gain.isVariable()) {
+        // One mode and gain for the batch.
+        const short m = mode.asShort(start);
+        const float g = gain.asFloat(start);
+        if (uniform || m == kMatteBlackHole || m == kMatteSolid) {
+            const T3Float value = matte(m, g, result[0]);
+            for (unsigned i = start; i < start + count; ++i) outMatte.asFloat3(i) = value;
+        } else {
+            for (unsigned i = start; i < start + count; ++i) outMatte.asFloat3(i) = oneMinus(result[i - start]) * g;
+        }
+        return;
+    }
+    for (unsigned i = start; i < start + count; ++i) outMatte.asFloat3(i) = matte(mode.asShort(i), gain.asFloat(i), result[uniform ? 0 : i - start]);
+}
+}  // namespace
+
 void computeSurfaceTransparency(TdependNode* node, const TsurfaceAttributes& a, TdataBlock& block, unsigned start,
-                                unsigned count, const T3Float* transparency) {
+                                unsigned count, const T3Float* transparency, bool uniform) {
     const TsurfaceSettings& s = a.settings;
     TdataHandle hide = setting(a, &TsettledSurface::hideSource, s.hideSource, block, start, count);
-    TchunkTriples result;
-    if (!hide.isVariable() && !hide.asBool(start))
-        for (unsigned i = 0; i < count; ++i) result[i] = transparency[i];
-    else
-        for (unsigned i = start; i < start + count; ++i) result[i - start] = hide.asBool(i) ? splat(1) : transparency[i - start];
+    TraySampler* sampler = surfaceRaySampler(block, a.io, start, count);
+    const unsigned slots = sampler ? refractionSlots(a, block, start, count, hide, transparency, uniform) : 0;
+    const bool shadowPass = currentRenderPassControl == kPassShadow;
+    if (uniform && !hide.isVariable() && slots == 0) {
+        // One transparency for the batch and nothing to refract: the usual
+        // material, opaque or evenly clear.
+        const T3Float result = hide.asBool(start) ? splat(1) : transparency[0];
+        TdataHandle outTransparency = block.outputValue(a.io.outTransparency.whole, start, count);
+        for (unsigned i = start; i < start + count; ++i) outTransparency.asFloat3(i) = result;
+        if (!shadowPass) writeMatteOpacity(a, block, start, count, &result, true);
+        return;
+    }
 
-    if (TraySampler* sampler = surfaceRaySampler(block, a.io, start, count)) {
+    TchunkTriples result;
+    for (unsigned i = start; i < start + count; ++i)
+        result[i - start] = hide.asBool(i) ? splat(1) : transparency[uniform ? 0 : i - start];
+    if (slots) {
+        TchunkTriples spread;
+        if (uniform)
+            for (unsigned i = 0; i < count; ++i) spread[i] = transparency[0];
+        const T3Float* perSample = uniform ? static_cast<const T3Float*>(spread) : transparency;
         TdataHandle chromatic = block.inputValue(s.chromaticAberration, start, count);
-        unsigned slots = 0;
-        for (unsigned i = start; i < start + count; ++i) slots += raySlotsOf(chromatic.asBool(i));
         TrayBatch batch;
         SN_ALLOCATE_RAYS(batch, sampler, slots);
-        formSurfaceRefractiveRays(a, block, start, count, transparency, batch.rayIndex, batch.rayCount, batch.rays, batch.radiance,
+        formSurfaceRefractiveRays(a, block, start, count, perSample, batch.rayIndex, batch.rayCount, batch.rays, batch.radiance,
                                   batch.transmittance);
         if (batch.rayCount > 0) sampler->traceRays(node, batch.rayCount, batch.rays, batch.radiance, batch.transmittance);
         for (unsigned i = start; i < start + count; ++i) {
@@ -102,32 +157,9 @@ void computeSurfaceTransparency(TdependNode* node, const TsurfaceAttributes& a, 
             }
         }
     }
-
     TdataHandle outTransparency = block.outputValue(a.io.outTransparency.whole, start, count);
     for (unsigned i = start; i < start + count; ++i) outTransparency.asFloat3(i) = result[i - start];
-    if (currentRenderPassControl == kPassShadow) return;
-    TdataHandle mode = setting(a, &TsettledSurface::matteOpacityMode, s.matteOpacityMode, block, start, count);
-    TdataHandle gain = setting(a, &TsettledSurface::matteOpacity, s.matteOpacity, block, start, count);
-    TdataHandle outMatte = block.outputValue(a.io.outMatteOpacity.whole, start, count);
-    if (!mode.isVariable() && !gain.isVariable()) {
-        // One mode and gain for the batch.
-        const short m = mode.asShort(start);
-        const float g = gain.asFloat(start);
-        if (m == kMatteBlackHole || m == kMatteSolid) {
-            const T3Float value = splat(m == kMatteBlackHole ? kBlackHoleMatte : g);
-            for (unsigned i = start; i < start + count; ++i) outMatte.asFloat3(i) = value;
-        } else {
-            for (unsigned i = start; i < start + count; ++i) outMatte.asFloat3(i) = oneMinus(result[i - start]) * g;
-        }
-        return;
-    }
-    for (unsigned i = start; i < start + count; ++i) {
-        short m = mode.asShort(i);
-        float g = gain.asFloat(i);
-        outMatte.asFloat3(i) = m == kMatteBlackHole ? splat(kBlackHoleMatte)
-                               : m == kMatteSolid   ? splat(g)
-                                                    : oneMinus(result[i - start]) * g;
-    }
+    if (!shadowPass) writeMatteOpacity(a, block, start, count, result, false);
 }
 
 void formSurfaceRefractiveRays(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count,
@@ -154,7 +186,7 @@ void formSurfaceRefractiveRays(const TsurfaceAttributes& a, TdataBlock& block, u
         const T3Float& t = transparency[i - start];
         float mediumIndex = medium.asFloat(i);
         if (!refractions.asBool(i) || hide.asBool(i) || std::fabs(mediumIndex + kNoRefractionMarker) <= kMarkerTolerance ||
-            depth.asInt(i) >= limit.asShort(i) || (t.x <= kTransparentFloor && t.y <= kTransparentFloor && t.z <= kTransparentFloor))
+            depth.asInt(i) >= limit.asShort(i) || letsNothingThrough(t))
             continue;
         const T3Float& I = direction.asFloat3(i);
         const T3Float& N = normal.asFloat3(i);

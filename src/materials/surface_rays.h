@@ -73,8 +73,9 @@ void accumulateSurfaceRefraction(TdependNode* node, const TsurfaceAttributes& a,
 
 // outTransparency (white under hideSource, times the refraction rays'
 // transmittance) and, outside the shadow pass, outMatteOpacity by its mode.
+// `uniform`: transparency[0] holds the one value of every sample.
 void computeSurfaceTransparency(TdependNode* node, const TsurfaceAttributes& a, TdataBlock& block, unsigned start,
-                                unsigned count, const T3Float* transparency);
+                                unsigned count, const T3Float* transparency, bool uniform = false);
 
 // Black colour and glow for samples whose matte mode is "Black Hole".
 void computeSurfaceBlackHole(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count);
