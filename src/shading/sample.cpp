@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <new>
+#include <type_traits>
 
 namespace {
 
@@ -196,6 +197,28 @@ void Tsample::confirmSet(TbitField64 needed) {
             case 12: std::memcpy(to, from, 12); break;
             case 16: std::memcpy(to, from, 16); break;
             default: std::memcpy(to, from, kDefaultCopy.size[index]); break;
+        }
+    }
+}
+
+void Tsample::sConfirmUnset(Tsample* const* samples, unsigned count, TbitField64 items) {
+    if (!count) return;
+    const unsigned* offsets = samples[0]->fFieldOffsets;
+    const auto* defaults = static_cast<const unsigned char*>(fDefaults.item(0));
+    for (uint64_t todo = items.bits(); todo; todo &= todo - 1) {
+        const unsigned index = unsigned(__builtin_ctzll(todo));
+        const unsigned offset = offsets[index];
+        if (!offset) continue;
+        const unsigned char* from = defaults + kDefaultCopy.from[index];
+        auto fill = [&](auto size) {
+            for (unsigned i = 0; i < count; ++i) std::memcpy(samples[i]->bytes() + offset, from, size);
+        };
+        switch (kDefaultCopy.size[index]) {
+            case 4: fill(std::integral_constant<size_t, 4>{}); break;
+            case 8: fill(std::integral_constant<size_t, 8>{}); break;
+            case 12: fill(std::integral_constant<size_t, 12>{}); break;
+            case 16: fill(std::integral_constant<size_t, 16>{}); break;
+            default: fill(size_t(kDefaultCopy.size[index])); break;
         }
     }
 }

@@ -208,6 +208,9 @@ public:
 
     // Copies the default of every item that is present, in `needed` and not set. Leaves fFieldsSet alone.
     void confirmSet(TbitField64 needed);
+    // The same for records of one layout none of which has set `items`: an
+    // item at a time over the records, as a batch usually needs.
+    static void sConfirmUnset(Tsample* const* samples, unsigned count, TbitField64 items);
     // Deep raster exchange; an item whose raster offset is `absent` is skipped.
     void fillFromDeepRaster(const unsigned* rasterOffsets, const char* raster, unsigned absent);
     void copyToDeepRaster(const unsigned* rasterOffsets, char* raster, unsigned absent) const;

@@ -452,17 +452,24 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     // (inputs and outputs then use them in place). Defaults of needed items
     // the renderer did not set are filled in a second pass, only when some
     // are missing.
-    uint64_t every = ~uint64_t(0);
+    uint64_t every = ~uint64_t(0), any = 0;
     const uintptr_t base = reinterpret_cast<uintptr_t>(samples[0]);
     const uintptr_t spacing = count > 1 ? reinterpret_cast<uintptr_t>(samples[1]) - base : 0;
     uintptr_t expected = base, uneven = 0;
     for (unsigned i = 0; i < count; ++i, expected += spacing) {
-        every &= samples[i]->fieldsSet().bits();
+        const uint64_t set = samples[i]->fieldsSet().bits();
+        every &= set;
+        any |= set;
         uneven |= reinterpret_cast<uintptr_t>(samples[i]) ^ expected;
     }
-    if (fNeeds.bits() & ~every)
-        for (unsigned i = 0; i < count; ++i)
-            if ((fNeeds & ~samples[i]->fieldsSet()).bits()) samples[i]->confirmSet(fNeeds);
+    // Items the renderer leaves to their defaults (the lights' records, the
+    // translucence depth) are usually unset in every record: filled an item
+    // at a time; the few set in some records only, record by record.
+    if (const uint64_t missing = fNeeds.bits() & ~every) {
+        if (missing & ~any) Tsample::sConfirmUnset(samples, count, TbitField64(missing & ~any));
+        if (missing & any)
+            for (unsigned i = 0; i < count; ++i) samples[i]->confirmSet(TbitField64(missing & any));
+    }
 
     // Lights first, once per sample that has its own lighting.
     TSElighting lighting;

@@ -106,9 +106,9 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBitWhateverTheRecordsLayout) {
     }
 }
 
-TEST(ShadingOpus, ANeededItemOneSampleLacksTakesItsDefault) {
-    // Every sample but one carries its uv; the one that does not holds
-    // stale bytes, which the run must replace with the item's default
+TEST(ShadingOpus, ANeededItemSamplesLackTakeItsDefault) {
+    // Every sample but one carries its uv, or none does; one that does not
+    // holds stale bytes, which the run must replace with the item's default
     // whichever place in the batch the sample has.
     ChainNetwork net;
     TshadingOpus* opus = net.analyse();
@@ -116,16 +116,20 @@ TEST(ShadingOpus, ANeededItemOneSampleLacksTakesItsDefault) {
     TtestSamples reference(net.group, 1);
     reference.samples[0]->confirmSet(opus->needs());
     const T2Float byDefault = *reference.samples[0]->uvCoord();
-    for (unsigned lacking : {0u, 5u, 63u}) {
+    constexpr int kEvery = -1;
+    for (int lacking : {0, 5, 63, kEvery}) {
         SCOPED_TRACE(lacking);
         TtestSamples batch(net.group, 64);
-        for (unsigned i = 0; i < batch.size(); ++i)
-            if (i != lacking) batch.samples[i]->setUvCoord(coordOf(i));
         const T2Float stale{7.0f, -3.0f};
-        std::memcpy(const_cast<T2Float*>(batch.samples[lacking]->uvCoord()), &stale, sizeof stale);
+        auto lacks = [&](unsigned i) { return lacking == kEvery || int(i) == lacking; };
+        for (unsigned i = 0; i < batch.size(); ++i)
+            if (lacks(i))
+                std::memcpy(const_cast<T2Float*>(batch.samples[i]->uvCoord()), &stale, sizeof stale);
+            else
+                batch.samples[i]->setUvCoord(coordOf(i));
         batch.shade(opus);
         for (unsigned i = 0; i < batch.size(); ++i) {
-            const T2Float c = i == lacking ? byDefault : coordOf(i);
+            const T2Float c = lacks(i) ? byDefault : coordOf(i);
             EXPECT_TRUE(sameBits(*batch.samples[i]->outColor(), net.scalar(c.x, c.y))) << i;
         }
     }
