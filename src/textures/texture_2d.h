@@ -5,7 +5,8 @@
 // colour and the colour effects. Ttx2dBatch carries the three-pass form of a
 // texture's vector compute: a first pass runs the pattern and records, per
 // sample, how much of each colour input it needs; the inputs are then
-// computed only for the runs of samples that need them; a last pass mixes.
+// computed only for the samples that need them; a last pass mixes.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <memory>
@@ -170,29 +171,29 @@ public:
         r.done = 1;
     }
 
-    // The lazy pass and the mix. Each input is computed for the maximal runs
-    // of samples that need it, then the colour is the pattern's own colour
+    // The lazy pass and the mix. Each input is computed for the samples
+    // that need it, then the colour is the pattern's own colour
     // plus the weighted inputs; alpha is the pattern's, or the colour's
     // luminance when `alphaFromColour` or alphaIsLuminance says so; then the
     // colour effects. `clampAtZero` holds each channel of the mix at 0 from
     // below. Writes outColor and outAlpha.
-    // Computes input k now, for the runs of samples that need it so far,
+    // Computes input k now, for the samples that need it so far,
     // for a pattern that must see an input before it can settle its
     // weights. The weights set afterwards may only drop samples: finish
     // does not compute the input again.
     const TdataHandle& computeInput(TdataBlock& block, unsigned k, const Tattribute& input) {
-        unsigned i = fFirst, end = fFirst + fCount;
-        while (i < end) {
-            if (!at(i).need[k] || at(i).done) {
-                ++i;
-                continue;
+        // One read per 64 samples, naming the samples that need the input.
+        for (unsigned base = fFirst, end = fFirst + fCount; base < end; base += 64) {
+            const unsigned n = std::min(64u, end - base);
+            uint64_t needed = 0;
+            for (unsigned i = 0; i < n; ++i) {
+                const Record& r = at(base + i);
+                needed |= uint64_t(r.need[k] && !r.done) << i;
             }
-            unsigned j = i + 1;
-            while (j < end && at(j).need[k] && !at(j).done) ++j;
-            fIn[k] = block.inputValue(input, i, j - i);
-            // A constant serves every run: the first read is the only one.
+            if (!needed) continue;
+            fIn[k] = block.inputValue(input, base, n, needed);
+            // A constant serves every sample: the first read is the only one.
             if (!fIn[k].isVariable()) break;
-            i = j;
         }
         fReady[k] = true;
         return fIn[k];
