@@ -471,6 +471,25 @@ void TSEanalysis::cutLoops() {
             if (c.lazy && c.source && c.memory == kMemoryVariable) c.source->cut = true;
 }
 
+// Depth first from `top` over the nodes upstream through variable
+// connections, each node once (the caller clears the visited marks):
+// `enter(node)` false ends the walk, which then returns false; `follow(c)`
+// says whether to go on into c's source.
+template <class Enter, class Follow>
+bool walkUpstream(TSEnodeDescription* top, Enter&& enter, Follow&& follow) {
+    std::vector<TSEnodeDescription*> work{top};
+    while (!work.empty()) {
+        TSEnodeDescription* d = work.back();
+        work.pop_back();
+        if (d->visited) continue;
+        d->visited = true;
+        if (!enter(*d)) return false;
+        for (const TSEconnectionRecord& c : d->connections)
+            if (c.source && c.memory == kMemoryVariable && follow(c)) work.push_back(c.source);
+    }
+    return true;
+}
+
 void TSEanalysis::segment() {
     // A shared node upstream of a cut node is cut as well, so that each
     // segment owns only the nodes nobody else reads.
@@ -480,22 +499,15 @@ void TSEanalysis::segment() {
         for (TSEnodeDescription* d = fList; d; d = d->next) d->visited = false;
         for (TSEnodeDescription* top = fList; top; top = top->next) {
             if (!top->cut) continue;
-            std::vector<TSEnodeDescription*> work{top};
-            while (!work.empty()) {
-                TSEnodeDescription* d = work.back();
-                work.pop_back();
-                if (d->visited) continue;
-                d->visited = true;
-                for (const TSEconnectionRecord& c : d->connections) {
-                    if (!c.source || c.memory != kMemoryVariable || c.source->cut) continue;
-                    if (c.source->uses > 1) {
-                        c.source->cut = true;
-                        changed = true;
-                    } else {
-                        work.push_back(c.source);
-                    }
-                }
-            }
+            walkUpstream(
+                top, [](TSEnodeDescription&) { return true; },
+                [&](const TSEconnectionRecord& c) {
+                    if (c.source->cut) return false;
+                    if (c.source->uses <= 1) return true;
+                    c.source->cut = true;
+                    changed = true;
+                    return false;
+                });
         }
     }
     promoteUnconditional();
@@ -515,21 +527,16 @@ void TSEanalysis::promoteUnconditional() {
         // The nodes `top` computes from, `top` included; false where one reads lazily.
         upstream.clear();
         for (TSEnodeDescription* d = fList; d; d = d->next) d->visited = false;
-        std::vector<TSEnodeDescription*> work{top};
-        while (!work.empty()) {
-            TSEnodeDescription* d = work.back();
-            work.pop_back();
-            if (d->visited) continue;
-            d->visited = true;
-            if (!d->node || d->provider) return false;
-            upstream.push_back(d);
-            for (const TSEconnectionRecord& c : d->connections) {
-                if (!c.source || c.memory != kMemoryVariable) continue;
-                if (c.lazy) return false;
-                work.push_back(c.source);
-            }
-        }
-        return true;
+        return walkUpstream(
+            top,
+            [&](TSEnodeDescription& d) {
+                if (!d.node || d.provider) return false;
+                for (const TSEconnectionRecord& c : d.connections)
+                    if (c.source && c.memory == kMemoryVariable && c.lazy) return false;
+                upstream.push_back(&d);
+                return true;
+            },
+            [](const TSEconnectionRecord&) { return true; });
     };
     std::vector<TSEnodeDescription*> straight, candidates;
     bool changed = true;
