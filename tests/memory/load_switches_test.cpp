@@ -11,21 +11,32 @@
 #include <vector>
 
 #include "cache_tile.h"
-#include "child_process.h"
 #include "framework/host/command_engine.h"
 #include "memory/global_render_cache.h"
 #include "memory/render_cache.h"
 #include "memory/render_swap.h"
+#include "support/program_run.h"
 #include "support/temp_dir.h"
 
 namespace {
 const char* childPath() { return std::getenv("SHADENET_CHILD_PATH"); }
 
-void expectRan(const TchildRun& run, int exitCode = 0) {
-    EXPECT_EQ(run.exitCode, exitCode) << run.out << run.err;
-    if (exitCode == 0) {
-        EXPECT_TRUE(run.ranOne) << run.out;
-    }
+// LoadSwitchChild.DISABLED_`body` in a fresh process of this program.
+TprogramRun runChild(const std::string& body, const std::vector<std::pair<std::string, std::string>>& environment) {
+    return runProgram("/proc/self/exe", {"--gtest_filter=LoadSwitchChild.DISABLED_" + body, "--gtest_also_run_disabled_tests"},
+                      {}, environment);
+}
+
+// The filter matched exactly one test and it passed.
+void expectRan(const TprogramRun& run) {
+    EXPECT_EQ(run.status, 0) << run.out << run.err;
+    EXPECT_NE(run.out.find("[  PASSED  ] 1 test."), std::string::npos) << run.out;
+}
+
+unsigned countOf(const std::string& text, const std::string& needle) {
+    unsigned n = 0;
+    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + needle.size())) ++n;
+    return n;
 }
 }  // namespace
 
@@ -50,7 +61,7 @@ TEST(LoadSwitchChild, DISABLED_CapStaysWithoutGrowth) {
 }
 
 TEST(LoadSwitches, GrowthOffKeepsTheCapAndTracesOnce) {
-    const TchildRun run = runChildTest("LoadSwitchChild.DISABLED_CapStaysWithoutGrowth",
+    const TprogramRun run = runChild("CapStaysWithoutGrowth",
                                        {{"GROW_RENDER_CACHE", "0"},
                                         {"TRACE_RENDER_CACHE", "1"},
                                         {"TOVI_RENDERER_GLOBALIZE_RENDER_CACHE", "0"}});
@@ -58,7 +69,7 @@ TEST(LoadSwitches, GrowthOffKeepsTheCapAndTracesOnce) {
     // One line for the one cache made with the first constructor.
     EXPECT_EQ(countOf(run.err, "TrenderCache: GROW_RENDER_CACHE disabled\n"), 1u) << run.err;
     // Without the trace switch there is no line.
-    const TchildRun quiet = runChildTest("LoadSwitchChild.DISABLED_CapStaysWithoutGrowth",
+    const TprogramRun quiet = runChild("CapStaysWithoutGrowth",
                                          {{"GROW_RENDER_CACHE", "0"}, {"TOVI_RENDERER_GLOBALIZE_RENDER_CACHE", "0"}});
     expectRan(quiet);
     EXPECT_EQ(countOf(quiet.err, "GROW_RENDER_CACHE"), 0u) << quiet.err;
@@ -80,7 +91,7 @@ TEST(LoadSwitchChild, DISABLED_IdleLimitFromTheEnvironment) {
 }
 
 TEST(LoadSwitches, IdleLimitComesFromLimitCacheSize) {
-    expectRan(runChildTest("LoadSwitchChild.DISABLED_IdleLimitFromTheEnvironment", {{"LIMIT_CACHE_SIZE", "2"}}));
+    expectRan(runChild("IdleLimitFromTheEnvironment", {{"LIMIT_CACHE_SIZE", "2"}}));
     // And the default is no limit.
     EXPECT_EQ(TrenderCache(1, TmallocAllocator::mallocAllocator()).idleLimit(), size_t(4294967295u));
 }
@@ -101,7 +112,7 @@ TEST(LoadSwitchChild, DISABLED_GlobalCacheStartsSmallAndGrows) {
 }
 
 TEST(LoadSwitches, GlobalCacheOnWithTrace) {
-    const TchildRun run = runChildTest("LoadSwitchChild.DISABLED_GlobalCacheStartsSmallAndGrows",
+    const TprogramRun run = runChild("GlobalCacheStartsSmallAndGrows",
                                        {{"TOVI_RENDERER_TRACE_GLOBAL_CACHE", "1"}});
     expectRan(run);
     const std::string expected[] = {
@@ -115,7 +126,7 @@ TEST(LoadSwitches, GlobalCacheOnWithTrace) {
     for (const std::string& line : expected) EXPECT_NE(run.err.find(line), std::string::npos) << line << run.err;
     EXPECT_EQ(countOf(run.err, "Warning: render cache footPrint"), 2u) << run.err;
     // Without trace the same run is silent.
-    const TchildRun quiet = runChildTest("LoadSwitchChild.DISABLED_GlobalCacheStartsSmallAndGrows", {});
+    const TprogramRun quiet = runChild("GlobalCacheStartsSmallAndGrows", {});
     expectRan(quiet);
     EXPECT_EQ(countOf(quiet.err, "Warning"), 0u) << quiet.err;
 }
@@ -133,7 +144,7 @@ TEST(LoadSwitchChild, DISABLED_NoGlobalCache) {
 }
 
 TEST(LoadSwitches, GlobalCacheOff) {
-    const TchildRun run = runChildTest("LoadSwitchChild.DISABLED_NoGlobalCache",
+    const TprogramRun run = runChild("NoGlobalCache",
                                        {{"TOVI_RENDERER_GLOBALIZE_RENDER_CACHE", "0"},
                                         {"TOVI_RENDERER_TRACE_GLOBAL_CACHE", "1"}});
     expectRan(run);
@@ -158,7 +169,7 @@ TEST(LoadSwitchChild, DISABLED_SwapLimitZero) {
 TEST(LoadSwitches, SwapLimitZeroFailsEveryAppendWithOneWarning) {
     TtestTempDir dir;
     const std::string path = dir.file("s");
-    const TchildRun run = runChildTest("LoadSwitchChild.DISABLED_SwapLimitZero", {{"TOVI_SWAP_LIMIT", "0"},
+    const TprogramRun run = runChild("SwapLimitZero", {{"TOVI_SWAP_LIMIT", "0"},
                                                                                   {"TOVI_TRACE_SWAP", "1"},
                                                                                   {"SHADENET_CHILD_PATH", path}});
     expectRan(run);
@@ -171,8 +182,8 @@ TEST(LoadSwitches, SwapLimitZeroFailsEveryAppendWithOneWarning) {
     EXPECT_EQ(countOf(run.err, "TrenderSwap: closing swap file\n"), 1u);
     EXPECT_NE(access(path.c_str(), F_OK), 0);
     // Without the trace switch nothing is written.
-    const TchildRun quiet =
-        runChildTest("LoadSwitchChild.DISABLED_SwapLimitZero", {{"TOVI_SWAP_LIMIT", "0"}, {"SHADENET_CHILD_PATH", path}});
+    const TprogramRun quiet =
+        runChild("SwapLimitZero", {{"TOVI_SWAP_LIMIT", "0"}, {"SHADENET_CHILD_PATH", path}});
     expectRan(quiet);
     EXPECT_EQ(countOf(quiet.err, "TrenderSwap"), 0u) << quiet.err;
 }
@@ -190,8 +201,8 @@ TEST(LoadSwitchChild, DISABLED_ExitWithASwapFileOpen) {
 TEST(LoadSwitches, SwapFileIsRemovedWhenTheProcessExits) {
     TtestTempDir dir;
     const std::string path = dir.file("s");
-    const TchildRun run = runChildTest("LoadSwitchChild.DISABLED_ExitWithASwapFileOpen", {{"SHADENET_CHILD_PATH", path}});
-    EXPECT_EQ(run.exitCode, 3) << run.out << run.err;
+    const TprogramRun run = runChild("ExitWithASwapFileOpen", {{"SHADENET_CHILD_PATH", path}});
+    EXPECT_EQ(run.status, 3) << run.out << run.err;
     EXPECT_NE(run.out.find("[ RUN      ] LoadSwitchChild.DISABLED_ExitWithASwapFileOpen"), std::string::npos);
     EXPECT_NE(access(path.c_str(), F_OK), 0);
 }
@@ -219,5 +230,5 @@ TEST(LoadSwitchChild, DISABLED_WriteErrorsWarnOnce) {
 
 TEST(LoadSwitches, WriteErrorsWarnOnce) {
     TtestTempDir dir;
-    expectRan(runChildTest("LoadSwitchChild.DISABLED_WriteErrorsWarnOnce", {{"SHADENET_CHILD_PATH", dir.file("s")}}));
+    expectRan(runChild("WriteErrorsWarnOnce", {{"SHADENET_CHILD_PATH", dir.file("s")}}));
 }

@@ -10,6 +10,8 @@
 
 #include "support/temp_dir.h"
 
+extern char** environ;
+
 namespace {
 std::string slurp(const std::string& path) {
     std::ifstream in(path);
@@ -19,7 +21,8 @@ std::string slurp(const std::string& path) {
 }
 }  // namespace
 
-TprogramRun runProgram(const std::string& program, const std::vector<std::string>& args, TprogramLimits limits) {
+TprogramRun runProgram(const std::string& program, const std::vector<std::string>& args, TprogramLimits limits,
+                       const std::vector<std::pair<std::string, std::string>>& environment) {
     TtestTempDir dir;
     const std::string outFile = dir.file("out"), errFile = dir.file("err");
     // Everything the child needs is made before fork: it only calls what is
@@ -29,6 +32,16 @@ TprogramRun runProgram(const std::string& program, const std::vector<std::string
     std::vector<char*> argv;
     for (std::string& w : words) argv.push_back(w.data());
     argv.push_back(nullptr);
+    std::vector<std::string> variables;
+    for (char** e = environ; *e; ++e) {
+        bool replaced = false;
+        for (const auto& [name, value] : environment) replaced |= std::string(*e).rfind(name + "=", 0) == 0;
+        if (!replaced) variables.push_back(*e);
+    }
+    for (const auto& [name, value] : environment) variables.push_back(name + "=" + value);
+    std::vector<char*> envp;
+    for (std::string& v : variables) envp.push_back(v.data());
+    envp.push_back(nullptr);
     std::fflush(nullptr);
     TprogramRun run;
     const pid_t pid = fork();
@@ -38,7 +51,7 @@ TprogramRun runProgram(const std::string& program, const std::vector<std::string
             const rlimit size{rlim_t(limits.fileSizeBytes), rlim_t(limits.fileSizeBytes)};
             if (setrlimit(RLIMIT_FSIZE, &size) != 0) _exit(127);
         }
-        execv(program.c_str(), argv.data());
+        execve(program.c_str(), argv.data(), envp.data());
         _exit(127);
     }
     int raw = 0;

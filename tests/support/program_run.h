@@ -3,6 +3,7 @@
 // quoting), and collects its exit status and both output streams.
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct TprogramRun {
@@ -14,7 +15,9 @@ struct TprogramLimits {
     uint64_t fileSizeBytes = 0;  // the largest file it may write; 0 for no limit
 };
 
-TprogramRun runProgram(const std::string& program, const std::vector<std::string>& args, TprogramLimits limits = {});
+// `environment` adds variables to this process's own, or replaces them.
+TprogramRun runProgram(const std::string& program, const std::vector<std::string>& args, TprogramLimits limits = {},
+                       const std::vector<std::pair<std::string, std::string>>& environment = {});
 
 // The lines of a program's output, without their ends.
 std::vector<std::string> linesOf(const std::string& text);
