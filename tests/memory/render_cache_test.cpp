@@ -165,7 +165,7 @@ TEST(RenderCacheCap, LoweringEvictsNothingUntilTheNextAllocation) {
     cache.deallocate(p);
 }
 
-TEST(RenderCacheAllocator, ArenaPagesDrawnThroughTheCacheCountInItsBudget) {
+TEST(RenderCacheAllocator, ArenaPagesDrawnThroughTheCacheCountInItsBudgetAndEvict) {
     TrenderCache cache = makeCache(kHuge);
     Tallocator& allocator = cache.asArenaAllocator();
     EXPECT_EQ(&cache.asArenaAllocator(), &allocator);
@@ -182,15 +182,12 @@ TEST(RenderCacheAllocator, ArenaPagesDrawnThroughTheCacheCountInItsBudget) {
     }
     EXPECT_EQ(cache.allocatedMemory(), 0u);
     EXPECT_TRUE(cache.arena().verify());
-}
-
-TEST(RenderCacheAllocator, ArenaPageRequestEvictsIdleTiles) {
-    TrenderCache cache = makeCache(kHuge);
+    // A page request over the cap evicts idle tiles like any other.
     std::string evicted;
     TcacheTile a(cache, 4096, 'A', &evicted);
     a.touch();
     cache.reallySetMaximumMemorySize(8192);
-    TstackArena frame(cache.asArenaAllocator(), 8192);
+    TstackArena frame(allocator, 8192);
     ASSERT_NE(frame.allocate(8), nullptr);
     EXPECT_EQ(evicted, "A");
 }
