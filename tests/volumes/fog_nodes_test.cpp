@@ -9,6 +9,7 @@
 #include "shading/light_data.h"
 #include "shading/render_pass_control.h"
 #include "shading/swatch_mode.h"
+#include "support/expect_near.h"
 #include "volumes/volume_utils.h"
 
 namespace {
@@ -49,12 +50,6 @@ struct TpassScope {
     explicit TpassScope(int pass) { currentRenderPassControl = pass; }
     ~TpassScope() { currentRenderPassControl = saved; }
 };
-
-void expectNear3(const T3Float& a, const T3Float& b, float tolerance) {
-    EXPECT_NEAR(a.x, b.x, tolerance);
-    EXPECT_NEAR(a.y, b.y, tolerance);
-    EXPECT_NEAR(a.z, b.z, tolerance);
-}
 }  // namespace
 
 // out = sum over lights of intensity * colour * opacity, once per flag: a
@@ -85,17 +80,17 @@ TEST(FogNodes, LightFogCountsEachLightOncePerFlagAndSkipsPassesFourAndFive) {
         fog.set("lightDataArray", record(second, false, true), 3);
         const T3Float out = fog.get("outColor"), transparency = fog.get("outTransparency");
         if (c.times < 0) {
-            expectNear3(out, T3Float(0, 0, 0), 0);
-            expectNear3(transparency, T3Float(1, 1, 1), 0);
+            expectNear(out, T3Float(0, 0, 0), "colour", 0);
+            expectNear(transparency, T3Float(1, 1, 1), "transparency", 0);
             continue;
         }
         const float opacity = c.fast ? 1 - std::exp(-density * thickness) : density;
         T3Float expected;
         for (int k = 0; k < 3; ++k)
             (&expected.x)[k] = ((&light.x)[k] * c.times + (&second.x)[k]) * (&color.x)[k] * opacity;
-        expectNear3(out, expected, 1e-6f);
+        expectNear(out, expected, "colour", 1e-6f);
         // Colour-based transparency is on by default.
-        expectNear3(transparency, T3Float(1 - expected.x, 1 - expected.y, 1 - expected.z), 1e-6f);
+        expectNear(transparency, T3Float(1 - expected.x, 1 - expected.y, 1 - expected.z), "transparency", 1e-6f);
     }
 }
 
@@ -115,17 +110,17 @@ TEST(FogNodes, MatteModesOfTheFogNodes) {
             const T3Float matte = fog.get("outMatteOpacity"), transparency = fog.get("outTransparency");
             const T3Float color = fog.get("outColor");
             if (mode == 0) {
-                expectNear3(matte, T3Float(TvolumeUtils::kNoMatte, TvolumeUtils::kNoMatte, TvolumeUtils::kNoMatte), 0);
+                expectNear(matte, T3Float(TvolumeUtils::kNoMatte, TvolumeUtils::kNoMatte, TvolumeUtils::kNoMatte), "matte", 0);
                 if (std::string(type) == "lightFog") {
-                    expectNear3(color, T3Float(0, 0, 0), 0);
-                    expectNear3(transparency, T3Float(0, 0, 0), 0);
+                    expectNear(color, T3Float(0, 0, 0), "colour", 0);
+                    expectNear(transparency, T3Float(0, 0, 0), "transparency", 0);
                 } else {
                     EXPECT_LT(transparency.x, 1.0f);  // a black hole elsewhere keeps its fog
                 }
             } else if (mode == 1) {
-                expectNear3(matte, T3Float(gain, gain, gain), 0);
+                expectNear(matte, T3Float(gain, gain, gain), "matte", 0);
             } else {
-                expectNear3(matte, T3Float((1 - transparency.x) * gain, (1 - transparency.y) * gain, (1 - transparency.z) * gain), 1e-6f);
+                expectNear(matte, T3Float((1 - transparency.x) * gain, (1 - transparency.y) * gain, (1 - transparency.z) * gain), "matte", 1e-6f);
                 EXPECT_GT(matte.x, 0.0f);
             }
         }
@@ -153,7 +148,7 @@ TEST(FogNodes, EnvironmentFogThicknessGrowsAThousandfoldInASwatch) {
             inSampleSwatchMode = false;
             const double d = thickness * (swatch ? 1000.0 : 1.0);
             const double expected = physical ? std::exp(std::log(1 - opacity) * density * d) : std::exp(-d / saturation);
-            expectNear3(transparency, T3Float(float(expected), float(expected), float(expected)), 1e-5f);
+            expectNear(transparency, T3Float(float(expected), float(expected), float(expected)), "transparency", 1e-5f);
         }
     }
 }

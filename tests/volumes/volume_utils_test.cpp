@@ -11,6 +11,7 @@
 
 #include "shading/sample.h"
 #include "support/alloc_counter.h"
+#include "support/expect_near.h"
 #include "volumes/volume_utils.h"
 
 struct TvolumeUtilsProbe {
@@ -32,34 +33,15 @@ struct Tspec {
 };
 
 Tspec surface(float t, T3Float transparency, T3Float color, T3Float glow = {}, float factor = 1) {
-    Tspec s;
-    s.surface = true;
-    s.factor = factor;
-    s.enter = t;
-    s.transparency = transparency;
-    s.color = color;
-    s.glow = glow;
-    s.matte = kOne - transparency;
-    return s;
+    return {true, factor, t, 0, 0, 0, color, transparency, glow, kOne - transparency};
 }
 
 Tspec interval(float enter, float exit, T3Float transparency, T3Float color, T3Float glow = {}) {
-    Tspec s;
-    s.factor = 0;
-    s.enter = enter;
-    s.exit = exit;
-    s.transparency = transparency;
-    s.color = color;
-    s.glow = glow;
-    s.matte = kOne - transparency;
-    return s;
+    return {false, 0, enter, exit, 0, 0, color, transparency, glow, kOne - transparency};
 }
 
 Tspec particle(float enter, float exit, T3Float extinction, T3Float color, float weight, T3Float glow = {}) {
-    Tspec s = interval(enter, exit, extinction, color, glow);
-    s.objectType = 4;
-    s.weight = weight;
-    return s;
+    return {false, 0, enter, exit, weight, 4, color, extinction, glow, kOne - extinction};
 }
 
 // Samples laid out with just the items the integrators read.
@@ -108,10 +90,6 @@ Tout eas(Tray& ray, int start, int end) {
     return o;
 }
 Tout eas(Tray& ray) { return eas(ray, 0, ray.last()); }
-
-void expectNear(const T3Float& a, const T3Float& b, float tolerance, const char* what) {
-    for (int c = 0; c < 3; ++c) EXPECT_NEAR(a[c], b[c], tolerance) << what << " channel " << c;
-}
 
 // Reference: march the ray with a fine step. Volume media are averaged over
 // the part of each step they cover; surface points split the step exactly.
@@ -284,9 +262,9 @@ TEST(VolumeIntegrate, OverlappingIntervalsAndSurfacesAgreeWithAFineRayMarch) {
         Tray ray(layout);
         const Tout o = eas(ray);
         const Tout reference = march(layout, 2e-5);
-        expectNear(o.color, reference.color, 1e-4f, "colour");
-        expectNear(o.transparency, reference.transparency, 1e-4f, "transparency");
-        expectNear(o.glow, reference.glow, 1e-4f, "glow");
+        expectNear(o.color, reference.color, "colour", 1e-4f);
+        expectNear(o.transparency, reference.transparency, "transparency", 1e-4f);
+        expectNear(o.glow, reference.glow, "glow", 1e-4f);
     }
 }
 
@@ -329,7 +307,7 @@ TEST(VolumeIntegrate, SingleSampleShortCutCopiesUnlessParticleTyped) {
             EXPECT_EQ(shadow, s.transparency);
         } else {
             // Integrated: the sentinel sets matte-unset, but the matte still follows transparency.
-            expectNear(o.matte, kOne - o.transparency, 1e-6f, "integrated matte");
+            expectNear(o.matte, kOne - o.transparency, "integrated matte", 1e-6f);
         }
     }
 }
@@ -376,15 +354,15 @@ TEST(VolumeIntegrate, SurfaceFactorScalesOrForcesOpacity) {
     for (const Case& c : cases) {
         Tray ray({surface(1, t, k, g, c.factor), surface(2, kOne, kZero)});
         const Tout o = eas(ray);
-        expectNear(o.color, k * c.scale, 1e-6f, "colour");
-        expectNear(o.glow, g * c.scale, 1e-6f, "glow");
+        expectNear(o.color, k * c.scale, "colour", 1e-6f);
+        expectNear(o.glow, g * c.scale, "glow", 1e-6f);
         for (int ch = 0; ch < 3; ++ch) {
             const float expected = c.opaque ? 0 : 1 - (1 - t[ch]) * std::min(c.scale, 1.0f);
             EXPECT_NEAR(o.transparency[ch], expected, 1e-6f) << c.factor;
         }
         T3Float shadow;
         TvolumeUtils().integrateShadow(ray.samples(), 0, 1, shadow);
-        expectNear(shadow, o.transparency, 1e-6f, "shadow of the same points");
+        expectNear(shadow, o.transparency, "shadow of the same points", 1e-6f);
     }
 }
 
@@ -420,7 +398,7 @@ TEST(VolumeIntegrate, MattePrecedence) {
     // A sentinel among agreeing mattes: matte follows transparency.
     Tray agree({unknown, agreeing});
     Tout o = eas(agree);
-    expectNear(o.matte, kOne - o.transparency, 1e-6f, "matte from transparency");
+    expectNear(o.matte, kOne - o.transparency, "matte from transparency", 1e-6f);
 
     // Add one that disagrees: no matte is known.
     Tray unknownResult({unknown, agreeing, disagreeing});
@@ -468,13 +446,13 @@ TEST(VolumeIntegrate, ThreeOperationsAgreeWhereTheyOverlap) {
         EXPECT_EQ(rt.color, full.color);
         EXPECT_EQ(rt.glow, full.glow);
         EXPECT_EQ(rt.transparency, full.transparency);
-        expectNear(shadow, full.transparency, 1e-6f, "shadow");
+        expectNear(shadow, full.transparency, "shadow", 1e-6f);
         // Order of the samples in the array does not matter.
         std::reverse(layout.begin(), layout.end());
         Tray reversed(layout);
         const Tout back = eas(reversed);
-        expectNear(back.color, full.color, 1e-5f, "colour reversed");
-        expectNear(back.transparency, full.transparency, 1e-6f, "transparency reversed");
+        expectNear(back.color, full.color, "colour reversed", 1e-5f);
+        expectNear(back.transparency, full.transparency, "transparency reversed", 1e-6f);
     }
 }
 
@@ -517,8 +495,8 @@ TEST(VolumeIntegrate, LongRaysWithNanPositionsStayInBounds) {
     Tray ordered(layout);
     std::shuffle(layout.begin(), layout.end(), random);
     Tray shuffled(layout);
-    expectNear(eas(ordered).color, eas(shuffled).color, 1e-4f, "long ray colour");
-    expectNear(eas(ordered).transparency, eas(shuffled).transparency, 1e-6f, "long ray transparency");
+    expectNear(eas(ordered).color, eas(shuffled).color, "long ray colour", 1e-4f);
+    expectNear(eas(ordered).transparency, eas(shuffled).transparency, "long ray transparency", 1e-6f);
 }
 
 TEST(VolumeIntegrate, IntegratorsUseNoHeap) {
