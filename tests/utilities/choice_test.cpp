@@ -298,12 +298,13 @@ TEST(SettledInputs, EachRenderShadesWithTheValuesItStartsWith) {
     };
     struct Case {
         const char* type;
+        const Tattribute* input;  // fed the sample's point
         Render renders[3];
         // The expected colour of a sample at point p under render r.
         T3Float (*want)(const Render& r, const T3Float& p);
         void (*wire)(TutilityNetwork& net, TdependNode* node, const Render& r);
     } cases[] = {
-        {"multiplyDivide",
+        {"multiplyDivide", &TdnMultiplyDivide::saInput1(),
          {{TdnMultiplyDivide::kMultiply, 0, T3Float(0.5f, 2.0f, 3.0f)},
           {TdnMultiplyDivide::kMultiply, 0, T3Float(-1.0f, 0.25f, 1.5f)},
           {TdnMultiplyDivide::kDivide, 0, T3Float(4.0f, 0.5f, 2.0f)}},
@@ -315,7 +316,7 @@ TEST(SettledInputs, EachRenderShadesWithTheValuesItStartsWith) {
              net.set(node, TdnMultiplyDivide::saOperation(), r.operation);
              net.set(node, TdnMultiplyDivide::saInput2(), r.colour);
          }},
-        {"clamp",
+        {"clamp", &TdnClampColor::saInput(),
          {{0, 0.2f, T3Float(0.6f, 0.6f, 0.6f)}, {0, -1.0f, T3Float(0.3f, 0.9f, 0.4f)}, {0, 0.5f, T3Float(0.1f, 0.1f, 0.1f)}},
          [](const Render& r, const T3Float& p) {
              auto c = [&](float x, float hi) { return std::min(std::max(x, r.scalar), hi); };
@@ -325,14 +326,14 @@ TEST(SettledInputs, EachRenderShadesWithTheValuesItStartsWith) {
              net.set(node, TdnClampColor::saMin(), T3Float(r.scalar, r.scalar, r.scalar));
              net.set(node, TdnClampColor::saMax(), r.colour);
          }},
-        {"blendColors",
+        {"blendColors", &TdnBlendColors::saColor1(),
          {{0, 0.3f, T3Float(0.1f, 0.9f, 0.5f)}, {0, 1.0f, T3Float(0.7f, 0.2f, 0.4f)}, {0, 0.0f, T3Float(0.6f, 0.3f, 0.8f)}},
          [](const Render& r, const T3Float& p) { return p * r.scalar + r.colour * (1.0f - r.scalar); },
          [](TutilityNetwork& net, TdependNode* node, const Render& r) {
              net.set(node, TdnBlendColors::saBlender(), r.scalar);
              net.set(node, TdnBlendColors::saColor2(), r.colour);
          }},
-        {"condition",
+        {"condition", &TdnCondition::saColorIfTrue(),
          {{TdnCondition::kGreaterThan, 0.5f, T3Float(0.1f, 0.2f, 0.3f)},
           {TdnCondition::kLessEqual, 0.2f, T3Float(0.9f, 0.8f, 0.7f)},
           {TdnCondition::kEqual, 0.0f, T3Float(0.4f, 0.4f, 0.4f)}},
@@ -349,11 +350,7 @@ TEST(SettledInputs, EachRenderShadesWithTheValuesItStartsWith) {
         TdependNode* node = net.make(c.type);
         TutilityTestSource* source = net.source();
         const bool condition = std::string(c.type) == "condition";
-        const Tattribute& in = condition                                 ? TdnCondition::saColorIfTrue()
-                               : std::string(c.type) == "multiplyDivide" ? TdnMultiplyDivide::saInput1()
-                               : std::string(c.type) == "clamp"          ? TdnClampColor::saInput()
-                                                                         : TdnBlendColors::saColor1();
-        net.connect(source, TutilityTestSource::saOutA(), node, in);
+        net.connect(source, TutilityTestSource::saOutA(), node, *c.input);
         if (condition) net.connect(source, TutilityTestSource::saOutAX(), node, TdnCondition::saFirstTerm());
         net.toColor(node, *node->attribute(Tstring(condition ? "outColor" : "output")));
         auto samples = rampSamples(64);
