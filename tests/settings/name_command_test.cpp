@@ -12,7 +12,7 @@ TprogramRun runCli(const std::vector<std::string>& args) { return runProgram(SHA
 
 }  // namespace
 
-TEST(NameCommand, ExpandsPatterns) {
+TEST(NameCommand, ExpandsAndRepairsPatterns) {
     struct Tcase {
         std::vector<std::string> args;
         const char* out;
@@ -30,29 +30,16 @@ TEST(NameCommand, ExpandsPatterns) {
         {plus({"name", "<Camera>/%s", "--field", "odd"}), "persp_odd/shot\n"},
         {{"name", "%s.%4n", "--scene", "shot", "--frame", "-7", "--animated"}, "shot.-007\n"},
         {{"name", "%s.%4n", "--scene", "a:b|c", "--frame", "7"}, "a_b_c.\n"},  // not animated: no number
-    };
-    for (const Tcase& c : cases) {
-        const TprogramRun run = runCli(c.args);
-        EXPECT_EQ(run.status, 0) << c.args[1] << ": " << run.err;
-        EXPECT_EQ(run.out, c.out) << c.args[1];
-        EXPECT_EQ(run.err, "") << c.args[1];
-    }
-}
-
-TEST(NameCommand, RepairsPatterns) {
-    struct Tcase {
-        std::vector<std::string> args;
-        const char* out;
-    };
-    const Tcase cases[] = {
         {{"name", "--fix", "%s%.e", "--need-frame"}, "%s%_4n%.e\n"},
         {{"name", "--fix", "render", "--need-camera", "--need-layer"}, "%/l%/crender\n"},
         {{"name", "--fix", "%s"}, "%s\n"},
     };
     for (const Tcase& c : cases) {
+        const std::string what = c.args[1] + " " + c.args[2];
         const TprogramRun run = runCli(c.args);
-        EXPECT_EQ(run.status, 0) << c.args[2] << ": " << run.err;
-        EXPECT_EQ(run.out, c.out) << c.args[2];
+        EXPECT_EQ(run.status, 0) << what << ": " << run.err;
+        EXPECT_EQ(run.out, c.out) << what;
+        EXPECT_EQ(run.err, "") << what;
     }
     // The warning about the repair is shown on request, on stderr only.
     const TprogramRun verbose = runCli({"name", "--fix", "render", "--need-camera", "--verbose"});
