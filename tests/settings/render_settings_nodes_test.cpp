@@ -223,7 +223,6 @@ TEST_F(RenderSettingsNodes, PrefixFramesAndMoviesReachTheNames) {
     set(g, vs.startExtension, 101.0f);
     TcommonRenderGlobalsData data;
     g.setCommonRenderGlobals(data);
-    EXPECT_EQ(g.imageFilePrefix().str(), "<Camera>/<Scene>_<Version>");
     // Frame 1 is the start frame and is renumbered to 101.
     EXPECT_EQ(data.getImageName(kPathImages, TanimTime(1), "cam:left", "", nullptr, "shot").str(),
               "images/cam_left/shot_v2.0101.iff");
@@ -239,7 +238,4 @@ TEST_F(RenderSettingsNodes, PrefixFramesAndMoviesReachTheNames) {
     EXPECT_EQ(g.getMemoryCostRender(), 0u);
     set(g, vs.maximumMemory, int32_t(1024));
     EXPECT_EQ(g.getMemoryCostRender(), 1024u);
-    set(g, vs.preRenderScript, Tstring("echo hi"));
-    EXPECT_EQ(g.preRenderScriptstring().str(), "echo hi");
-    EXPECT_EQ(g.postRenderScriptstring().str(), "");
 }
