@@ -298,25 +298,6 @@ TEST(ImageNameEndings, FourEndingsInOrder) {
     for (const Tcase& c : cases) EXPECT_EQ(TimageNameProbe::ending(c.name).str(), c.ending) << c.name;
 }
 
-TEST(ImageNameEndings, AddBeforeExtension) {
-    struct Tcase {
-        const char* name;
-        const char* expected;
-    };
-    const Tcase cases[] = {
-        {"/r/shot.0007.iff", "/r/shot.0007_tmp.iff"},
-        {"/r/shot", "/r/shot_tmp"},
-        {"/r.d/shot", "/r.d/shot_tmp"},  // a dot in a folder is no extension
-        {"shot.iff", "shot_tmp.iff"},
-        {"", "_tmp"},
-    };
-    for (const Tcase& c : cases) {
-        Tstring name(c.name);
-        TimageName::addBeforeExtension(name, "_tmp");
-        EXPECT_EQ(name.str(), c.expected) << c.name;
-    }
-}
-
 TEST(ImageNameThreads, FirstUseFromManyThreadsAgrees) {
     TcommandCapture quiet;  // repairs warn
     // The expressions are built on first use; threads racing into it must

@@ -215,6 +215,7 @@ TEST_F(RenderGlobalsNaming, PathTypesPlaceTheImage) {
         {"out/%s", "images", "out/shot.iff", "images/out/shot.iff", "images/tmp/out/shot.iff"},
         {"%s", "", "shot.iff", "shot.iff", "tmp/shot.iff"},
         {"/abs/%s", "images", "/abs/shot.iff", "/abs/shot.iff", "/abs/shot_tmp.iff"},
+        {"/abs/%s.v2", "images", "/abs/shot.v2.iff", "/abs/shot.v2.iff", "/abs/shot.v2_tmp.iff"},  // the last dot
         {"C:/r.d/%s", "images", "C:/r.d/shot.iff", "C:/r.d/shot.iff", "C:/r.d/shot_tmp.iff"},
         {"\\\\srv\\%s", "images", "\\\\srv\\shot.iff", "\\\\srv\\shot.iff", "\\\\srv\\shot_tmp.iff"},
     };
@@ -227,9 +228,9 @@ TEST_F(RenderGlobalsNaming, PathTypesPlaceTheImage) {
             EXPECT_EQ(d.getImageName(types[i], TanimTime(1), "c", "", nullptr, "shot").str(), expected[i])
                 << c.prefix << " path type " << i;
     }
-    // Without an extension the suffix goes at the end.
-    TcommonRenderGlobalsData d = settings("/abs/%s", "name");
-    EXPECT_EQ(d.getImageName(kPathTemporary, TanimTime(1), "c", "", nullptr, "shot").str(), "/abs/shot_tmp");
+    // Without an extension the suffix goes at the end, whatever dots the folders have.
+    TcommonRenderGlobalsData d = settings("/r.d/%s", "name");
+    EXPECT_EQ(d.getImageName(kPathTemporary, TanimTime(1), "c", "", nullptr, "shot").str(), "/r.d/shot_tmp");
 }
 
 TEST_F(RenderGlobalsNaming, AllImageNamesNestPassesCamerasFields) {
