@@ -182,6 +182,8 @@ public:
     // weights. The weights set afterwards may only drop samples: finish
     // does not compute the input again.
     const TdataHandle& computeInput(TdataBlock& block, unsigned k, const Tattribute& input) {
+        fReady[k] = true;
+        if (block.inputAtHand(input, fIn[k])) return fIn[k];
         // One read per 64 samples, naming the samples that need the input.
         for (unsigned base = fFirst, end = fFirst + fCount; base < end; base += 64) {
             const unsigned n = std::min(64u, end - base);
@@ -195,7 +197,6 @@ public:
             // A constant serves every sample: the first read is the only one.
             if (!fIn[k].isVariable()) break;
         }
-        fReady[k] = true;
         return fIn[k];
     }
 

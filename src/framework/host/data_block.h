@@ -62,8 +62,7 @@ public:
     // the plain attributes inline; the rest take the virtual road.
     TdataHandle inputValue(const Tattribute& a, unsigned first, unsigned count) {
         TdataHandle h;
-        if (fResolved && resolved(a, kDirectInput, h)) return h;
-        if (fDirect && (fDirect[a.index()] & kDirectInput) && direct(a, fDirect[a.index()], h)) return h;
+        if (inputAtHand(a, h)) return h;
         return inputNotDirect(a, first, count, runBits(count));
     }
     // The same for the samples of the run whose bits are set in `selected`
@@ -72,9 +71,15 @@ public:
     // the handle holds for the others is unspecified.
     TdataHandle inputValue(const Tattribute& a, unsigned first, unsigned count, uint64_t selected) {
         TdataHandle h;
-        if (fResolved && resolved(a, kDirectInput, h)) return h;
-        if (fDirect && (fDirect[a.index()] & kDirectInput) && direct(a, fDirect[a.index()], h)) return h;
+        if (inputAtHand(a, h)) return h;
         return inputNotDirect(a, first, count, selected & runBits(count));
+    }
+    // True, with its handle, when input `a` is read without any compute (a
+    // constant, or a value already in place): a caller that must gather the
+    // samples it names first can skip that work.
+    bool inputAtHand(const Tattribute& a, TdataHandle& h) {
+        if (fResolved && resolved(a, kDirectInput, h)) return true;
+        return fDirect && (fDirect[a.index()] & kDirectInput) && direct(a, fDirect[a.index()], h);
     }
     // The bits of a run of `count` samples, from bit 0.
     static uint64_t runBits(unsigned count) { return count >= 64 ? ~uint64_t(0) : (uint64_t(1) << count) - 1; }
