@@ -277,9 +277,11 @@ void TdataBlockRendering::computeForDirect(TdataBlock& block, const Tattribute& 
     const AttrInfo& e = self.fOffsets[a.index()];
     TdataBlockRendering* owner = &self;
     if (e.kind & kOtherBlockBit) {
-        // The entry names the segment that computes the value in the other block.
+        // The entry names the segment that computes the value in the block
+        // the reference names: another, or this one where a source writes
+        // into this node's output.
         owner = static_cast<TdataBlockRendering*>(reinterpret_cast<const OtherBlockRef*>(self.fFirst + e.offset)->block);
-        if (!owner || owner == &self) return;
+        if (!owner) return;
     }
     if (selected == runBits(count)) {
         owner->computeSegment(e.parentOrSegment, a, first, count, owner->fContext);
@@ -321,9 +323,10 @@ TdataHandle TdataBlockRendering::fillAndLocate(const Tattribute& a, AttrInfo& e,
         case kVarPresentOtherDB:
         case kVarUseParentOtherDB: {
             TdataHandle h = locate(a);
-            if (h.block && h.block != this) {
+            if (h.value) {
                 // The entry names the segment that computes the value in the
-                // other block; this node's attribute indices mean nothing there.
+                // block the reference names; this node's attribute indices
+                // mean nothing there.
                 auto* other = static_cast<TdataBlockRendering*>(h.block);
                 const AttrInfo& entry = e.kind == kVarUseParentOtherDB ? fOffsets[topParent(&a)->index()] : e;
                 if (entry.parentOrSegment >= 0) other->computeSegment(entry.parentOrSegment, a, first, count, other->fContext);

@@ -55,6 +55,12 @@ constexpr uint32_t kRequests[kTSEoptionCount][2] = {
 unsigned align(unsigned n, unsigned to) { return (n + to - 1) / to * to; }
 unsigned slotAlignment(unsigned size) { return size >= 8 ? 8 : size >= 4 ? 4 : size >= 2 ? 2 : 1; }
 
+// The entry of a plan's list whose first word is `attribute`, or null.
+const std::array<unsigned, 3>* findFirst(const std::vector<std::array<unsigned, 3>>& list, unsigned attribute) {
+    auto it = std::find_if(list.begin(), list.end(), [&](const auto& e) { return e[0] == attribute; });
+    return it == list.end() ? nullptr : &*it;
+}
+
 bool isGroup(const TdependNode* node) { return node && node->typeof()->istype(TDNshadingEngine::sMetaclass()); }
 
 // Reads the value of a plug as the host graph sees it now.
@@ -200,8 +206,12 @@ private:
         // the value kept for records that are not evenly spaced).
         std::vector<std::array<unsigned, 3>> outputLinks;
         std::vector<std::pair<unsigned, unsigned>> inPlace;  // (attribute, item) chosen before the layout
+        // Outputs written into a reader's output, and inputs that read them
+        // there: (attribute, the reader's block, its output).
+        std::vector<std::array<unsigned, 3>> passInto, passFrom;
     };
     void chooseOutputsInPlace();
+    void choosePassThrough();
     unsigned arrayTemplate(BlockPlan& plan, TdependNode* node, const Tattribute* a, unsigned& count);
     std::vector<BlockPlan> fPlans;
     std::vector<std::vector<TSEinstruction>> fSegments;
@@ -626,6 +636,47 @@ void TSEanalysis::chooseOutputsInPlace() {
     }
 }
 
+void TSEanalysis::choosePassThrough() {
+    // A lazy input that its node only copies into an output, for the samples
+    // it reads it for, needs no copy when its source writes straight into
+    // that output: the source runs on demand for exactly those samples. Only
+    // where nothing else reads the source (it would run for other samples
+    // and write over the reader's output) and the source runs nowhere but
+    // in its own segment. Loops and providers re-run segments: not there.
+    if (fHasLoops || !fProvided.empty()) return;
+    auto readsFrom = [](const TSEnodeDescription* reader, const TSEnodeDescription* s) {
+        return unsigned(std::count_if(reader->connections.begin(), reader->connections.end(),
+                                      [&](const TSEconnectionRecord& c) { return c.source == s; }));
+    };
+    auto plainValue = [](const Tattribute* a) { return !a->parent() && !a->isArray() && !(a->flags() & kAttrNeedsConstruction); };
+    for (TSEnodeDescription* d : fBlocks)
+        for (auto [input, output] : d->passes) {
+            const Tattribute* in = d->node->attribute(input);
+            const Tattribute* out = d->node->attribute(output);
+            if (!plainValue(out) || d->memoryType[output] != kMemoryVariable) continue;
+            if (std::any_of(fPlans[unsigned(d->block)].inPlace.begin(), fPlans[unsigned(d->block)].inPlace.end(),
+                            [&](const auto& p) { return p.first == output; }))
+                continue;
+            const TSEconnectionRecord* feed = nullptr;
+            unsigned feeds = 0;
+            for (const TSEconnectionRecord& c : d->connections)
+                if (d->node->attribute(c.destAttr)->rootParent() == in) {
+                    feed = &c;
+                    ++feeds;
+                }
+            if (feeds != 1 || feed->kind != kConnNodeOutput || feed->element >= 0 || feed->destAttr != input) continue;
+            TSEnodeDescription* s = feed->source;
+            if (!s || s == d || !s->cut || s->promoted || s->provider || s->block < 0) continue;
+            const Tattribute* value = s->node->attribute(unsigned(feed->sourceAttr));
+            if (!plainValue(value) || value->typeof() != out->typeof() || value->size() != out->size()) continue;
+            unsigned readers = readsFrom(&fRoot, s);
+            for (const TSEnodeDescription* r : fBlocks) readers += readsFrom(r, s);
+            if (readers != 1) continue;
+            fPlans[unsigned(s->block)].passInto.push_back({value->index(), unsigned(d->block), output});
+            fPlans[unsigned(d->block)].passFrom.push_back({input, unsigned(d->block), output});
+        }
+}
+
 void TSEanalysis::layOut(TSEnodeDescription* d) {
     BlockPlan& plan = fPlans[unsigned(d->block)];
     TdependNode* node = d->node;
@@ -733,13 +784,23 @@ void TSEanalysis::layOut(TSEnodeDescription* d) {
             variable += kReferenceSlot + align(size, 8);
             continue;
         }
+        if (const auto* pass = findFirst(plan.passInto, i)) {
+            // Written into the reader's output; nothing reads it here.
+            variable = align(variable, 8);
+            place(a, TdataBlockRendering::kVarPresentOtherDB, variable, TdataBlockRendering::kNoSegment, place);
+            variable += std::max(size, kReferenceSlot);
+            plan.links.push_back(*pass);
+            continue;
+        }
         if (const TSEconnectionRecord* c = direct[i]) {
             variable = align(variable, 8);
             place(a, TdataBlockRendering::kVarPresentOtherDB, variable, c->source->cut ? c->source->segment : TdataBlockRendering::kNoSegment,
                   place);
             variable += std::max(size, kReferenceSlot);
             const Tattribute* source = c->source->node->attribute(unsigned(c->sourceAttr));
-            plan.links.push_back({i, unsigned(c->source->block), source->index()});
+            // A source that writes into this node's output is read there.
+            const auto* pass = findFirst(plan.passFrom, i);
+            plan.links.push_back(pass ? *pass : std::array<unsigned, 3>{i, unsigned(c->source->block), source->index()});
             continue;
         }
         variable = align(variable, slotAlignment(size));
@@ -928,6 +989,7 @@ TshadingOpus* TSEanalysis::distribute(TstackArena& arena, TbitField64 result, un
     for (TSEnodeDescription* d : fBlocks)
         if (d->cut) d->segment = int(newSegment());
     chooseOutputsInPlace();
+    choosePassThrough();
     for (TSEnodeDescription* d : fBlocks) layOut(d);
     // One stack per provided item: the seed, then one entry per nesting provider.
     for (Provided& p : fProvided) {
@@ -1110,8 +1172,10 @@ TSEnodeDescription::TSEnodeDescription(TDNshadingEngine* engine_, TSEnodeDescrip
     lazy.assign(attributeCount, 0);
 }
 
-void TSEnodeDescription::markLazyInput(const Tattribute& input) {
-    if (input.index() < lazy.size()) lazy[input.index()] = 1;
+void TSEnodeDescription::markLazyInput(const Tattribute& input, const Tattribute* passedTo) {
+    if (input.index() >= lazy.size()) return;
+    lazy[input.index()] = 1;
+    if (passedTo && passedTo->index() < attributeCount) passes.push_back({input.index(), passedTo->index()});
 }
 
 // ---------------------------------------------------------------- the group's side

@@ -68,8 +68,10 @@ public:
     TSEnodeDescription(TDNshadingEngine* engine, TSEnodeDescription* root, TdependNode* node);
 
     // For a node's analyse: the source of this input is computed only for
-    // the samples whose runs the node asks for.
-    void markLazyInput(const Tattribute& input);
+    // the samples whose runs the node asks for. With `passedTo`, the node
+    // only copies the input into that output for the samples it reads it
+    // for: a source nothing else reads may then write its value there.
+    void markLazyInput(const Tattribute& input, const Tattribute* passedTo = nullptr);
 
     TSEnodeDescription* next = nullptr;  // completion list, last completed first
     TDNshadingEngine* engine;
@@ -80,6 +82,7 @@ public:
     std::vector<uint8_t> memoryType;  // TSEmemoryType per attribute
     std::vector<uint8_t> wanted;      // outputs a consumer reads
     std::vector<uint8_t> lazy;        // inputs read on demand
+    std::vector<std::pair<unsigned, unsigned>> passes;  // (lazy input, the output it is copied into)
     unsigned uses = 0, pending = 0;
     uint32_t guard = 0;
     bool cut = false, visited = false, provider = false, emitted = false;

@@ -128,13 +128,16 @@ private:
                                         : side(kSideSample, 0xFFFF, in.word[2]) + " -> " + node + "." + plug + ", read in place";
                     break;
                 }
-                case kOpLinkBlock:
+                case kOpLinkBlock: {
+                    const Tattribute* linked = fProgram.blocks[in.word[0]].node->attribute(in.word[1]);
                     node = fProgram.blocks[in.word[0]].node->name().str();
-                    plug = fProgram.blocks[in.word[0]].node->attribute(in.word[1])->longName().str();
+                    plug = linked->longName().str();
                     block = std::to_string(in.word[0]);
-                    detail = "reads " + fProgram.blocks[in.word[2]].node->name().str() + "." +
+                    // An output linked elsewhere is written into its reader's output.
+                    detail = (linked->isComputed() ? "writes into " : "reads ") + fProgram.blocks[in.word[2]].node->name().str() + "." +
                              fProgram.blocks[in.word[2]].node->attribute(in.word[3])->longName().str();
                     break;
+                }
             }
             char line[256];
             std::snprintf(line, sizeof line, "  %-4u %-15s %-20s %-20s %-6s ", k, opcodeText(in.opcode).c_str(), node.c_str(), plug.c_str(),

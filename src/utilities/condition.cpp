@@ -31,8 +31,8 @@ bool TdnCondition::sTest(short operation, float first, float second) {
 }
 
 void TdnCondition::analyse(TDNshadingEngine*, TSEnodeDescription* description, void*, TbitField64&) {
-    description->markLazyInput(attrColorIfTrue());
-    description->markLazyInput(attrColorIfFalse());
+    description->markLazyInput(attrColorIfTrue(), &attrOutColor());
+    description->markLazyInput(attrColorIfFalse(), &attrOutColor());
 }
 
 namespace {
@@ -62,7 +62,9 @@ bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
     TdataHandle out = block.outputValue(attrOutColor(), first, count);
     // One pass sets a flag per sample, a batch at a time, then gathers the
     // flags into bits; each colour is then read once for the samples whose
-    // bits choose it, and copied run by run.
+    // bits choose it, and copied run by run. Each colour is read for the
+    // samples that take it and written to outColor nowhere else, so the
+    // engine may have its source write there directly (see analyse).
     uint8_t flags[64];
     for (unsigned base = first; base < first + count; base += 64) {
         const unsigned n = std::min(64u, first + count - base);
@@ -87,6 +89,8 @@ bool TdnCondition::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
         auto take = [&](const Tattribute& colour, uint64_t samples) {
             if (!samples) return;
             TdataHandle c = block.inputValue(colour, base, n, samples);
+            // A source the engine had write into outColor left nothing to copy.
+            if (c.value == out.value && c.stride == out.stride) return;
             const size_t from = c.stride, to = out.stride;
             TdataBlock::forEachBitRun(samples, [&](unsigned start, unsigned length) {
                 const auto* source = static_cast<const unsigned char*>(c.element(base + start));

@@ -193,6 +193,22 @@ TEST(DataBlockRendering, ValuesInAnotherNodesBlock) {
         EXPECT_FLOAT_EQ(consumer.block.inputValue(TtestAdder::saOutColorB(), 0, 8).asFloat(5), 25.0f) << direct;
         EXPECT_FLOAT_EQ(consumer.block.inputValue(color, 0, 8).asFloat3(2).y, 12.0f) << direct;
     }
+
+    // A source that writes into its reader's own output: the reference names
+    // the reader's block, and a read still runs the source's segment.
+    static int computes;
+    TdataBlockRendering::setComputeValueHook([](void*, int, const Tattribute*, unsigned, unsigned) { ++computes; });
+    consumer.info[TtestAdder::saA().index()] = {Kind::kVarPresentOtherDB, 40, 2};
+    ref->value = consumer.variable.data() + consumer.info[TtestAdder::saSum().index()].offset;
+    ref->block = &consumer.block;
+    table[TtestAdder::saA().index()] = TdataBlockRendering::directEntry(consumer.info[TtestAdder::saA().index()], TtestAdder::saA());
+    for (bool direct : {false, true}) {
+        consumer.block.setDirect(direct ? table.data() : nullptr);
+        computes = 0;
+        EXPECT_EQ(consumer.block.inputValue(TtestAdder::saA(), 0, 8).value, ref->value) << direct;
+        EXPECT_EQ(computes, 1) << direct;
+    }
+    TdataBlockRendering::setComputeValueHook(nullptr);
 }
 
 // The inline road a direct table opens must give, for every kind, the handle

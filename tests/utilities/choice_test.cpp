@@ -71,36 +71,64 @@ TEST(LazyInputs, BlendReadsEachColourOnlyWhereItsWeightIsNotZero) {
 
 // Each colour is read once a batch for the samples that take it, which lie
 // in several runs: a colour wired whole is computed through the engine's
-// segment marks, one wired channel by channel through the block's own road.
+// segment marks, and its source writes straight into outColor; one wired
+// channel by channel goes through the block's own road. A source that a
+// second condition reads too (with the opposite test, the two blended) runs
+// for other samples as well, so it must keep its own value.
 TEST(LazyInputs, ConditionReadsEachColourOnlyForItsRuns) {
-    for (bool byChannel : {false, true}) {
-        SCOPED_TRACE(byChannel ? "colours wired by channel" : "colours wired whole");
+    enum Wiring { kWhole, kByChannel, kTwoReaders };
+    for (Wiring wiring : {kWhole, kByChannel, kTwoReaders}) {
+        SCOPED_TRACE(wiring == kWhole ? "colours wired whole" : wiring == kByChannel ? "colours wired by channel" : "two readers");
         TutilityNetwork net;
-        TdependNode* cond = net.make("condition");
         TutilityTestSource *terms = net.source(), *yes = net.source(), *no = net.source();
-        net.connect(terms, TutilityTestSource::saOutAX(), cond, TdnCondition::saFirstTerm());
-        net.set(cond, TdnCondition::saSecondTerm(), 0.3f);
-        net.set(cond, TdnCondition::saOperation(), short(TdnCondition::kGreaterEqual));
-        if (byChannel) {
-            net.connect(yes, TutilityTestSource::saOutBX(), cond, TdnCondition::saColorIfTrueR());
-            net.connect(yes, TutilityTestSource::saOutBY(), cond, TdnCondition::saColorIfTrueG());
-            net.connect(yes, TutilityTestSource::saOutBZ(), cond, TdnCondition::saColorIfTrueB());
-            net.connect(no, TutilityTestSource::saOutAX(), cond, TdnCondition::saColorIfFalseR());
-            net.connect(no, TutilityTestSource::saOutAY(), cond, TdnCondition::saColorIfFalseG());
-            net.connect(no, TutilityTestSource::saOutAZ(), cond, TdnCondition::saColorIfFalseB());
+        auto condition = [&](short operation) {
+            TdependNode* cond = net.make("condition");
+            net.connect(terms, TutilityTestSource::saOutAX(), cond, TdnCondition::saFirstTerm());
+            net.set(cond, TdnCondition::saSecondTerm(), 0.3f);
+            net.set(cond, TdnCondition::saOperation(), operation);
+            if (wiring == kByChannel) {
+                net.connect(yes, TutilityTestSource::saOutBX(), cond, TdnCondition::saColorIfTrueR());
+                net.connect(yes, TutilityTestSource::saOutBY(), cond, TdnCondition::saColorIfTrueG());
+                net.connect(yes, TutilityTestSource::saOutBZ(), cond, TdnCondition::saColorIfTrueB());
+                net.connect(no, TutilityTestSource::saOutAX(), cond, TdnCondition::saColorIfFalseR());
+                net.connect(no, TutilityTestSource::saOutAY(), cond, TdnCondition::saColorIfFalseG());
+                net.connect(no, TutilityTestSource::saOutAZ(), cond, TdnCondition::saColorIfFalseB());
+            } else {
+                net.connect(yes, TutilityTestSource::saOutB(), cond, TdnCondition::saColorIfTrue());
+                net.connect(no, TutilityTestSource::saOutA(), cond, TdnCondition::saColorIfFalse());
+            }
+            return cond;
+        };
+        TdependNode* cond = condition(TdnCondition::kGreaterEqual);
+        if (wiring == kTwoReaders) {
+            TdependNode* blend = net.make("blendColors");
+            net.set(blend, TdnBlendColors::saBlender(), 0.5f);
+            net.connect(cond, TdnCondition::saOutColor(), blend, TdnBlendColors::saColor1());
+            net.connect(condition(TdnCondition::kLessThan), TdnCondition::saOutColor(), blend, TdnBlendColors::saColor2());
+            net.toColor(blend, TdnBlendColors::saOutput());
         } else {
-            net.connect(yes, TutilityTestSource::saOutB(), cond, TdnCondition::saColorIfTrue());
-            net.connect(no, TutilityTestSource::saOutA(), cond, TdnCondition::saColorIfFalse());
+            net.toColor(cond, TdnCondition::saOutColor());
         }
-        net.toColor(cond, TdnCondition::saOutColor());
+        std::string listing, error;
+        ASSERT_TRUE(shadingProgramListing(net.graph, "test", net.group->name().asC(), "surfaceColorTransparency", listing, error)) << error;
+        size_t writesInto = 0;
+        for (size_t at = listing.find("writes into"); at != std::string::npos; at = listing.find("writes into", at + 1)) ++writesInto;
+        EXPECT_EQ(writesInto, wiring == kWhole ? 2u : 0u) << listing;
+
         auto in = cyclingSamples();
         auto out = net.shade(in);
         int trueCount = 0;
         for (auto& s : in) trueCount += s.point.x >= 0.3f;
-        EXPECT_EQ(yes->samples, trueCount);
-        EXPECT_EQ(no->samples, 64 - trueCount);
-        for (unsigned i = 0; i < in.size(); ++i)
-            EXPECT_TRUE(sameBits(out[i].color, in[i].point.x >= 0.3f ? in[i].normal : in[i].point)) << i;
+        EXPECT_EQ(yes->samples, wiring == kTwoReaders ? 64 : trueCount);
+        EXPECT_EQ(no->samples, wiring == kTwoReaders ? 64 : 64 - trueCount);
+        for (unsigned i = 0; i < in.size(); ++i) {
+            const T3Float chosen = in[i].point.x >= 0.3f ? in[i].normal : in[i].point;
+            if (wiring == kTwoReaders) {
+                for (int c = 0; c < 3; ++c) EXPECT_FLOAT_EQ(out[i].color[c], 0.5f * (in[i].normal[c] + in[i].point[c])) << i;
+            } else {
+                EXPECT_TRUE(sameBits(out[i].color, chosen)) << i;
+            }
+        }
         expectSameBits(out, net.pull(in));
     }
 }
