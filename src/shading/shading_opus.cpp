@@ -641,12 +641,18 @@ void TshadingOpus::startKeptRun(TSEframe& frame) const {
     unsigned char* const first = frame.sampleBlock ? frame.recordsFirst : nullptr;
     const unsigned stride = frame.recordsStride;
     if (first != frame.resolvedFirst || (first && stride != frame.resolvedStride)) {
-        const bool wereOff = !frame.resolvedFirst;
+        const bool wereOff = !frame.resolvedFirst, sameStride = stride == frame.resolvedStride;
         frame.resolvedFirst = first;
         frame.resolvedStride = stride;
         TdataBlock::Resolved* const table = frame.resolved;
         const Plan::RecordEntry* const entries = fPlan->recordEntries;
-        for (unsigned k = 0, n = fPlan->recordEntryCount; k < n; ++k) {
+        const unsigned n = fPlan->recordEntryCount;
+        if (first && !wereOff && sameStride) {
+            // The usual batch: the same spacing at another place.
+            for (unsigned k = 0; k < n; ++k) table[entries[k].entry].value = first + entries[k].field;
+            return;
+        }
+        for (unsigned k = 0; k < n; ++k) {
             TdataBlock::Resolved& r = table[entries[k].entry];
             if (!first) {
                 r.roads = 0;

@@ -56,9 +56,10 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBitWhateverTheRecordsLayout) {
     // in reverse order, and scattered give the scalar pull's bits, and the
     // items the network reads stay as they were; so they do when one frame
     // kept by the thread sees batch after batch of another size and layout
-    // (records evenly spaced and not, in turn, each batch at a new address),
+    // (records evenly spaced at one spacing, then at twice it, then not
+    // evenly spaced, each batch at a new address),
     // and when the scale reads a child of the uv's colour in the uv's block.
-    enum Layout { kInOrder, kReversed, kScattered };
+    enum Layout { kInOrder, kSpaced, kReversed, kScattered };
     for (const Tattribute* valueSource : {&TengineTestUv::saOutAlpha(), &TengineTestUv::saOutColorB()}) {
         ChainNetwork net(*valueSource);
         TshadingOpus* opus = net.analyse();
@@ -74,7 +75,7 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBitWhateverTheRecordsLayout) {
         TshadingFrames frames;
         for (bool keep : {false, true})
             for (unsigned count : {1u, 2u, 3u, 7u, 63u, 64u})
-                for (Layout layout : {kInOrder, kReversed, kScattered}) {
+                for (Layout layout : {kInOrder, kSpaced, kReversed, kScattered}) {
                     SCOPED_TRACE(testing::Message() << valueSource->longName().asC() << ", layout " << layout << ", " << count
                                                     << " samples, frame kept " << keep);
                     TshadingFramesScope scope(keep ? &frames : nullptr);
@@ -83,7 +84,10 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBitWhateverTheRecordsLayout) {
                     for (unsigned i = 0; i < count; ++i) {
                         // Scattered: odd samples in the second half, so three or
                         // more records have no fixed spacing.
-                        const unsigned slot = layout == kInOrder ? i : layout == kReversed ? count - 1 - i : (i % 2 ? count + i : i);
+                        const unsigned slot = layout == kInOrder    ? i
+                                              : layout == kSpaced   ? 2 * i
+                                              : layout == kReversed ? count - 1 - i
+                                                                    : (i % 2 ? count + i : i);
                         samples[i] = Tsample::sCreate(memory.data() + size_t(slot) * (size / 8), size, fields);
                     }
                     for (unsigned i = 0; i < count; ++i) samples[i]->setUvCoord(coordOf(i));
@@ -102,7 +106,7 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBitWhateverTheRecordsLayout) {
                     }
                 }
         EXPECT_EQ(frames.framesMade(), 1u);
-        EXPECT_EQ(frames.framesReused(), 17u);
+        EXPECT_EQ(frames.framesReused(), 23u);
     }
 }
 
