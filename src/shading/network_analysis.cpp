@@ -649,6 +649,10 @@ void TSEanalysis::choosePassThrough() {
                                       [&](const TSEconnectionRecord& c) { return c.source == s; }));
     };
     auto plainValue = [](const Tattribute* a) { return !a->parent() && !a->isArray() && !(a->flags() & kAttrNeedsConstruction); };
+    struct Pass {
+        unsigned source, value, reader, output, input;  // blocks and attribute indices
+    };
+    std::vector<Pass> passes;
     for (TSEnodeDescription* d : fBlocks)
         for (auto [input, output] : d->passes) {
             const Tattribute* in = d->node->attribute(input);
@@ -672,9 +676,19 @@ void TSEanalysis::choosePassThrough() {
             unsigned readers = readsFrom(&fRoot, s);
             for (const TSEnodeDescription* r : fBlocks) readers += readsFrom(r, s);
             if (readers != 1) continue;
-            fPlans[unsigned(s->block)].passInto.push_back({value->index(), unsigned(d->block), output});
-            fPlans[unsigned(d->block)].passFrom.push_back({input, unsigned(d->block), output});
+            passes.push_back({unsigned(s->block), value->index(), unsigned(d->block), output, input});
         }
+    // An output that is itself written into another holds a reference, not
+    // a value: nothing writes into it (of nested conditions, the outer one
+    // takes its colours' values in place).
+    auto isSource = [&](unsigned block, unsigned attribute) {
+        return std::any_of(passes.begin(), passes.end(), [&](const Pass& p) { return p.source == block && p.value == attribute; });
+    };
+    for (const Pass& p : passes) {
+        if (isSource(p.reader, p.output)) continue;
+        fPlans[p.source].passInto.push_back({p.value, p.reader, p.output});
+        fPlans[p.reader].passFrom.push_back({p.input, p.reader, p.output});
+    }
 }
 
 void TSEanalysis::layOut(TSEnodeDescription* d) {

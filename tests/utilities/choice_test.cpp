@@ -133,6 +133,51 @@ TEST(LazyInputs, ConditionReadsEachColourOnlyForItsRuns) {
     }
 }
 
+// Nested conditions: the inner one's colours run only for the samples both
+// tests send them, and the outer one takes the inner one's output in place;
+// the inner one's own output holds a reference, so nothing writes into it.
+TEST(LazyInputs, NestedConditionsComputeEachColourForItsSamplesOnly) {
+    TutilityNetwork net;
+    TutilityTestSource *terms = net.source(), *yes = net.source(), *no = net.source(), *other = net.source();
+    auto condition = [&](float threshold, const Tplug& ifTrue, const Tplug& ifFalse) {
+        TdependNode* cond = net.make("condition");
+        net.connect(terms, TutilityTestSource::saOutAX(), cond, TdnCondition::saFirstTerm());
+        net.set(cond, TdnCondition::saSecondTerm(), threshold);
+        net.set(cond, TdnCondition::saOperation(), short(TdnCondition::kGreaterEqual));
+        net.connect(ifTrue.node(), *ifTrue.attribute(), cond, TdnCondition::saColorIfTrue());
+        net.connect(ifFalse.node(), *ifFalse.attribute(), cond, TdnCondition::saColorIfFalse());
+        return cond;
+    };
+    TdependNode* inner = condition(0.6f, Tplug(yes, &TutilityTestSource::saOutB()), Tplug(no, &TutilityTestSource::saOutA()));
+    TdependNode* outer = condition(0.3f, Tplug(inner, &TdnCondition::saOutColor()), Tplug(other, &TutilityTestSource::saOutA()));
+    net.toColor(outer, TdnCondition::saOutColor());
+    std::string listing, error;
+    ASSERT_TRUE(shadingProgramListing(net.graph, "test", net.group->name().asC(), "surfaceColorTransparency", listing, error)) << error;
+    auto count = [&](const std::string& text) {
+        size_t n = 0;
+        for (size_t at = listing.find(text); at != std::string::npos; at = listing.find(text, at + 1)) ++n;
+        return n;
+    };
+    EXPECT_EQ(count("writes into " + std::string(inner->name().asC())), 0u) << listing;
+    EXPECT_EQ(count("writes into " + std::string(outer->name().asC())), 2u) << listing;
+
+    // x cycles through 1, 0.3 and 0: the first sample is the inner true colour's.
+    auto in = cyclingSamples();
+    std::rotate(in.begin(), in.begin() + 5, in.end());
+    auto out = net.shade(in);
+    int ones = 0, thirds = 0;
+    for (auto& s : in) {
+        ones += s.point.x == 1.0f;
+        thirds += s.point.x == 0.3f;
+    }
+    EXPECT_EQ(yes->samples, ones);
+    EXPECT_EQ(no->samples, thirds);
+    EXPECT_EQ(other->samples, 64 - ones - thirds);
+    for (unsigned i = 0; i < in.size(); ++i)
+        EXPECT_TRUE(sameBits(out[i].color, in[i].point.x >= 0.6f ? in[i].normal : in[i].point)) << i;
+    expectSameBits(out, net.pull(in));
+}
+
 // A source read lazily by one branch and for every sample by the straight
 // line is computed in the straight line, ahead of everything: here the
 // condition comes first and its true branch reads the source before the
