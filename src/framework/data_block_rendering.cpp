@@ -60,10 +60,9 @@ void TdataBlockRendering::setUp(TdependNode* node, unsigned stride, unsigned cha
                                 void* context) {
     fStride = stride;
     fFirst = first;
-    fLast = first + size_t(stride) * (count ? count - 1 : 0);
+    fLastIndex = count ? count - 1 : 0;
     fCurrent = first;
     fNode = node;
-    fConstant = constant;
     fOffsets = offsets;
     fMulti = multi;
     fHiddenMulti = hiddenMulti;
@@ -174,7 +173,7 @@ inline TdataHandle TdataBlockRendering::locate(const Tattribute& a) {
         h.stride = fStride;
         h.flags = TdataHandle::kIsVariable;
     } else {
-        h.value = fConstant + e.offset;
+        h.value = constants() + e.offset;
         h.stride = 0;
     }
     if (a.isArray()) h.flags |= TdataHandle::kIsArray;
@@ -207,7 +206,7 @@ void TdataBlockRendering::fillFromDefault(const Tattribute& a, AttrInfo& e, unsi
         }
         return;
     }
-    unsigned char* value = fConstant + e.offset;
+    unsigned char* value = constants() + e.offset;
     a.constructValue(value);
     a.copyDefaultValue(value);
     e.kind = kConstPresent;
@@ -235,7 +234,7 @@ void TdataBlockRendering::computeSegment(int segment, const Tattribute& a, unsig
     hook(context, segment, &a, first, count);
     // The segment may have moved the current element; put it back when it
     // still lies in the block.
-    if (saved >= fFirst && saved <= fLast) fCurrent = saved;
+    if (saved >= fFirst && saved <= fFirst + size_t(fStride) * fLastIndex) fCurrent = saved;
 }
 
 namespace {
@@ -342,7 +341,7 @@ TdataHandle TdataBlockRendering::fillAndLocate(const Tattribute& a, AttrInfo& e,
 unsigned TdataBlockRendering::multiIndices(const Tattribute& a, unsigned* indices, unsigned capacity) const {
     const AttrInfo& e = fOffsets[a.index()];
     if (!a.isArray() || !fMulti || e.parentOrSegment < 0) return 0;
-    const unsigned char* base = (e.kind & kVariableBit) ? fCurrent + e.offset : fConstant + e.offset;
+    const unsigned char* base = (e.kind & kVariableBit) ? fCurrent + e.offset : constants() + e.offset;
     auto* header = reinterpret_cast<const TmultiHeader*>(base);
     unsigned n = 0;
     for (unsigned k = 0; k < header->count && k < kMaxMultiElements; ++k)
@@ -371,7 +370,7 @@ unsigned TdataBlockRendering::existingElements(const Tattribute& a, TdataHandle*
     if (whole.isNull()) return 0;
     whole.flags &= ~TdataHandle::kIsArray;
     const MultiInfo& m = fMulti[e.parentOrSegment];
-    const unsigned char* base = (e.kind & kVariableBit) ? fCurrent + e.offset : fConstant + e.offset;
+    const unsigned char* base = (e.kind & kVariableBit) ? fCurrent + e.offset : constants() + e.offset;
     auto* header = reinterpret_cast<const TmultiHeader*>(base);
     unsigned found = 0;
     for (unsigned k = 0; k < header->count && k < kMaxMultiElements && k < m.numKids && found < capacity; ++k) {
@@ -415,7 +414,7 @@ void TdataBlockRendering::debug(TdebugOutput& out, unsigned level) const {
             continue;
         }
         out.print("%d : %s : %d : %s", int(i), a.longName().asC(), int(e.offset), valueTypeName(a.valueType()));
-        dumpValue(a, fConstant + e.offset);
+        dumpValue(a, constants() + e.offset);
     }
     header("\nVariable Block\n", "--------------\n");
     for (unsigned k = 0; k < elementCount(); ++k) {

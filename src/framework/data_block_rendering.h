@@ -63,15 +63,14 @@ public:
     TdataBlockRendering(TdependNode* node, unsigned stride, unsigned char* first, unsigned count, unsigned char* constant,
                         AttrInfo* offsets, MultiInfo* multi, const uint16_t* hiddenMulti, void* context)
         : fFirst(first),
-          fLast(first + size_t(stride) * (count ? count - 1 : 0)),
           fCurrent(first),
-          fConstant(constant),
           fHiddenMulti(hiddenMulti),
           fContext(context),
           fNode(node),
           fOffsets(offsets),
           fMulti(multi),
-          fStride(stride) {
+          fStride(stride),
+          fLastIndex(count ? count - 1 : 0) {
         fDirectBase[0] = constant;
         fDirectBase[1] = first;
         fDirectStride = stride;
@@ -85,17 +84,19 @@ public:
                         const uint16_t* hiddenMulti, void* context, TdataBlock* records)
         : TdataBlockRendering(prototype) {
         fFirst = fCurrent = fDirectBase[1] = first;
-        fLast = first + size_t(fStride) * (count ? count - 1 : 0);
-        fConstant = fDirectBase[0] = constant;
+        fLastIndex = count ? count - 1 : 0;
+        fDirectBase[0] = constant;
         fHiddenMulti = hiddenMulti;
         fContext = context;
         fRecords = records;
         if (hiddenMulti && hiddenMulti[0]) constructHidden(count);
     }
-    // The sample records of a batch as one block, `stride` apart.
-    TdataBlockRendering(const TdataBlockRendering& prototype, unsigned stride, unsigned char* first, unsigned count, void* context)
+    // The sample records of a batch as one block, `stride` apart, with
+    // `fields` saying where each numbered field lies in a record.
+    TdataBlockRendering(const TdataBlockRendering& prototype, unsigned stride, unsigned char* first, unsigned count,
+                        const unsigned* fields, void* context)
         : TdataBlockRendering(prototype) {
-        moveRecords(stride, first, count);
+        moveRecords(stride, first, count, fields);
         fContext = context;
     }
     TdataBlockRendering(const TdataBlockRendering&) = default;
@@ -105,7 +106,7 @@ public:
     // `endRun` destroys again. The clean marks need no reset: a pass clears
     // them at its first compute of the node.
     void resize(unsigned count, TdataBlock* records) {
-        fLast = fFirst + size_t(fStride) * (count ? count - 1 : 0);
+        fLastIndex = count ? count - 1 : 0;
         fRecords = records;
     }
     void constructValues(unsigned count) {
@@ -113,10 +114,11 @@ public:
     }
     void endRun() { destroyHidden(); }
     // A kept records block moved to the next batch's records.
-    void moveRecords(unsigned stride, unsigned char* first, unsigned count) {
+    void moveRecords(unsigned stride, unsigned char* first, unsigned count, const unsigned* fields) {
         fStride = fDirectStride = stride;
         fFirst = fCurrent = fDirectBase[1] = first;
-        fLast = first + size_t(stride) * (count ? count - 1 : 0);
+        fLastIndex = count ? count - 1 : 0;
+        fRecordFields = fields;
     }
     TdataBlockRendering& operator=(const TdataBlockRendering&) = delete;
     ~TdataBlockRendering() override;
@@ -129,7 +131,7 @@ public:
 
     void setCurrent(unsigned index) { fCurrent = fFirst + size_t(fStride) * index; }
     unsigned currentIndex() const override { return fStride ? unsigned((fCurrent - fFirst) / fStride) : 0; }
-    unsigned elementCount() const override { return fStride ? unsigned((fLast - fFirst) / fStride) + 1 : 1; }
+    unsigned elementCount() const override { return fStride ? fLastIndex + 1 : 1; }
     unsigned stride() const { return fStride; }
     TdependNode* node() const { return fNode; }
     void* context() const { return fContext; }
@@ -153,7 +155,7 @@ public:
     TdataHandle outputValue(const Tplug& p) override;
     TdataHandle inputValue(const Tattribute& a) override;
     TdataHandle inputValue(const Tplug& p) override;
-    size_t dataBlockMemorySize() const override { return size_t(fLast - fFirst) + fStride; }
+    size_t dataBlockMemorySize() const override { return size_t(fStride) * (fLastIndex + 1); }
     unsigned multiIndices(const Tattribute& a, unsigned* indices, unsigned capacity) const override;
     TdataHandle elementValue(const Tattribute& a, unsigned logicalIndex) override;
     unsigned existingElements(const Tattribute& a, TdataHandle* out, unsigned capacity) override;
@@ -181,6 +183,8 @@ private:
     // `a`, in this block or in the block its reference names.
     static void computeForDirect(TdataBlock& block, const Tattribute& a, unsigned first, unsigned count, uint64_t selected);
     TdataHandle locate(const Tattribute& a);
+    // The constants lie where the direct table's constant words point.
+    unsigned char* constants() const { return fDirectBase[0]; }
     // The kinds that fill or compute a value before handing it out; kept
     // apart so that a read of a present value stays a few instructions.
     TdataHandle fillAndLocate(const Tattribute& a, AttrInfo& e, unsigned first, unsigned count);
@@ -192,15 +196,14 @@ private:
 
     // What a run writes, then what a block made from a prototype copies.
     unsigned char* fFirst = nullptr;
-    unsigned char* fLast = nullptr;
     unsigned char* fCurrent = nullptr;
-    unsigned char* fConstant = nullptr;
     const uint16_t* fHiddenMulti = nullptr;
     void* fContext = nullptr;
     TdependNode* fNode = nullptr;
     AttrInfo* fOffsets = nullptr;
     MultiInfo* fMulti = nullptr;
     unsigned fStride = 0;
+    unsigned fLastIndex = 0;  // of the elements; a count kept in the pointer's place keeps the block small
     uint8_t fCleanCount = 0;
     uint16_t fClean[kMaxCleanMarks] = {};
 };

@@ -46,6 +46,11 @@ struct TSEframe {
     // The records the entries of record fields were last pointed at.
     unsigned char* resolvedFirst;
     unsigned resolvedStride;
+    const unsigned* resolvedFields;
+    // The last sample layout not the program's own a kept frame saw, and
+    // whether its records carry every item the direct words name.
+    const unsigned* checkedFields;
+    bool fieldsCarried;
     // This batch's records when evenly spaced: the first, and the spacing.
     unsigned char* recordsFirst;
     unsigned recordsStride;

@@ -165,6 +165,7 @@ struct TshadingOpus::Plan {
     struct SampleLink {
         uint32_t destBase, destOffset, copyOffset, destBlock, stride, item, attribute;
         TSEcopyRoutine copy;  // null for an output
+        bool inRecords;       // its direct word names the item's field in the records
     };
     // A compute names its node, plug and on-demand state directly, so that
     // a step is a few loads before the node's call.
@@ -191,7 +192,7 @@ struct TshadingOpus::Plan {
     // The entries of words that name a field of the records: they follow
     // the records from batch to batch.
     struct RecordEntry {
-        uint32_t entry, field;
+        uint32_t entry, item, field;  // the field in the program's own sample layout
     };
     RecordEntry* recordEntries;
     unsigned recordEntryCount;
@@ -289,7 +290,8 @@ void TshadingOpus::buildPlan() {
             const unsigned size = dest.node->attribute(in.word[1])->size();
             plan->sampleLinks[plan->sampleLinkCount++] = {dest.variableBase, dest.info[in.word[1]].offset, in.word[3], in.word[0],
                                                           dest.elementSize, in.word[2], in.word[1],
-                                                          in.word[4] ? nullptr : selectCopyRoutine(size, kSideSample, kSideVariable)};
+                                                          in.word[4] ? nullptr : selectCopyRoutine(size, kSideSample, kSideVariable),
+                                                          false};
             continue;
         }
         if (in.opcode != kOpLinkBlock) continue;
@@ -358,27 +360,36 @@ void TshadingOpus::buildPlan() {
 }
 
 void TshadingOpus::linkRecordFields(Plan& plan) const {
-    // An input or output linked to a sample item names the item's field in
-    // its direct word: when the records lie evenly spaced, reads and writes
-    // go there without a reference made per batch. Redone when the sample
-    // layout changes.
+    // An input or output linked to a sample item names the item in its
+    // direct word: when the records lie evenly spaced, reads and writes go
+    // to its field there without a reference made per batch, whatever the
+    // records' layout. Redone when the program's own sample layout changes.
     plan.recordsCarryAll = true;
     plan.recordEntryCount = 0;
     for (unsigned k = 0; k < plan.sampleLinkCount; ++k) {
-        const Plan::SampleLink& link = plan.sampleLinks[k];
+        Plan::SampleLink& link = plan.sampleLinks[k];
         const TSEblockLayout& layout = fProgram.blocks[link.destBlock];
         uint32_t& word = plan.direct[link.destBlock][link.attribute];
-        const unsigned field = fFieldOffsets ? fFieldOffsets[link.item] : 0;
-        plan.recordsCarryAll &= field != 0;
-        if (field) {
+        link.inRecords = fFieldOffsets && fFieldOffsets[link.item];
+        plan.recordsCarryAll &= link.inRecords;
+        if (link.inRecords) {
             uint32_t entry = link.attribute;
             for (unsigned b = 0; b < link.destBlock; ++b) entry += plan.directWords[b];
-            plan.recordEntries[plan.recordEntryCount++] = {entry, field};
+            plan.recordEntries[plan.recordEntryCount++] = {entry, link.item, fFieldOffsets[link.item]};
         }
-        word = field ? (uint32_t(field) << TdataBlock::kDirectShift) | TdataBlock::kDirectInput | TdataBlock::kDirectOutput |
-                           TdataBlock::kDirectVariable | TdataBlock::kDirectOther | TdataBlock::kDirectRecord
-                     : TdataBlockRendering::directEntry(layout.info[link.attribute], *layout.node->attribute(link.attribute));
+        word = link.inRecords ? (link.item << TdataBlock::kDirectShift) | TdataBlock::kDirectInput | TdataBlock::kDirectOutput |
+                                    TdataBlock::kDirectVariable | TdataBlock::kDirectOther | TdataBlock::kDirectRecord
+                              : TdataBlockRendering::directEntry(layout.info[link.attribute], *layout.node->attribute(link.attribute));
     }
+}
+
+bool TshadingOpus::carriesRecordItems(const unsigned* fields) const {
+    // User sample data is numbered per program: another layout's numbers mean other data.
+    for (unsigned k = 0; k < fPlan->recordEntryCount; ++k) {
+        const unsigned item = fPlan->recordEntries[k].item;
+        if (item >= kSampleItemCount || !fields[item]) return false;
+    }
+    return true;
 }
 
 void TshadingOpus::computeForBlock(TdataBlock& block, const Tattribute& a, unsigned first, unsigned, uint64_t selected) {
@@ -501,19 +512,31 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     frame.fields = samples[0]->fieldOffsets();
     frame.count = count;
     frame.lighting = &lighting;
-    // A block's stride is 32 bits and never negative; the direct words
-    // name fields of the program's own sample layout.
-    frame.recordsEven = !uneven && spacing <= UINT32_MAX && frame.fields == fFieldOffsets;
+    // A block's stride is 32 bits and never negative. Records of another
+    // sample layout (a light's program on a material's records) serve in
+    // place when they carry every item the direct words name; a kept frame
+    // remembers the answer for the last layout it saw.
+    bool carried = frame.fields == fFieldOffsets;
+    if (!carried && kept) {
+        if (frame.fields != frame.checkedFields) {
+            frame.checkedFields = frame.fields;
+            frame.fieldsCarried = carriesRecordItems(frame.fields);
+        }
+        carried = frame.fieldsCarried;
+    } else if (!carried) {
+        carried = carriesRecordItems(frame.fields);
+    }
+    frame.recordsEven = !uneven && spacing <= UINT32_MAX && carried;
     TdataBlockRendering* records = frame.blocks + fProgram.blockCount;
     frame.sampleBlock = nullptr;
     if (frame.recordsEven && fPlan->sampleLinkCount) {
         frame.recordsFirst = reinterpret_cast<unsigned char*>(base);
         frame.recordsStride = unsigned(spacing);
         if (kept)
-            records->moveRecords(unsigned(spacing), reinterpret_cast<unsigned char*>(base), count);
+            records->moveRecords(unsigned(spacing), reinterpret_cast<unsigned char*>(base), count, frame.fields);
         else
             new (records) TdataBlockRendering(*fPlan->recordsPrototype, unsigned(spacing), reinterpret_cast<unsigned char*>(base),
-                                              count, &frame);
+                                              count, frame.fields, &frame);
         frame.sampleBlock = records;
     }
 
@@ -597,7 +620,7 @@ void TshadingOpus::makeKeptFrame(TSEframe& frame, unsigned char* memory) const {
         new (&frame.blocks[b]) TdataBlockRendering(fPlan->prototypes[b], frame.variables + size_t(layout.variableBase) * kBatchSize,
                                                    0, frame.constants + layout.constantOffset, layout.hidden, &frame, nullptr);
     }
-    new (frame.blocks + fProgram.blockCount) TdataBlockRendering(*fPlan->recordsPrototype, 0, nullptr, 0, &frame);
+    new (frame.blocks + fProgram.blockCount) TdataBlockRendering(*fPlan->recordsPrototype, 0, nullptr, 0, nullptr, &frame);
     frame.blocksMade = fProgram.blockCount;
     frame.keptCount = 0;
     frame.keptRecords = frame.blocks;  // neither null nor the records: the first run readies every block
@@ -605,6 +628,8 @@ void TshadingOpus::makeKeptFrame(TSEframe& frame, unsigned char* memory) const {
     frame.resolvedReady = false;
     frame.resolvedFirst = nullptr;
     frame.resolvedStride = 0;
+    frame.resolvedFields = nullptr;
+    frame.checkedFields = nullptr;
     linkBlocks(frame, fPlan->relinkCount, fPlan->linkCount);
 }
 
@@ -637,19 +662,25 @@ void TshadingOpus::startKeptRun(TSEframe& frame) const {
         frame.resolvedReady = true;
     }
     // The records move with each batch: their entries follow when a batch's
-    // records lie elsewhere, and answer nothing when they are not evenly spaced.
+    // records lie elsewhere or in another layout, and answer nothing when
+    // they are not evenly spaced.
     unsigned char* const first = frame.sampleBlock ? frame.recordsFirst : nullptr;
     const unsigned stride = frame.recordsStride;
-    if (first != frame.resolvedFirst || (first && stride != frame.resolvedStride)) {
+    const unsigned* const fields = frame.fields;
+    if (first != frame.resolvedFirst || (first && (stride != frame.resolvedStride || fields != frame.resolvedFields))) {
         const bool wereOff = !frame.resolvedFirst, sameStride = stride == frame.resolvedStride;
         frame.resolvedFirst = first;
         frame.resolvedStride = stride;
+        frame.resolvedFields = fields;
         TdataBlock::Resolved* const table = frame.resolved;
         const Plan::RecordEntry* const entries = fPlan->recordEntries;
         const unsigned n = fPlan->recordEntryCount;
         if (first && !wereOff && sameStride) {
             // The usual batch: the same spacing at another place.
-            for (unsigned k = 0; k < n; ++k) table[entries[k].entry].value = first + entries[k].field;
+            if (fields == fFieldOffsets)
+                for (unsigned k = 0; k < n; ++k) table[entries[k].entry].value = first + entries[k].field;
+            else
+                for (unsigned k = 0; k < n; ++k) table[entries[k].entry].value = first + fields[entries[k].item];
             return;
         }
         for (unsigned k = 0; k < n; ++k) {
@@ -658,7 +689,7 @@ void TshadingOpus::startKeptRun(TSEframe& frame) const {
                 r.roads = 0;
                 continue;
             }
-            r.value = first + entries[k].field;
+            r.value = first + fields[entries[k].item];
             r.stride = stride;
             if (wereOff) {
                 r.block = frame.sampleBlock;
@@ -687,7 +718,7 @@ void TshadingOpus::linkSamples(TSEframe& frame) const {
         const unsigned field = fields[link.item];
         // The direct word reads the field in the records; the virtual road
         // looks there too, so the reference is not needed.
-        if (records && field) continue;
+        if (records && link.inRecords) continue;
         // Copied as a copy instruction would; an item the records do not
         // carry is left as the frame has it. An output's copy comes after it.
         if (field && link.copy) {

@@ -212,6 +212,8 @@ private:
     void buildPlan();
     static uint64_t sNextSerial();
     void linkRecordFields(Plan& plan) const;
+    // Whether records laid out by `fields` carry every item a direct word names.
+    bool carriesRecordItems(const unsigned* fields) const;
     void carveFrame(TSEframe& frame, unsigned char* memory, unsigned layout) const;
     void setUpFrame(TSEframe& frame) const;
     // Writes the references of links first .. last - 1 of the plan.

@@ -57,8 +57,11 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBitWhateverTheRecordsLayout) {
     // items the network reads stay as they were; so they do when one frame
     // kept by the thread sees batch after batch of another size and layout
     // (records evenly spaced at one spacing, then at twice it, then not
-    // evenly spaced, each batch at a new address),
-    // and when the scale reads a child of the uv's colour in the uv's block.
+    // evenly spaced), and when the scale reads a child of the uv's colour in
+    // the uv's block. The records may follow the program's own sample
+    // layout or another that carries more items (as a material's records
+    // are to a light's program): two of those, of one size with the uv in
+    // different places, follow each other in the same memory.
     enum Layout { kInOrder, kSpaced, kReversed, kScattered };
     for (const Tattribute* valueSource : {&TengineTestUv::saOutAlpha(), &TengineTestUv::saOutColorB()}) {
         ChainNetwork net(*valueSource);
@@ -70,43 +73,58 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBitWhateverTheRecordsLayout) {
                 EXPECT_EQ(p.blocks[b].info[TengineTestScale::saValue().index()].kind, TdataBlockRendering::kVarPresentOtherDB);
             }
         }
-        const unsigned size = net.group->sampleSize(kSurfaceColorTransparency);
-        unsigned* fields = net.group->fieldOffsetTable(kSurfaceColorTransparency);
+        unsigned* own = net.group->fieldOffsetTable(kSurfaceColorTransparency);
+        std::vector<unsigned> before(Tsample::sFieldTableLength(0)), after(Tsample::sFieldTableLength(0));
+        TbitField64 withBefore, withAfter;
+        for (unsigned item = 0; item < kSampleItemCount; ++item)
+            if (own[item]) {
+                withBefore.set(item);
+                withAfter.set(item);
+            }
+        withBefore.set(kItemPointObj);             // ahead of the uv
+        withAfter.set(kItemTriangleNormalCamera);  // behind it, of the same size
+        const unsigned size = Tsample::sBuildFieldOffsets(withBefore, before.data());
+        ASSERT_EQ(Tsample::sBuildFieldOffsets(withAfter, after.data()), size);
+        ASSERT_NE(before[kItemUvCoord], after[kItemUvCoord]);
+        ASSERT_GE(size, net.group->sampleSize(kSurfaceColorTransparency));
+        std::vector<uint64_t> memory(size_t(size / 8) * 64 * 2, 0);
         TshadingFrames frames;
         for (bool keep : {false, true})
             for (unsigned count : {1u, 2u, 3u, 7u, 63u, 64u})
-                for (Layout layout : {kInOrder, kSpaced, kReversed, kScattered}) {
-                    SCOPED_TRACE(testing::Message() << valueSource->longName().asC() << ", layout " << layout << ", " << count
-                                                    << " samples, frame kept " << keep);
-                    TshadingFramesScope scope(keep ? &frames : nullptr);
-                    std::vector<uint64_t> memory(size_t(size / 8) * count * 2, 0);
-                    std::vector<Tsample*> samples(count);
-                    for (unsigned i = 0; i < count; ++i) {
-                        // Scattered: odd samples in the second half, so three or
-                        // more records have no fixed spacing.
-                        const unsigned slot = layout == kInOrder    ? i
-                                              : layout == kSpaced   ? 2 * i
-                                              : layout == kReversed ? count - 1 - i
-                                                                    : (i % 2 ? count + i : i);
-                        samples[i] = Tsample::sCreate(memory.data() + size_t(slot) * (size / 8), size, fields);
+                for (Layout layout : {kInOrder, kSpaced, kReversed, kScattered})
+                    for (unsigned* fields : {own, before.data(), after.data()}) {
+                        SCOPED_TRACE(testing::Message() << valueSource->longName().asC() << ", layout " << layout << ", " << count
+                                                        << " samples, frame kept " << keep << ", sample layout "
+                                                        << (fields == own ? "own" : fields == before.data() ? "more before" : "more after"));
+                        TshadingFramesScope scope(keep ? &frames : nullptr);
+                        const unsigned spacing = fields == own ? net.group->sampleSize(kSurfaceColorTransparency) : size;
+                        std::vector<Tsample*> samples(count);
+                        for (unsigned i = 0; i < count; ++i) {
+                            // Scattered: odd samples in the second half, so three or
+                            // more records have no fixed spacing.
+                            const unsigned slot = layout == kInOrder    ? i
+                                                  : layout == kSpaced   ? 2 * i
+                                                  : layout == kReversed ? count - 1 - i
+                                                                        : (i % 2 ? count + i : i);
+                            samples[i] = Tsample::sCreate(memory.data() + size_t(slot) * (spacing / 8), spacing, fields);
+                        }
+                        for (unsigned i = 0; i < count; ++i) samples[i]->setUvCoord(coordOf(i));
+                        opus->shade(count, samples.data());
+                        for (unsigned i = 0; i < count; ++i) {
+                            const T2Float c = coordOf(i);
+                            const T3Float& got = *samples[i]->outColor();
+                            EXPECT_TRUE(sameBits(got, net.scalar(c.x, c.y))) << i << ": " << got.x << " " << got.y << " " << got.z;
+                            EXPECT_EQ(std::memcmp(samples[i]->uvCoord(), &c, sizeof c), 0) << i;
+                            // And by hand, for what the scalar pull might share with the
+                            // batch: red = (u + v or u * v) * 3 + 0.5, green = v * 2.
+                            const float value = valueSource == &TengineTestUv::saOutAlpha() ? c.x + c.y : c.x * c.y;
+                            EXPECT_FLOAT_EQ(got.x, value * 3.0f + 0.5f) << i;
+                            EXPECT_FLOAT_EQ(got.y, c.y * 2.0f) << i;
+                            EXPECT_FLOAT_EQ(got.z, 0.75f) << i;
+                        }
                     }
-                    for (unsigned i = 0; i < count; ++i) samples[i]->setUvCoord(coordOf(i));
-                    opus->shade(count, samples.data());
-                    for (unsigned i = 0; i < count; ++i) {
-                        const T2Float c = coordOf(i);
-                        const T3Float& got = *samples[i]->outColor();
-                        EXPECT_TRUE(sameBits(got, net.scalar(c.x, c.y))) << i << ": " << got.x << " " << got.y << " " << got.z;
-                        EXPECT_EQ(std::memcmp(samples[i]->uvCoord(), &c, sizeof c), 0) << i;
-                        // And by hand, for what the scalar pull might share with the
-                        // batch: red = (u + v or u * v) * 3 + 0.5, green = v * 2.
-                        const float value = valueSource == &TengineTestUv::saOutAlpha() ? c.x + c.y : c.x * c.y;
-                        EXPECT_FLOAT_EQ(got.x, value * 3.0f + 0.5f) << i;
-                        EXPECT_FLOAT_EQ(got.y, c.y * 2.0f) << i;
-                        EXPECT_FLOAT_EQ(got.z, 0.75f) << i;
-                    }
-                }
         EXPECT_EQ(frames.framesMade(), 1u);
-        EXPECT_EQ(frames.framesReused(), 23u);
+        EXPECT_EQ(frames.framesReused(), 71u);
     }
 }
 

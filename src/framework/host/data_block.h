@@ -125,8 +125,9 @@ public:
     static constexpr uint32_t kDirectVariable = 1u << 2;  // in the elements, else in the constants
     static constexpr uint32_t kDirectOther = 1u << 3;     // a reference to a value in another block
     static constexpr uint32_t kDirectComputed = 1u << 4;  // a read first has the block's hook compute the run
-    // With kDirectOther: the value is a field of the records block, at the
-    // word's offset in each record, when the block has one.
+    // With kDirectOther: the value is a field of the records block, the one
+    // whose number the word carries in place of an offset; the records block
+    // says where each field lies, so one table serves records of any layout.
     static constexpr uint32_t kDirectRecord = 1u << 5;
     static constexpr unsigned kDirectShift = 6;
     // Computes attribute `a` for the samples of a run whose bits are set in
@@ -169,13 +170,15 @@ protected:
     // are the records: where kDirectRecord words read and write. Null when
     // there are none; the virtual road then answers.
     TdataBlock* fRecords = nullptr;
+    // On a records block: the offset of each numbered field in a record.
+    const unsigned* fRecordFields = nullptr;
 
     // The handle of a kDirectRecord word on the records block, at `within`
     // bytes into the field; false without records.
     bool recordValue(uint32_t word, unsigned within, TdataHandle& h) const {
         if (!fRecords) return false;
         h.block = fRecords;
-        h.value = fRecords->fDirectBase[1] + (word >> kDirectShift) + within;
+        h.value = fRecords->fDirectBase[1] + fRecords->fRecordFields[word >> kDirectShift] + within;
         h.stride = fRecords->fDirectStride;
         h.flags = TdataHandle::kIsVariable;
         return true;
