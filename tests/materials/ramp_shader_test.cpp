@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "materials/material_fixture.h"
@@ -16,23 +17,19 @@
 namespace {
 T3Float lerp3(const T3Float& a, const T3Float& b, float t) { return a + (b - a) * t; }
 
-// Keys of a colour curve by logical index (position, colour); linear.
-void colorKeys(TmaterialNetwork& net, const char* curve, std::initializer_list<std::pair<float, T3Float>> keys) {
+// Keys of a curve by logical index (position, value); linear. A colour
+// curve's values are its `_Color`, a float curve's its `_FloatValue`.
+template <class V>
+void keys(TmaterialNetwork& net, const std::string& curve, std::initializer_list<std::pair<float, V>> keys) {
+    const std::string value = curve + (std::is_same_v<V, float> ? "_FloatValue" : "_Color");
     int index = 0;
-    for (const auto& [position, colour] : keys) {
-        net.set((std::string(curve) + "_Position").c_str(), position, index);
-        net.set((std::string(curve) + "_Color").c_str(), colour, index);
-        ++index;
+    for (const auto& [position, v] : keys) {
+        net.set((curve + "_Position").c_str(), position, index);
+        net.set(value.c_str(), v, index++);
     }
 }
-void floatKeys(TmaterialNetwork& net, const char* curve, std::initializer_list<std::pair<float, float>> keys) {
-    int index = 0;
-    for (const auto& [position, value] : keys) {
-        net.set((std::string(curve) + "_Position").c_str(), position, index);
-        net.set((std::string(curve) + "_FloatValue").c_str(), value, index);
-        ++index;
-    }
-}
+void colorKeys(TmaterialNetwork& net, const char* curve, std::initializer_list<std::pair<float, T3Float>> k) { keys(net, curve, k); }
+void floatKeys(TmaterialNetwork& net, const char* curve, std::initializer_list<std::pair<float, float>> k) { keys(net, curve, k); }
 
 // A ramp shader with no highlight and no reflection: only what a test sets.
 struct TrampRig {
