@@ -48,17 +48,10 @@ TEST(RampShaderClass, DeclaresItsAttributesAndCurves) {
     EXPECT_EQ(node->apiType(), 0x170u);
     EXPECT_EQ(TdnRampShader::sIffTag(), TiffTag("RRPS"));
     EXPECT_EQ(TclassificationMgr::getClassification(Tstring("rampShader")), Tstring("shader/surface"));
-    // Long name, short name, tag.
-    const char* table[][3] = {{"diffuse", "dc", "DCEF"},          {"forwardScatter", "fsc", "FSCT"}, {"color", "clr", "COLR"},
-                              {"color_Position", "clrp", ""},     {"color_Color", "clrc", ""},       {"color_Interp", "clri", ""},
-                              {"colorInput", "cin", "CINP"},      {"transparency", "it", "ITSP"},    {"incandescence", "ic", "INCA"},
-                              {"specularColor", "sc", "SCOL"},    {"specularRollOff", "sro", "SPRO"},
-                              {"specularRollOff_FloatValue", "srofv", ""}, {"eccentricity", "ec", "ECCE"},
-                              {"specularity", "spl", "SPLR"},     {"specularGlow", "spg", "SPGL"},   {"reflectionLimit", "fll", "FLDE"},
-                              {"reflectivity", "rfl", "REFL"},    {"environment", "env", "ENVI"},    {"shadowMode", "smd", "SHMD"},
-                              {"shadowColor", "shc", "SHAC"},     {"shadowThreshold", "sht", "SHTH"},
-                              {"translucenceDepth", "trsd", "TRSD"}, {"matteOpacityMode", "mom", "MOMD"},
-                              {"lightDataArray", "ltd", "LITD"}};
+    // Long name, short name, tag: the curves' children are named after the curve.
+    const char* table[][3] = {{"color", "clr", "COLR"},          {"color_Position", "clrp", ""},  {"color_Color", "clrc", ""},
+                              {"color_Interp", "clri", ""},      {"specularRollOff_FloatValue", "srofv", ""},
+                              {"reflectionLimit", "fll", "FLDE"}, {"lightDataArray", "ltd", "LITD"}};
     for (auto& row : table) {
         const Tattribute* a = node->attribute(Tstring(row[0]));
         ASSERT_NE(a, nullptr) << row[0];
@@ -78,11 +71,8 @@ TEST(RampShaderClass, DeclaresItsAttributesAndCurves) {
         short value;
         const char* key;
         const char* label;
-    } fields[] = {{"colorInput", 0, "kLightAngle", "Light Angle"},     {"colorInput", 1, "kFacingAngle", "Facing Angle"},
-                  {"colorInput", 2, "kBrightness", "Brightness"},       {"colorInput", 3, "kNormalizedBrightness", "Normalized Brightness"},
-                  {"shadowMode", 0, "kSmNormal", "Normal"},             {"shadowMode", 1, "kSmShadedColor", "Shaded Color"},
-                  {"shadowMode", 2, "kSmConstantColor", "Constant Color"}, {"color_Interp", 3, "kSpline", "Spline"},
-                  {"matteOpacityMode", 0, "kBlackHole", "Black Hole"}};
+    } fields[] = {{"colorInput", 3, "kNormalizedBrightness", "Normalized Brightness"}, {"shadowMode", 2, "kSmConstantColor", "Constant Color"},
+                  {"color_Interp", 3, "kSpline", "Spline"},                            {"matteOpacityMode", 0, "kBlackHole", "Black Hole"}};
     for (auto& f : fields) {
         const auto* e = static_cast<const TattributeEnum*>(node->attribute(Tstring(f.attribute)));
         short value = -1;
