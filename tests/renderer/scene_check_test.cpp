@@ -233,11 +233,18 @@ TEST(SceneCheck, FrameMemoryAgainstTheClosedForm) {
 }
 
 // Zero scales, flat and turned, and a tiny whole one are rendered above; here
-// the limits the render cannot show at its scale.
+// the limits the render cannot show at its scale, and a flattening that
+// leaves no zero row for a careless determinant to find.
 TEST(SceneCheck, DegenerateAndFarTransforms) {
     EXPECT_TRUE(isDegenerateTransform(Tmatrix::scaling(1, 1, 1e-13))) << "a thin sliver";
     EXPECT_FALSE(isDegenerateTransform(Tmatrix::scaling(1e-9, 1e-9, 1e-9))) << "tiny but whole";
     EXPECT_FALSE(isDegenerateTransform(Tmatrix::translation(1e20, 0, 0))) << "far but whole";
+    // Flattened between two turns, so that no row, column or diagonal entry is zero.
+    Tmatrix turnZ, turnX;
+    const double c = std::cos(0.5), s = std::sin(0.5);
+    turnZ.m[0][0] = c, turnZ.m[0][1] = s, turnZ.m[1][0] = -s, turnZ.m[1][1] = c;
+    turnX.m[1][1] = c, turnX.m[1][2] = s, turnX.m[2][1] = -s, turnX.m[2][2] = c;
+    EXPECT_TRUE(isDegenerateTransform(turnX * turnZ * Tmatrix::scaling(1, 0, 1) * turnZ * turnX)) << "flattened between two turns";
 
     const T3Float lo(-1, -1, -1), hi(1, 1, 1);
     EXPECT_EQ(reachProblem(Tmatrix::translation(1e14, 0, 0), lo, hi), "");
