@@ -104,16 +104,15 @@ TEST(LambertSurface, HideSourceBlackHoleAndMatteModes) {
     }
 }
 
+// The fade below the threshold is checked over a batch by the mixed-lights
+// test and in a render; here the threshold itself and the focus.
 TEST(LambertTranslucence, DepthSetsThresholdAndFocusOneStaysFinite) {
     struct {
         float depth, focus, cosine;
         T3Float lightDirection;
         float expected;  // translucence weight, colour white, diffuse 0
     } cases[] = {
-        {0.5f, 0, -0.6f, T3Float(0, 0.8f, -0.6f), 0.5f},  // threshold -5.75: always full
         {0.0f, 0, -0.6f, T3Float(0, 0.8f, -0.6f), 0.0f},  // threshold 0: the far side gets nothing
-        {0.0f, 0, 0.06f, T3Float(0, std::sqrt(1 - 0.0036f), 0.06f), 0.5f * 0.06f / 0.15f},  // fading in over 0.15
-        {0.0f, 0, 0.6f, T3Float(0, 0.8f, 0.6f), 0.5f},    // past the fade
         // Focus 1: exponent 1/0.00001; the light straight along the view
         // ray (towards -z) gives x = 1 and the full weight.
         {0.5f, 1.0f, -1.0f, T3Float(0, 0, -1), 0.5f},
@@ -139,13 +138,8 @@ TEST(LambertTranslucence, DepthSetsThresholdAndFocusOneStaysFinite) {
 TEST(LambertShadowPass, MatteCarriesTheShadowedFraction) {
     TpassScope pass(kPassShadow);
     auto light = [](T3Float direction, float preShadow, float fraction, bool diffuse) {
-        TlightData d;
-        d.lightDirection = direction;
-        d.lightIntensity = T3Float(1, 1, 1);
-        d.lightAmbient = false;
+        TlightData d = distantLight(direction, preShadow, fraction);
         d.lightDiffuse = diffuse;
-        d.preShadowIntensity = preShadow;
-        d.lightShadowFraction = fraction;
         return d;
     };
     struct {
@@ -419,7 +413,9 @@ TEST(LambertLighting, MixedLightsSumInOrderOverABatch) {
     // general loop. Either way each sample's sum is every light's term, in
     // order: compared with that sum written per sample. The records sit at
     // sparse indices of the light array, and the ambient flag adds the
-    // intensity without a cosine, with or without the diffuse flag.
+    // intensity without a cosine, with or without the diffuse flag. A shallow
+    // translucence depth puts some cosines below the threshold and some in
+    // the fade above it.
     TdoublingLight doubling;
     auto record = [](const T3Float& toLight, const T3Float& intensity, bool ambient, bool diffuse) {
         TlightData d;
@@ -446,10 +442,13 @@ TEST(LambertLighting, MixedLightsSumInOrderOverABatch) {
         net.set(TdnLambert::saDiffuseCoeff(), diffuse);
         net.set(TdnLambert::saTranslucenceCoeff(), translucence);
         net.set(TdnLambert::saTranslucenceFocus(), 0.0f);
+        net.set(TdnLambert::saTranslucenceDepth(), 0.02f);
         for (unsigned k = 0; k < 4; ++k) net.setLight(at[k], lights[k]);
+        net.init();  // the threshold is prepared per render, for the host graph's pull too
         auto out = net.shadeBoth(in);
         ASSERT_EQ(out.size(), in.size());
         const float threshold = net.material->translucenceThreshold(), range = std::min(0.15f - threshold, 1.0f);
+        int below = 0, fading = 0;
         for (unsigned i = 0; i < in.size(); ++i) {
             T3Float want;
             for (const TlightData& d : lights) {
@@ -458,10 +457,12 @@ TEST(LambertLighting, MixedLightsSumInOrderOverABatch) {
                 if (d.lightDiffuse) w += std::max(cosine, 0.0f) * diffuse;
                 if (d.lightDiffuse && translucence != 0 && cosine > threshold)
                     w += translucence * (cosine < threshold + range ? (cosine - threshold) / range : 1.0f);
+                below += cosine <= threshold, fading += cosine > threshold && cosine < threshold + range;
                 want = want + mul3(color, d.lightIntensity) * w;
             }
             expectNear3(out[i].color, want, 2e-6f, "outColor");
         }
+        EXPECT_TRUE(below > 0 && fading > 0) << below << " terms below the threshold, " << fading << " in the fade";
     }
 }
 

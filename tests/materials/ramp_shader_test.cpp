@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "materials/material_fixture.h"
@@ -16,23 +17,19 @@
 namespace {
 T3Float lerp3(const T3Float& a, const T3Float& b, float t) { return a + (b - a) * t; }
 
-// Keys of a colour curve by logical index (position, colour); linear.
-void colorKeys(TmaterialNetwork& net, const char* curve, std::initializer_list<std::pair<float, T3Float>> keys) {
+// Keys of a curve by logical index (position, value); linear. A colour
+// curve's values are its `_Color`, a float curve's its `_FloatValue`.
+template <class V>
+void keys(TmaterialNetwork& net, const std::string& curve, std::initializer_list<std::pair<float, V>> keys) {
+    const std::string value = curve + (std::is_same_v<V, float> ? "_FloatValue" : "_Color");
     int index = 0;
-    for (const auto& [position, colour] : keys) {
-        net.set((std::string(curve) + "_Position").c_str(), position, index);
-        net.set((std::string(curve) + "_Color").c_str(), colour, index);
-        ++index;
+    for (const auto& [position, v] : keys) {
+        net.set((curve + "_Position").c_str(), position, index);
+        net.set(value.c_str(), v, index++);
     }
 }
-void floatKeys(TmaterialNetwork& net, const char* curve, std::initializer_list<std::pair<float, float>> keys) {
-    int index = 0;
-    for (const auto& [position, value] : keys) {
-        net.set((std::string(curve) + "_Position").c_str(), position, index);
-        net.set((std::string(curve) + "_FloatValue").c_str(), value, index);
-        ++index;
-    }
-}
+void colorKeys(TmaterialNetwork& net, const char* curve, std::initializer_list<std::pair<float, T3Float>> k) { keys(net, curve, k); }
+void floatKeys(TmaterialNetwork& net, const char* curve, std::initializer_list<std::pair<float, float>> k) { keys(net, curve, k); }
 
 // A ramp shader with no highlight and no reflection: only what a test sets.
 struct TrampRig {
@@ -51,17 +48,10 @@ TEST(RampShaderClass, DeclaresItsAttributesAndCurves) {
     EXPECT_EQ(node->apiType(), 0x170u);
     EXPECT_EQ(TdnRampShader::sIffTag(), TiffTag("RRPS"));
     EXPECT_EQ(TclassificationMgr::getClassification(Tstring("rampShader")), Tstring("shader/surface"));
-    // Long name, short name, tag.
-    const char* table[][3] = {{"diffuse", "dc", "DCEF"},          {"forwardScatter", "fsc", "FSCT"}, {"color", "clr", "COLR"},
-                              {"color_Position", "clrp", ""},     {"color_Color", "clrc", ""},       {"color_Interp", "clri", ""},
-                              {"colorInput", "cin", "CINP"},      {"transparency", "it", "ITSP"},    {"incandescence", "ic", "INCA"},
-                              {"specularColor", "sc", "SCOL"},    {"specularRollOff", "sro", "SPRO"},
-                              {"specularRollOff_FloatValue", "srofv", ""}, {"eccentricity", "ec", "ECCE"},
-                              {"specularity", "spl", "SPLR"},     {"specularGlow", "spg", "SPGL"},   {"reflectionLimit", "fll", "FLDE"},
-                              {"reflectivity", "rfl", "REFL"},    {"environment", "env", "ENVI"},    {"shadowMode", "smd", "SHMD"},
-                              {"shadowColor", "shc", "SHAC"},     {"shadowThreshold", "sht", "SHTH"},
-                              {"translucenceDepth", "trsd", "TRSD"}, {"matteOpacityMode", "mom", "MOMD"},
-                              {"lightDataArray", "ltd", "LITD"}};
+    // Long name, short name, tag: the curves' children are named after the curve.
+    const char* table[][3] = {{"color", "clr", "COLR"},          {"color_Position", "clrp", ""},  {"color_Color", "clrc", ""},
+                              {"color_Interp", "clri", ""},      {"specularRollOff_FloatValue", "srofv", ""},
+                              {"reflectionLimit", "fll", "FLDE"}, {"lightDataArray", "ltd", "LITD"}};
     for (auto& row : table) {
         const Tattribute* a = node->attribute(Tstring(row[0]));
         ASSERT_NE(a, nullptr) << row[0];
@@ -81,11 +71,8 @@ TEST(RampShaderClass, DeclaresItsAttributesAndCurves) {
         short value;
         const char* key;
         const char* label;
-    } fields[] = {{"colorInput", 0, "kLightAngle", "Light Angle"},     {"colorInput", 1, "kFacingAngle", "Facing Angle"},
-                  {"colorInput", 2, "kBrightness", "Brightness"},       {"colorInput", 3, "kNormalizedBrightness", "Normalized Brightness"},
-                  {"shadowMode", 0, "kSmNormal", "Normal"},             {"shadowMode", 1, "kSmShadedColor", "Shaded Color"},
-                  {"shadowMode", 2, "kSmConstantColor", "Constant Color"}, {"color_Interp", 3, "kSpline", "Spline"},
-                  {"matteOpacityMode", 0, "kBlackHole", "Black Hole"}};
+    } fields[] = {{"colorInput", 3, "kNormalizedBrightness", "Normalized Brightness"}, {"shadowMode", 2, "kSmConstantColor", "Constant Color"},
+                  {"color_Interp", 3, "kSpline", "Spline"},                            {"matteOpacityMode", 0, "kBlackHole", "Black Hole"}};
     for (auto& f : fields) {
         const auto* e = static_cast<const TattributeEnum*>(node->attribute(Tstring(f.attribute)));
         short value = -1;

@@ -7,7 +7,6 @@
 #include <OpenImageIO/imageio.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 
 #include "support/program_run.h"
@@ -110,7 +109,7 @@ TEST(ColourOutput, IntegerFilesHoldTheExrThroughTheDisplayCurveAndFloatFilesTheE
     }
 }
 
-TEST(ColourOutput, ColourSpacesAndViewsOfTheConfigurationAreChosenByName) {
+TEST(ColourOutput, ColourSpacesAndViewsAreChosenByNameAndWhatTheConfigurationLacksIsRefused) {
     TtestTempDir dir;
     const std::string scene = dir.file("ball.json");
     std::ofstream(scene) << kBallScene;
@@ -147,17 +146,10 @@ TEST(ColourOutput, ColourSpacesAndViewsOfTheConfigurationAreChosenByName) {
     TprogramRun view = shadenet({"render", scene, "-q", "-o", file, "--view", "Film"});
     EXPECT_EQ(view.status, 2);
     EXPECT_NE(view.err.find("no view 'Film' for the display 'sRGB'; it has 'Standard', 'Raw'"), std::string::npos) << view.err;
-    EXPECT_FALSE(std::filesystem::exists(file));
-}
-
-TEST(ColourOutput, AnUnreadableConfigurationIsNamed) {
-    TtestTempDir dir;
-    const std::string scene = dir.file("ball.json");
-    std::ofstream(scene) << kBallScene;
+    // So is a configuration that cannot be read, by its path.
     const std::string config = dir.file("missing.ocio");
-    ::setenv("OCIO", config.c_str(), 1);
-    TprogramRun r = shadenet({"render", scene, "-q", "-o", dir.file("x.png")});
-    ::unsetenv("OCIO");
-    EXPECT_EQ(r.status, 2);
-    EXPECT_NE(r.err.find("the colour configuration (" + config + ")"), std::string::npos) << r.err;
+    TprogramRun unreadable = runProgram(SHADENET_CLI, {"render", scene, "-q", "-o", file}, {}, {{"OCIO", config}});
+    EXPECT_EQ(unreadable.status, 2);
+    EXPECT_NE(unreadable.err.find("the colour configuration (" + config + ")"), std::string::npos) << unreadable.err;
+    EXPECT_FALSE(std::filesystem::exists(file));
 }

@@ -5,13 +5,10 @@
 // filter as it expects; a BOT file beside the image replaces it.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <string>
 
 #include "framework/host/pixel_map.h"
-#include "support/program_run.h"
-#include "support/temp_dir.h"
-#include "support/test_image.h"
+#include "support/scene_render.h"
 #include "textures/pyramid/file_pixel_map_cache.h"
 
 namespace {
@@ -53,12 +50,10 @@ void writeBlocks(const TtestTempDir& dir, int variant) {
 // The card rendered `pixels` wide with the given filter, one sample a pixel.
 // Raw: the PNG keeps the texture's own code values, not display-encoded ones.
 TtestImage renderBlocks(const TtestTempDir& dir, int filterType, int pixels) {
-    const std::string scene = dir.file("scene" + std::to_string(filterType) + ".json"), out = dir.file("out.png");
-    std::ofstream(scene) << sceneText(filterType);
-    const TprogramRun run = shadenet({"render", scene, "-o", out, "--spp", "1", "--resolution", std::to_string(pixels),
-                                      std::to_string(pixels), "-q", "--colorspace", "Raw"});
-    EXPECT_EQ(run.status, 0) << run.err;
-    return run.status == 0 ? readTestImage(out) : TtestImage();
+    const TsceneRender r = renderSceneFile(dir, "scene" + std::to_string(filterType), sceneText(filterType),
+                                           {"--spp", "1", "--resolution", std::to_string(pixels), std::to_string(pixels), "-q", "--colorspace", "Raw"}, "png");
+    EXPECT_EQ(r.run.status, 0) << r.run.err;
+    return r.image;
 }
 }  // namespace
 

@@ -125,14 +125,13 @@ TEST(ImageLayers, OtherFormatsGetALayerFileBesideTheImage) {
 TEST(ImageLayers, DataLayersDescribeTheHitNearestEachPixelCentre) {
     // An orthographic view 4 units wide from z = 5 down -z; a card facing
     // the camera at z = 1 covers the left half.
-    const char* camera = R"({"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 4}})";
     std::string nodes = R"({"type": "transform", "name": "cardXf", "attributes": {"rotate": [90, 0, 0], "translate": [-1, 0, 1]}},
                            {"type": "plane", "name": "card", "parent": "cardXf", "attributes": {"width": 2, "height": 4}}, )" +
                         testGroup("surf", TrendererTestSurface::kFlat, R"("|cardXf|card")");
     TrenderOptions options;
     options.width = 16, options.height = 16, options.threads = 1, options.samplesPerPixel = 4;
     options.passes = {"depth", "normal", "position", "objectId"};
-    TrenderRun run = renderText(sceneText(nodes, testConnection("surf"), camera), options);
+    TrenderRun run = renderText(sceneText(nodes, testConnection("surf"), orthoCamera(4)), options);
     ASSERT_TRUE(run.ok) << run.error;
     const TimageLayer* depth = run.image.layer("depth");
     const TimageLayer* normal = run.image.layer("normal");

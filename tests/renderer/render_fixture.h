@@ -52,6 +52,16 @@ inline std::string sceneText(const std::string& nodes, const std::string& connec
            (nodes.empty() ? "" : ", " + nodes) + R"(], "connections": [)" + connections + "]}";
 }
 
+// An orthographic camera `width` units wide, for sceneText's `camera`.
+inline std::string orthoCamera(int width) {
+    return R"({"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": )" +
+           std::to_string(width) + "}}";
+}
+
+// A box filter one pixel wide: at one sample a pixel, each pixel is the sample at its centre.
+inline const char* const kBoxFilter =
+    R"({"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1}})";
+
 // A shading group `name`SG with a test surface `name` in the given mode and
 // with the given members.
 inline std::string testGroup(const std::string& name, int mode, const std::string& members, const std::string& attributes = "") {

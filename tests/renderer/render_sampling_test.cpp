@@ -14,13 +14,6 @@ namespace {
 constexpr int kSide = 40;
 constexpr float kViewWidth = 4.0f;  // orthographic, centred on the camera at z = 5
 
-std::string orthoCamera() {
-    return R"({"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 4}})";
-}
-
-const char* kBoxFilter =
-    R"({"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1}})";
-
 // World x, y of a raster position (pixels from the top left).
 float worldX(float x) { return (2 * x / kSide - 1) * kViewWidth / 2; }
 float worldY(float y) { return (1 - 2 * y / kSide) * kViewWidth / 2; }
@@ -41,7 +34,7 @@ std::string litSphereScene() {
                      {"type": "transform", "name": "lampXf", "attributes": {"translate": [%g, %g, %g]}},
                      {"type": "pointLight", "name": "lamp", "parent": "lampXf", "attributes": {"intensity": %g, "decayRate": 2}}, )",
                   kCentre.x, kCentre.y, kCentre.z, kLamp.x, kLamp.y, kLamp.z, kIntensity);
-    return sceneText(std::string(text) + kBoxFilter, R"(["white.outColor", "whiteSG.surfaceShader"])", orthoCamera());
+    return sceneText(std::string(text) + kBoxFilter, R"(["white.outColor", "whiteSG.surfaceShader"])", orthoCamera(4));
 }
 
 // I N.L / d^2 where the view ray through world (x, y) meets the sphere;
@@ -134,7 +127,7 @@ std::string edgeScene() {
            {"type": "transform", "name": "sunXf"},
            {"type": "directionalLight", "name": "sun", "parent": "sunXf", "attributes": {"useRayTraceShadows": true}}, )" +
             std::string(kBoxFilter),
-        R"(["grey.outColor", "greySG.surfaceShader"], ["black.outColor", "blackSG.surfaceShader"])", orthoCamera());
+        R"(["grey.outColor", "greySG.surfaceShader"], ["black.outColor", "blackSG.surfaceShader"])", orthoCamera(4));
 }
 
 // Pixels strictly between 0 and the floor's lit value in the columns
