@@ -358,7 +358,11 @@ void Checker::loops(TDNshadingEngine* group) {
 std::string TsceneIssue::text() const {
     std::string where;
     if (!node.empty()) where = "node " + quoted(node);
-    if (!attribute.empty()) where += (where.empty() ? "" : " ") + std::string("attribute ") + quoted(attribute);
+    if (!attribute.empty()) {
+        if (!where.empty()) where += ' ';
+        where += "attribute ";
+        where += quoted(attribute);
+    }
     return where.empty() ? message : where + ": " + message;
 }
 
@@ -374,8 +378,11 @@ bool TsceneCheck::hasErrors() const {
 
 std::string TsceneCheck::errorText() const {
     std::string text;
-    for (const TsceneIssue& i : fIssues)
-        if (i.isError()) text += (text.empty() ? "" : "\n") + i.text();
+    for (const TsceneIssue& i : fIssues) {
+        if (!i.isError()) continue;
+        if (!text.empty()) text += '\n';
+        text += i.text();
+    }
     return text;
 }
 

@@ -95,7 +95,7 @@ std::string mirrorRoomScene() {
                  {"py", {0, 6, 0}, {0, 0, 0}, {0.1f, 0.1f, 0.8f}},   {"ny", {0, -6, 0}, {0, 0, 0}, {0.8f, 0.8f, 0.1f}},
                  {"pz", {0, 0, 6}, {90, 0, 0}, {0.1f, 0.8f, 0.8f}}};
     auto triple = [](const float* v) {
-        return "[" + std::to_string(v[0]) + ", " + std::to_string(v[1]) + ", " + std::to_string(v[2]) + "]";
+        return std::string("[") + std::to_string(v[0]) + ", " + std::to_string(v[1]) + ", " + std::to_string(v[2]) + "]";
     };
     std::string nodes, links;
     auto shaded = [&](const std::string& name, const std::string& shape, const std::string& transformAttributes,

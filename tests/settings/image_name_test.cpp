@@ -144,7 +144,7 @@ TEST(ImageNameFrames, PaddedDigitsReadBackAsTheFrame) {
     // and their count is the width (with the sign counted) or the natural one.
     for (int frame : {-12345, -1000, -999, -100, -7, -1, 0, 1, 7, 99, 100, 9999, 10000, 2147483647, -2147483647 - 1}) {
         for (int width : {0, 1, 2, 3, 4, 5, 8}) {
-            const std::string pattern = "%" + std::to_string(width) + "n";
+            const std::string pattern = std::string("%") + std::to_string(width) + "n";
             const std::string out = expand(pattern, with([&](Tinputs& i) { i.frame = frame; }));
             ASSERT_FALSE(out.empty());
             EXPECT_EQ(std::stoll(out), frame) << out;

@@ -389,7 +389,7 @@ TEST(BlockCache, ARenderSizedCacheHoldsEveryBlockOfATilesLookups) {
     TtestTempDir dir;
     std::vector<std::unique_ptr<Tpyramid>> textures;
     for (int t = 0; t < TfileTextureCache::kTexturesPerTile; ++t)
-        textures.push_back(botPyramid(noiseImage(512, 512, 3, unsigned(t)), dir.file("t" + std::to_string(t) + ".bot")));
+        textures.push_back(botPyramid(noiseImage(512, 512, 3, unsigned(t)), dir.file(std::string("t") + std::to_string(t) + ".bot")));
     const int perLoad = int(readsPerLoad(*textures[0], textures[0]->getMaxLevel()));
     // One 16 x 16 pixel tile at 4 texels per pixel in every texture, at the
     // finest level and the next; the tile straddles block edges: 52
