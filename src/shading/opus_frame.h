@@ -47,10 +47,6 @@ struct TSEframe {
     unsigned char* resolvedFirst;
     unsigned resolvedStride;
     const unsigned* resolvedFields;
-    // The last sample layout not the program's own a kept frame saw, and
-    // whether its records carry every item the direct words name.
-    const unsigned* checkedFields;
-    bool fieldsCarried;
     // This batch's records when evenly spaced: the first, and the spacing.
     unsigned char* recordsFirst;
     unsigned recordsStride;

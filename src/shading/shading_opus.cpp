@@ -514,18 +514,9 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     frame.lighting = &lighting;
     // A block's stride is 32 bits and never negative. Records of another
     // sample layout (a light's program on a material's records) serve in
-    // place when they carry every item the direct words name; a kept frame
-    // remembers the answer for the last layout it saw.
-    bool carried = frame.fields == fFieldOffsets;
-    if (!carried && kept) {
-        if (frame.fields != frame.checkedFields) {
-            frame.checkedFields = frame.fields;
-            frame.fieldsCarried = carriesRecordItems(frame.fields);
-        }
-        carried = frame.fieldsCarried;
-    } else if (!carried) {
-        carried = carriesRecordItems(frame.fields);
-    }
+    // place when they carry every item the direct words name. Asked per
+    // batch: another layout's table may be rebuilt at the same address.
+    const bool carried = frame.fields == fFieldOffsets || carriesRecordItems(frame.fields);
     frame.recordsEven = !uneven && spacing <= UINT32_MAX && carried;
     TdataBlockRendering* records = frame.blocks + fProgram.blockCount;
     frame.sampleBlock = nullptr;
@@ -629,7 +620,6 @@ void TshadingOpus::makeKeptFrame(TSEframe& frame, unsigned char* memory) const {
     frame.resolvedFirst = nullptr;
     frame.resolvedStride = 0;
     frame.resolvedFields = nullptr;
-    frame.checkedFields = nullptr;
     linkBlocks(frame, fPlan->relinkCount, fPlan->linkCount);
 }
 
@@ -662,12 +652,14 @@ void TshadingOpus::startKeptRun(TSEframe& frame) const {
         frame.resolvedReady = true;
     }
     // The records move with each batch: their entries follow when a batch's
-    // records lie elsewhere or in another layout, and answer nothing when
-    // they are not evenly spaced.
+    // records lie elsewhere, and answer nothing when they are not evenly
+    // spaced. Records of another layout are followed every batch, as that
+    // layout's table may have been rebuilt at the same address.
     unsigned char* const first = frame.sampleBlock ? frame.recordsFirst : nullptr;
     const unsigned stride = frame.recordsStride;
     const unsigned* const fields = frame.fields;
-    if (first != frame.resolvedFirst || (first && (stride != frame.resolvedStride || fields != frame.resolvedFields))) {
+    if (first != frame.resolvedFirst ||
+        (first && (stride != frame.resolvedStride || fields != fFieldOffsets || fields != frame.resolvedFields))) {
         const bool wereOff = !frame.resolvedFirst, sameStride = stride == frame.resolvedStride;
         frame.resolvedFirst = first;
         frame.resolvedStride = stride;

@@ -61,7 +61,8 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBitWhateverTheRecordsLayout) {
     // the uv's block. The records may follow the program's own sample
     // layout or another that carries more items (as a material's records
     // are to a light's program): two of those, of one size with the uv in
-    // different places, follow each other in the same memory.
+    // different places, follow each other in the same memory, and through
+    // one table rebuilt in place, as a recompiled group's may be.
     enum Layout { kInOrder, kSpaced, kReversed, kScattered };
     for (const Tattribute* valueSource : {&TengineTestUv::saOutAlpha(), &TengineTestUv::saOutColorB()}) {
         ChainNetwork net(*valueSource);
@@ -86,16 +87,20 @@ TEST(ShadingOpus, BatchEqualsTheScalarPullBitForBitWhateverTheRecordsLayout) {
         const unsigned size = Tsample::sBuildFieldOffsets(withBefore, before.data());
         ASSERT_EQ(Tsample::sBuildFieldOffsets(withAfter, after.data()), size);
         ASSERT_NE(before[kItemUvCoord], after[kItemUvCoord]);
+        std::vector<unsigned> rebuilt(before.size());
         ASSERT_GE(size, net.group->sampleSize(kSurfaceColorTransparency));
         std::vector<uint64_t> memory(size_t(size / 8) * 64 * 2, 0);
         TshadingFrames frames;
         for (bool keep : {false, true})
             for (unsigned count : {1u, 2u, 3u, 7u, 63u, 64u})
                 for (Layout layout : {kInOrder, kSpaced, kReversed, kScattered})
-                    for (unsigned* fields : {own, before.data(), after.data()}) {
+                    for (int which : {0, 1, 2}) {
+                        const std::vector<unsigned>* other = which == 0 ? nullptr : which == 1 ? &before : &after;
                         SCOPED_TRACE(testing::Message() << valueSource->longName().asC() << ", layout " << layout << ", " << count
                                                         << " samples, frame kept " << keep << ", sample layout "
-                                                        << (fields == own ? "own" : fields == before.data() ? "more before" : "more after"));
+                                                        << (!other ? "own" : other == &before ? "more before" : "more after"));
+                        if (other) rebuilt = *other;
+                        unsigned* fields = other ? rebuilt.data() : own;
                         TshadingFramesScope scope(keep ? &frames : nullptr);
                         const unsigned spacing = fields == own ? net.group->sampleSize(kSurfaceColorTransparency) : size;
                         std::vector<Tsample*> samples(count);
