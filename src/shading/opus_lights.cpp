@@ -6,6 +6,7 @@
 // one object, so every sample of it has the same count of lights.
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "framework/host/depend_node.h"
 #include "shading/network_analysis.h"
@@ -204,13 +205,19 @@ void TDNshadingEngine::getLightList(TSEoption option, TshadingOpus* opus, Tstack
         needs |= program->needs();
     }
 
-    // The samples now also carry what the lights read.
+    // The samples now also carry what the lights read, and keep the user
+    // sample data (the illumination slot, then the nodes' entries): each
+    // entry's span in the old table, padding included, lays it out alike.
     OptionState& state = fOptions[option];
     TbitField64 present = needs;
     for (unsigned i = 0; i < kSampleItemCount; ++i)
         if (state.fieldOffsets && state.fieldOffsets[i]) present.set(i);
-    auto* fields = static_cast<unsigned*>(arena.allocate(sizeof(unsigned) * Tsample::sFieldTableLength(0)));
-    state.sampleSize = Tsample::sBuildFieldOffsets(present, fields);
+    const unsigned userCount = state.fieldOffsets ? opus->sizeOffset() : 0;
+    std::vector<unsigned> userSizes(userCount);
+    for (unsigned u = 0; u < userCount; ++u)
+        userSizes[u] = state.fieldOffsets[kFirstUserField + u + 1] - state.fieldOffsets[kFirstUserField + u];
+    auto* fields = static_cast<unsigned*>(arena.allocate(sizeof(unsigned) * Tsample::sFieldTableLength(userCount)));
+    state.sampleSize = Tsample::sBuildFieldOffsets(present, fields, userSizes.data(), userCount);
     state.fieldOffsets = fields;
     state.needs |= needs;
     opus->setFieldOffsets(fields, needs);

@@ -5,6 +5,7 @@
 
 #include <atomic>
 
+#include "framework/host/dag.h"
 #include "framework/host/node_class.h"
 #include "shading/engine_fixture.h"
 #include "shading/render_thread.h"
@@ -65,24 +66,40 @@ protected:
 SN_REGISTER_NODE_CLASS(TengineTestUser)
 }  // namespace
 
+// Lit, the node feeds a Lambert under a point light: the layout made again
+// to carry what the light reads keeps the user entries.
 TEST(UserSampleData, LayoutSizesAndFieldIndex) {
-    TengineNetwork net;
-    auto* node = net.make<TengineTestUser>("engineTestUser");
-    net.toSurfaceShader(node, TengineTestUser::saOutColor());
-    TshadingOpus* opus = net.analyse();
-    ASSERT_NE(opus, nullptr);
-    ASSERT_TRUE(opus->userSampleData());
-    EXPECT_EQ(node->field, kFirstUserField + 1);  // after the illumination slot
-    EXPECT_EQ(opus->sizeOffset(), 2u);
-    EXPECT_EQ(opus->userSampleSize(), 4u);
-    const unsigned* table = opus->fieldOffsetTable();
-    // The slot follows the items, the item follows the slot, the total ends it.
-    EXPECT_GE(table[kFirstUserField], table[kSampleItemCount]);
-    // Each user entry starts pointer-aligned after the one before it.
-    EXPECT_EQ(table[kFirstUserField + 1], (table[kFirstUserField] + kIlluminationSlotSize + 7) / 8 * 8);
-    EXPECT_EQ(table[kFirstUserField + 2], table[kFirstUserField + 1] + 4);
-    EXPECT_GE(net.group->sampleSize(kSurfaceColorTransparency), table[kFirstUserField + 2]);
-    EXPECT_NE(table[kItemShadowAttenuation], 0u);  // the source field is laid out too
+    for (bool lit : {false, true}) {
+        SCOPED_TRACE(lit ? "lit" : "unlit");
+        TengineNetwork net;
+        auto* node = net.make<TengineTestUser>("engineTestUser");
+        if (lit) {
+            TdependNode* lambert = net.make<TdependNode>("lambert");
+            net.connect(node, TengineTestUser::saOutColor(), lambert, *lambert->attribute(Tstring("color")));
+            net.toSurfaceShader(lambert, *lambert->attribute(Tstring("outColor")));
+            TdependNode* light = net.make<TdependNode>("pointLight");
+            net.make<Ttransform>("transform")->addChild(static_cast<TdagNode*>(light));
+            net.group->setLightTables({light}, {}, {light}, {});
+        } else {
+            net.toSurfaceShader(node, TengineTestUser::saOutColor());
+        }
+        TshadingOpus* opus = net.analyse();
+        ASSERT_NE(opus, nullptr);
+        ASSERT_TRUE(opus->userSampleData());
+        EXPECT_EQ(node->field, kFirstUserField + 1);  // after the illumination slot
+        EXPECT_EQ(opus->sizeOffset(), 2u);
+        EXPECT_EQ(opus->userSampleSize(), 4u);
+        const unsigned* table = opus->fieldOffsetTable();
+        EXPECT_EQ(table, net.group->fieldOffsetTable(kSurfaceColorTransparency));
+        EXPECT_EQ(table[kItemLightData] != 0, lit);
+        // The slot follows the items, the item follows the slot, the total ends it.
+        EXPECT_GE(table[kFirstUserField], table[kSampleItemCount]);
+        // Each user entry starts pointer-aligned after the one before it.
+        EXPECT_EQ(table[kFirstUserField + 1], (table[kFirstUserField] + kIlluminationSlotSize + 7) / 8 * 8);
+        EXPECT_EQ(table[kFirstUserField + 2], table[kFirstUserField + 1] + 4);
+        EXPECT_GE(net.group->sampleSize(kSurfaceColorTransparency), table[kFirstUserField + 2]);
+        EXPECT_NE(table[kItemShadowAttenuation], 0u);  // the source field is laid out too
+    }
 }
 
 TEST(UserSampleData, CopiedFromItsSourceOrWrittenByTheObjectsFill) {
