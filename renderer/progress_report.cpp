@@ -52,7 +52,8 @@ void TprogressReport::update(unsigned done, unsigned total) {
     }
     constexpr int kWidth = 30;
     const int filled = total ? int(kWidth * double(done) / double(total)) : kWidth;
-    std::string line = "[" + std::string(size_t(filled), '#') + std::string(size_t(kWidth - filled), ' ') + "] " + status;
+    std::string line(1, '[');
+    line.append(size_t(filled), '#').append(size_t(kWidth - filled), ' ').append("] ").append(status);
     if (line == fLastDrawn) return;
     // Clears what a longer earlier line left.
     const size_t pad = fLastDrawn.size() > line.size() ? fLastDrawn.size() - line.size() : 0;

@@ -671,7 +671,7 @@ bool renderSceneFile(const std::string& path, const TrenderOptions& options, Tfr
     TsceneLoader loader;
     if (!loader.load(path, graph)) {
         error.clear();
-        for (const TsceneError& e : loader.errors()) error += (error.empty() ? "" : "\n") + e.text();
+        for (const TsceneError& e : loader.errors()) error.append(error.empty() ? "" : "\n").append(e.text());
         return false;
     }
     Trenderer local;

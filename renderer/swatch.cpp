@@ -121,7 +121,7 @@ bool renderSwatch(const std::string& what, const TswatchOptions& options, Tframe
         sceneFile = file;
         TsceneLoader loader;
         if (!loader.load(file, graph)) {
-            for (const TsceneError& e : loader.errors()) error += (error.empty() ? "" : "\n") + e.text();
+            for (const TsceneError& e : loader.errors()) error.append(error.empty() ? "" : "\n").append(e.text());
             return false;
         }
         node = graph.findNode(Tstring(name));

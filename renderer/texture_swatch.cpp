@@ -210,7 +210,7 @@ bool renderAnySwatch(const std::string& what, const TswatchOptions& options, Tfr
         TdependGraph graph;
         TsceneLoader loader;
         if (!loader.load(file, graph)) {
-            for (const TsceneError& e : loader.errors()) error += (error.empty() ? "" : "\n") + e.text();
+            for (const TsceneError& e : loader.errors()) error.append(error.empty() ? "" : "\n").append(e.text());
             return false;
         }
         TdependNode* node = graph.findNode(Tstring(name));

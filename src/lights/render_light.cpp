@@ -354,8 +354,8 @@ std::string TnonExtendedLightShape::sDepthMapName(const std::string& dmapName, c
                                                   bool useFrameExt) {
     std::string name = dmapName.empty() ? "depthmap" : dmapName;
     if (useSceneName && !sceneName.empty()) name = sceneName + "_" + name;
-    if (useLightName && !lightName.empty()) name += "_" + lightName;
-    if (useFrameExt) name += "." + std::to_string(frame);
+    if (useLightName && !lightName.empty()) name.append(1, '_').append(lightName);
+    if (useFrameExt) name.append(1, '.').append(std::to_string(frame));
     return name;
 }
 

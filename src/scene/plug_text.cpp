@@ -10,7 +10,7 @@ std::string plugText(const TdependNode& node, const Tattribute& attribute, int i
     std::vector<const Tattribute*> chain;
     for (const Tattribute* a = &attribute; a != root; a = a->parent()) chain.push_back(a);
     std::string text = node.name().str() + "." + root->longName().str();
-    if (index != Tplug::kNoIndex) text += "[" + std::to_string(index) + "]";
+    if (index != Tplug::kNoIndex) text.append(1, '[').append(std::to_string(index)).append(1, ']');
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) text += "." + (*it)->longName().str();
     return text;
 }

@@ -61,7 +61,7 @@ private:
             if (a->isArray() && (info.kind & TdataBlockRendering::kVariableBit) == variable && offset > info.offset)
                 return a->longName().str() + "[+" + std::to_string(offset - info.offset) + "]";
         }
-        return "+" + std::to_string(offset);
+        return std::string(1, '+').append(std::to_string(offset));
     }
     std::string side(TSEside s, uint16_t block, uint32_t offset) const {
         if (s == kSideSample) return std::string("sample.") + (offset < kSampleItemCount ? Tsample::fDataItem[offset] : "user" + std::to_string(offset));

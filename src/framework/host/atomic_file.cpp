@@ -27,7 +27,9 @@ std::string temporaryName(const fs::path& final) {
     for (int i = 0; i < 6; ++i, bits = bits * 1103515245u + 12345u) tag += kLetters[(bits >> 16) % 36];
     // Hidden and marked, so that a listing passes it by; it keeps the
     // extension, as writers that go by the name (TIFF) need it.
-    return (final.parent_path() / ("." + final.filename().string() + ".tmp-" + tag + final.extension().string())).string();
+    std::string name(1, '.');
+    name.append(final.filename().string()).append(".tmp-").append(tag).append(final.extension().string());
+    return (final.parent_path() / name).string();
 }
 
 bool closeChecked(int& descriptor) {

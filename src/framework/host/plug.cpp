@@ -121,7 +121,7 @@ const char* Tplug::name(char* buffer, unsigned size) const {
     std::string path;
     for (const Tattribute* a = fAttribute; a; a = a->parent()) {
         std::string part = a->longName().str();
-        if (a->isArray() && fIndex != kNoIndex) part += "[" + std::to_string(fIndex) + "]";
+        if (a->isArray() && fIndex != kNoIndex) part.append(1, '[').append(std::to_string(fIndex)).append(1, ']');
         path = path.empty() ? part : part + "." + path;
     }
     std::snprintf(buffer, size, "%s.%s", fNode->name().asC(), path.c_str());
