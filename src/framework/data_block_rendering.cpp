@@ -1,5 +1,6 @@
 #include "framework/data_block_rendering.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 
@@ -378,6 +379,27 @@ unsigned TdataBlockRendering::existingElements(const Tattribute& a, TdataHandle*
         out[found] = whole;
         out[found++].value = static_cast<char*>(whole.value) + m.dOff + size_t(k) * a.size();
     }
+    return found;
+}
+
+unsigned TdataBlockRendering::existingElementValues(const Tattribute& a, const void** values, unsigned& stride,
+                                                    unsigned capacity) {
+    stride = 0;
+    const AttrInfo& e = fOffsets[a.index()];
+    if (!a.isArray() || !fMulti || e.parentOrSegment < 0) return 0;
+    const TdataHandle whole = locate(a);
+    if (whole.isNull()) return 0;
+    stride = whole.stride;
+    const MultiInfo& m = fMulti[e.parentOrSegment];
+    const unsigned char* base = (e.kind & kVariableBit) ? fCurrent + e.offset : constants() + e.offset;
+    auto* header = reinterpret_cast<const TmultiHeader*>(base);
+    const unsigned limit = std::min({header->count, kMaxMultiElements, unsigned(m.numKids)});
+    const char* first = static_cast<const char*>(whole.value) + m.dOff;
+    const size_t size = a.size();
+    uint64_t bits = header->bits[0] | uint64_t(header->bits[1]) << 32;
+    if (limit < 64) bits &= (uint64_t(1) << limit) - 1;
+    unsigned found = 0;
+    for (; bits && found < capacity; bits &= bits - 1) values[found++] = first + size * unsigned(__builtin_ctzll(bits));
     return found;
 }
 

@@ -159,6 +159,7 @@ public:
     unsigned multiIndices(const Tattribute& a, unsigned* indices, unsigned capacity) const override;
     TdataHandle elementValue(const Tattribute& a, unsigned logicalIndex) override;
     unsigned existingElements(const Tattribute& a, TdataHandle* out, unsigned capacity) override;
+    unsigned existingElementValues(const Tattribute& a, const void** values, unsigned& stride, unsigned capacity) override;
 
     // Outputs the node produced in its latest compute. A node that computes
     // several outputs in one call marks each; the engine then skips the

@@ -306,7 +306,7 @@ void TdnLambert::formRefractiveRays(TdataBlock& block, unsigned start, unsigned 
 }
 
 void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned start, unsigned count, T3Float* accumulator) {
-    if (!surfaceRaySampler(block, fsVs->io, start, count)) return;  // nothing to trace: no refraction to add
+    if (!surfaceRefractionSampler(surface(), block, start, count)) return;  // no refraction to add
     TchunkTriples transparency;
     readTransparency(block, start, count, transparency);
     accumulateSurfaceRefraction(this, surface(), block, start, count, transparency, accumulator);

@@ -14,25 +14,23 @@ public:
         // The block writes into a scratch array, not into the reader: a
         // reader whose address escaped would have its records reloaded
         // after every opaque call and store in the light loops.
-        alignas(TdataHandle) unsigned char scratch[kMaxLights * sizeof(TdataHandle)];
-        auto* found = reinterpret_cast<TdataHandle*>(scratch);
-        fCount = block.existingElements(lights, found, kMaxLights);
-        for (unsigned k = 0; k < fCount; ++k) fRecords[k] = {static_cast<const char*>(found[k].value), found[k].stride};
+        const void* found[kMaxLights];
+        unsigned stride = 0;
+        fCount = block.existingElementValues(lights, found, stride, kMaxLights);
+        fStride = stride;
+        for (unsigned k = 0; k < fCount; ++k) fFirst[k] = static_cast<const char*>(found[k]);
     }
     unsigned count() const { return fCount; }
     const TlightData& record(unsigned k, unsigned sample) const {
-        return *reinterpret_cast<const TlightData*>(fRecords[k].first + size_t(fRecords[k].stride) * sample);
+        return *reinterpret_cast<const TlightData*>(fFirst[k] + size_t(fStride) * sample);
     }
-    // One record for every sample of the batch (a constant element).
-    bool sharedByBatch(unsigned k) const { return fRecords[k].stride == 0; }
+    // One record for every sample of the batch (a constant array).
+    bool sharedByBatch(unsigned) const { return fStride == 0; }
 
 private:
     // Left unset beyond the lights in use: a batch does not clear room for
     // lights it does not have.
-    struct Trecords {
-        const char* first;  // sample 0's record
-        unsigned stride;
-    };
-    Trecords fRecords[kMaxLights];
+    const char* fFirst[kMaxLights];  // sample 0's record of each light
+    unsigned fStride = 0;
     unsigned fCount = 0;
 };

@@ -469,6 +469,7 @@ void TdnRampShader::formRefractiveRays(TdataBlock& block, unsigned start, unsign
 
 void TdnRampShader::accumulateRefraction(TdataBlock& block, unsigned start, unsigned count, const float* value,
                                          T3Float* accumulator) {
+    if (!surfaceRefractionSampler(surface(), block, start, count)) return;  // no refraction to add
     TchunkTriples transparency;
     transparencyAt(block, start, count, value, transparency);
     accumulateSurfaceRefraction(this, surface(), block, start, count, transparency, accumulator);

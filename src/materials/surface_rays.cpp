@@ -70,6 +70,12 @@ TraySampler* surfaceRaySampler(TdataBlock& block, const TsurfaceIO& io, unsigned
     return sampler ? sampler : currentRaySampler();
 }
 
+TraySampler* surfaceRefractionSampler(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count) {
+    TdataHandle refractions = block.inputValue(a.settings.refractions, start, count);
+    if (!refractions.isVariable() && !refractions.asBool(start)) return nullptr;
+    return surfaceRaySampler(block, a.io, start, count);
+}
+
 namespace {
 bool letsNothingThrough(const T3Float& t) { return t.x <= kTransparentFloor && t.y <= kTransparentFloor && t.z <= kTransparentFloor; }
 
@@ -117,7 +123,7 @@ void computeSurfaceTransparency(TdependNode* node, const TsurfaceAttributes& a, 
                                 unsigned count, const T3Float* transparency, bool uniform) {
     const TsurfaceSettings& s = a.settings;
     TdataHandle hide = setting(a, &TsettledSurface::hideSource, s.hideSource, block, start, count);
-    TraySampler* sampler = surfaceRaySampler(block, a.io, start, count);
+    TraySampler* sampler = surfaceRefractionSampler(a, block, start, count);
     const unsigned slots = sampler ? refractionSlots(a, block, start, count, hide, transparency, uniform) : 0;
     const bool shadowPass = currentRenderPassControl == kPassShadow;
     if (uniform && !hide.isVariable() && slots == 0) {
@@ -227,7 +233,7 @@ void formSurfaceRefractiveRays(const TsurfaceAttributes& a, TdataBlock& block, u
 
 void accumulateSurfaceRefraction(TdependNode* node, const TsurfaceAttributes& a, TdataBlock& block, unsigned start,
                                  unsigned count, const T3Float* transparency, T3Float* accumulator) {
-    TraySampler* sampler = surfaceRaySampler(block, a.io, start, count);
+    TraySampler* sampler = surfaceRefractionSampler(a, block, start, count);
     if (!sampler) return;
     const TsurfaceSettings& s = a.settings;
     TdataHandle refractions = block.inputValue(s.refractions, start, count);

@@ -58,6 +58,11 @@ struct TsurfaceAttributes {
 // The sampler on the node's input, else the calling render thread's.
 TraySampler* surfaceRaySampler(TdataBlock& block, const TsurfaceIO& io, unsigned start, unsigned count);
 
+// The sampler that traces the run's refraction rays, or null when none can
+// be formed: refractions off for the whole run, or nothing to trace with.
+// A material asks first and skips its refraction work on null.
+TraySampler* surfaceRefractionSampler(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count);
+
 // Writes rays from rays[rayCount] up. rayIndex holds kSurfaceSlotsPerSample
 // entries per sample, of which a sample uses 3 with chromatic aberration and
 // 1 without; a slot without a ray keeps -1. `transparency` is per sample,

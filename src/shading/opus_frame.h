@@ -10,6 +10,7 @@
 class TshadingOpus;
 class TdataBlockRendering;
 class Tsample;
+struct TSEstep;
 
 // The lights of one run: the records of each sample that has its own
 // lighting, and for every sample the one whose records it uses.
@@ -25,6 +26,10 @@ struct TSEframe {
     TdataBlockRendering* blocks;
     TdataBlockRendering* sampleBlock;  // the records as one block, when evenly spaced; else null
     bool recordsEven;                  // the records lie at a fixed spacing: items linked to them are used in place
+    // The steps this run takes, segment by segment: evenly spaced records
+    // skip the copies into items written in place.
+    const TSEstep* steps;
+    const unsigned* segmentSteps;
     unsigned char* constants;
     unsigned char* variables;
     unsigned layout;           // the samples the variables are laid out for: a block's elements start at its base times this

@@ -27,10 +27,28 @@ struct Dispatcher : TDNdispatchCompute {
 };
 
 constexpr uint16_t kNoBlock = 0xFFFF;
-// A step of the plan only: a compute whose node runs once in the pass,
-// unlocked, with nobody reading its clean marks.
+// Steps of the plan only, all unlocked computes: of a node that runs once
+// in the pass, with nobody reading its clean marks; of a node's first
+// output in the pass, which clears the marks; of a later output, which may
+// have come with an earlier one.
 constexpr uint32_t kStepPlainCompute = 0x100;
+constexpr uint32_t kStepFirstCompute = 0x101;
+constexpr uint32_t kStepLaterCompute = 0x102;
 constexpr size_t kFrameAlignment = 16;
+}  // namespace
+
+// A step of a run. A compute names its node, plug and on-demand state
+// directly, so that a step is a few loads before the node's call.
+struct TSEstep {
+    uint32_t opcode;
+    uint32_t operand;  // a copy, a compute target, or else the instruction
+    uint32_t block;
+    uint32_t sibling;  // a later compute of the same node in this pass
+    const TSEcomputeTarget* target;  // for a compute
+    std::atomic<int32_t>* onDemand;  // the node's on-demand state; null without the mixin
+};
+
+namespace {
 
 size_t align16(size_t n) { return (n + 15) & ~size_t(15); }
 
@@ -167,16 +185,7 @@ struct TshadingOpus::Plan {
         TSEcopyRoutine copy;  // null for an output
         bool inRecords;       // its direct word names the item's field in the records
     };
-    // A compute names its node, plug and on-demand state directly, so that
-    // a step is a few loads before the node's call.
-    struct Step {
-        uint32_t opcode;
-        uint32_t operand;  // a copy, a compute target, or else the instruction
-        uint32_t block;
-        uint32_t sibling;  // a later compute of the same node in this pass
-        const TSEcomputeTarget* target;  // for a compute
-        std::atomic<int32_t>* onDemand;  // the node's on-demand state; null without the mixin
-    };
+    using Step = TSEstep;
     Copy* copies;  // one per program copy
     Link* links;  // those into blocks with values to construct first: a kept frame makes them again each run
     unsigned linkCount;
@@ -199,6 +208,10 @@ struct TshadingOpus::Plan {
     TdataBlockRendering* prototypes;  // per block: all a run's block holds that does not depend on the batch
     Step* steps;
     unsigned* segmentSteps;  // segmentCount + 1 entries
+    // The same without the copies into items written in place, which have
+    // nothing to do when the records are evenly spaced.
+    Step* evenSteps;
+    unsigned* evenSegmentSteps;
     uint16_t* constructed;   // the blocks with values to tear down: count, then the blocks
     TdataBlockRendering* recordsPrototype;  // the records as one block, but for the batch
     size_t frameFixed;       // bytes of a frame that do not depend on the batch size
@@ -331,8 +344,29 @@ void TshadingOpus::buildPlan() {
     for (unsigned b = 0; b < p.blockCount; ++b) plan->marksRead[b] = computes[b] > 1;
     for (unsigned k = 0; k < n; ++k) {
         Plan::Step& step = plan->steps[k];
-        if (step.opcode == kOpCompute && !step.sibling && step.block < p.blockCount && !plan->marksRead[step.block])
-            step.opcode = kStepPlainCompute;
+        if (step.opcode != kOpCompute || step.block >= p.blockCount) continue;
+        step.opcode = step.sibling ? kStepLaterCompute : plan->marksRead[step.block] ? kStepFirstCompute : kStepPlainCompute;
+    }
+    // A copy whose source an on-demand segment computes keeps its step: the
+    // segment runs even when the copy has nothing to do.
+    auto inPlaceOnly = [&](const Plan::Step& step) {
+        if (step.opcode != kOpCopy) return false;
+        const Plan::Copy& c = plan->copies[step.operand];
+        return c.destInPlace && c.sourceSegment <= 0;
+    };
+    if (std::any_of(plan->steps, plan->steps + n, inPlaceOnly)) {
+        array(plan->evenSegmentSteps, p.segmentCount + 1);
+        array(plan->evenSteps, n);
+        unsigned kept = 0;
+        for (unsigned s = 0; s < p.segmentCount; ++s) {
+            plan->evenSegmentSteps[s] = kept;
+            for (unsigned k = plan->segmentSteps[s]; k < plan->segmentSteps[s + 1]; ++k)
+                if (!inPlaceOnly(plan->steps[k])) plan->evenSteps[kept++] = plan->steps[k];
+        }
+        if (p.segmentCount) plan->evenSegmentSteps[p.segmentCount] = kept;
+    } else {
+        plan->evenSteps = plan->steps;
+        plan->evenSegmentSteps = plan->segmentSteps;
     }
     // Never torn down: a prototype constructs no values.
     array(plan->prototypes, p.blockCount);
@@ -392,12 +426,39 @@ bool TshadingOpus::carriesRecordItems(const unsigned* fields) const {
     return true;
 }
 
+inline void TshadingOpus::runSegmentInline(TSEframe& frame, int segment, uint64_t wanted) const {
+    if (segment <= 0 || unsigned(segment) >= fProgram.segmentCount) return;
+    // A segment is not run again for samples it is running (a loop), nor,
+    // outside providers, for samples it has done. Inside a provider the
+    // values upstream depend on what the provider set, so the segment runs
+    // again, and what it leaves is not a result for the plain sample.
+    uint64_t& done = frame.segmentDone[segment];
+    uint64_t& running = frame.segmentRunning[segment];
+    uint64_t todo = wanted & rangeMask(0, frame.count) & ~running;
+    if (frame.providerDepth == 0) todo &= ~done;
+    if (!todo) return;
+    running |= todo;
+    while (todo) {
+        const uint64_t mask = TdataBlock::lowestRun(todo);
+        const unsigned start = unsigned(__builtin_ctzll(todo));
+        runSteps(frame, unsigned(segment), start, 64 - unsigned(__builtin_clzll(mask)) - start);
+        running &= ~mask;
+        if (frame.providerDepth == 0)
+            done |= mask;
+        else
+            done &= ~mask;
+        todo &= ~mask;
+    }
+}
+
+void TshadingOpus::runSegment(TSEframe& frame, int segment, uint64_t wanted) const { runSegmentInline(frame, segment, wanted); }
+
 void TshadingOpus::computeForBlock(TdataBlock& block, const Tattribute& a, unsigned first, unsigned, uint64_t selected) {
     // Every block of a run has the run's frame for context, and an entry
     // that reads another block's value names the segment computing it there.
     auto& b = static_cast<TdataBlockRendering&>(block);
     auto* frame = static_cast<TSEframe*>(b.context());
-    if (frame && first < 64) frame->opus->runSegment(*frame, b.info(a).parentOrSegment, selected << first);
+    if (frame && first < 64) frame->opus->runSegmentInline(*frame, b.info(a).parentOrSegment, selected << first);
 }
 
 bool TshadingOpus::releaseOpus() {
@@ -518,6 +579,8 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     // batch: another layout's table may be rebuilt at the same address.
     const bool carried = frame.fields == fFieldOffsets || carriesRecordItems(frame.fields);
     frame.recordsEven = !uneven && spacing <= UINT32_MAX && carried;
+    frame.steps = frame.recordsEven ? fPlan->evenSteps : fPlan->steps;
+    frame.segmentSteps = frame.recordsEven ? fPlan->evenSegmentSteps : fPlan->segmentSteps;
     TdataBlockRendering* records = frame.blocks + fProgram.blockCount;
     frame.sampleBlock = nullptr;
     if (frame.recordsEven && fPlan->sampleLinkCount) {
@@ -732,30 +795,6 @@ void TshadingOpus::computeValue(void* context, int segment, const Tattribute*, u
     frame->opus->runSegment(*frame, segment, rangeMask(first, count));
 }
 
-void TshadingOpus::runSegment(TSEframe& frame, int segment, uint64_t wanted) const {
-    if (segment <= 0 || unsigned(segment) >= fProgram.segmentCount) return;
-    // A segment is not run again for samples it is running (a loop), nor,
-    // outside providers, for samples it has done. Inside a provider the
-    // values upstream depend on what the provider set, so the segment runs
-    // again, and what it leaves is not a result for the plain sample.
-    uint64_t& done = frame.segmentDone[segment];
-    uint64_t& running = frame.segmentRunning[segment];
-    uint64_t todo = wanted & rangeMask(0, frame.count) & ~running;
-    if (frame.providerDepth == 0) todo &= ~done;
-    if (!todo) return;
-    running |= todo;
-    while (todo) {
-        const uint64_t mask = TdataBlock::lowestRun(todo);
-        const unsigned start = unsigned(__builtin_ctzll(todo));
-        run(frame, unsigned(segment), start, 64 - unsigned(__builtin_clzll(mask)) - start);
-        running &= ~mask;
-        if (frame.providerDepth == 0)
-            done |= mask;
-        else
-            done &= ~mask;
-        todo &= ~mask;
-    }
-}
 
 void TshadingOpus::copyFromStack(TSEframe& frame, unsigned stackOffset, const TSEcopy& c, unsigned first, unsigned count) const {
     const auto* stack = reinterpret_cast<const TSEproviderStack*>(frame.loop + stackOffset);
@@ -801,70 +840,85 @@ void TshadingOpus::copy(TSEframe& frame, const TSEcopy& c, unsigned first, unsig
     c.routine(run, first, first + count - 1);
 }
 
-void TshadingOpus::run(TSEframe& frame, unsigned segment, unsigned first, unsigned count) const {
-    const Plan::Step* const end = fPlan->steps + fPlan->segmentSteps[segment + 1];
-    for (const Plan::Step* step = fPlan->steps + fPlan->segmentSteps[segment]; step != end; ++step) {
-        // Most steps of a program: tested before the switch, which would
-        // take three compares to reach it.
-        if (step->opcode == kStepPlainCompute) [[likely]] {
+inline void TshadingOpus::runSteps(TSEframe& frame, unsigned segment, unsigned first, unsigned count) const {
+    // Most steps of a program are plain computes: the loop does those
+    // itself and leaves the rest to a call, so that it keeps few registers.
+    const TSEstep* const end = frame.steps + frame.segmentSteps[segment + 1];
+    for (const TSEstep* step = frame.steps + frame.segmentSteps[segment]; step != end; ++step) {
+        const uint32_t opcode = step->opcode;
+        if (opcode != kStepPlainCompute) [[unlikely]] {
+            if ((opcode & ~3u) != kStepPlainCompute) {
+                runStep(frame, *step, first, count);
+                continue;
+            }
+            // A node that computes more than one output in the pass.
             TdataBlockRendering& block = frame.blocks[step->block];
-            const TSEcomputeTarget& target = *step->target;
-            if (step->onDemand && step->onDemand->load(std::memory_order_acquire) != kOnDemandDone) {
-                Tplug plug = target.plug;
-                target.shadingNode->ensureOnDemand(plug, block);
-            }
-            Dispatcher::run(target.plug.node(), target.plug, block, first, count);
-            continue;
+            if (opcode == kStepLaterCompute ? block.isClean(*step->target->plug.attribute()) : (block.clearCleanMarks(), false))
+                continue;
         }
-        switch (step->opcode) {
-            case kOpCompute:
-            case kOpComputeLocked: {
-                TdataBlockRendering& block = frame.blocks[step->block];
-                const TSEcomputeTarget& target = *step->target;
-                // A later compute of the same node in this pass: its output
-                // may have come with an earlier one.
-                if (step->sibling) {
-                    if (block.isClean(*target.plug.attribute())) break;
-                } else {
-                    block.clearCleanMarks();
-                }
-                // Once per render the node's on-demand step runs; after that a load tells.
-                if (step->onDemand && step->onDemand->load(std::memory_order_acquire) != kOnDemandDone) {
-                    Tplug plug = target.plug;
-                    target.shadingNode->ensureOnDemand(plug, block);
-                }
-                if (step->opcode == kOpComputeLocked && target.mutex) {
-                    TmtLock lock(*target.mutex);
-                    Dispatcher::run(target.plug.node(), target.plug, block, first, count);
-                } else {
-                    Dispatcher::run(target.plug.node(), target.plug, block, first, count);
-                }
-                break;
+        TdataBlockRendering& block = frame.blocks[step->block];
+        const TSEcomputeTarget& target = *step->target;
+        if (step->onDemand && step->onDemand->load(std::memory_order_acquire) != kOnDemandDone) [[unlikely]]
+            ensureOnDemand(target, block);
+        Dispatcher::run(target.plug.node(), target.plug, block, first, count);
+    }
+}
+
+void TshadingOpus::run(TSEframe& frame, unsigned segment, unsigned first, unsigned count) const {
+    runSteps(frame, segment, first, count);
+}
+
+void TshadingOpus::ensureOnDemand(const TSEcomputeTarget& target, TdataBlockRendering& block) {
+    Tplug plug = target.plug;
+    target.shadingNode->ensureOnDemand(plug, block);
+}
+
+void TshadingOpus::runStep(TSEframe& frame, const TSEstep& step, unsigned first, unsigned count) const {
+    switch (step.opcode) {
+        case kOpCompute:
+        case kOpComputeLocked: {
+            TdataBlockRendering& block = frame.blocks[step.block];
+            const TSEcomputeTarget& target = *step.target;
+            // A later compute of the same node in this pass: its output
+            // may have come with an earlier one.
+            if (step.sibling) {
+                if (block.isClean(*target.plug.attribute())) break;
+            } else {
+                block.clearCleanMarks();
             }
-            case kOpCopy: {
-                const Plan::Copy& c = fPlan->copies[step->operand];
-                if (c.sourceSegment > 0) runSegment(frame, c.sourceSegment, rangeMask(first, count));
-                if (c.destInPlace && frame.recordsEven) break;
-                TSErun r;
-                r.samples = frame.samples;
-                r.size = c.size;
-                r.source = c.sourceSide == kSideConstant ? frame.constants + c.sourceBase
-                                                         : frame.variables + size_t(c.sourceBase) * frame.layout + c.sourceOffset;
-                r.dest = c.destSide == kSideConstant ? frame.constants + c.destBase
-                                                     : frame.variables + size_t(c.destBase) * frame.layout + c.destOffset;
-                r.sourceStride = c.sourceStride;
-                r.destStride = c.destStride;
-                r.sourceField = c.sourceSide == kSideSample ? frame.fields[c.sourceOffset] : 0;
-                r.destField = c.destSide == kSideSample ? frame.fields[c.destOffset] : 0;
-                // An item the samples do not carry.
-                if ((c.sourceSide == kSideSample && r.sourceField == 0) || (c.destSide == kSideSample && r.destField == 0)) break;
-                c.routine(r, first, first + count - 1);
-                break;
+            // Once per render the node's on-demand step runs; after that a load tells.
+            if (step.onDemand && step.onDemand->load(std::memory_order_acquire) != kOnDemandDone) ensureOnDemand(target, block);
+            if (step.opcode == kOpComputeLocked && target.mutex) {
+                TmtLock lock(*target.mutex);
+                Dispatcher::run(target.plug.node(), target.plug, block, first, count);
+            } else {
+                Dispatcher::run(target.plug.node(), target.plug, block, first, count);
             }
-            default:
-                execute(frame, fProgram.instructions[step->operand], first, count);
-                break;
+            break;
         }
+        case kOpCopy: {
+            const Plan::Copy& c = fPlan->copies[step.operand];
+            if (c.sourceSegment > 0) runSegment(frame, c.sourceSegment, rangeMask(first, count));
+            if (c.destInPlace && frame.recordsEven) break;
+            TSErun r;
+            r.samples = frame.samples;
+            r.size = c.size;
+            r.source = c.sourceSide == kSideConstant ? frame.constants + c.sourceBase
+                                                     : frame.variables + size_t(c.sourceBase) * frame.layout + c.sourceOffset;
+            r.dest = c.destSide == kSideConstant ? frame.constants + c.destBase
+                                                 : frame.variables + size_t(c.destBase) * frame.layout + c.destOffset;
+            r.sourceStride = c.sourceStride;
+            r.destStride = c.destStride;
+            r.sourceField = c.sourceSide == kSideSample ? frame.fields[c.sourceOffset] : 0;
+            r.destField = c.destSide == kSideSample ? frame.fields[c.destOffset] : 0;
+            // An item the samples do not carry.
+            if ((c.sourceSide == kSideSample && r.sourceField == 0) || (c.destSide == kSideSample && r.destField == 0)) break;
+            c.routine(r, first, first + count - 1);
+            break;
+        }
+        default:
+            execute(frame, fProgram.instructions[step.operand], first, count);
+            break;
     }
 }
 

@@ -24,6 +24,7 @@ class Tsample;
 class TlightData;
 struct TSEframe;
 struct TSElighting;
+struct TSEstep;
 
 enum TSEopcode : uint32_t {
     kOpCompute = 0,        // node safe for many threads
@@ -223,9 +224,15 @@ private:
     bool needsSampleLinks(const TSEframe& frame) const;
     void linkSamples(TSEframe& frame) const;
     void run(TSEframe& frame, unsigned segment, unsigned first, unsigned count) const;
+    // A step that is not a plain compute, out of the run loop.
+    [[gnu::noinline]] void runStep(TSEframe& frame, const TSEstep& step, unsigned first, unsigned count) const;
+    [[gnu::noinline, gnu::cold]] static void ensureOnDemand(const TSEcomputeTarget& target, TdataBlockRendering& block);
     void execute(TSEframe& frame, const TSEinstruction& in, unsigned first, unsigned count) const;
     // Runs the segment for the samples whose bits are set in `wanted`.
     void runSegment(TSEframe& frame, int segment, uint64_t wanted) const;
+    // The bodies of run and runSegment, for the calls on the lazy reads' road.
+    void runSteps(TSEframe& frame, unsigned segment, unsigned first, unsigned count) const;
+    void runSegmentInline(TSEframe& frame, int segment, uint64_t wanted) const;
     void copy(TSEframe& frame, const TSEcopy& c, unsigned first, unsigned count) const;
     void copyLights(TSEframe& frame, const TSEinstruction& in, unsigned first, unsigned count) const;
     void releaseLights();

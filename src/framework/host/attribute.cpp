@@ -87,12 +87,6 @@ void Tattribute::setParent(Tattribute* parent) {
     }
 }
 
-const Tattribute* Tattribute::rootParent() const {
-    const Tattribute* a = this;
-    while (a->fParent) a = a->fParent;
-    return a;
-}
-
 bool Tattribute::isDescendentOf(const Tattribute& other) const {
     for (const Tattribute* a = fParent; a; a = a->fParent)
         if (a == &other) return true;

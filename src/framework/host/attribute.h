@@ -75,7 +75,12 @@ public:
 
     Tattribute* parent() const { return fParent; }
     void setParent(Tattribute* parent);
-    const Tattribute* rootParent() const;
+    // Inline: every node's compute asks it of the plug it is given.
+    const Tattribute* rootParent() const {
+        const Tattribute* a = this;
+        while (a->fParent) a = a->fParent;
+        return a;
+    }
     bool isDescendentOf(const Tattribute& other) const;
     unsigned childCount() const { return unsigned(fChildren.size()); }
     Tattribute* child(unsigned i) const { return fChildren[i]; }

@@ -117,6 +117,10 @@ public:
     // order, at most `capacity` of them; elements without a value are left
     // out. One call where a material reads its light array every batch.
     virtual unsigned existingElements(const Tattribute& a, TdataHandle* out, unsigned capacity);
+    // The same as sample 0's value of each element, with the one stride the
+    // elements of an array share (0 for a constant array): a light loop
+    // needs no more, and the block writes no handles.
+    virtual unsigned existingElementValues(const Tattribute& a, const void** values, unsigned& stride, unsigned capacity);
 
     // A direct table has one word per attribute index: the byte offset
     // shifted by kDirectShift and the flags below; 0 takes the virtual road.

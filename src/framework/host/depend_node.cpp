@@ -61,7 +61,22 @@ unsigned TdataBlock::existingElements(const Tattribute& a, TdataHandle* out, uns
     return found;
 }
 
+unsigned TdataBlock::existingElementValues(const Tattribute& a, const void** values, unsigned& stride, unsigned capacity) {
+    TdataHandle found[64];
+    const unsigned n = existingElements(a, found, std::min(capacity, 64u));
+    stride = n ? found[0].stride : 0;
+    for (unsigned k = 0; k < n; ++k) values[k] = found[k].value;
+    return n;
+}
+
 TdataHandle TdataBlock::inputNotDirect(const Tattribute& a, unsigned first, unsigned count, uint64_t selected) {
+    // A kept frame's table knows a computed value's place before the compute.
+    if (fResolved && fComputeHook && (fResolved[a.index()].roads & kDirectComputed)) {
+        fComputeHook(*this, a, first, count, selected);
+        TdataHandle h;
+        resolved(a, kDirectComputed, h);
+        return h;
+    }
     if (fDirect && fComputeHook && (fDirect[a.index()] & kDirectComputed)) {
         fComputeHook(*this, a, first, count, selected);
         TdataHandle h;
