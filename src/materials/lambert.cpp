@@ -276,7 +276,7 @@ void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start,
             outGlow.asFloat3(i) = acc;  // the glow holds no refraction
         }
     }
-    accumulateRefraction(block, start, count, accumulator);
+    if (surfaceRefractionSampler(surface(), block, start, count)) accumulateRefraction(block, start, count, accumulator);
     for (unsigned i = start; i < start + count; ++i) outColor.asFloat3(i) = accumulator[i - start];
 }
 
@@ -306,7 +306,6 @@ void TdnLambert::formRefractiveRays(TdataBlock& block, unsigned start, unsigned 
 }
 
 void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned start, unsigned count, T3Float* accumulator) {
-    if (!surfaceRefractionSampler(surface(), block, start, count)) return;  // no refraction to add
     TchunkTriples transparency;
     readTransparency(block, start, count, transparency);
     accumulateSurfaceRefraction(this, surface(), block, start, count, transparency, accumulator);

@@ -70,12 +70,6 @@ TraySampler* surfaceRaySampler(TdataBlock& block, const TsurfaceIO& io, unsigned
     return sampler ? sampler : currentRaySampler();
 }
 
-TraySampler* surfaceRefractionSampler(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count) {
-    TdataHandle refractions = block.inputValue(a.settings.refractions, start, count);
-    if (!refractions.isVariable() && !refractions.asBool(start)) return nullptr;
-    return surfaceRaySampler(block, a.io, start, count);
-}
-
 namespace {
 bool letsNothingThrough(const T3Float& t) { return t.x <= kTransparentFloor && t.y <= kTransparentFloor && t.z <= kTransparentFloor; }
 
@@ -313,18 +307,20 @@ void computeSurfaceBlackHole(const TsurfaceAttributes& a, TdataBlock& block, uns
 void finishSurfaceColor(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count) {
     TdataHandle hide = setting(a, &TsettledSurface::hideSource, a.settings.hideSource, block, start, count);
     TdataHandle glow = setting(a, &TsettledSurface::glowIntensity, a.settings.glowIntensity, block, start, count);
-    TdataHandle outColor = block.outputValue(a.io.outColor.whole, start, count);
     TdataHandle outGlow = block.outputValue(a.io.outGlowColor.whole, start, count);
     if (!hide.isVariable() && !hide.asBool(start) && !glow.isVariable()) {
         // Nothing hidden and one glow for the batch.
         const float g = glow.asFloat(start);
         for (unsigned i = start; i < start + count; ++i) outGlow.asFloat3(i) = outGlow.asFloat3(i) * g;
     } else {
+        TdataHandle outColor = block.outputValue(a.io.outColor.whole, start, count);
         for (unsigned i = start; i < start + count; ++i) {
             if (hide.asBool(i)) outColor.asFloat3(i) = T3Float();
             outGlow.asFloat3(i) = outGlow.asFloat3(i) * glow.asFloat(i);
         }
     }
+    // A mode settled for the render needs no read to say there is no black hole.
+    if (a.settled && a.settled->matteOpacityMode.settled && a.settled->matteOpacityMode.value != kMatteBlackHole) return;
     computeSurfaceBlackHole(a, block, start, count);
 }
 

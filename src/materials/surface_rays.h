@@ -36,13 +36,14 @@ void forEachSurfaceChunk(unsigned start, unsigned count, F&& f) {
 // The surface settings a material may settle per render (see
 // TsettledInput): the ones every batch reads.
 struct TsettledSurface {
-    TsettledInput<bool> hideSource;
+    TsettledInput<bool> hideSource, refractions;
     TsettledInput<float> glowIntensity, matteOpacity;
     TsettledInput<short> matteOpacityMode;
     // Each with its attribute, for the material's own list (see TsettlingNode).
     template <class F>
     void forEachSettled(const TsurfaceSettings& s, F&& f) {
         f(hideSource, s.hideSource);
+        f(refractions, s.refractions);
         f(glowIntensity, s.glowIntensity);
         f(matteOpacity, s.matteOpacity);
         f(matteOpacityMode, s.matteOpacityMode);
@@ -60,8 +61,18 @@ TraySampler* surfaceRaySampler(TdataBlock& block, const TsurfaceIO& io, unsigned
 
 // The sampler that traces the run's refraction rays, or null when none can
 // be formed: refractions off for the whole run, or nothing to trace with.
-// A material asks first and skips its refraction work on null.
-TraySampler* surfaceRefractionSampler(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count);
+// A material asks first and skips its refraction work on null; inline, as
+// refractions are usually settled off for the render.
+inline TraySampler* surfaceRefractionSampler(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count) {
+    const TsettledInput<bool>* settled = a.settled ? &a.settled->refractions : nullptr;
+    if (settled && settled->settled) {
+        if (!settled->value) return nullptr;
+    } else {
+        TdataHandle refractions = block.inputValue(a.settings.refractions, start, count);
+        if (!refractions.isVariable() && !refractions.asBool(start)) return nullptr;
+    }
+    return surfaceRaySampler(block, a.io, start, count);
+}
 
 // Writes rays from rays[rayCount] up. rayIndex holds kSurfaceSlotsPerSample
 // entries per sample, of which a sample uses 3 with chromatic aberration and
