@@ -4,6 +4,7 @@
 #include <atomic>
 #include <climits>
 #include <cstdint>
+#include <cstddef>
 #include <cstring>
 #include <new>
 #include <type_traits>
@@ -202,6 +203,7 @@ struct TshadingOpus::Plan {
     // the records from batch to batch.
     struct RecordEntry {
         uint32_t entry, item, field;  // the field in the program's own sample layout
+        uint32_t at;                  // the byte offset of the entry's value in the resolved tables
     };
     RecordEntry* recordEntries;
     unsigned recordEntryCount;
@@ -409,7 +411,8 @@ void TshadingOpus::linkRecordFields(Plan& plan) const {
         if (link.inRecords) {
             uint32_t entry = link.attribute;
             for (unsigned b = 0; b < link.destBlock; ++b) entry += plan.directWords[b];
-            plan.recordEntries[plan.recordEntryCount++] = {entry, link.item, fFieldOffsets[link.item]};
+            const uint32_t at = uint32_t(entry * sizeof(TdataBlock::Resolved) + offsetof(TdataBlock::Resolved, value));
+            plan.recordEntries[plan.recordEntryCount++] = {entry, link.item, fFieldOffsets[link.item], at};
         }
         word = link.inRecords ? (link.item << TdataBlock::kDirectShift) | TdataBlock::kDirectInput | TdataBlock::kDirectOutput |
                                     TdataBlock::kDirectVariable | TdataBlock::kDirectOther | TdataBlock::kDirectRecord
@@ -733,7 +736,9 @@ void TshadingOpus::startKeptRun(TSEframe& frame) const {
         if (first && !wereOff && sameStride) {
             // The usual batch: the same spacing at another place.
             if (fields == fFieldOffsets)
-                for (unsigned k = 0; k < n; ++k) table[entries[k].entry].value = first + entries[k].field;
+                // The table walked by bytes, the entry's index scaled once when the plan was made.
+                for (const Plan::RecordEntry* e = entries; e != entries + n; ++e)
+                    *reinterpret_cast<unsigned char**>(reinterpret_cast<unsigned char*>(table) + e->at) = first + e->field;
             else
                 for (unsigned k = 0; k < n; ++k) table[entries[k].entry].value = first + fields[entries[k].item];
             return;
