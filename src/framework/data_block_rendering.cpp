@@ -365,21 +365,17 @@ TdataHandle TdataBlockRendering::elementValue(const Tattribute& a, unsigned logi
 }
 
 unsigned TdataBlockRendering::existingElements(const Tattribute& a, TdataHandle* out, unsigned capacity) {
-    const AttrInfo& e = fOffsets[a.index()];
-    if (!a.isArray() || !fMulti || e.parentOrSegment < 0) return 0;
-    TdataHandle whole = locate(a);
-    if (whole.isNull()) return 0;
-    whole.flags &= ~TdataHandle::kIsArray;
-    const MultiInfo& m = fMulti[e.parentOrSegment];
-    const unsigned char* base = (e.kind & kVariableBit) ? fCurrent + e.offset : constants() + e.offset;
-    auto* header = reinterpret_cast<const TmultiHeader*>(base);
-    unsigned found = 0;
-    for (unsigned k = 0; k < header->count && k < kMaxMultiElements && k < m.numKids && found < capacity; ++k) {
-        if (!((header->bits[k >> 5] >> (k & 31)) & 1u)) continue;
-        out[found] = whole;
-        out[found++].value = static_cast<char*>(whole.value) + m.dOff + size_t(k) * a.size();
+    const void* values[kMaxMultiElements];
+    unsigned stride = 0;
+    const unsigned n = existingElementValues(a, values, stride, std::min(capacity, kMaxMultiElements));
+    if (n == 0) return 0;
+    TdataHandle element = locate(a);
+    element.flags &= ~TdataHandle::kIsArray;
+    for (unsigned k = 0; k < n; ++k) {
+        out[k] = element;
+        out[k].value = const_cast<void*>(values[k]);
     }
-    return found;
+    return n;
 }
 
 unsigned TdataBlockRendering::existingElementValues(const Tattribute& a, const void** values, unsigned& stride,

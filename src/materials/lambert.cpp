@@ -276,7 +276,8 @@ void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start,
             outGlow.asFloat3(i) = acc;  // the glow holds no refraction
         }
     }
-    if (surfaceRefractionSampler(surface(), block, start, count)) accumulateRefraction(block, start, count, accumulator);
+    if (TraySampler* sampler = surfaceRefractionSampler(surface(), block, start, count))
+        accumulateRefraction(sampler, block, start, count, accumulator);
     for (unsigned i = start; i < start + count; ++i) outColor.asFloat3(i) = accumulator[i - start];
 }
 
@@ -305,8 +306,8 @@ void TdnLambert::formRefractiveRays(TdataBlock& block, unsigned start, unsigned 
     formSurfaceRefractiveRays(surface(), block, start, count, transparency, rayIndex, rayCount, rays, radiance, transmittance);
 }
 
-void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned start, unsigned count, T3Float* accumulator) {
+void TdnLambert::accumulateRefraction(TraySampler* sampler, TdataBlock& block, unsigned start, unsigned count, T3Float* accumulator) {
     TchunkTriples transparency;
     readTransparency(block, start, count, transparency);
-    accumulateSurfaceRefraction(this, surface(), block, start, count, transparency, accumulator);
+    accumulateSurfaceRefraction(this, surface(), sampler, block, start, count, transparency, accumulator);
 }

@@ -161,7 +161,7 @@ protected:
     void computeLambert(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count);
     void computeTransparency(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count);
     void computeBlackHole(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count);
-    void accumulateRefraction(TdataBlock& block, unsigned start, unsigned count, T3Float* accumulator);
+    void accumulateRefraction(TraySampler* sampler, TdataBlock& block, unsigned start, unsigned count, T3Float* accumulator);
     // Writes rays from rays[rayCount] up. rayIndex holds kSlotsPerSample
     // entries per sample, of which a sample uses 3 with chromatic
     // aberration and 1 without; a slot without a ray keeps -1.

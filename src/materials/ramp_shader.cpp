@@ -422,7 +422,8 @@ void TdnRampShader::computeRampShaderOutput(const Tplug&, TdataBlock& block, uns
         // The glow holds no refraction; the highlight glows by its own amount.
         outGlow.asFloat3(i) = acc * glow.asFloat(i) + S * specularGlow.asFloat(i);
     }
-    accumulateRefraction(block, start, count, value, accumulator);
+    if (TraySampler* sampler = surfaceRefractionSampler(surface(), block, start, count))
+        accumulateRefraction(sampler, block, start, count, value, accumulator);
     for (unsigned i = start; i < start + count; ++i) {
         const T3Float& S = specular[i - start];
         T3Float c = pass == kPassSpecularOnly ? S : accumulator[i - start] + S;
@@ -467,10 +468,9 @@ void TdnRampShader::formRefractiveRays(TdataBlock& block, unsigned start, unsign
     formSurfaceRefractiveRays(surface(), block, start, count, transparency, rayIndex, rayCount, rays, radiance, transmittance);
 }
 
-void TdnRampShader::accumulateRefraction(TdataBlock& block, unsigned start, unsigned count, const float* value,
-                                         T3Float* accumulator) {
-    if (!surfaceRefractionSampler(surface(), block, start, count)) return;  // no refraction to add
+void TdnRampShader::accumulateRefraction(TraySampler* sampler, TdataBlock& block, unsigned start, unsigned count,
+                                         const float* value, T3Float* accumulator) {
     TchunkTriples transparency;
     transparencyAt(block, start, count, value, transparency);
-    accumulateSurfaceRefraction(this, surface(), block, start, count, transparency, accumulator);
+    accumulateSurfaceRefraction(this, surface(), sampler, block, start, count, transparency, accumulator);
 }

@@ -147,7 +147,8 @@ protected:
     void computeReflection(TdataBlock& block, unsigned start, unsigned count, const float* value, T3Float* reflected);
     void formRefractiveRays(TdataBlock& block, unsigned start, unsigned count, const float* value, short* rayIndex, short& rayCount,
                             TgenericRay** rays, Tspectrum* radiance, Tspectrum* transmittance);
-    void accumulateRefraction(TdataBlock& block, unsigned start, unsigned count, const float* value, T3Float* accumulator);
+    void accumulateRefraction(TraySampler* sampler, TdataBlock& block, unsigned start, unsigned count, const float* value,
+                              T3Float* accumulator);
 
 private:
     TsurfaceAttributes surface() const { return {fsVs->settings, fsVs->io}; }

@@ -225,9 +225,8 @@ void formSurfaceRefractiveRays(const TsurfaceAttributes& a, TdataBlock& block, u
     }
 }
 
-void accumulateSurfaceRefraction(TdependNode* node, const TsurfaceAttributes& a, TdataBlock& block, unsigned start,
-                                 unsigned count, const T3Float* transparency, T3Float* accumulator) {
-    TraySampler* sampler = surfaceRefractionSampler(a, block, start, count);
+void accumulateSurfaceRefraction(TdependNode* node, const TsurfaceAttributes& a, TraySampler* sampler, TdataBlock& block,
+                                 unsigned start, unsigned count, const T3Float* transparency, T3Float* accumulator) {
     if (!sampler) return;
     const TsurfaceSettings& s = a.settings;
     TdataHandle refractions = block.inputValue(s.refractions, start, count);
@@ -292,7 +291,7 @@ float surfaceGlowIntensity(TdependNode& node, const Tattribute& glowIntensity) {
     return value;
 }
 
-void computeSurfaceBlackHole(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count) {
+void blackenSurfaceBlackHoles(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count) {
     TdataHandle mode = setting(a, &TsettledSurface::matteOpacityMode, a.settings.matteOpacityMode, block, start, count);
     if (!mode.isVariable() && mode.asShort(start) != kMatteBlackHole) return;  // the batch has no black hole
     TdataHandle outColor = block.outputValue(a.io.outColor.whole, start, count);
@@ -319,8 +318,6 @@ void finishSurfaceColor(const TsurfaceAttributes& a, TdataBlock& block, unsigned
             outGlow.asFloat3(i) = outGlow.asFloat3(i) * glow.asFloat(i);
         }
     }
-    // A mode settled for the render needs no read to say there is no black hole.
-    if (a.settled && a.settled->matteOpacityMode.settled && a.settled->matteOpacityMode.value != kMatteBlackHole) return;
     computeSurfaceBlackHole(a, block, start, count);
 }
 

@@ -83,9 +83,10 @@ void formSurfaceRefractiveRays(const TsurfaceAttributes& a, TdataBlock& block, u
                                Tspectrum* radiance, Tspectrum* transmittance);
 
 // Adds the attenuated refracted light (and the background where no ray was
-// formed) times the transparency to the accumulator.
-void accumulateSurfaceRefraction(TdependNode* node, const TsurfaceAttributes& a, TdataBlock& block, unsigned start,
-                                 unsigned count, const T3Float* transparency, T3Float* accumulator);
+// formed) times the transparency to the accumulator. `sampler` is the
+// run's surfaceRefractionSampler, which the material asked first.
+void accumulateSurfaceRefraction(TdependNode* node, const TsurfaceAttributes& a, TraySampler* sampler, TdataBlock& block,
+                                 unsigned start, unsigned count, const T3Float* transparency, T3Float* accumulator);
 
 // outTransparency (white under hideSource, times the refraction rays'
 // transmittance) and, outside the shadow pass, outMatteOpacity by its mode.
@@ -94,7 +95,9 @@ void computeSurfaceTransparency(TdependNode* node, const TsurfaceAttributes& a, 
                                 unsigned count, const T3Float* transparency, bool uniform = false);
 
 // Black colour and glow for samples whose matte mode is "Black Hole".
-void computeSurfaceBlackHole(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count);
+// Inline in front: a mode settled to another for the render needs no call.
+void blackenSurfaceBlackHoles(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count);
+inline void computeSurfaceBlackHole(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count);
 
 // Hide source and glow intensity on the colour outputs, then the black hole.
 void finishSurfaceColor(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count);
@@ -120,3 +123,9 @@ void clearSurfaceRaySampler(TdependNode& node, const TsurfaceIO& io);
 // The matte marker of a black-hole surface, for later stages.
 inline constexpr float kBlackHoleMatte = -1000000.0f;
 enum { kMatteBlackHole = 0, kMatteSolid = 1, kMatteOpacityGain = 2 };
+
+inline void computeSurfaceBlackHole(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count) {
+    const TsettledInput<short>* mode = a.settled ? &a.settled->matteOpacityMode : nullptr;
+    if (mode && mode->settled && mode->value != kMatteBlackHole) return;
+    blackenSurfaceBlackHoles(a, block, start, count);
+}

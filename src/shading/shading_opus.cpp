@@ -28,13 +28,11 @@ struct Dispatcher : TDNdispatchCompute {
 };
 
 constexpr uint16_t kNoBlock = 0xFFFF;
-// Steps of the plan only, all unlocked computes: of a node that runs once
-// in the pass, with nobody reading its clean marks; of a node's first
-// output in the pass, which clears the marks; of a later output, which may
-// have come with an earlier one.
+// Steps of the plan only, both unlocked computes: of a node that runs once
+// in the pass, with nobody reading its clean marks; of a node with several
+// outputs in the pass, whose marks are read (see alreadyComputed).
 constexpr uint32_t kStepPlainCompute = 0x100;
-constexpr uint32_t kStepFirstCompute = 0x101;
-constexpr uint32_t kStepLaterCompute = 0x102;
+constexpr uint32_t kStepMarkedCompute = 0x101;
 constexpr size_t kFrameAlignment = 16;
 }  // namespace
 
@@ -50,6 +48,15 @@ struct TSEstep {
 };
 
 namespace {
+
+// A node with several outputs in the pass: its first compute clears the
+// block's clean marks; a later one is skipped when an earlier compute
+// marked its output.
+inline bool alreadyComputed(TdataBlockRendering& block, const TSEstep& step) {
+    if (step.sibling) return block.isClean(*step.target->plug.attribute());
+    block.clearCleanMarks();
+    return false;
+}
 
 size_t align16(size_t n) { return (n + 15) & ~size_t(15); }
 
@@ -347,7 +354,7 @@ void TshadingOpus::buildPlan() {
     for (unsigned k = 0; k < n; ++k) {
         Plan::Step& step = plan->steps[k];
         if (step.opcode != kOpCompute || step.block >= p.blockCount) continue;
-        step.opcode = step.sibling ? kStepLaterCompute : plan->marksRead[step.block] ? kStepFirstCompute : kStepPlainCompute;
+        step.opcode = step.sibling || plan->marksRead[step.block] ? kStepMarkedCompute : kStepPlainCompute;
     }
     // A copy whose source an on-demand segment computes keeps its step: the
     // segment runs even when the copy has nothing to do.
@@ -740,7 +747,8 @@ void TshadingOpus::startKeptRun(TSEframe& frame) const {
                 for (const Plan::RecordEntry* e = entries; e != entries + n; ++e)
                     *reinterpret_cast<unsigned char**>(reinterpret_cast<unsigned char*>(table) + e->at) = first + e->field;
             else
-                for (unsigned k = 0; k < n; ++k) table[entries[k].entry].value = first + fields[entries[k].item];
+                for (const Plan::RecordEntry* e = entries; e != entries + n; ++e)
+                    *reinterpret_cast<unsigned char**>(reinterpret_cast<unsigned char*>(table) + e->at) = first + fields[e->item];
             return;
         }
         for (unsigned k = 0; k < n; ++k) {
@@ -800,7 +808,6 @@ void TshadingOpus::computeValue(void* context, int segment, const Tattribute*, u
     frame->opus->runSegment(*frame, segment, rangeMask(first, count));
 }
 
-
 void TshadingOpus::copyFromStack(TSEframe& frame, unsigned stackOffset, const TSEcopy& c, unsigned first, unsigned count) const {
     const auto* stack = reinterpret_cast<const TSEproviderStack*>(frame.loop + stackOffset);
     const auto* entries = reinterpret_cast<const TSEproviderEntry*>(stack + 1);
@@ -852,14 +859,11 @@ inline void TshadingOpus::runSteps(TSEframe& frame, unsigned segment, unsigned f
     for (const TSEstep* step = frame.steps + frame.segmentSteps[segment]; step != end; ++step) {
         const uint32_t opcode = step->opcode;
         if (opcode != kStepPlainCompute) [[unlikely]] {
-            if ((opcode & ~3u) != kStepPlainCompute) {
+            if (opcode != kStepMarkedCompute) {
                 runStep(frame, *step, first, count);
                 continue;
             }
-            // A node that computes more than one output in the pass.
-            TdataBlockRendering& block = frame.blocks[step->block];
-            if (opcode == kStepLaterCompute ? block.isClean(*step->target->plug.attribute()) : (block.clearCleanMarks(), false))
-                continue;
+            if (alreadyComputed(frame.blocks[step->block], *step)) continue;
         }
         TdataBlockRendering& block = frame.blocks[step->block];
         const TSEcomputeTarget& target = *step->target;
@@ -884,13 +888,7 @@ void TshadingOpus::runStep(TSEframe& frame, const TSEstep& step, unsigned first,
         case kOpComputeLocked: {
             TdataBlockRendering& block = frame.blocks[step.block];
             const TSEcomputeTarget& target = *step.target;
-            // A later compute of the same node in this pass: its output
-            // may have come with an earlier one.
-            if (step.sibling) {
-                if (block.isClean(*target.plug.attribute())) break;
-            } else {
-                block.clearCleanMarks();
-            }
+            if (alreadyComputed(block, step)) break;
             // Once per render the node's on-demand step runs; after that a load tells.
             if (step.onDemand && step.onDemand->load(std::memory_order_acquire) != kOnDemandDone) ensureOnDemand(target, block);
             if (step.opcode == kOpComputeLocked && target.mutex) {

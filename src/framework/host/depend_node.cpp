@@ -70,13 +70,6 @@ unsigned TdataBlock::existingElementValues(const Tattribute& a, const void** val
 }
 
 TdataHandle TdataBlock::inputNotDirect(const Tattribute& a, unsigned first, unsigned count, uint64_t selected) {
-    // A kept frame's table knows a computed value's place before the compute.
-    if (fResolved && fComputeHook && (fResolved[a.index()].roads & kDirectComputed)) {
-        fComputeHook(*this, a, first, count, selected);
-        TdataHandle h;
-        resolved(a, kDirectComputed, h);
-        return h;
-    }
     if (fDirect && fComputeHook && (fDirect[a.index()] & kDirectComputed)) {
         fComputeHook(*this, a, first, count, selected);
         TdataHandle h;
