@@ -246,10 +246,11 @@ TEST(SolidBump, GradientReturnsToTheSamplePointsSpace) {
     const T3Float a(1, -2, 0.5f), p(0.3f, 0.1f, -0.2f);
     T3Float g = TdnTx3D::sGradient([&](const T3Float& q) { return dot(a, q); }, m.transformPoint(p), 1e-3f, m);
     auto composed = [&](const T3Float& x) { return dot(a, m.transformPoint(x)); };
-    const float e = 1e-3f;
-    EXPECT_NEAR(g.x, (composed(p + T3Float(e, 0, 0)) - composed(p - T3Float(e, 0, 0))) / (2 * e), 1e-2f);
-    EXPECT_NEAR(g.y, (composed(p + T3Float(0, e, 0)) - composed(p - T3Float(0, e, 0))) / (2 * e), 1e-2f);
-    EXPECT_NEAR(g.z, (composed(p + T3Float(0, 0, e)) - composed(p - T3Float(0, 0, e))) / (2 * e), 1e-2f);
+    for (int axis = 0; axis < 3; ++axis) {
+        T3Float e;
+        e[axis] = 1e-3f;
+        EXPECT_NEAR(g[axis], (composed(p + e) - composed(p - e)) / 2e-3f, 1e-2f) << axis;
+    }
 
     const T3Float n(0, 0, 1);
     EXPECT_EQ(TdnTx3D::sBumpNormal(n, {0.3f, 0.2f, 9.0f}, 0.0f).x, 0.0f) << "no depth, no tilt";
@@ -278,6 +279,18 @@ struct TsolidBatch : TtestSamples {
     const T3Float& colour(unsigned i) const { return *samples[i]->outColor(); }
 };
 
+// The colours the network's program gives at `points`, in one batch.
+std::vector<T3Float> shadePoints(TtextureNetwork& net, const std::vector<T3Float>& points) {
+    TshadingOpus* opus = net.analyse();
+    EXPECT_NE(opus, nullptr);
+    std::vector<T3Float> out;
+    if (!opus) return out;
+    TsolidBatch batch(net.group, points);
+    opus->shade(unsigned(points.size()), batch.samples.data());
+    for (unsigned i = 0; i < points.size(); ++i) out.push_back(batch.colour(i));
+    return out;
+}
+
 // One marble rendered once per setting: the settings are read once per
 // render, so each render must follow its own, not the one before.
 struct TmarbleRenders {
@@ -290,13 +303,7 @@ struct TmarbleRenders {
     std::vector<T3Float> shade(bool wrap, float blend, const std::vector<T3Float>& points) {
         setValue(marble, TdnTx3D::saWrap(), wrap);
         setValue(marble, TdnTx3D::saBlend(), blend);
-        TshadingOpus* opus = net.analyse();
-        EXPECT_NE(opus, nullptr);
-        std::vector<T3Float> out;
-        if (!opus) return out;
-        TsolidBatch batch(net.group, points);
-        opus->shade(unsigned(points.size()), batch.samples.data());
-        for (unsigned i = 0; i < points.size(); ++i) out.push_back(batch.colour(i));
+        std::vector<T3Float> out = shadePoints(net, points);
         net.session.reset();  // the render ends
         return out;
     }
@@ -417,14 +424,7 @@ TEST(SolidBatch, BumpOutputsThroughTheEngine) {
             setValue(texture, TdnStucco::saShaker(), 2.0f);
         }
         net.connect(texture, *texture->attribute(Tstring("outNormal")), net.surface, TtestPassThroughSurface::saColor());
-        TshadingOpus* opus = net.analyse();
-        std::vector<T3Float> out;
-        EXPECT_NE(opus, nullptr) << type;
-        if (!opus) return out;
-        TsolidBatch batch(net.group, points);
-        opus->shade(unsigned(points.size()), batch.samples.data());
-        for (unsigned i = 0; i < points.size(); ++i) out.push_back(batch.colour(i));
-        return out;
+        return shadePoints(net, points);
     };
     // Stucco: the offset is -depth * kBumpScale / shaker times the relief's
     // slope, here by differences of its own, finer step.

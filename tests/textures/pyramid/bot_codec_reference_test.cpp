@@ -220,6 +220,9 @@ TEST(BotCodecReference, HostileStreamsFailOrDecodeExactlyAsTheReferenceDoes) {
     for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = uint8_t(i / 7 + rng() % 5);
     std::vector<uint8_t> coded(TbotCodec::kMaxBlockBytes);
     coded.resize(size_t(TbotCodec::codeBlock(pixels.data(), 32, 32, 3, coded.data())));
+    // Every truncation of a valid block fails.
+    for (size_t n = 0; n < coded.size(); ++n)
+        EXPECT_FALSE(expectSameDecode(std::vector<uint8_t>(coded.begin(), coded.begin() + ptrdiff_t(n)), 32, 32, 3, "cut", int(n)));
     for (int trial = 0; trial < 3000; ++trial) {
         std::vector<uint8_t> data;
         if (trial % 3 == 0) {
