@@ -198,9 +198,7 @@ TEST(FileTexture, SamplesOfOnePixelReuseTheFirstFootprintWithinTheirBatch) {
                                               {{44.5f, 30.5f}, 0, 1, 7, false, away}},
                                              4);
     ASSERT_EQ(out.size(), 5u);
-    EXPECT_EQ(out[1].x, out[0].x);
-    EXPECT_EQ(out[1].y, out[0].y);
-    EXPECT_EQ(out[1].z, out[0].z);
+    EXPECT_EQ(out[1], out[0]);
     // Another primitive in the same pixel filters at its own UV.
     EXPECT_FALSE(near(out[2], out[0], 1.0f / 255));
     EXPECT_FALSE(near(out[3], out[0], 1.0f / 255));
@@ -209,9 +207,7 @@ TEST(FileTexture, SamplesOfOnePixelReuseTheFirstFootprintWithinTheirBatch) {
     const std::vector<T3Float> alone = n.shade({{{44.5f, 30.5f}, 0, 1, 7, false, away}});
     ASSERT_EQ(alone.size(), 1u);
     EXPECT_FALSE(near(alone[0], out[3], 1.0f / 255));
-    EXPECT_EQ(out[4].x, alone[0].x);
-    EXPECT_EQ(out[4].y, alone[0].y);
-    EXPECT_EQ(out[4].z, alone[0].z);
+    EXPECT_EQ(out[4], alone[0]);
 }
 
 // An image wider than 8192 pixels is read reduced, with one message however

@@ -140,7 +140,7 @@ TEST(Fractal, BoundedByTheSumOfAmplitudes) {
     }
 }
 
-TEST(Fractal, PeriodicForAWholeFrequencyRatioAndDeterministic) {
+TEST(Fractal, PeriodicForAWholeFrequencyRatio) {
     for (bool old : {false, true}) {
         TdnFractal::oldFractal = old;
         TfractalParams p;
@@ -149,7 +149,6 @@ TEST(Fractal, PeriodicForAWholeFrequencyRatioAndDeterministic) {
                 float here = fractalAt(p, u, v);
                 EXPECT_NEAR(here, fractalAt(p, u + 1, v), 2e-4f) << u << "," << v << " old " << old;
                 EXPECT_NEAR(here, fractalAt(p, u, v - 2), 2e-4f) << u << "," << v << " old " << old;
-                EXPECT_EQ(here, fractalAt(p, u, v));
             }
     }
     TdnFractal::oldFractal = false;
@@ -202,7 +201,6 @@ TEST(Noise, TypesDifferAndTheThresholdLiftsTheFloor) {
     for (short type = 0; type < 5; ++type) {
         TnoiseParams p = noiseOf(type);
         Tstats s = statsOver([&](float u, float v) { return TdnNoise::sValue(p, u, v); }, 40);
-        EXPECT_EQ(TdnNoise::sValue(p, 0.37f, 0.71f), TdnNoise::sValue(p, 0.37f, 0.71f));
         sums[type] = float(s.mean * 1000 + s.variance * 1000);
     }
     EXPECT_NE(sums[0], sums[1]);

@@ -123,9 +123,7 @@ TEST(Mountain, SnowAndRockComputeOnlyWhereTheyShow) {
         snow += s.snow * s.shade >= 1e-5f;
         rock += (1 - s.snow) * s.shade >= 1e-5f;
         // Both sources give the sample's own colour: the mix is it times the shade.
-        T3Float want = TtexTestSource::sColourAt(uvs[i]) * s.shade;
-        EXPECT_NEAR(batch.colour(i).x, want.x, 1e-5f) << i;
-        EXPECT_NEAR(batch.colour(i).z, want.z, 1e-5f) << i;
+        expectNear(batch.colour(i), TtexTestSource::sColourAt(uvs[i]) * s.shade, "sample " + std::to_string(i), 1e-5f);
     }
     EXPECT_EQ(snowSource->samples, snow);
     EXPECT_EQ(rockSource->samples, rock);
@@ -210,8 +208,7 @@ TEST(Stencil, ImageComputesOnlyWhereTheMaskLetsItShow) {
             }
             kept += m >= 1e-5f;
             T3Float want = fallback * (1 - m) + (m >= 1e-5f ? img * m : T3Float());
-            EXPECT_NEAR(batch.colour(i).x, want.x, 1e-5f) << c.name << " " << i;
-            EXPECT_NEAR(batch.colour(i).y, want.y, 1e-5f) << c.name << " " << i;
+            expectNear(batch.colour(i), want, std::string(c.name) + " " + std::to_string(i), 1e-5f);
         }
         EXPECT_EQ(image->samples, need) << c.name << ": the key reads the image once, where the mask leaves it a chance";
         if (c.mask == 1.0f) {

@@ -230,12 +230,6 @@ TEST(Ramp, KeysDrivenPerSampleAreReadForEachSample) {
 }
 
 namespace {
-// The same bits, channel by channel (NaN never expected).
-void expectSame(const T3Float& got, const T3Float& want, const std::string& what) {
-    EXPECT_EQ(got.x, want.x) << what;
-    EXPECT_EQ(got.y, want.y) << what;
-    EXPECT_EQ(got.z, want.z) << what;
-}
 // The reference colour of a settled ramp at a UV: the type's value and the
 // scan of the keys in list order.
 T3Float scannedColour(short type, short interp, T2Float uv, const TrampKeys& keys) {
@@ -278,8 +272,7 @@ TEST(Ramp, SortedKeysGiveTheListScansColourBitForBit) {
             for (float value : values) {
                 T3Float got(-7, -7, -7);
                 TdnRamp::getRampColourAtValue(interp, value, sorted, got);
-                expectSame(got, at(interp, value, sets[s]),
-                           "set " + std::to_string(s) + " interp " + std::to_string(interp) + " value " + std::to_string(value));
+                EXPECT_EQ(got, at(interp, value, sets[s])) << "set " << s << " interp " << interp << " value " << value;
             }
     }
 }
@@ -313,7 +306,7 @@ TEST(Ramp, ASettledRampShadesAsTheListScanAndTakesNewKeysNextRender) {
             TtextureBatch batch = n.net.shade(uvs);
             for (unsigned i = 0; i < uvs.size(); ++i) {
                 const T3Float want = i == 5 ? T3Float(0.5f, 0.5f, 0.5f) : scannedColour(type, interps[type % 4], uvs[i], keys);
-                expectSame(batch.colour(i), want, "type " + std::to_string(type) + " keys " + std::to_string(keys.count) + " sample " + std::to_string(i));
+                EXPECT_EQ(batch.colour(i), want) << "type " << type << " keys " << keys.count << " sample " << i;
             }
         }
     }
