@@ -80,9 +80,30 @@ TEST(BlockCache, LeastRecentlyUsedBlockGoesFirstAndFlagWordsTrackTheSlots) {
     EXPECT_TRUE(cache.holdsPyramid(p.get()));
     cache.forgetPyramid(p.get());
     EXPECT_FALSE(cache.holdsPyramid(p.get()));
-    cache.setCapacity(8);
+}
+
+TEST(BlockCache, VictimTableGivesEvictedBlocksASecondChance) {
+    TtestTempDir dir;
+    std::vector<TpixelMap> levels;
+    auto p = botPyramid(photoLikeImage(512, 512, 4, 2), dir.file("v.bot"), false, &levels);  // top: 256 blocks
+    ASSERT_TRUE(p);
+    TfileTextureCache cache;
+    cache.setCapacity(8);  // 32 slots and 224 victim entries
+    const int top = p->getMaxLevel();
+    // A cycle of 40 blocks thrashes 32 slots; the victim table catches it.
+    for (int round = 0; round < 5; ++round)
+        for (int b = 0; b < 40; ++b) cache.findBlock(*p, top, b);
+    EXPECT_GT(cache.stats().victimHits, 0u);
+    EXPECT_LT(cache.stats().loads, 5u * 40u);
+    // What comes back from the victim table is the right block.
+    const TpixelMap& m = levels[size_t(top)];
+    for (int y = 0; y < 512; y += 7)
+        for (int x = 0; x < 512; x += 11) {
+            const uint8_t* t = p->texel(cache, top, x, y);
+            for (int c = 0; c < 4; ++c) ASSERT_EQ(t[c], m.getPixel(x, 511 - y, c)) << x << "," << y;
+        }
     cache.freeThreadLocalCache();
-    EXPECT_EQ(cache.capacity(), 32) << "freeing goes back to the default size";
+    EXPECT_EQ(cache.capacity(), 32);
 }
 
 TEST(BlockCache, ReadingBlocksAllocatesNothing) {
