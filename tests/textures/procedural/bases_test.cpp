@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "framework/host/dag.h"
+#include "support/expect_near.h"
 #include "support/set_value.h"
 #include "textures/checker.h"
 #include "textures/mountain.h"
@@ -58,15 +59,12 @@ TEST(Texture3d, ColourEffectsThenTheBlendTowardsTheDefault) {
     T3Float c(0.2f, 0.4f, 0.6f);
     float a = 0.8f;
     TdnTx3D::sColorEffects(e, 0.0f, c, a);
-    EXPECT_NEAR(c.x, 1.6f, 1e-6f);
-    EXPECT_NEAR(c.y, 0.7f, 1e-6f);
-    EXPECT_NEAR(c.z, 0.2f, 1e-6f);
+    expectNear(c, T3Float(1.6f, 0.7f, 0.2f), "no blend");
     EXPECT_NEAR(a, 0.35f, 1e-6f);
     T3Float d(0.2f, 0.4f, 0.6f);
     float b = 0.8f;
     TdnTx3D::sColorEffects(e, 0.25f, d, b);
-    EXPECT_NEAR(d.x, 0.25f + 1.6f * 0.75f, 1e-6f);
-    EXPECT_NEAR(d.y, 0.7f * 0.75f, 1e-6f);
+    expectNear(d, T3Float(0.25f + 1.6f * 0.75f, 0.7f * 0.75f, 0.2f * 0.75f), "a quarter towards the default");
     EXPECT_NEAR(b, 0.35f * 0.75f, 1e-6f);
     EXPECT_FLOAT_EQ(TdnTx3D::filteredSize({0.1f, 0.4f, 0.2f}, -2.0f, 0.05f), 0.05f);
     EXPECT_FLOAT_EQ(TdnTx3D::filteredSize({0.1f, 0.4f, 0.2f}, 0.5f, -0.3f), 0.1f);
@@ -107,10 +105,7 @@ TEST(TextureEnv, RayDirectionInPlacementSpace) {
     turn.m[0][1] = 1;
     turn.m[1][0] = -1;
     turn.m[1][1] = 0;
-    T3Float d = TdnTxEnv::sPlacedDirection({3, 0, 0}, turn, TfltMatrix::scaling(1, 2, 1));
-    EXPECT_NEAR(d.x, 0, 1e-6f);
-    EXPECT_NEAR(d.y, 1, 1e-6f);
-    EXPECT_NEAR(d.z, 0, 1e-6f);
+    expectNear(TdnTxEnv::sPlacedDirection({3, 0, 0}, turn, TfltMatrix::scaling(1, 2, 1)), T3Float(0, 1, 0), "quarter turn");
     T3Float e = TdnTxEnv::sPlacedDirection({1, 1, 1}, TfltMatrix(), TfltMatrix::translation(5, 5, 5));
     EXPECT_NEAR(e.x, 1 / std::sqrt(3.0f), 1e-6f) << "a direction ignores translation";
     EXPECT_EQ(TdnTxEnv::sPlacedDirection({0, 0, 0}, TfltMatrix(), TfltMatrix()), T3Float(0, 0, 1));
@@ -145,10 +140,8 @@ TEST(Place3d, UnitCubeAndItsInverseMatrix) {
     setValue(place, Ttransform::saScale(), T3Float(2, 2, 2));
     TfltMatrix m;
     ASSERT_TRUE(place->getAttributeValue(&TdnPlace3dTxDag::saWorldInverseMatrix(), &m));
-    T3Float o = m.transformPoint(t), x = m.transformPoint({3, 2, 3});
-    EXPECT_NEAR(o.x, 0, 1e-6f);
-    EXPECT_NEAR(o.z, 0, 1e-6f);
-    EXPECT_NEAR(x.x, 1, 1e-6f) << "two units of world are one of the cube";
+    expectNear(m.transformPoint(t), T3Float(0, 0, 0), "the translation is the cube's centre");
+    EXPECT_NEAR(m.transformPoint({3, 2, 3}).x, 1, 1e-6f) << "two units of world are one of the cube";
     // An edit is seen by the next pull.
     setValue(place, Ttransform::saTranslate(), T3Float(0, 0, 0));
     ASSERT_TRUE(place->getAttributeValue(&TdnPlace3dTxDag::saWorldInverseMatrix(), &m));
