@@ -100,7 +100,12 @@ TEST(DepthCodec, DecodesHandMadeStreams) {
     }
 }
 
-TEST(DepthCodec, EmptyOrNullInputDecodesToNothing) {
+TEST(DepthCodec, DifferencesAndEmptyOrNullInputs) {
+    std::vector<float> v{1, 3, 6, 6, 2};
+    TuseShadowMap::floatArrayConvertToDiff(v.data(), int(v.size()));
+    EXPECT_EQ(v, (std::vector<float>{1, 2, 3, 0, -4})) << "the first value, then differences";
+    TuseShadowMap::floatArrayConvertToDiff(nullptr, 3);  // no crash
+
     float out[4] = {7, 7, 7, 7};
     EXPECT_EQ(TuseShadowMap::floatArrayUncompressConvertFromDiff(nullptr, 4, out), 0);
     const unsigned char stream[5] = {1, 0, 0, 0x80, 0x3F};
@@ -182,13 +187,6 @@ TEST(DepthCodec, RoundTripsAreExactToTheBit) {
     ASSERT_TRUE(map.depthBuffer(0, back.data()));
     EXPECT_TRUE(bitsEqual(back, depth));
     EXPECT_LT(map.compressedBytes(), depth.size() * sizeof(float) / 4);
-}
-
-TEST(DepthCodec, ConvertToDiffLeavesTheFirstValueAndDifferences) {
-    std::vector<float> v{1, 3, 6, 6, 2};
-    TuseShadowMap::floatArrayConvertToDiff(v.data(), int(v.size()));
-    EXPECT_EQ(v, (std::vector<float>{1, 2, 3, 0, -4}));
-    TuseShadowMap::floatArrayConvertToDiff(nullptr, 3);  // no crash
 }
 
 // ---------------------------------------------------------------- geometry

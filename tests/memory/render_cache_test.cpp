@@ -12,7 +12,6 @@
 
 #include "cache_tile.h"
 #include "framework/host/allocator.h"
-#include "memory/global_render_cache.h"
 #include "memory/render_cache_allocator.h"
 
 namespace {
@@ -219,13 +218,4 @@ TEST(RenderCacheAllocator, ThreadAllocatorForwardsToTheThread) {
     allocator.free(p);
     EXPECT_EQ(cache.allocatedMemory(), 0u);
     TrenderThreadAllocator::sSetThreadFunctions(nullptr, nullptr);
-}
-
-TEST(RenderCacheGlobal, FallbackIsTheGlobalCacheWhenThereIsOne) {
-    // The default environment makes the global cache at load.
-    TrenderCache* global = theGlobalRenderCache();
-    ASSERT_NE(global, nullptr);
-    std::unique_ptr<TrenderCache> own;
-    EXPECT_EQ(globalOrPrivateRenderCache(own), global);
-    EXPECT_EQ(own, nullptr);
 }
