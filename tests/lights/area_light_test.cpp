@@ -41,6 +41,13 @@ Tanswers ask(TareaLightShape& light, const T3Float& p, const T3Float& n) {
             light.lightAttenuation(asPoint4(p), asVector4(n), false), light.hemisphereCoverage(any, asPoint4(p), asVector4(n), true)};
 }
 
+void expectNothing(const Tanswers& a) {
+    EXPECT_EQ(a.irradiance, 0.0f);
+    EXPECT_EQ(a.fromOutside, 0.0f);
+    EXPECT_EQ(a.attenuation, 0.0f);
+    EXPECT_EQ(a.coverage, 0.0f);
+}
+
 const Tparallelogram kPanel({0.3f, 1.5f, -4.0f}, {1.8f, 0.3f, 0.0f}, {-0.2f, 0.5f, 1.2f});
 
 TEST(AreaLight, IrradianceIsTenPiTimesTheFormFactor) {
@@ -88,11 +95,7 @@ TEST(AreaLight, APointBehindTheLightGetsNothingFromAnyQuery) {
             T3Float p = kPanel.centre + kPanel.e1 * o.x + kPanel.e2 * o.y + kPanel.front * o.z;
             // Turned towards the light as often as away from it.
             T3Float n = normalize(nRaw.z > 0 ? (kPanel.centre - p) : nRaw);
-            Tanswers a = ask(*scene.light, p, n);
-            EXPECT_EQ(a.irradiance, 0.0f);
-            EXPECT_EQ(a.fromOutside, 0.0f);
-            EXPECT_EQ(a.attenuation, 0.0f);
-            EXPECT_EQ(a.coverage, 0.0f);
+            expectNothing(ask(*scene.light, p, n));
         }
 }
 
@@ -130,10 +133,7 @@ TEST(AreaLight, OtherVertexCountsSayWhichLightAndGiveNothing) {
         Tanswers a = ask(*scene.light, p, n);
         T4dFltVector d = scene.light->maxPhongSpecularDirection({0.1f, 0.2f, 0.3f, 0}, asPoint4(p), {0, 0, 1, 0}, asVector4(n), nullptr);
         std::string out = testing::internal::GetCapturedStdout();
-        EXPECT_EQ(a.irradiance, 0.0f);
-        EXPECT_EQ(a.fromOutside, 0.0f);
-        EXPECT_EQ(a.attenuation, 0.0f);
-        EXPECT_EQ(a.coverage, 0.0f);
+        expectNothing(a);
         EXPECT_EQ(d.x, 0.1f);  // the record's own direction, untouched
         EXPECT_EQ(d.z, 0.3f);
         std::string five;
