@@ -327,7 +327,7 @@ TEST(ShadowMapSampling, ABatchReadsBandsBeyondItsHeldSetAndLeavesThemIdle) {
 
 // ---------------------------------------------------------------- files
 
-TEST(DepthMapFiles, WrittenMapsReadBackWithTheirViewExactly) {
+TEST(DepthMapFiles, WrittenMapsReadBackWithTheirViewExactlyAndFailedWritesAreReported) {
     TtestTempDir dir;
     const int res = 32;
     std::vector<float> distances = sphereAndWallDistances(res);
@@ -358,7 +358,11 @@ TEST(DepthMapFiles, WrittenMapsReadBackWithTheirViewExactly) {
     EXPECT_TRUE(bitsEqual(loaded, expected));
     EXPECT_EQ(capture.countKey("s_TuseShadowMapStrings.rReadingShadowMap"), 1u);
     EXPECT_EQ(capture.count(TmessageSeverity::kWarning), 0u);
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1) << "no temporary file left behind";
+
+    // A write into a missing folder is reported, and neither write leaves a temporary file behind.
+    EXPECT_FALSE(TuseShadowMap::writeZmap(dir.file("no/such/folder/map.iff"), view, distances.data()));
+    EXPECT_EQ(capture.countKey("s_TuseShadowMapStrings.rWriteShadowMap"), 1u);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
 }
 
 TEST(DepthMapFiles, ReadZmapWarnsAndLeavesNoMapOnEachFault) {
@@ -425,14 +429,6 @@ TEST(DepthMapFiles, AMissingMapCallsTheMacroWithItsNames) {
     EXPECT_EQ(capture.countKey("s_TuseShadowMapStrings.rCallbackShadowMapFail"), 1u);
     EXPECT_EQ(capture.count(TmessageSeverity::kError), 1u);
     EXPECT_EQ(capture.countKey("s_TuseShadowMapStrings.rFailedOpenShadowMap"), 1u);
-}
-
-TEST(DepthMapFiles, AWriteIntoAMissingFolderIsReported) {
-    TtestTempDir dir;
-    std::vector<float> distances(16 * 16, 1.0f);
-    TcommandCapture capture;
-    EXPECT_FALSE(TuseShadowMap::writeZmap(dir.file("no/such/folder/map.iff"), orthoView(16, 1), distances.data()));
-    EXPECT_EQ(capture.countKey("s_TuseShadowMapStrings.rWriteShadowMap"), 1u);
 }
 
 TEST(DepthMapFiles, NamesFollowTheThreeFlags) {
