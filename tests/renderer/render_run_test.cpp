@@ -134,16 +134,14 @@ TEST(RenderRun, BadInputIsReportedWithTheFileName) {
         writeFile(scene, c.text);
         TframeBuffer image;
         std::string error;
-        TrenderOptions o;
-        o.width = 8, o.height = 8, o.threads = 1;
-        EXPECT_FALSE(renderSceneFile(scene, o, image, error));
+        EXPECT_FALSE(renderSceneFile(scene, renderOptions(8, 8), image, error));
         EXPECT_NE(error.find(scene.substr(scene.find_last_of('/') + 1)), std::string::npos) << error;
         EXPECT_NE(error.find(c.expected), std::string::npos) << error;
     }
     // A region outside the image is refused too.
     writeFile(scene, sceneText(""));
-    TrenderOptions o;
-    o.width = 8, o.height = 8, o.useRegion = true, o.regionX0 = 20, o.regionY0 = 0, o.regionX1 = 30, o.regionY1 = 4;
+    TrenderOptions o = renderOptions(8, 8);
+    o.useRegion = true, o.regionX0 = 20, o.regionY0 = 0, o.regionX1 = 30, o.regionY1 = 4;
     TframeBuffer image;
     std::string error;
     EXPECT_FALSE(renderSceneFile(scene, o, image, error));
@@ -156,9 +154,7 @@ TEST(RenderRun, AGroupThatCannotShadeDrawsTheDefaultColourWithOneWarning) {
         {"type": "transform", "name": "r", "attributes": {"translate": [1, 0, 0]}},
         {"type": "sphere", "name": "ball", "parent": ["l", "r"], "attributes": {"radius": 0.8}},
         {"type": "shadingEngine", "name": "emptySG", "members": ["|l|ball", "|r|ball"]})";
-    TrenderOptions o;
-    o.width = 40, o.height = 30, o.threads = 2, o.samplesPerPixel = 1;
-    TrenderRun run = renderText(sceneText(nodes), o);
+    TrenderRun run = renderText(sceneText(nodes), renderOptions(40, 30, 2));
     ASSERT_TRUE(run.ok) << run.error;
     ASSERT_EQ(run.warnings.size(), 1u);
     EXPECT_NE(run.warnings[0].find("emptySG"), std::string::npos);
