@@ -63,22 +63,17 @@ TEST(AreaLightRender, LambertAndPhongGetTheFormFactorAndAPointLightDoesNot) {
     const T3Float centre(0.6f, 3, -0.4f), color(0.8f, 0.6f, 0.4f);
     const float sizeX = 2.4f, sizeZ = 1.6f, intensity = 0.05f, diffuse = 0.9f, specular = 0.5f;
     const std::string surface = format(R"("color": [%g, %g, %g], "diffuse": %g)", color.x, color.y, color.z, diffuse);
-    const std::string group = R"({"type": "shadingEngine", "name": "floorSG", "members": ["|floorXf|floor"]}, )";
     const std::string lit = format(R"("intensity": %g)", intensity);
-    TtestImage lambert = render(dir, "lambert",
-                            group + R"({"type": "lambert", "name": "mat", "attributes": {)" + surface + "}}, " +
-                                lightNodes("areaLight", centre, sizeX, sizeZ, lit),
-                            R"(["mat.outColor", "floorSG.surfaceShader"])");
-    TtestImage phong = render(dir, "phong",
-                          group + R"({"type": "phong", "name": "mat", "attributes": {)" + surface +
-                              format(R"(, "reflectivity": 0, "cosinePower": 20, "specularColor": [%g, %g, %g]}}, )", specular, specular,
-                                     specular) +
-                              lightNodes("areaLight", centre, sizeX, sizeZ, lit),
-                          R"(["mat.outColor", "floorSG.surfaceShader"])");
-    TtestImage point = render(dir, "point",
-                          group + R"({"type": "lambert", "name": "mat", "attributes": {)" + surface + "}}, " +
-                              lightNodes("pointLight", centre, sizeX, sizeZ, lit),
-                          R"(["mat.outColor", "floorSG.surfaceShader"])");
+    // The floor in a material of `type` with `more` attributes, under a light of `light` type.
+    auto renderFloor = [&](const std::string& type, const std::string& more, const char* light) {
+        return render(dir, type + light,
+                      R"({"type": "shadingEngine", "name": "floorSG", "members": ["|floorXf|floor"]}, {"type": ")" + type +
+                          R"(", "name": "mat", "attributes": {)" + surface + more + "}}, " + lightNodes(light, centre, sizeX, sizeZ, lit),
+                      R"(["mat.outColor", "floorSG.surfaceShader"])");
+    };
+    const TtestImage lambert = renderFloor("lambert", "", "areaLight"), point = renderFloor("lambert", "", "pointLight");
+    const TtestImage phong = renderFloor(
+        "phong", format(R"(, "reflectivity": 0, "cosinePower": 20, "specularColor": [%g, %g, %g])", specular, specular, specular), "areaLight");
     for (const TtestImage* image : {&lambert, &phong, &point}) ASSERT_EQ(image->width, kW);
 
     const Tparallelogram quad = lightQuad(centre, sizeX, sizeZ);

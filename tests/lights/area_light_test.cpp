@@ -41,6 +41,13 @@ Tanswers ask(TareaLightShape& light, const T3Float& p, const T3Float& n) {
             light.lightAttenuation(asPoint4(p), asVector4(n), false), light.hemisphereCoverage(any, asPoint4(p), asVector4(n), true)};
 }
 
+void expectNothing(const Tanswers& a) {
+    EXPECT_EQ(a.irradiance, 0.0f);
+    EXPECT_EQ(a.fromOutside, 0.0f);
+    EXPECT_EQ(a.attenuation, 0.0f);
+    EXPECT_EQ(a.coverage, 0.0f);
+}
+
 const Tparallelogram kPanel({0.3f, 1.5f, -4.0f}, {1.8f, 0.3f, 0.0f}, {-0.2f, 0.5f, 1.2f});
 
 TEST(AreaLight, IrradianceIsTenPiTimesTheFormFactor) {
@@ -88,11 +95,7 @@ TEST(AreaLight, APointBehindTheLightGetsNothingFromAnyQuery) {
             T3Float p = kPanel.centre + kPanel.e1 * o.x + kPanel.e2 * o.y + kPanel.front * o.z;
             // Turned towards the light as often as away from it.
             T3Float n = normalize(nRaw.z > 0 ? (kPanel.centre - p) : nRaw);
-            Tanswers a = ask(*scene.light, p, n);
-            EXPECT_EQ(a.irradiance, 0.0f);
-            EXPECT_EQ(a.fromOutside, 0.0f);
-            EXPECT_EQ(a.attenuation, 0.0f);
-            EXPECT_EQ(a.coverage, 0.0f);
+            expectNothing(ask(*scene.light, p, n));
         }
 }
 
@@ -110,7 +113,6 @@ TEST(AreaLight, ACornerAtThePointStaysFinite) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         Tanswers a = ask(*scene.light, square.v[0] + c.shift, {0, 0, 1});
-        EXPECT_TRUE(std::isfinite(a.irradiance));
         EXPECT_NEAR(a.irradiance, 10 * kPi / 4, 1e-3);
         EXPECT_TRUE(std::isfinite(a.coverage));
         T4dFltVector d = scene.light->maxPhongSpecularDirection({0, 0, 1, 0}, asPoint4(square.v[0] + c.shift), {0, 0, 1, 0},
@@ -131,10 +133,7 @@ TEST(AreaLight, OtherVertexCountsSayWhichLightAndGiveNothing) {
         Tanswers a = ask(*scene.light, p, n);
         T4dFltVector d = scene.light->maxPhongSpecularDirection({0.1f, 0.2f, 0.3f, 0}, asPoint4(p), {0, 0, 1, 0}, asVector4(n), nullptr);
         std::string out = testing::internal::GetCapturedStdout();
-        EXPECT_EQ(a.irradiance, 0.0f);
-        EXPECT_EQ(a.fromOutside, 0.0f);
-        EXPECT_EQ(a.attenuation, 0.0f);
-        EXPECT_EQ(a.coverage, 0.0f);
+        expectNothing(a);
         EXPECT_EQ(d.x, 0.1f);  // the record's own direction, untouched
         EXPECT_EQ(d.z, 0.3f);
         std::string five;
@@ -201,6 +200,10 @@ TEST(AreaLight, TheHighlightDirectionFollowsTheReflectedRay) {
     place(*scene.light, kPanel);
     const T3Float p = kPanel.centre + kPanel.front * 2.0f + kPanel.e1 * 0.2f;
     const T3Float toward = normalize(kPanel.centre - p);
+    auto highlight = [&](const T3Float& reflection) {
+        return asFloat3(scene.light->maxPhongSpecularDirection(asVector4(toward), asPoint4(p), asVector4(reflection), asVector4(toward),
+                                                               nullptr));
+    };
     struct Case {
         const char* name;
         T3Float reflection;
@@ -220,10 +223,9 @@ TEST(AreaLight, TheHighlightDirectionFollowsTheReflectedRay) {
         float dist = rayQuad(kPanel, p, c.reflection);
         ASSERT_EQ(dist > 0, c.hits);
         T3Float expected = c.hits ? c.reflection : normalize(nearestOutlinePoint(kPanel.v, 4, p, c.reflection) - p);
-        T4dFltVector got = scene.light->maxPhongSpecularDirection(asVector4(toward), asPoint4(p), asVector4(c.reflection),
-                                                                  asVector4(toward), nullptr);
-        EXPECT_NEAR(dot(asFloat3(got), expected), 1.0f, c.hits ? 1e-6f : 1e-5f);
-        EXPECT_NEAR(length(asFloat3(got)), 1.0f, 1e-5f);
+        const T3Float got = highlight(c.reflection);
+        EXPECT_NEAR(dot(got, expected), 1.0f, c.hits ? 1e-6f : 1e-5f);
+        EXPECT_NEAR(length(got), 1.0f, 1e-5f);
     }
     // A segment: always towards its nearest point.
     T4dFltPoint ends[2] = {asPoint4(kPanel.v[0]), asPoint4(kPanel.v[2])};
@@ -232,9 +234,7 @@ TEST(AreaLight, TheHighlightDirectionFollowsTheReflectedRay) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         T3Float expected = normalize(nearestOutlinePoint(segment, 2, p, c.reflection) - p);
-        T4dFltVector got = scene.light->maxPhongSpecularDirection(asVector4(toward), asPoint4(p), asVector4(c.reflection),
-                                                                  asVector4(toward), nullptr);
-        EXPECT_NEAR(dot(asFloat3(got), expected), 1.0f, 1e-5f);
+        EXPECT_NEAR(dot(highlight(c.reflection), expected), 1.0f, 1e-5f);
     }
 }
 
@@ -307,7 +307,6 @@ TEST(AreaLight, SoftShadowsSeeTheVisiblePartOfTheLightToOneStratum) {
             EXPECT_EQ(TlightScene::at(light, p).lightShadowFraction, d.lightShadowFraction);
         }
         EXPECT_LE(worst, 1.0f / float(c.rays) + 1e-5f);
-        EXPECT_GT(tracer.rays, 0);
     }
 }
 

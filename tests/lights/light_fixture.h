@@ -61,14 +61,10 @@ class TcountingPointLight : public TnodeClass<TcountingPointLight, TpointLightSh
 public:
     static constexpr TnodeClassInfo kInfo{"TcountingPointLight", 9912, "kCountingPointLight", "countingPointLight", "TCPL", "light"};
     static inline std::atomic<int> fsSamples{0};
-    static inline std::atomic<int> fsCalls{0};
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count) override {
-        if (plug.attribute() == &TlightShape::saLightData()) {
-            fsSamples += int(count);
-            ++fsCalls;
-        }
+        if (plug.attribute() == &TlightShape::saLightData()) fsSamples += int(count);
         return TpointLightShape::vectorComputePlug(plug, block, first, count);
     }
 };

@@ -137,20 +137,12 @@ TEST_F(LightLinkScene, LinkingToTheDefaultSetNeedsTheGroupFlag) {
 }
 
 // Shadows: the switches of the render globals decide which links count.
-class ShadowLinkScene : public LightLinkScene {
-protected:
-    ShadowLinkScene() {
-        spot = s.light("spot", false);
-        g = groupOfAll();
-        s.link(spot, cube);         // spot lights the cube only
-        s.shadowLink(key, ball);    // key's shadows fall on the ball only
-        s.shadowLink(spot, ball);   // spot is shadow-linked where it does not light
-    }
-    TlinkTestLight* spot;
-    TDNshadingEngine* g;
-};
-
-TEST_F(ShadowLinkScene, TheSwitchesDecideWhichLinksCastShadows) {
+TEST_F(LightLinkScene, TheSwitchesDecideWhichLinksCastShadows) {
+    TlinkTestLight* spot = s.light("spot", false);
+    TDNshadingEngine* g = groupOfAll();
+    s.link(spot, cube);        // spot lights the cube only
+    s.shadowLink(key, ball);   // key's shadows fall on the ball only
+    s.shadowLink(spot, ball);  // spot is shadow-linked where it does not light
     // Lit: the ball and the cone by key and fill, the cube by all three.
     const Names all{"key", "fill", "spot"}, kf{"key", "fill"};
     struct Case {

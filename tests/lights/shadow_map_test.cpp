@@ -100,7 +100,12 @@ TEST(DepthCodec, DecodesHandMadeStreams) {
     }
 }
 
-TEST(DepthCodec, EmptyOrNullInputDecodesToNothing) {
+TEST(DepthCodec, DifferencesAndEmptyOrNullInputs) {
+    std::vector<float> v{1, 3, 6, 6, 2};
+    TuseShadowMap::floatArrayConvertToDiff(v.data(), int(v.size()));
+    EXPECT_EQ(v, (std::vector<float>{1, 2, 3, 0, -4})) << "the first value, then differences";
+    TuseShadowMap::floatArrayConvertToDiff(nullptr, 3);  // no crash
+
     float out[4] = {7, 7, 7, 7};
     EXPECT_EQ(TuseShadowMap::floatArrayUncompressConvertFromDiff(nullptr, 4, out), 0);
     const unsigned char stream[5] = {1, 0, 0, 0x80, 0x3F};
@@ -182,13 +187,6 @@ TEST(DepthCodec, RoundTripsAreExactToTheBit) {
     ASSERT_TRUE(map.depthBuffer(0, back.data()));
     EXPECT_TRUE(bitsEqual(back, depth));
     EXPECT_LT(map.compressedBytes(), depth.size() * sizeof(float) / 4);
-}
-
-TEST(DepthCodec, ConvertToDiffLeavesTheFirstValueAndDifferences) {
-    std::vector<float> v{1, 3, 6, 6, 2};
-    TuseShadowMap::floatArrayConvertToDiff(v.data(), int(v.size()));
-    EXPECT_EQ(v, (std::vector<float>{1, 2, 3, 0, -4}));
-    TuseShadowMap::floatArrayConvertToDiff(nullptr, 3);  // no crash
 }
 
 // ---------------------------------------------------------------- geometry
@@ -329,7 +327,7 @@ TEST(ShadowMapSampling, ABatchReadsBandsBeyondItsHeldSetAndLeavesThemIdle) {
 
 // ---------------------------------------------------------------- files
 
-TEST(DepthMapFiles, WrittenMapsReadBackWithTheirViewExactly) {
+TEST(DepthMapFiles, WrittenMapsReadBackWithTheirViewExactlyAndFailedWritesAreReported) {
     TtestTempDir dir;
     const int res = 32;
     std::vector<float> distances = sphereAndWallDistances(res);
@@ -360,7 +358,11 @@ TEST(DepthMapFiles, WrittenMapsReadBackWithTheirViewExactly) {
     EXPECT_TRUE(bitsEqual(loaded, expected));
     EXPECT_EQ(capture.countKey("s_TuseShadowMapStrings.rReadingShadowMap"), 1u);
     EXPECT_EQ(capture.count(TmessageSeverity::kWarning), 0u);
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1) << "no temporary file left behind";
+
+    // A write into a missing folder is reported, and neither write leaves a temporary file behind.
+    EXPECT_FALSE(TuseShadowMap::writeZmap(dir.file("no/such/folder/map.iff"), view, distances.data()));
+    EXPECT_EQ(capture.countKey("s_TuseShadowMapStrings.rWriteShadowMap"), 1u);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
 }
 
 TEST(DepthMapFiles, ReadZmapWarnsAndLeavesNoMapOnEachFault) {
@@ -427,14 +429,6 @@ TEST(DepthMapFiles, AMissingMapCallsTheMacroWithItsNames) {
     EXPECT_EQ(capture.countKey("s_TuseShadowMapStrings.rCallbackShadowMapFail"), 1u);
     EXPECT_EQ(capture.count(TmessageSeverity::kError), 1u);
     EXPECT_EQ(capture.countKey("s_TuseShadowMapStrings.rFailedOpenShadowMap"), 1u);
-}
-
-TEST(DepthMapFiles, AWriteIntoAMissingFolderIsReported) {
-    TtestTempDir dir;
-    std::vector<float> distances(16 * 16, 1.0f);
-    TcommandCapture capture;
-    EXPECT_FALSE(TuseShadowMap::writeZmap(dir.file("no/such/folder/map.iff"), orthoView(16, 1), distances.data()));
-    EXPECT_EQ(capture.countKey("s_TuseShadowMapStrings.rWriteShadowMap"), 1u);
 }
 
 TEST(DepthMapFiles, NamesFollowTheThreeFlags) {

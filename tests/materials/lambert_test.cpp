@@ -19,7 +19,6 @@ TEST(LambertClass, DeclaresItsAttributeTable) {
     auto* node = static_cast<TdnLambert*>(graph.createNode("lambert"));
     ASSERT_NE(node, nullptr);
     EXPECT_EQ(TdnLambert::sVsData().ownAttributes().size(), 128u);
-    EXPECT_EQ(TdnLambert::sTypeName(), Tstring("lambert"));
     EXPECT_EQ(node->apiType(), 0x169u);
     struct {
         const char* longName;
@@ -44,12 +43,6 @@ TEST(LambertClass, DeclaresItsAttributeTable) {
     }
     EXPECT_EQ(node->attribute(Tstring("outGlowColorG"))->shortName(), Tstring("ogg"));
     EXPECT_TRUE(TdnLambert::saPointCamera().flags() & kAttrImplicitInput);
-    // The light record's default: ambient and diffuse on, specular off.
-    const auto* record = static_cast<const TlightData*>(TdnLambert::saLightData().defaultData());
-    EXPECT_TRUE(record->lightAmbient);
-    EXPECT_TRUE(record->lightDiffuse);
-    EXPECT_FALSE(record->lightSpecular);
-    EXPECT_EQ(TdnLambert::saLightData().size(), unsigned(sizeof(TlightData)));
 }
 
 TEST(LambertLighting, NoLightsGivesAmbientAttenuatedPlusIncandescence) {

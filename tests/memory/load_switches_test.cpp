@@ -101,6 +101,9 @@ TEST(LoadSwitches, IdleLimitComesFromLimitCacheSize) {
 TEST(LoadSwitchChild, DISABLED_GlobalCacheStartsSmallAndGrows) {
     TrenderCache* global = theGlobalRenderCache();
     ASSERT_NE(global, nullptr);
+    std::unique_ptr<TrenderCache> own;
+    EXPECT_EQ(globalOrPrivateRenderCache(own), global);  // the fallback is the global cache
+    EXPECT_EQ(own, nullptr);
     EXPECT_EQ(global->maximumMemorySize(), 16384u);
     void* p = global->allocate(20000);
     EXPECT_EQ(global->maximumMemorySize(), 16384u + 20000u + TrenderCache::kGrowthMargin);

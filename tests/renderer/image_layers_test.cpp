@@ -128,8 +128,7 @@ TEST(ImageLayers, DataLayersDescribeTheHitNearestEachPixelCentre) {
     std::string nodes = R"({"type": "transform", "name": "cardXf", "attributes": {"rotate": [90, 0, 0], "translate": [-1, 0, 1]}},
                            {"type": "plane", "name": "card", "parent": "cardXf", "attributes": {"width": 2, "height": 4}}, )" +
                         testGroup("surf", TrendererTestSurface::kFlat, R"("|cardXf|card")");
-    TrenderOptions options;
-    options.width = 16, options.height = 16, options.threads = 1, options.samplesPerPixel = 4;
+    TrenderOptions options = renderOptions(16, 16, 1, 4);
     options.passes = {"depth", "normal", "position", "objectId"};
     TrenderRun run = renderText(sceneText(nodes, testConnection("surf"), orthoCamera(4)), options);
     ASSERT_TRUE(run.ok) << run.error;
@@ -157,36 +156,4 @@ TEST(ImageLayers, DataLayersDescribeTheHitNearestEachPixelCentre) {
             EXPECT_NEAR(position->pixels[i * 3 + 2], 1.0f, 1e-4f);
         }
     EXPECT_EQ(covered, 7 * 16);
-}
-
-TEST(ImageLayers, TheNoShadowsPassIsTheSceneWithShadowsSwitchedOff) {
-    // A ball over a floor, lit by a sun that casts ray-traced shadows. The
-    // engine's pass must match a second render whose light casts none.
-    auto scene = [](bool shadows) {
-        const std::string light = std::string(R"({"type": "transform", "name": "sunXf", "attributes": {"rotate": [-60, 20, 0]}},
-            {"type": "directionalLight", "name": "sun", "parent": "sunXf", "attributes": {"useRayTraceShadows": )") +
-                                  (shadows ? "true" : "false") + R"(}},
-            {"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"enableRaytracing": true}},
-            {"type": "transform", "name": "floorXf", "attributes": {"translate": [0, -1, 0]}},
-            {"type": "plane", "name": "floor", "parent": "floorXf", "attributes": {"width": 20, "height": 20}},
-            {"type": "sphere", "name": "ball"},
-            {"type": "lambert", "name": "paint"},
-            {"type": "shadingEngine", "name": "paintSG", "members": ["|floorXf|floor", "ball"]})";
-        return sceneText(light, R"(["paint.outColor", "paintSG.surfaceShader"])");
-    };
-    TrenderOptions options;
-    options.width = 24, options.height = 18, options.threads = 2, options.samplesPerPixel = 1;
-    TrenderRun unshadowed = renderText(scene(false), options);
-    options.passes = {"noShadows"};
-    TrenderRun withPass = renderText(scene(true), options);
-    ASSERT_TRUE(unshadowed.ok && withPass.ok) << unshadowed.error << withPass.error;
-    const TimageLayer* pass = withPass.image.layer("noShadows");
-    ASSERT_NE(pass, nullptr);
-    ASSERT_EQ(pass->pixels.size(), unshadowed.image.data().size());
-    int shadowed = 0;
-    for (size_t i = 0; i < pass->pixels.size(); ++i) {
-        EXPECT_NEAR(pass->pixels[i], unshadowed.image.data()[i], 1e-5f) << i;
-        shadowed += withPass.image.data()[i] < unshadowed.image.data()[i] - 0.05f;
-    }
-    EXPECT_GT(shadowed, 10) << "the beauty has no shadow, so the pass was not put to the test";
 }

@@ -31,17 +31,14 @@ TEST(RayPackets, PacketsOfAnySizeHitWhatSingleRaysHit) {
         for (int x = 0; x < 64; ++x) {
             TworldRay r;
             r.origin = {0, 3, 10};
-            T3Float d{(x - 32) / 40.0f, (y - 24) / 40.0f - 0.2f, -1};
-            float len = std::sqrt(d.x * d.x + d.y * d.y + d.z * d.z);
-            r.direction = {d.x / len, d.y / len, d.z / len};
+            r.direction = normalize(T3Float((x - 32) / 40.0f, (y - 24) / 40.0f - 0.2f, -1));
             rays.push_back(r);
         }
     for (int i = 0; i < 1500; ++i) {  // scattered, from anywhere, some short
         TworldRay r;
         r.origin = {5 * u(rng), 3 + 3 * u(rng), 5 * u(rng)};
-        T3Float d{u(rng), u(rng), u(rng)};
-        float len = std::sqrt(d.x * d.x + d.y * d.y + d.z * d.z) + 1e-6f;
-        r.direction = {d.x / len, d.y / len, d.z / len};
+        const T3Float d{u(rng), u(rng), u(rng)};
+        r.direction = d * (1 / (length(d) + 1e-6f));
         if (i % 3 == 0) r.tFar = 2 + 4 * (u(rng) + 1);
         rays.push_back(r);
     }

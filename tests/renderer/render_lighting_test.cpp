@@ -1,6 +1,6 @@
 // Lit materials through the whole renderer: scene lights collected per
 // object, a Lambert against its closed form, light links, ray-traced shadows
-// and reflections.
+// and the pass without them, and reflections.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -172,7 +172,7 @@ TEST(RenderLighting, ALightLinkedToOneObjectLightsOnlyThatObject) {
 namespace {
 // A sphere over a floor, lit by a point light up and to the left: its shadow
 // falls around (1, -1, 0).
-TrenderRun renderShadowScene(bool rayTraceShadows, bool rayTracing) {
+TrenderRun renderShadowScene(bool rayTraceShadows, bool rayTracing, const TrenderOptions& options = renderOptions(kW, kH)) {
     std::string nodes =
         R"({"type": "transform", "name": "ballXf"}, {"type": "sphere", "name": "ball", "parent": "ballXf", "attributes": {"radius": 0.5}},
            {"type": "transform", "name": "floorXf", "attributes": {"translate": [0, -1, 0]}}, {"type": "plane", "name": "floor", "parent": "floorXf", "attributes": {"width": 30, "height": 30}},
@@ -180,13 +180,17 @@ TrenderRun renderShadowScene(bool rayTraceShadows, bool rayTracing) {
            {"type": "transform", "name": "lampXf", "attributes": {"translate": [-3, 3, 0]}},
            {"type": "pointLight", "name": "lamp", "parent": "lampXf", "attributes": {"useRayTraceShadows": )" +
         std::string(rayTraceShadows ? "true" : "false") + "}}, " + quality(rayTracing);
-    return render(nodes, R"(["grey.outColor", "greySG.surfaceShader"])");
+    return renderText(sceneText(nodes, R"(["grey.outColor", "greySG.surfaceShader"])"), options);
 }
 }  // namespace
 
-TEST(RenderLighting, RayTracedShadowDarkensTheFloorBehindASphere) {
+// The engine's pass without shadows, rendered beside the shadowed beauty on
+// two threads, must be the scene whose light casts none.
+TEST(RenderLighting, RayTracedShadowDarkensTheFloorBehindASphereAndTheNoShadowsPassLeavesItOut) {
+    TrenderOptions withPass = renderOptions(kW, kH, 2);
+    withPass.passes = {"noShadows"};
     TrenderRun plain = renderShadowScene(false, true);
-    TrenderRun shadowed = renderShadowScene(true, true);
+    TrenderRun shadowed = renderShadowScene(true, true, withPass);
     ASSERT_TRUE(plain.ok) << plain.error;
     ASSERT_TRUE(shadowed.ok) << shadowed.error;
     int sx, sy, ox, oy;
@@ -204,6 +208,11 @@ TEST(RenderLighting, RayTracedShadowDarkensTheFloorBehindASphere) {
     int bx, by;
     pixelOf({-0.2f, 0.2f, 0.4f}, bx, by);
     EXPECT_NEAR(rgb(shadowed.image, bx, by).x, rgb(plain.image, bx, by).x, 1e-4f);
+
+    const TimageLayer* pass = shadowed.image.layer("noShadows");
+    ASSERT_NE(pass, nullptr);
+    ASSERT_EQ(pass->pixels.size(), plain.image.data().size());
+    for (size_t i = 0; i < pass->pixels.size(); ++i) EXPECT_NEAR(pass->pixels[i], plain.image.data()[i], 1e-5f) << i;
 }
 
 namespace {

@@ -55,7 +55,7 @@ unsigned coveredPixels(const TframeBuffer& image) {
 }
 }  // namespace
 
-TEST(RenderRun, TheSameImageWhateverTheThreadsAndHoweverOftenRendered) {
+TEST(RenderRun, TheSameImageWhateverTheThreadsHoweverOftenRenderedAndInAnyRegion) {
     TtestTempDir dir;
     std::string text = busyScene(dir.path().string());
     TrenderRun one = renderText(text, options(1), dir.file("scene.json"));
@@ -79,13 +79,9 @@ TEST(RenderRun, TheSameImageWhateverTheThreadsAndHoweverOftenRendered) {
     TrenderRun other = renderText(text, options(2, 1), dir.file("scene.json"));
     ASSERT_TRUE(other.ok);
     EXPECT_FALSE(sameBits(two.image, other.image));
-}
 
-TEST(RenderRun, ARegionMatchesTheFullImageInsideAndIsEmptyOutside) {
-    TtestTempDir dir;
-    std::string text = busyScene(dir.path().string());
-    TrenderRun full = renderText(text, options(2), dir.file("scene.json"));
-    ASSERT_TRUE(full.ok) << full.error;
+    // A region matches the full image inside and is empty outside.
+    const TframeBuffer& full = two.image;
     struct Region {
         int x0, y0, x1, y1;
     };
@@ -102,7 +98,7 @@ TEST(RenderRun, ARegionMatchesTheFullImageInsideAndIsEmptyOutside) {
             for (int x = 0; x < 61; ++x) {
                 const bool in = x >= r.x0 && x < r.x1 && y >= r.y0 && y < r.y1;
                 const float* p = part.image.pixel(x, y);
-                const float* f = full.image.pixel(x, y);
+                const float* f = full.pixel(x, y);
                 for (int c = 0; c < 4; ++c) wrong += in ? p[c] != f[c] : p[c] != 0.0f;
                 inside += in && f[3] > 0;
             }
@@ -134,16 +130,14 @@ TEST(RenderRun, BadInputIsReportedWithTheFileName) {
         writeFile(scene, c.text);
         TframeBuffer image;
         std::string error;
-        TrenderOptions o;
-        o.width = 8, o.height = 8, o.threads = 1;
-        EXPECT_FALSE(renderSceneFile(scene, o, image, error));
+        EXPECT_FALSE(renderSceneFile(scene, renderOptions(8, 8), image, error));
         EXPECT_NE(error.find(scene.substr(scene.find_last_of('/') + 1)), std::string::npos) << error;
         EXPECT_NE(error.find(c.expected), std::string::npos) << error;
     }
     // A region outside the image is refused too.
     writeFile(scene, sceneText(""));
-    TrenderOptions o;
-    o.width = 8, o.height = 8, o.useRegion = true, o.regionX0 = 20, o.regionY0 = 0, o.regionX1 = 30, o.regionY1 = 4;
+    TrenderOptions o = renderOptions(8, 8);
+    o.useRegion = true, o.regionX0 = 20, o.regionY0 = 0, o.regionX1 = 30, o.regionY1 = 4;
     TframeBuffer image;
     std::string error;
     EXPECT_FALSE(renderSceneFile(scene, o, image, error));
@@ -156,9 +150,7 @@ TEST(RenderRun, AGroupThatCannotShadeDrawsTheDefaultColourWithOneWarning) {
         {"type": "transform", "name": "r", "attributes": {"translate": [1, 0, 0]}},
         {"type": "sphere", "name": "ball", "parent": ["l", "r"], "attributes": {"radius": 0.8}},
         {"type": "shadingEngine", "name": "emptySG", "members": ["|l|ball", "|r|ball"]})";
-    TrenderOptions o;
-    o.width = 40, o.height = 30, o.threads = 2, o.samplesPerPixel = 1;
-    TrenderRun run = renderText(sceneText(nodes), o);
+    TrenderRun run = renderText(sceneText(nodes), renderOptions(40, 30, 2));
     ASSERT_TRUE(run.ok) << run.error;
     ASSERT_EQ(run.warnings.size(), 1u);
     EXPECT_NE(run.warnings[0].find("emptySG"), std::string::npos);

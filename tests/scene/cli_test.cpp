@@ -33,33 +33,26 @@ const char* const kLibraryTypes[] = {"objectSet", "shadingEngine", "transform"};
 TEST(CommandLineNodes, ListsEveryTypeWithItsTagAndFacts) {
     TprogramRun r = run({"nodes"});
     ASSERT_EQ(r.status, 0) << r.err;
-    auto rows = rowsOf(r.out);
-    for (const char* name : kLibraryTypes) {
-        TdependNodeMetaClass* type = TdependGraph::findNodeType(name);
-        ASSERT_NE(type, nullptr);
-        bool found = false;
-        for (auto& row : rows)
-            if (row[0] == name) {
-                found = true;
-                ASSERT_GE(row.size(), 5u);
-                EXPECT_EQ(row[1], type->fIffTag().asString());
-                EXPECT_EQ(row[3], type->fApiTypeName);
-                EXPECT_EQ(row.back(), type->fMpSafe() ? "yes" : "no");
-            }
-        EXPECT_TRUE(found) << name;
-    }
-
     TprogramRun json = run({"nodes", "--json"});
     ASSERT_EQ(json.status, 0) << json.err;
+    const auto rows = rowsOf(r.out);
     TsceneJson list = TsceneJson::parse(json.out);
     ASSERT_TRUE(list.is_array());
     for (const char* name : kLibraryTypes) {
+        SCOPED_TRACE(name);
         TdependNodeMetaClass* type = TdependGraph::findNodeType(name);
-        auto it = std::find_if(list.begin(), list.end(), [&](const TsceneJson& e) { return e["type"] == name; });
-        ASSERT_NE(it, list.end()) << name;
-        EXPECT_EQ((*it)["tag"], type->fIffTag().asString());
-        EXPECT_EQ((*it)["apiTypeNumber"], type->fApiType);
-        EXPECT_EQ((*it)["mpSafe"], type->fMpSafe());
+        ASSERT_NE(type, nullptr);
+        auto row = std::find_if(rows.begin(), rows.end(), [&](const std::vector<std::string>& w) { return w[0] == name; });
+        ASSERT_NE(row, rows.end());
+        ASSERT_GE(row->size(), 5u);
+        EXPECT_EQ((*row)[1], type->fIffTag().asString());
+        EXPECT_EQ((*row)[3], type->fApiTypeName);
+        EXPECT_EQ(row->back(), type->fMpSafe() ? "yes" : "no");
+        auto entry = std::find_if(list.begin(), list.end(), [&](const TsceneJson& e) { return e["type"] == name; });
+        ASSERT_NE(entry, list.end());
+        EXPECT_EQ((*entry)["tag"], type->fIffTag().asString());
+        EXPECT_EQ((*entry)["apiTypeNumber"], type->fApiType);
+        EXPECT_EQ((*entry)["mpSafe"], type->fMpSafe());
     }
     // An unknown type is a usage error in this form too, with no list at all.
     TprogramRun unknown = run({"nodes", "noSuchType", "--json"});

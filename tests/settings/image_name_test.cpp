@@ -100,20 +100,15 @@ TEST(ImageNameExpansion, SeparatorsStandOnlyBeforeAValue) {
         const char* withValue;  // value "v"
     };
     const Tcase forms[] = {{"%", "v"}, {"%_", "_v"}, {"%-", "-v"}, {"%/", "v/"}, {"%.", ".v"}};
-    for (const char key : {'s', 'l', 'c', 'e', 'v'}) {
+    // Each key and the input it stands for.
+    const std::pair<char, std::string Tinputs::*> keys[] = {
+        {'s', &Tinputs::scene}, {'l', &Tinputs::layer}, {'c', &Tinputs::camera}, {'e', &Tinputs::extension}, {'v', &Tinputs::version}};
+    for (const auto& [key, field] : keys) {
         for (const Tcase& form : forms) {
             const std::string pattern = std::string("A") + form.token + key + "B";
             Tinputs full, empty;
-            for (Tinputs* in : {&full, &empty}) {
-                const std::string value = in == &full ? "v" : "";
-                switch (key) {
-                    case 's': in->scene = value; break;
-                    case 'l': in->layer = value; break;
-                    case 'c': in->camera = value; break;
-                    case 'e': in->extension = value; break;
-                    case 'v': in->version = value; break;
-                }
-            }
+            full.*field = "v";
+            empty.*field = "";
             EXPECT_EQ(expand(pattern, full), std::string("A") + form.withValue + "B") << pattern;
             EXPECT_EQ(expand(pattern, empty), "AB") << pattern << " with an empty value";
         }
@@ -301,8 +296,7 @@ TEST(ImageNameEndings, FourEndingsInOrder) {
 TEST(ImageNameThreads, FirstUseFromManyThreadsAgrees) {
     TcommandCapture quiet;  // repairs warn
     // The expressions are built on first use; threads racing into it must
-    // all see them whole.
-    const std::string expected = expand("%/c%s.%4n.%e");
+    // all see them whole (run alone, nothing here uses them first).
     std::vector<std::thread> threads;
     std::vector<int> mismatches(4, 0);
     for (int t = 0; t < 4; ++t)
@@ -318,5 +312,4 @@ TEST(ImageNameThreads, FirstUseFromManyThreadsAgrees) {
         });
     for (auto& th : threads) th.join();
     for (int m : mismatches) EXPECT_EQ(m, 0);
-    EXPECT_EQ(expected, "persp/shot.0007.iff");
 }

@@ -58,7 +58,6 @@ TEST_F(RenderGlobalsNaming, EachSchemeWithAndWithoutANumberInThePrefix) {
             EXPECT_EQ(settings("img.%3n", selector).namePattern().str(), c.numbered) << selector;
             EXPECT_EQ(settings("", selector).namePattern().str(), c.empty) << selector;
         }
-        EXPECT_EQ(settings("img", c.digit).namingScheme(), settings("img", c.label).namingScheme());
     }
     // A prefix that places the extension itself gets none added.
     EXPECT_EQ(settings("img.%e", "name.#.ext").namePattern().str(), "img.%e.%4n");

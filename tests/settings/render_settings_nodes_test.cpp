@@ -86,20 +86,6 @@ TEST_F(RenderSettingsNodes, EveryGraphHasOneOfEach) {
     }
 }
 
-TEST(RenderSettingsClasses, FactsMatchTheClassTable) {
-    const TnodeClassInfo infos[] = {TdnRenderGlobals::kInfo, TdnRenderQuality::kInfo, TdnResolution::kInfo};
-    for (const TnodeClassInfo& info : infos) {
-        const TnodeClassFacts* facts = findNodeClassFacts(info.className);
-        ASSERT_NE(facts, nullptr) << info.className;
-        EXPECT_STREQ(info.typeName, facts->typeName);
-        EXPECT_STREQ(info.iffTag, facts->iffTag);
-        EXPECT_STREQ(info.classification, facts->classification);
-        EXPECT_EQ(info.mpSafe, nodeClassIsMpSafe(info.className));
-    }
-    EXPECT_EQ(TdnRenderGlobals::sTypeName().str(), "renderGlobals");
-    EXPECT_EQ(TclassificationMgr::getClassification("resolution").str(), "renderGlobal/resolution");
-}
-
 TEST_F(RenderSettingsNodes, AttributeNamesAsScenesWriteThem) {
     expectNames(globals(),
                 "macCodec macc macDepth macd macQual macq comFrrt mcfr renderAll ra ignoreFilmGate ifg quality qual "

@@ -22,6 +22,19 @@ std::vector<TprobeSample> cyclingSamples() {
     for (unsigned i = 0; i < in.size(); ++i) in[i].point.x = weights[(i / 5) % 3];
     return in;
 }
+
+// The group's program as the listing command prints it.
+std::string listingOf(TutilityNetwork& net) {
+    std::string listing, error;
+    EXPECT_TRUE(shadingProgramListing(net.graph, "test", net.group->name().asC(), "surfaceColorTransparency", listing, error)) << error;
+    return listing;
+}
+
+size_t occurrences(const std::string& text, const std::string& part) {
+    size_t n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+    return n;
+}
 }  // namespace
 
 // A blender driven per sample reads each colour for the samples that weigh
@@ -56,8 +69,7 @@ TEST(LazyInputs, BlendReadsEachColourOnlyWhereItsWeightIsNotZero) {
         if (driven) {
             EXPECT_LT(needFirst + needSecond, 2 * 64) << "the samples must leave some colour unread";
         } else {
-            std::string listing, error;
-            ASSERT_TRUE(shadingProgramListing(net.graph, "test", net.group->name().asC(), "surfaceColorTransparency", listing, error)) << error;
+            const std::string listing = listingOf(net);
             EXPECT_EQ(listing.find("segments: 1\n") != std::string::npos, needFirst && needSecond) << listing;
         }
         expectSameBits(out, net.pull(in));
@@ -109,11 +121,8 @@ TEST(LazyInputs, ConditionReadsEachColourOnlyForItsRuns) {
         } else {
             net.toColor(cond, TdnCondition::saOutColor());
         }
-        std::string listing, error;
-        ASSERT_TRUE(shadingProgramListing(net.graph, "test", net.group->name().asC(), "surfaceColorTransparency", listing, error)) << error;
-        size_t writesInto = 0;
-        for (size_t at = listing.find("writes into"); at != std::string::npos; at = listing.find("writes into", at + 1)) ++writesInto;
-        EXPECT_EQ(writesInto, wiring == kWhole ? 2u : 0u) << listing;
+        const std::string listing = listingOf(net);
+        EXPECT_EQ(occurrences(listing, "writes into"), wiring == kWhole ? 2u : 0u) << listing;
 
         auto in = cyclingSamples();
         auto out = net.shade(in);
@@ -151,15 +160,9 @@ TEST(LazyInputs, NestedConditionsComputeEachColourForItsSamplesOnly) {
     TdependNode* inner = condition(0.6f, Tplug(yes, &TutilityTestSource::saOutB()), Tplug(no, &TutilityTestSource::saOutA()));
     TdependNode* outer = condition(0.3f, Tplug(inner, &TdnCondition::saOutColor()), Tplug(other, &TutilityTestSource::saOutA()));
     net.toColor(outer, TdnCondition::saOutColor());
-    std::string listing, error;
-    ASSERT_TRUE(shadingProgramListing(net.graph, "test", net.group->name().asC(), "surfaceColorTransparency", listing, error)) << error;
-    auto count = [&](const std::string& text) {
-        size_t n = 0;
-        for (size_t at = listing.find(text); at != std::string::npos; at = listing.find(text, at + 1)) ++n;
-        return n;
-    };
-    EXPECT_EQ(count("writes into " + std::string(inner->name().asC())), 0u) << listing;
-    EXPECT_EQ(count("writes into " + std::string(outer->name().asC())), 2u) << listing;
+    const std::string listing = listingOf(net);
+    EXPECT_EQ(occurrences(listing, "writes into " + std::string(inner->name().asC())), 0u) << listing;
+    EXPECT_EQ(occurrences(listing, "writes into " + std::string(outer->name().asC())), 2u) << listing;
 
     // x cycles through 1, 0.3 and 0: the first sample is the inner true colour's.
     auto in = cyclingSamples();
@@ -199,8 +202,7 @@ TEST(LazyInputs, SourceTheStraightLineReadsRunsFirstNotOnDemand) {
     net.connect(shared, TutilityTestSource::saOutA(), blend, TdnBlendColors::saColor2());
     net.toColor(blend, TdnBlendColors::saOutput());
 
-    std::string listing, error;
-    ASSERT_TRUE(shadingProgramListing(net.graph, "test", net.group->name().asC(), "surfaceColorTransparency", listing, error)) << error;
+    const std::string listing = listingOf(net);
     // The two branches stay on demand; the shared source does not.
     EXPECT_NE(listing.find("segments: 3\n"), std::string::npos) << listing;
 
@@ -278,15 +280,12 @@ TEST(VectorProduct, ProductsNormalisationAndZeroLength) {
     }
     // Parallel inputs, cross product, normalised: (0, 0, 1) and one warning
     // naming the node.
-    TdependGraph graph;
-    TdependNode* node = graph.createNode("vectorProduct");
-    short op = TdnVectorProduct::kCrossProduct;
-    bool on = true;
-    T3Float a(1, 2, 3), b(2, 4, 6);
-    node->setAttributeValue(&TdnVectorProduct::saOperation(), &op);
-    node->setAttributeValue(&TdnVectorProduct::saNormalizeOutput(), &on);
-    node->setAttributeValue(&TdnVectorProduct::saInput1(), &a);
-    node->setAttributeValue(&TdnVectorProduct::saInput2(), &b);
+    TutilityNetwork net;
+    TdependNode* node = net.make("vectorProduct");
+    net.set(node, TdnVectorProduct::saOperation(), short(TdnVectorProduct::kCrossProduct));
+    net.set(node, TdnVectorProduct::saNormalizeOutput(), true);
+    net.set(node, TdnVectorProduct::saInput1(), T3Float(1, 2, 3));
+    net.set(node, TdnVectorProduct::saInput2(), T3Float(2, 4, 6));
     TcommandCapture capture;
     T3Float out;
     ASSERT_TRUE(node->getAttributeValue(&TdnVectorProduct::saOutput(), &out));

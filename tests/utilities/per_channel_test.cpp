@@ -69,9 +69,7 @@ TEST(PerChannelNodes, BatchAndScalarPullAgreeWithClosedForms) {
         ASSERT_EQ(out.size(), in.size());
         for (unsigned i = 0; i < in.size(); ++i) {
             T3Float want = c.expected(in[i].point);
-            EXPECT_NEAR(out[i].color.x, want.x, 1e-5f) << i;
-            EXPECT_NEAR(out[i].color.y, want.y, 1e-5f) << i;
-            EXPECT_NEAR(out[i].color.z, want.z, 1e-5f) << i;
+            for (int k = 0; k < 3; ++k) EXPECT_NEAR(out[i].color[k], want[k], 1e-5f) << i;
         }
     }
 }

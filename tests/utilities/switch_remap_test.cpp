@@ -1,5 +1,5 @@
 // The single, double, triple and quad switches pick each object's element (or the
-// default) through both roads; a switch element can vary per sample; the
+// default) through both roads, and an element can vary per sample; the
 // colour remaps work per channel, directly and in HSV.
 #include <algorithm>
 #include <cmath>
@@ -22,10 +22,11 @@ struct TswitchCase {
     unsigned floats;
     std::function<void(TutilityNetwork&, TdependNode*)> wire;
     std::function<float(const TprobeResult&, unsigned)> read;
+    bool drivenB = false;  // B's element follows the sample's point
 };
 
 std::vector<TswitchCase> switchCases() {
-    return {
+    std::vector<TswitchCase> cases = {
         {"singleShadingSwitch", &TdnSingleSwitch::saInValue(), &TdnSingleSwitch::saDefault(), 1,
          [](TutilityNetwork& net, TdependNode* sw) { net.toColor(sw, TdnSingleSwitch::saOutput()); },
          [](const TprobeResult& r, unsigned) { return r.color.x; }},
@@ -45,6 +46,9 @@ std::vector<TswitchCase> switchCases() {
          },
          [](const TprobeResult& r, unsigned k) { return k < 3 ? r.color[int(k)] : r.transparency.x; }},
     };
+    cases.push_back(cases[2]);
+    cases.back().drivenB = true;
+    return cases;
 }
 
 float elementValue(unsigned element, unsigned k) { return 0.1f * float(element + 1) + 0.01f * float(k); }
@@ -72,9 +76,9 @@ struct TshapeUnderTransform {
 };
 }  // namespace
 
-TEST(ShadingSwitches, EveryKindPicksPerObject) {
+TEST(ShadingSwitches, EveryKindPicksPerObjectAndAnElementMayVaryPerSample) {
     for (const TswitchCase& c : switchCases()) {
-        SCOPED_TRACE(c.type);
+        SCOPED_TRACE(std::string(c.type) + (c.drivenB ? ", B's element driven per sample" : ""));
         TutilityNetwork net;
         TdependNode* sw = net.make(c.type);
         // A is connected by its shape, B by its transform; the stranger not.
@@ -85,6 +89,7 @@ TEST(ShadingSwitches, EveryKindPicksPerObject) {
             for (unsigned k = 0; k < c.floats; ++k) bytes[k] = elementValue(e, k);
             ASSERT_TRUE(sw->setAttributeValue(c.value, bytes, e));
         }
+        if (c.drivenB) net.connect(net.source(), TutilityTestSource::saOutA(), sw, *c.value, int(at[1]));
         float fallback[4] = {0.25f, 0.5f, 0.75f, 0.125f};
         ASSERT_TRUE(sw->setAttributeValue(c.fallback, fallback));
         const Tattribute* shape = sw->attribute(Tstring("inShape"));
@@ -98,31 +103,13 @@ TEST(ShadingSwitches, EveryKindPicksPerObject) {
         ASSERT_EQ(out.size(), in.size());
         for (unsigned i = 0; i < in.size(); ++i)
             for (unsigned k = 0; k < c.floats; ++k) {
+                const float ofB = c.drivenB ? in[i].point[int(k)] : elementValue(at[1], k);
                 float expected = in[i].object == &a.group   ? elementValue(at[0], k)
-                                 : in[i].object == &b.group ? elementValue(at[1], k)
+                                 : in[i].object == &b.group ? ofB
                                                             : fallback[k];
                 EXPECT_EQ(c.read(out[i], k), expected) << "sample " << i << " value " << k;
             }
     }
-}
-
-TEST(ShadingSwitches, AnElementDrivenPerSample) {
-    // Element 2 follows the sample's point; element 0 is a constant.
-    TutilityNetwork net;
-    TdependNode* sw = net.make("tripleShadingSwitch");
-    TshapeUnderTransform a(net), b(net);
-    TutilityTestSource* driver = net.source();
-    const T3Float fixed(0.1f, 0.2f, 0.3f);
-    ASSERT_TRUE(sw->setAttributeValue(&TdnTripleSwitch::saInValue(), &fixed, 0));
-    net.connect(driver, TutilityTestSource::saOutA(), sw, TdnTripleSwitch::saInValue(), 2);
-    net.connect(a.shape, TdependNode::saMessage(), sw, TdnTripleSwitch::saInShape(), 0);
-    net.connect(b.shape, TdependNode::saMessage(), sw, TdnTripleSwitch::saInShape(), 2);
-    net.toColor(sw, TdnTripleSwitch::saOutput());
-    auto in = rampSamples(64);
-    for (unsigned i = 0; i < in.size(); ++i) in[i].object = (i / 5) % 2 ? &b.group : &a.group;
-    auto out = shadeBothWays(net, in);
-    ASSERT_EQ(out.size(), in.size());
-    for (unsigned i = 0; i < in.size(); ++i) EXPECT_EQ(out[i].color, in[i].object == &b.group ? in[i].point : fixed) << i;
 }
 
 TEST(ColorRemaps, RemapColorAndRemapHsvFollowTheirCurvesPerChannel) {

@@ -135,9 +135,8 @@ TEST(FogRender, EnvironmentFogOverATiltedFloorFollowsBeerLambert) {
 TEST(FogRender, VolumeFogSphereFollowsTheChordLength) {
     struct Case {
         double radius, transparency, density;
-        const char* shape;  // the drop-off shape, off here: uniform fog
     };
-    const Case cases[] = {{1.5, 0.5, 1, "Off"}, {3.2, 0.8, 0.6, "Off"}};
+    const Case cases[] = {{1.5, 0.5, 1}, {3.2, 0.8, 0.6}};
     const double floor = 0.8;
     TtestTempDir dir;
     for (const Case& c : cases) {
@@ -147,9 +146,9 @@ TEST(FogRender, VolumeFogSphereFollowsTheChordLength) {
     {"type": "transform", "name": "ballXf", "attributes": {"scale": [%g, %g, %g]}},
     {"type": "renderSphere", "name": "ball", "parent": "ballXf"},
     {"type": "volumeFog", "name": "ballFog", "attributes": {"color": [0, 0, 0], "transparency": [%g, %g, %g], "density": %g,
-      "dropoffShape": "%s"}},
+      "dropoffShape": "Off"}},
     {"type": "shadingEngine", "name": "ballSG", "members": ["|ballXf|ball"]})",
-                      c.radius, c.radius, c.radius, c.transparency, c.transparency, c.transparency, c.density, c.shape);
+                      c.radius, c.radius, c.radius, c.transparency, c.transparency, c.transparency, c.density);
         const TtestImage image =
             render(dir, sceneText(kTopCamera, R"({"translate": [0, -4, 0]})", floor, fog, R"(, ["ballFog.outColor", "ballSG.volumeShader"])"));
         ASSERT_EQ(image.width, kSize);

@@ -301,14 +301,16 @@ TEST(SkyFogWater, RaysAttenuateByTheirPathsInAirAndInWater) {
     EXPECT_EQ(color, gray(0.5));
 }
 
-TEST(SkyFogHeight, SimpleHeightFogThicknessAndBand) {
-    struct Case { double density; bool useHeight; T4dDblPoint p; T4dDblVector d; double distance, length; bool fogged; };
+TEST(SkyFogHeight, SimpleHeightFogThicknessBandAndRamps) {
+    struct Case { double density; bool useHeight; T4dDblPoint p; T4dDblVector d; double distance, length; bool fogged; double decay = 0; };
     const Case cases[] = {
         {0.5, false, {0, 0, 0}, {0, 0, 1}, 10, 10, true},
         {0.5, true, {0, 5, 0}, {0, 1, 0}, 100, 5, true},  // leaves the band [0, 10] at its top
         {0.5, true, {0, 5, 0}, {1, 0, 0}, 2, 10, true},   // level in the band: the band's height, deliberately
         {0.5, true, {0, 20, 0}, {1, 0, 0}, 2, 0, false},  // level outside
         {0.5, true, {0, 20, 0}, {0, 1, 0}, 5, 0, false},  // going away from the band
+        {0.5, true, {0, 1, 0}, {1, 0, 0}, 3, 2.5, true, 4},  // a quarter of the way up the ramp at the foot: a quarter of the band
+        {0.5, true, {0, 5, 0}, {1, 0, 0}, 3, 10, true, 4},   // in the middle neither ramp applies
     };
     for (const Case& c : cases) {
         TskyFog fog;
@@ -316,6 +318,7 @@ TEST(SkyFogHeight, SimpleHeightFogThicknessAndBand) {
         fog.setFogDensity(c.density);
         fog.setFogColor({0.2, 0.5, 1});
         fog.setUseHeight(c.useHeight);
+        fog.setFogDecay(c.decay);
         fog.init();
         T3Double color, transparency;
         const bool fogged = fog.getFog(c.p, c.d, c.distance, color, transparency);
@@ -348,21 +351,4 @@ TEST(SkyFogHeight, ZeroDensityMeansInfiniteThicknessAndNoOpacity) {
     EXPECT_EQ(color, gray(0));
     fog.setFogDensity(-1);
     EXPECT_FALSE(fog.getToviFog({0, 0, 0}, {0, 0, 1}, 1, color, transparency));
-}
-
-TEST(SkyFogHeight, DecayRampsNearTheBandEdges) {
-    TskyFog fog;
-    fog.setFogType(kSimpleHeightFog);
-    fog.setFogDensity(0.5);
-    fog.setColorBasedTransp(false);
-    fog.setUseHeight(true);
-    fog.setFogDecay(4);
-    fog.init();
-    // From height 1, 1/4 of the way up the ramp, level: band length 10 scaled by 0.25.
-    T3Double color, transparency;
-    fog.getFog({0, 1, 0}, {1, 0, 0}, 3, color, transparency);
-    EXPECT_NEAR(transparency.x, std::exp(-10 * 0.5 * 0.25), 1e-12);
-    // In the middle neither ramp applies.
-    fog.getFog({0, 5, 0}, {1, 0, 0}, 3, color, transparency);
-    EXPECT_NEAR(transparency.x, std::exp(-10 * 0.5), 1e-12);
 }
