@@ -13,14 +13,17 @@
 #include "textures/texture_2d.h"
 
 // Shades `texture` (already shown by `net`) over `uvs` and compares every
-// sample's colour with the scalar pull of the same node at the same UV.
+// sample's colour with the scalar pull of the same node at the same UV. The
+// pulls come first, outside a render: inside one, a node that settles its
+// values per render would answer the pull from what the batch reads too.
 inline void expectBatchEqualsPull(TtextureNetwork& net, TdependNode* texture, const std::vector<T2Float>& uvs, T2Float size,
                                   const char* what, float tolerance = 1e-5f) {
+    ASSERT_FALSE(net.session) << what << ": the render is already open";
+    std::vector<T3Float> pulled;
+    for (const T2Float& uv : uvs) pulled.push_back(pullTexture(texture, uv, size).colour);
     TtextureBatch batch = net.shade(uvs, size);
-    for (unsigned i = 0; i < uvs.size(); ++i) {
-        expectNear(batch.colour(i), pullTexture(texture, uvs[i], size).colour, std::string(what) + " sample " + std::to_string(i),
-                   tolerance);
-    }
+    for (unsigned i = 0; i < uvs.size(); ++i)
+        expectNear(batch.colour(i), pulled[i], std::string(what) + " sample " + std::to_string(i), tolerance);
 }
 
 struct Tstats {
