@@ -54,8 +54,9 @@ struct Tscript {
     }
     // Reclaims until the list is empty; the names in eviction order.
     std::string drain() {
+        // Bounded: a broken list could hand out the same entry for ever.
         const size_t before = evicted.size();
-        while (cache.reclaim() == 0) {
+        for (size_t k = 0; k <= proxies.size() && cache.reclaim() == 0; ++k) {
         }
         return evicted.substr(before);
     }
