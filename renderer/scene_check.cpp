@@ -73,6 +73,7 @@ public:
         settings();
         camera();
         shapes();
+        scales();
         lights();
         groups();
     }
@@ -98,6 +99,7 @@ private:
     void camera();
     void shapes();
     void shapePath(TdependNode* shape, const TdagPath& path, const TtriangleMesh* mesh);
+    void scales();
     void lights();
     void groups();
     void loops(TDNshadingEngine* group);
@@ -107,6 +109,14 @@ private:
     const TsceneCheckOptions& fOptions;
     std::vector<TsceneIssue>& fIssues;
     std::set<const TdependNode*> fBadNodes;
+    // Where rays may start: the camera and every drawn shape, in world units.
+    double fSceneReach = 0;
+    struct Placed {
+        TdependNode* shape;
+        std::string path;
+        Tmatrix objectToWorld;
+    };
+    std::vector<Placed> fPlaced;
 };
 
 // NaN and infinite values. Colours and the values that place things (every
@@ -192,6 +202,8 @@ void Checker::camera() {
               "camera " + quoted(cam->name().str()) + " is scaled to nothing on an axis: it has no view");
     } else if (std::string far = reachProblem(cameraToWorld, T3Float(), T3Float()); !far.empty()) {
         error(cam, "", "camera " + quoted(path.fullPathName()) + " " + far);
+    } else {
+        fSceneReach = std::max(fSceneReach, farthestReach(cameraToWorld, T3Float(), T3Float()));
     }
     bool orthographic = renderValueOf<bool>(cam, vs.orthographic, false);
     auto positive = [&](const TattributeFloat& a, const char* what) {
@@ -278,7 +290,12 @@ void Checker::shapePath(TdependNode* shape, const TdagPath& path, const Ttriangl
     } else if (mesh) {
         meshBounds(*mesh, lo, hi);
     }
-    if (std::string far = reachProblem(objectToWorld, lo, hi); !far.empty()) error(shape, "", quoted(path.fullPathName()) + " " + far);
+    if (std::string far = reachProblem(objectToWorld, lo, hi); !far.empty()) {
+        error(shape, "", quoted(path.fullPathName()) + " " + far);
+    } else {
+        fSceneReach = std::max(fSceneReach, farthestReach(objectToWorld, lo, hi));
+        fPlaced.push_back({shape, path.fullPathName(), objectToWorld});
+    }
 
     bool grouped = false;
     for (TdependNode* node : fGraph.nodes()) {
@@ -290,6 +307,23 @@ void Checker::shapePath(TdependNode* shape, const TdagPath& path, const Ttriangl
     }
     if (!grouped && !isNodeOf<TDNshadingEngine>(fGraph.findNode(TDNshadingEngine::kInitialShadingGroup)))
         warning(shape, "", quoted(path.fullPathName()) + " is in no shading group: it renders in the default colour");
+}
+
+// The tracer meets each shape's rays in the shape's own space: a shape
+// scaled very small beside the rest of the scene takes them there from
+// further than the tracer can hold, though the scene fits in world space.
+void Checker::scales() {
+    for (const Placed& p : fPlaced) {
+        const Tmatrix worldToObject = p.objectToWorld.inverse();
+        double farthest = 0;
+        for (int c = 0; c < 3; ++c) {
+            const double axes = std::fabs(worldToObject.m[0][c]) + std::fabs(worldToObject.m[1][c]) + std::fabs(worldToObject.m[2][c]);
+            farthest = std::max(farthest, axes * fSceneReach + std::fabs(worldToObject.m[3][c]));
+        }
+        if (!(farthest <= TsceneCheck::kMaxObjectCoordinate))
+            error(p.shape, "", quoted(p.path) + " is scaled too small beside the rest of the scene: rays reach it from " + number(farthest) +
+                                   " units in its own space; the renderer works within " + number(TsceneCheck::kMaxObjectCoordinate));
+    }
 }
 
 void Checker::lights() {
@@ -397,7 +431,7 @@ bool isDegenerateTransform(const Tmatrix& m) {
     return !(std::fabs(det) > 1e-12 * scale * scale * scale);
 }
 
-std::string reachProblem(const Tmatrix& objectToWorld, const T3Float& lo, const T3Float& hi) {
+double farthestReach(const Tmatrix& objectToWorld, const T3Float& lo, const T3Float& hi) {
     double farthest = 0;
     for (int corner = 0; corner < 8; ++corner) {
         double p[3] = {corner & 1 ? hi.x : lo.x, corner & 2 ? hi.y : lo.y, corner & 4 ? hi.z : lo.z};
@@ -406,6 +440,11 @@ std::string reachProblem(const Tmatrix& objectToWorld, const T3Float& lo, const 
             farthest = std::isnan(w) ? INFINITY : std::max(farthest, std::fabs(w));
         }
     }
+    return farthest;
+}
+
+std::string reachProblem(const Tmatrix& objectToWorld, const T3Float& lo, const T3Float& hi) {
+    const double farthest = farthestReach(objectToWorld, lo, hi);
     if (farthest <= TsceneCheck::kMaxCoordinate) return "";
     return "reaches " + number(farthest) + " units from the origin; the renderer works within " + number(TsceneCheck::kMaxCoordinate);
 }

@@ -40,6 +40,8 @@ public:
     // may lie: the tracer refuses rays that start much beyond 1.8e18, and
     // secondary rays start on surfaces.
     static constexpr double kMaxCoordinate = 1.0e15;
+    // The same in a shape's own space, where the tracer meets its rays.
+    static constexpr double kMaxObjectCoordinate = 1.0e17;
     // What a render holds per pixel: the float RGBA frame and, while the
     // image is written, a converted copy of it at most as large.
     static constexpr uint64_t kBytesPerPixel = 32;
@@ -60,6 +62,9 @@ private:
 
 // Zero scale on an axis (or a projection): the object has no volume to draw.
 bool isDegenerateTransform(const Tmatrix& objectToWorld);
+// How far from the origin, in world units, an object-space box [lo, hi]
+// placed by `objectToWorld` reaches; infinite when not a number.
+double farthestReach(const Tmatrix& objectToWorld, const T3Float& lo, const T3Float& hi);
 // The message about an object-space box [lo, hi] placed by `objectToWorld`
 // that reaches past kMaxCoordinate, or empty when it fits.
 std::string reachProblem(const Tmatrix& objectToWorld, const T3Float& lo, const T3Float& hi);

@@ -104,6 +104,7 @@ TEST(SceneCheck, FindsEachClassOfProblemOnTheNodeAndAttributeAtFault) {
         {"NaN translation", R"("translate": [-1, 0, 0])", R"("translate": ["nan", 0, 0])", K::kError, "leftXf", "translateX", "is NaN"},
         {"overflowing translation", R"("translate": [-1, 0, 0])", R"("translate": [1e39, 0, 0])", K::kError, "leftXf", "translateX", "is infinite"},
         {"far translation", R"("translate": [-1, 0, 0])", R"("translate": [1e30, 0, 0])", K::kError, "left", "", "reaches 1e+30 units"},
+        {"shape too small beside the scene", R"("translate": [-1, 0, 0])", R"("translate": [-1, 0, 0], "scale": [1e-30, 1e-30, 1e-30])", K::kError, "left", "", "'|holder|leftXf|left' is scaled too small beside the rest of the scene"},
         {"infinite rotation", R"("translate": [-1, 0, 0])", R"("rotate": [0, "-inf", 0])", K::kError, "leftXf", "rotateY", "is infinite"},
         {"zero-scale camera", R"("translate": [0, 0, 10])", R"("translate": [0, 0, 10], "scale": [0, 0, 0])", K::kError, "camXf", "scale", "no view"},
         {"far camera", R"("translate": [0, 0, 10])", R"("translate": [0, 0, 1e16])", K::kError, "cam", "", "reaches 1e+16 units"},
