@@ -91,6 +91,15 @@ TdagPath TrenderScene::sFindCamera(TdependGraph& graph, const std::string& camer
     return TdagPath();
 }
 
+T3Float cameraDirectionToWorld(const TrenderCamera& camera, const T3Float& direction, double* length) {
+    const Tmatrix& m = camera.cameraToWorld;
+    double w[3];
+    for (int c = 0; c < 3; ++c) w[c] = direction.x * m.m[0][c] + direction.y * m.m[1][c] + direction.z * m.m[2][c];
+    const double l = std::sqrt(w[0] * w[0] + w[1] * w[1] + w[2] * w[2]);
+    if (length) *length = l;
+    return T3Float(float(w[0] / l), float(w[1] / l), float(w[2] / l));
+}
+
 bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, const std::string& cameraName, std::string& error) {
     // Whatever the tracer cannot take is refused here, for every caller;
     // meshes are read below and checked as they are. The warnings are for

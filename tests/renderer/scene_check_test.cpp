@@ -234,6 +234,32 @@ TEST(SceneCheck, FrameMemoryAgainstTheClosedForm) {
 // Zero scales, flat and turned, and a tiny whole one are rendered above; here
 // the limits the render cannot show at its scale, and a flattening that
 // leaves no zero row for a careless determinant to find.
+// A camera's scale scales its clip planes and leaves its view alone, however
+// far from 1 it is: a perspective view from a camera scaled by 1e-30, with
+// clip planes 1e30 times further, is the unscaled camera's picture.
+TEST(SceneCheck, ACameraScaledVerySmallSeesWhatItsScaledClipPlanesLetThrough) {
+    auto scene = [](const std::string& scale, const std::string& clips) {
+        std::string text = twoBalls("");
+        const std::string place = R"("translate": [0, 0, 10]})", view = R"("orthographic": true, "orthographicWidth": 4)";
+        text.replace(text.find(place), place.size(), R"("translate": [0, 0, 10)" + scale + "]}");
+        text.replace(text.find(view), view.size(), R"("focalLength": 50)" + clips);
+        return text;
+    };
+    TrenderRun plain = renderText(scene("", ""), renderOptions(kSize, kSize));
+    ASSERT_TRUE(plain.ok) << plain.error;
+    EXPECT_EQ(rgb(plain.image, 5, 8), T3Float(1, 0, 0)) << "the view shows the red ball";
+    TrenderRun tiny = renderText(scene(R"(], "scale": [1e-30, 1e-30, 1e-30)", R"(, "nearClipPlane": 1e28, "farClipPlane": 1e36)"),
+                                 renderOptions(kSize, kSize));
+    ASSERT_TRUE(tiny.ok) << tiny.error;
+    for (int y = 0; y < kSize; ++y)
+        for (int x = 0; x < kSize; ++x)
+            for (int k = 0; k < 4; ++k) ASSERT_NEAR(tiny.image.pixel(x, y)[k], plain.image.pixel(x, y)[k], 1e-5f) << x << " " << y;
+    // With its own clip planes the far clip lies 1e-24 away: nothing shows.
+    TrenderRun clipped = renderText(scene(R"(], "scale": [1e-30, 1e-30, 1e-30)", ""), renderOptions(kSize, kSize));
+    ASSERT_TRUE(clipped.ok) << clipped.error;
+    EXPECT_EQ(rgb(clipped.image, 5, 8), kBackground);
+}
+
 TEST(SceneCheck, DegenerateAndFarTransforms) {
     EXPECT_TRUE(isDegenerateTransform(Tmatrix::scaling(1, 1, 1e-13))) << "a thin sliver";
     EXPECT_FALSE(isDegenerateTransform(Tmatrix::scaling(1e-9, 1e-9, 1e-9))) << "tiny but whole";
