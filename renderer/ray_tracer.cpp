@@ -123,10 +123,9 @@ void TrendererRaySampler::traceShadowRays(TdependNode*, int n, TgenericRay** ray
     for (int i = 0; i < n; ++i) {
         TgenericRay& ray = *rays[i];
         T3Float origin = camera.cameraToWorld.transformPoint(ray.origin);
-        const bool bounded = ray.distance < 1e30f;
-        double toLight = 1;
-        T3Float direction = cameraDirectionToWorld(camera, ray.direction * (bounded ? ray.distance : 1.0f), &toLight);
-        float distance = bounded ? float(toLight) : 1e30f;
+        T3Float toLight = camera.cameraToWorld.transformVector(ray.direction * (ray.distance < 1e30f ? ray.distance : 1.0f));
+        float distance = ray.distance < 1e30f ? length(toLight) : 1e30f;
+        T3Float direction = normalize(ray.distance < 1e30f ? toLight : camera.cameraToWorld.transformVector(ray.direction));
         TworldRay w{origin, direction, bias, std::max(bias, distance - bias)};
         TtraceContext context;
         rtcInitIntersectContext(&context.embree);
@@ -158,7 +157,7 @@ void TrendererRaySampler::traceRays(TdependNode*, int n, TgenericRay** rays, Tsp
             }
             TworldRay& w = world[count];
             w.origin = camera.cameraToWorld.transformPoint(ray.origin);
-            w.direction = cameraDirectionToWorld(camera, ray.direction);
+            w.direction = normalize(camera.cameraToWorld.transformVector(ray.direction));
             w.tNear = fScene.settings().rayBias;
             w.tFar = 1e30f;
             w.depth = ray.rayDepth;

@@ -91,15 +91,6 @@ TdagPath TrenderScene::sFindCamera(TdependGraph& graph, const std::string& camer
     return TdagPath();
 }
 
-T3Float cameraDirectionToWorld(const TrenderCamera& camera, const T3Float& direction, double* length) {
-    const Tmatrix& m = camera.cameraToWorld;
-    double w[3];
-    for (int c = 0; c < 3; ++c) w[c] = direction.x * m.m[0][c] + direction.y * m.m[1][c] + direction.z * m.m[2][c];
-    const double l = std::sqrt(w[0] * w[0] + w[1] * w[1] + w[2] * w[2]);
-    if (length) *length = l;
-    return T3Float(float(w[0] / l), float(w[1] / l), float(w[2] / l));
-}
-
 bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, const std::string& cameraName, std::string& error) {
     // Whatever the tracer cannot take is refused here, for every caller;
     // meshes are read below and checked as they are. The warnings are for
@@ -148,6 +139,8 @@ bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, cons
     }
     fScene = rtcNewScene(fDevice);
 
+    // Where rays may start: the camera, then every shape as it is placed.
+    double sceneReach = farthestReach(fCamera.cameraToWorld, T3Float(), T3Float());
     std::map<TDNshadingEngine*, unsigned> membersSoFar;
     for (TdependNode* node : nodes) {
         if (!isNodeOf<TgeometryShape>(node)) continue;
@@ -210,6 +203,7 @@ bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, cons
                 error = "'" + object->name + "' " + far;
                 return false;
             }
+            sceneReach = std::max(sceneReach, farthestReach(object->objectToWorld, lo, hi));
             std::vector<TdagNode*> prefix = path.nodes();
             while (!prefix.empty() && !object->group) {
                 auto it = memberOf.find(prefix);
@@ -224,9 +218,20 @@ bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, cons
                 if (known == fGroups.end()) fGroups.push_back(object->group);
             }
             object->index = unsigned(fObjects.size());
-            if (!buildGeometry(*object, error)) return false;
             fObjects.push_back(std::move(object));
         }
+    }
+    // The check ran without the meshes; their bounds are known now.
+    if (std::string small = smallScaleProblem(fCamera.cameraToWorld, sceneReach, TsceneCheck::kMaxCoordinate); !small.empty()) {
+        error = "camera '" + fCamera.name + "' " + small;
+        return false;
+    }
+    for (const auto& object : fObjects) {
+        if (std::string small = smallScaleProblem(object->objectToWorld, sceneReach, TsceneCheck::kMaxObjectCoordinate); !small.empty()) {
+            error = "'" + object->name + "' " + small;
+            return false;
+        }
+        if (!buildGeometry(*object, error)) return false;
     }
     rtcCommitScene(fScene);
     return true;

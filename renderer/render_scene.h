@@ -76,11 +76,6 @@ struct TrenderCamera {
     Tmatrix cameraToWorld, worldToCamera;
 };
 
-// A camera-space direction turned into world space, at unit length, with the
-// length it took there in `length`. Worked in double: the direction of a
-// camera scaled very small or very large squares to 0 or to infinity in float.
-T3Float cameraDirectionToWorld(const TrenderCamera& camera, const T3Float& direction, double* length = nullptr);
-
 enum class TpixelFilter { kBox = 0, kTriangle = 1, kGaussian = 2, kBSpline = 3 };
 
 struct TrenderSettings {

@@ -112,11 +112,12 @@ public:
         cameraSpace(x, y, o, d);
         TworldRay r;
         r.origin = fCamera.cameraToWorld.transformPoint(o);
-        double scale = 1;
-        r.direction = cameraDirectionToWorld(fCamera, d, &scale);
+        T3Float wd = fCamera.cameraToWorld.transformVector(d);
+        float scale = length(wd);
+        r.direction = wd * (1 / scale);
         // Clip planes are camera-space distances along the ray.
-        r.tNear = float(fCamera.nearClip * scale);
-        r.tFar = float(fCamera.farClip * scale);
+        r.tNear = fCamera.nearClip * scale;
+        r.tFar = fCamera.farClip * scale;
         return r;
     }
     // The angle one pixel spans, for footprints of rays with no neighbours.

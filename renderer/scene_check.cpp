@@ -109,12 +109,13 @@ private:
     const TsceneCheckOptions& fOptions;
     std::vector<TsceneIssue>& fIssues;
     std::set<const TdependNode*> fBadNodes;
-    // Where rays may start: the camera and every drawn shape, in world units.
+    // Where rays may start: the camera and every drawn shape, in world units;
+    // and what is placed, whose own space must hold that reach.
     double fSceneReach = 0;
     struct Placed {
-        TdependNode* shape;
+        TdependNode* node;  // a shape, or the camera
         std::string path;
-        Tmatrix objectToWorld;
+        Tmatrix toWorld;
     };
     std::vector<Placed> fPlaced;
 };
@@ -204,6 +205,7 @@ void Checker::camera() {
         error(cam, "", "camera " + quoted(path.fullPathName()) + " " + far);
     } else {
         fSceneReach = std::max(fSceneReach, farthestReach(cameraToWorld, T3Float(), T3Float()));
+        fPlaced.push_back({cam, path.fullPathName(), cameraToWorld});
     }
     bool orthographic = renderValueOf<bool>(cam, vs.orthographic, false);
     auto positive = [&](const TattributeFloat& a, const char* what) {
@@ -309,20 +311,16 @@ void Checker::shapePath(TdependNode* shape, const TdagPath& path, const Ttriangl
         warning(shape, "", quoted(path.fullPathName()) + " is in no shading group: it renders in the default colour");
 }
 
-// The tracer meets each shape's rays in the shape's own space: a shape
-// scaled very small beside the rest of the scene takes them there from
-// further than the tracer can hold, though the scene fits in world space.
+// The tracer meets each shape's rays in the shape's own space, and the
+// engine shades in the camera's: a shape or camera scaled very small beside
+// the rest of the scene puts it further off there than they can hold,
+// though it fits in world space.
 void Checker::scales() {
     for (const Placed& p : fPlaced) {
-        const Tmatrix worldToObject = p.objectToWorld.inverse();
-        double farthest = 0;
-        for (int c = 0; c < 3; ++c) {
-            const double axes = std::fabs(worldToObject.m[0][c]) + std::fabs(worldToObject.m[1][c]) + std::fabs(worldToObject.m[2][c]);
-            farthest = std::max(farthest, axes * fSceneReach + std::fabs(worldToObject.m[3][c]));
-        }
-        if (!(farthest <= TsceneCheck::kMaxObjectCoordinate))
-            error(p.shape, "", quoted(p.path) + " is scaled too small beside the rest of the scene: rays reach it from " + number(farthest) +
-                                   " units in its own space; the renderer works within " + number(TsceneCheck::kMaxObjectCoordinate));
+        const bool camera = isNodeOf<Tcamera>(p.node);
+        const double limit = camera ? TsceneCheck::kMaxCoordinate : TsceneCheck::kMaxObjectCoordinate;
+        if (std::string small = smallScaleProblem(p.toWorld, fSceneReach, limit); !small.empty())
+            error(p.node, "", (camera ? "camera " : "") + quoted(p.path) + " " + small);
     }
 }
 
@@ -447,6 +445,18 @@ std::string reachProblem(const Tmatrix& objectToWorld, const T3Float& lo, const 
     const double farthest = farthestReach(objectToWorld, lo, hi);
     if (farthest <= TsceneCheck::kMaxCoordinate) return "";
     return "reaches " + number(farthest) + " units from the origin; the renderer works within " + number(TsceneCheck::kMaxCoordinate);
+}
+
+std::string smallScaleProblem(const Tmatrix& toWorld, double sceneReach, double limit) {
+    const Tmatrix fromWorld = toWorld.inverse();
+    double farthest = 0;
+    for (int c = 0; c < 3; ++c) {
+        const double axes = std::fabs(fromWorld.m[0][c]) + std::fabs(fromWorld.m[1][c]) + std::fabs(fromWorld.m[2][c]);
+        farthest = std::max(farthest, axes * sceneReach + std::fabs(fromWorld.m[3][c]));
+    }
+    if (farthest <= limit) return "";
+    return "is scaled too small beside the rest of the scene: it reaches " + number(farthest) +
+           " units in its own space; the renderer works within " + number(limit);
 }
 
 void meshBounds(const TtriangleMesh& mesh, T3Float& lo, T3Float& hi) {

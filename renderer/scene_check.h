@@ -68,6 +68,11 @@ double farthestReach(const Tmatrix& objectToWorld, const T3Float& lo, const T3Fl
 // The message about an object-space box [lo, hi] placed by `objectToWorld`
 // that reaches past kMaxCoordinate, or empty when it fits.
 std::string reachProblem(const Tmatrix& objectToWorld, const T3Float& lo, const T3Float& hi);
+// The message about a shape or camera placed by `toWorld` whose own space
+// puts a scene reaching `sceneReach` world units past `limit`, or empty when
+// it fits. The tracer meets a shape's rays in the shape's space
+// (kMaxObjectCoordinate); the engine shades in the camera's (kMaxCoordinate).
+std::string smallScaleProblem(const Tmatrix& toWorld, double sceneReach, double limit);
 // Object-space bounds of a mesh's positions.
 void meshBounds(const TtriangleMesh& mesh, T3Float& lo, T3Float& hi);
 // The message about a width x height frame that the machine's memory cannot
