@@ -150,7 +150,7 @@ bool TdnLambert::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
     int pass = currentRenderPassControl;
     if (a == &attrOutColor() || a == &attrOutGlowColor() || (a == &attrOutMatteOpacity() && pass == kPassShadow)) {
         forEachChunk(start, count, [&](unsigned s, unsigned n) {
-            computeLambert(plug, block, s, n);
+            computeLambert(plug, block, s, n, TlightReader(block, attrLightData()));
             finishColor(plug, block, s, n);
         });
         block.setClean(attrOutColor());
@@ -178,8 +178,7 @@ void TdnLambert::readTransparency(TdataBlock& block, unsigned start, unsigned co
     });
 }
 
-void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start, unsigned count) {
-    TlightReader lights(block, attrLightData());
+void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned start, unsigned count, const TlightReader& lights) {
     TdataHandle normal = block.inputValue(attrNormalCamera(), start, count);
     TdataHandle translucence = settledOrRead(fTranslucence, block, attrTranslucenceCoeff(), start, count);
     TdataHandle color = settledOrRead(fColor, block, attrColor(), start, count);
@@ -288,6 +287,8 @@ void TdnLambert::computeBlackHole(const Tplug&, TdataBlock& block, unsigned star
 // ---------------------------------------------------------------- transparency and refraction
 
 void TdnLambert::computeTransparency(const Tplug&, TdataBlock& block, unsigned start, unsigned count) {
+    // The usual material: its transparency and surface settings are its own for the render.
+    if (fTransparency.settled && writeSettledSurfaceTransparency(surface(), block, start, count, fTransparency.value)) return;
     TdataHandle t = settledOrRead(fTransparency, block, attrTransparency(), start, count);
     if (!t.isVariable()) {
         const T3Float one = t.asFloat3(start);

@@ -19,6 +19,7 @@
 #include "shading/ray_sampler.h"
 
 class TlightCallbacks;
+class TlightReader;
 
 struct TdnVSLambert : TsurfaceDescription {
     // What the artist sets.
@@ -158,7 +159,8 @@ protected:
 
     // The pieces the specular family reuses. All work on at most kChunk
     // samples; vectorComputePlug cuts longer runs.
-    void computeLambert(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count);
+    // `lights` are the batch's, found by the caller (a specular surface reads them too).
+    void computeLambert(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count, const TlightReader& lights);
     void computeTransparency(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count);
     void computeBlackHole(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count);
     void accumulateRefraction(TraySampler* sampler, TdataBlock& block, unsigned start, unsigned count, T3Float* accumulator);

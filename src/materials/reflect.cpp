@@ -38,7 +38,7 @@ bool TdnVSReflect::setupDependencies(TdependencyMatrix& m) {
 void TdnReflect::getSpecularColor(T3Float& value) { getAttributeValue(&attrSpecularColor(), &value); }
 
 void TdnReflect::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
-    TdnLambert::shadingNodeOnDemand(plug, block);
+    TnodeClass::shadingNodeOnDemand(plug, block);
     float reflectivity = 0;
     getAttributeValue(&attrReflectivity(), &reflectivity);
     bool driven = sourceOf(Tplug(this, &attrReflectivity())) != nullptr;
@@ -49,8 +49,8 @@ void TdnReflect::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
 }
 
 void TdnReflect::computeReflection(const Tplug&, TdataBlock& block, unsigned start, unsigned count) {
-    TdataHandle reflectedColor = block.inputValue(attrReflectedColor(), start, count);
-    TdataHandle reflectivity = block.inputValue(attrReflectivity(), start, count);
+    TdataHandle reflectedColor = settledOrRead(fReflectedColor, block, attrReflectedColor(), start, count);
+    TdataHandle reflectivity = settledOrRead(fReflectivity, block, attrReflectivity(), start, count);
     TscratchArray<T3Float, kChunk> reflected;
     float weight[kChunk];
     for (unsigned i = start; i < start + count; ++i) {

@@ -22,7 +22,7 @@ struct TdnVSReflect : TdependNodeVS {
     bool setupDependencies(TdependencyMatrix& m) override;
 };
 
-class TdnReflect : public TnodeClass<TdnReflect, TdnLambert, TdnVSReflect> {
+class TdnReflect : public TnodeClass<TdnReflect, TsettlingNode<TdnReflect, TdnLambert>, TdnVSReflect> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnReflect", 0x16A, "kReflect", true);
 
@@ -38,6 +38,15 @@ public:
     // render has a ray sampler.
     void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
     bool needsReflectionRays() const { return fNeedsReflectionRays; }
+    // The inputs every batch of a specular surface reads, settled per
+    // render when nothing drives them (Lambert's are settled beneath).
+    template <class F>
+    void forEachSettled(F&& f) {
+        f(fReflectivity, attrReflectivity());
+        f(fSpecularity, attrReflectionSpecularity());
+        f(fReflectedColor, attrReflectedColor());
+        f(fSpecularColor, attrSpecularColor());
+    }
 
 protected:
     // The reflected colour of each sample into outColor, as scratch: the
@@ -49,6 +58,9 @@ protected:
     // hide source, glow and black hole. Defined where the lobes live.
     template <class Lobe>
     void shadeSpecular(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count, const Lobe& lobe);
+
+    TsettledInput<float> fReflectivity, fSpecularity;
+    TsettledInput<T3Float> fReflectedColor, fSpecularColor;
 
 private:
     bool fNeedsReflectionRays = true;

@@ -24,21 +24,22 @@ void TdnReflect::shadeSpecular(const Tplug& plug, TdataBlock& block, unsigned st
     const int pass = currentRenderPassControl;
     TscratchArray<T3Float, kChunk> S;
     TdataHandle outColor = block.outputValue(attrOutColor(), start, count);
+    // Found once: the diffuse and the specular terms read the same lights.
+    const TlightReader lights(block, attrLightData());
     if (pass != kPassShadow) {
         computeReflection(plug, block, start, count);
-        TdataHandle reflectivity = block.inputValue(attrReflectivity(), start, count);
+        TdataHandle reflectivity = settledOrRead(fReflectivity, block, attrReflectivity(), start, count);
         for (unsigned i = start; i < start + count; ++i)
             S[i - start] = outColor.asFloat3(i) * (reflectivity.asFloat(i) * lobe.reflectionScale(i));
     }
-    computeLambert(plug, block, start, count);
+    computeLambert(plug, block, start, count, lights);
     if (pass != kPassShadow && pass != kPassAmbientOnly) {
         if (pass != kPassNoSpecular) {
-            TlightReader lights(block, attrLightData());
             TdataHandle view = block.inputValue(attrRayDirection(), start, count);
             TdataHandle normal = block.inputValue(attrNormalCamera(), start, count);
             TdataHandle point = block.inputValue(attrPointCamera(), start, count);
             TdataHandle depth = block.inputValue(attrRayDepth(), start, count);
-            TdataHandle specularity = block.inputValue(attrReflectionSpecularity(), start, count);
+            TdataHandle specularity = settledOrRead(fSpecularity, block, attrReflectionSpecularity(), start, count);
             for (unsigned i = start; i < start + count; ++i) {
                 const T3Float& V = view.asFloat3(i);
                 const T3Float& N = normal.asFloat3(i);
@@ -63,9 +64,10 @@ void TdnReflect::shadeSpecular(const Tplug& plug, TdataBlock& block, unsigned st
                 }
             }
         }
-        TdataHandle specularColor = block.inputValue(attrSpecularColor(), start, count);
-        TdataHandle hide = block.inputValue(attrHideSource(), start, count);
-        TdataHandle glow = block.inputValue(attrGlowIntensity(), start, count);
+        const TsurfaceAttributes surface = this->surface();
+        TdataHandle specularColor = settledOrRead(fSpecularColor, block, attrSpecularColor(), start, count);
+        TdataHandle hide = surfaceSetting(surface, &TsettledSurface::hideSource, attrHideSource(), block, start, count);
+        TdataHandle glow = surfaceSetting(surface, &TsettledSurface::glowIntensity, attrGlowIntensity(), block, start, count);
         TdataHandle outGlow = block.outputValue(attrOutGlowColor(), start, count);
         for (unsigned i = start; i < start + count; ++i) {
             T3Float s = lobe.finish(i, mul(S[i - start], specularColor.asFloat3(i)));
@@ -206,9 +208,9 @@ struct TblinnLobe : TlobeBase {
 
 void TdnBlinn::computeBlinn(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count) {
     TblinnLobe lobe;
-    lobe.eccentricity = block.inputValue(attrEccentricity(), start, count);
-    lobe.rollOff = block.inputValue(attrSpecularRollOff(), start, count);
-    lobe.reflectionRolloff = block.inputValue(attrReflectionRolloff(), start, count);
+    lobe.eccentricity = settledOrRead(fEccentricity, block, attrEccentricity(), start, count);
+    lobe.rollOff = settledOrRead(fRollOff, block, attrSpecularRollOff(), start, count);
+    lobe.reflectionRolloff = settledOrRead(fReflectionRolloff, block, attrReflectionRolloff(), start, count);
     lobe.view = block.inputValue(attrRayDirection(), start, count);
     lobe.normal = block.inputValue(attrNormalCamera(), start, count);
     shadeSpecular(plug, block, start, count, lobe);

@@ -55,7 +55,7 @@ struct TdnVSBlinn : TdependNodeVS {
     bool setupDependencies(TdependencyMatrix& m) override;
 };
 
-class TdnBlinn : public TnodeClass<TdnBlinn, TdnReflect, TdnVSBlinn> {
+class TdnBlinn : public TnodeClass<TdnBlinn, TsettlingNode<TdnBlinn, TdnReflect>, TdnVSBlinn> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnBlinn", 0x16D, "kBlinn");
     SN_ATTRIBUTE(Eccentricity, eccentricity)
@@ -63,10 +63,21 @@ public:
     SN_ATTRIBUTE(ReflectionRolloff, reflectionRolloff)
     void getEccentricity(float& value);
     void setEccentricity(float& value);
+    // The lobe's inputs, settled per render when nothing drives them.
+    template <class F>
+    void forEachSettled(F&& f) {
+        f(fEccentricity, attrEccentricity());
+        f(fRollOff, attrSpecularRollOff());
+        f(fReflectionRolloff, attrReflectionRolloff());
+    }
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count) override;
     void computeBlinn(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count);
+
+private:
+    TsettledInput<float> fEccentricity, fRollOff;
+    TsettledInput<bool> fReflectionRolloff;
 };
 
 // ---------------------------------------------------------------- anisotropic

@@ -5,6 +5,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <new>
 
 #include "materials/shading_math.h"
@@ -54,15 +55,6 @@ void* alignedRecords(void* memory) {
         (batch).setUp(alignedRecords(rayMemory), rayBytes, (slots));                                              \
     } while (0)
 
-namespace {
-// A setting over a run: its settled value when the material has one.
-template <class T>
-TdataHandle setting(const TsurfaceAttributes& a, TsettledInput<T> TsettledSurface::*settled, const Tattribute& attribute,
-                    TdataBlock& block, unsigned start, unsigned count) {
-    return a.settled ? settledOrRead(a.settled->*settled, block, attribute, start, count) : block.inputValue(attribute, start, count);
-}
-}  // namespace
-
 TraySampler* surfaceRaySampler(TdataBlock& block, const TsurfaceIO& io, unsigned start, unsigned count) {
     TdataHandle h = block.inputValue(io.raySampler, start, count);
     TraySampler* sampler = h.isNull() ? nullptr : static_cast<TraySampler*>(h.as<void*>(start));
@@ -88,15 +80,17 @@ unsigned refractionSlots(const TsurfaceAttributes& a, TdataBlock& block, unsigne
     return slots;
 }
 
+// The matte of a sample by its mode, gain and transparency.
+T3Float matte(short m, float g, const T3Float& t) {
+    return m == kMatteBlackHole ? splat(kBlackHoleMatte) : m == kMatteSolid ? splat(g) : oneMinus(t) * g;
+}
+
 void writeMatteOpacity(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count, const T3Float* result,
                        bool uniform) {
     const TsurfaceSettings& s = a.settings;
-    TdataHandle mode = setting(a, &TsettledSurface::matteOpacityMode, s.matteOpacityMode, block, start, count);
-    TdataHandle gain = setting(a, &TsettledSurface::matteOpacity, s.matteOpacity, block, start, count);
+    TdataHandle mode = surfaceSetting(a, &TsettledSurface::matteOpacityMode, s.matteOpacityMode, block, start, count);
+    TdataHandle gain = surfaceSetting(a, &TsettledSurface::matteOpacity, s.matteOpacity, block, start, count);
     TdataHandle outMatte = block.outputValue(a.io.outMatteOpacity.whole, start, count);
-    auto matte = [](short m, float g, const T3Float& t) {
-        return m == kMatteBlackHole ? splat(kBlackHoleMatte) : m == kMatteSolid ? splat(g) : oneMinus(t) * g;
-    };
     if (!mode.isVariable() && !gain.isVariable()) {
         // One mode and gain for the batch.
         const short m = mode.asShort(start);
@@ -111,12 +105,34 @@ void writeMatteOpacity(const TsurfaceAttributes& a, TdataBlock& block, unsigned 
     }
     for (unsigned i = start; i < start + count; ++i) outMatte.asFloat3(i) = matte(mode.asShort(i), gain.asFloat(i), result[uniform ? 0 : i - start]);
 }
+
+// One value into every sample of a run, or once into a constant.
+void fillTriples(const TdataHandle& h, unsigned start, unsigned count, const T3Float& value) {
+    auto* p = static_cast<unsigned char*>(h.element(start));
+    const size_t stride = h.stride;
+    if (!h.isVariable()) count = 1;
+    for (unsigned k = 0; k < count; ++k, p += stride) std::memcpy(p, &value, sizeof value);
+}
 }  // namespace
+
+bool writeSettledSurfaceTransparency(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count,
+                                     const T3Float& transparency) {
+    const TsettledSurface* settled = a.settled;
+    if (!settled || !settled->hideSource.settled || !settled->refractions.settled || settled->refractions.value ||
+        !settled->matteOpacityMode.settled || !settled->matteOpacity.settled)
+        return false;
+    const T3Float result = settled->hideSource.value ? splat(1) : transparency;
+    fillTriples(block.outputValue(a.io.outTransparency.whole, start, count), start, count, result);
+    if (currentRenderPassControl != kPassShadow)
+        fillTriples(block.outputValue(a.io.outMatteOpacity.whole, start, count), start, count,
+                    matte(settled->matteOpacityMode.value, settled->matteOpacity.value, result));
+    return true;
+}
 
 void computeSurfaceTransparency(TdependNode* node, const TsurfaceAttributes& a, TdataBlock& block, unsigned start,
                                 unsigned count, const T3Float* transparency, bool uniform) {
     const TsurfaceSettings& s = a.settings;
-    TdataHandle hide = setting(a, &TsettledSurface::hideSource, s.hideSource, block, start, count);
+    TdataHandle hide = surfaceSetting(a, &TsettledSurface::hideSource, s.hideSource, block, start, count);
     TraySampler* sampler = surfaceRefractionSampler(a, block, start, count);
     const unsigned slots = sampler ? refractionSlots(a, block, start, count, hide, transparency, uniform) : 0;
     const bool shadowPass = currentRenderPassControl == kPassShadow;
@@ -292,7 +308,7 @@ float surfaceGlowIntensity(TdependNode& node, const Tattribute& glowIntensity) {
 }
 
 void blackenSurfaceBlackHoles(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count) {
-    TdataHandle mode = setting(a, &TsettledSurface::matteOpacityMode, a.settings.matteOpacityMode, block, start, count);
+    TdataHandle mode = surfaceSetting(a, &TsettledSurface::matteOpacityMode, a.settings.matteOpacityMode, block, start, count);
     if (!mode.isVariable() && mode.asShort(start) != kMatteBlackHole) return;  // the batch has no black hole
     TdataHandle outColor = block.outputValue(a.io.outColor.whole, start, count);
     TdataHandle outGlow = block.outputValue(a.io.outGlowColor.whole, start, count);
@@ -304,8 +320,8 @@ void blackenSurfaceBlackHoles(const TsurfaceAttributes& a, TdataBlock& block, un
 }
 
 void finishSurfaceColor(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count) {
-    TdataHandle hide = setting(a, &TsettledSurface::hideSource, a.settings.hideSource, block, start, count);
-    TdataHandle glow = setting(a, &TsettledSurface::glowIntensity, a.settings.glowIntensity, block, start, count);
+    TdataHandle hide = surfaceSetting(a, &TsettledSurface::hideSource, a.settings.hideSource, block, start, count);
+    TdataHandle glow = surfaceSetting(a, &TsettledSurface::glowIntensity, a.settings.glowIntensity, block, start, count);
     TdataHandle outGlow = block.outputValue(a.io.outGlowColor.whole, start, count);
     if (!hide.isVariable() && !hide.asBool(start) && !glow.isVariable()) {
         // Nothing hidden and one glow for the batch.

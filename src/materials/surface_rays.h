@@ -56,6 +56,13 @@ struct TsurfaceAttributes {
     const TsettledSurface* settled = nullptr;  // none: every setting is read from the block
 };
 
+// A setting over a run: its settled value when the material has one.
+template <class T>
+TdataHandle surfaceSetting(const TsurfaceAttributes& a, TsettledInput<T> TsettledSurface::*settled, const Tattribute& attribute,
+                           TdataBlock& block, unsigned start, unsigned count) {
+    return a.settled ? settledOrRead(a.settled->*settled, block, attribute, start, count) : block.inputValue(attribute, start, count);
+}
+
 // The sampler on the node's input, else the calling render thread's.
 TraySampler* surfaceRaySampler(TdataBlock& block, const TsurfaceIO& io, unsigned start, unsigned count);
 
@@ -93,6 +100,13 @@ void accumulateSurfaceRefraction(TdependNode* node, const TsurfaceAttributes& a,
 // `uniform`: transparency[0] holds the one value of every sample.
 void computeSurfaceTransparency(TdependNode* node, const TsurfaceAttributes& a, TdataBlock& block, unsigned start,
                                 unsigned count, const T3Float* transparency, bool uniform = false);
+
+// outTransparency and outMatteOpacity as computeSurfaceTransparency writes
+// them for one transparency, when every setting they read is settled for
+// the render and refractions are off: no handle to read. False, with
+// nothing written, when the block must be asked.
+bool writeSettledSurfaceTransparency(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count,
+                                     const T3Float& transparency);
 
 // Black colour and glow for samples whose matte mode is "Black Hole".
 // Inline in front: a mode settled to another for the render needs no call.
