@@ -131,7 +131,7 @@ struct TphongLobe : TlobeBase {
 
 SN_SPECULAR_COMPUTE(TdnPhong, {
     TphongLobe lobe;
-    lobe.power = block.inputValue(attrCosinePower(), s, n);
+    lobe.power = settledOrRead(fPower, block, attrCosinePower(), s, n);
     shadeSpecular(plug, block, s, n, lobe);
 })
 
@@ -166,9 +166,9 @@ struct TphongELobe : TlobeBase {
 
 SN_SPECULAR_COMPUTE(TdnPhongE, {
     TphongELobe lobe;
-    lobe.roughness = block.inputValue(attrRoughness(), s, n);
-    lobe.size = block.inputValue(attrHighlightSize(), s, n);
-    lobe.whiteness = block.inputValue(attrWhiteness(), s, n);
+    lobe.roughness = settledOrRead(fRoughness, block, attrRoughness(), s, n);
+    lobe.size = settledOrRead(fSize, block, attrHighlightSize(), s, n);
+    lobe.whiteness = settledOrRead(fWhiteness, block, attrWhiteness(), s, n);
     shadeSpecular(plug, block, s, n, lobe);
 })
 

@@ -13,14 +13,22 @@ struct TdnVSPhong : TdependNodeVS {
     bool setupDependencies(TdependencyMatrix& m) override;
 };
 
-class TdnPhong : public TnodeClass<TdnPhong, TdnReflect, TdnVSPhong> {
+class TdnPhong : public TnodeClass<TdnPhong, TsettlingNode<TdnPhong, TdnReflect>, TdnVSPhong> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnPhong", 0x16B, "kPhong");
     SN_ATTRIBUTE(CosinePower, cosinePower)
     void getCosPower(float& value);
+    // The lobe's input, settled per render when nothing drives it.
+    template <class F>
+    void forEachSettled(F&& f) {
+        f(fPower, attrCosinePower());
+    }
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count) override;
+
+private:
+    TsettledInput<float> fPower;
 };
 
 // ---------------------------------------------------------------- phongE
@@ -34,15 +42,26 @@ struct TdnVSPhongE : TdependNodeVS {
     bool setupDependencies(TdependencyMatrix& m) override;
 };
 
-class TdnPhongE : public TnodeClass<TdnPhongE, TdnReflect, TdnVSPhongE> {
+class TdnPhongE : public TnodeClass<TdnPhongE, TsettlingNode<TdnPhongE, TdnReflect>, TdnVSPhongE> {
 public:
     static constexpr TnodeClassInfo kInfo = renderNodeInfo("TdnPhongE", 0x16C, "kPhongExplorer");
     SN_ATTRIBUTE(Roughness, roughness)
     SN_ATTRIBUTE(HighlightSize, highlightSize)
     SN_COLOR_ATTRIBUTE(Whiteness, whiteness)
+    // The lobe's inputs, settled per render when nothing drives them.
+    template <class F>
+    void forEachSettled(F&& f) {
+        f(fRoughness, attrRoughness());
+        f(fSize, attrHighlightSize());
+        f(fWhiteness, attrWhiteness());
+    }
 
 protected:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned start, unsigned count) override;
+
+private:
+    TsettledInput<float> fRoughness, fSize;
+    TsettledInput<T3Float> fWhiteness;
 };
 
 // ---------------------------------------------------------------- blinn

@@ -251,14 +251,43 @@ TEST(SpecularSurface, BlinnRollOffScalesTheReflection) {
 }
 
 TEST(SpecularSurface, EveryLobeClassShadesItsHighlightBothWays) {
+    // At the mirror with each class's defaults, then 12 degrees off it with
+    // every lobe setting moved from its default: a setting the render
+    // ignored would leave the second highlight at the default lobe's value.
+    const T3Float off = rotate(kMirror, T3Float(1, 0, 0), 12);
+    const TanisotropicFrame frame = anisotropicFrame(T3Float(1, 0, 0), T3Float(0, 1, 0), kNormal, 0);
+    using Settings = std::function<void(TmaterialNetwork&)>;
     struct {
         const char* type;
-        float expectedAtMirror;  // the lobe with the classes' defaults; phong's is the pass test's highlight
+        float expectedAtMirror;  // the lobe with the classes' defaults
+        Settings settings;
+        float expectedOff;  // the lobe off the mirror with those settings
     } cases[] = {
-        {"phongE", phongETint(phongELobe(1.0f, 0.5f, 0.5f), T3Float(0.5f, 0.5f, 0.5f)).x},
-        {"blinn", blinnLobe(kMirror, kView, kNormal, 0.3f, 0.7f)},
-        {"anisotropic", anisotropicLobe(kMirror, kView, anisotropicFrame(T3Float(1, 0, 0), T3Float(0, 1, 0), kNormal, 0), 13, 3, 0.7f, 6)},
-        {"hairTubeShader", hairLobe(kMirror, kView, T3Float(1, 0, 0), kNormal, 20, 5, 5, 0.2f)},
+        {"phong", phongLobe(1.0f, 20), [](TmaterialNetwork& n) { n.set("cosinePower", 7.0f); }, phongLobe(dot(off, kMirror), 7)},
+        {"phongE", phongETint(phongELobe(1.0f, 0.5f, 0.5f), T3Float(0.5f, 0.5f, 0.5f)).x,
+         [](TmaterialNetwork& n) {
+             n.set("roughness", 0.3f);
+             n.set("highlightSize", 0.8f);
+             n.set("whiteness", T3Float(0.9f, 0.9f, 0.9f));
+         },
+         phongETint(phongELobe(dot(off, kMirror), 0.3f, 0.8f), T3Float(0.9f, 0.9f, 0.9f)).x},
+        {"blinn", blinnLobe(kMirror, kView, kNormal, 0.3f, 0.7f),
+         [](TmaterialNetwork& n) {
+             n.set("eccentricity", 0.5f);
+             n.set("specularRollOff", 0.4f);
+         },
+         blinnLobe(off, kView, kNormal, 0.5f, 0.4f)},
+        {"anisotropic", anisotropicLobe(kMirror, kView, frame, 13, 3, 0.7f, 6),
+         [](TmaterialNetwork& n) {
+             n.set("spreadX", 5.0f);
+             n.set("spreadY", 9.0f);
+             n.set("roughness", 0.5f);
+             n.set("fresnelRefractiveIndex", 3.0f);
+         },
+         anisotropicLobe(off, kView, frame, 5, 9, 0.5f, 3)},
+        {"hairTubeShader", hairLobe(kMirror, kView, T3Float(1, 0, 0), kNormal, 20, 5, 5, 0.2f),
+         [](TmaterialNetwork& n) { n.set("specularPower", 9.0f); },
+         hairLobe(off, kView, T3Float(1, 0, 0), kNormal, 9, 5, 5, 0.2f)},
     };
     for (auto& c : cases) {
         SCOPED_TRACE(c.type);
@@ -269,6 +298,12 @@ TEST(SpecularSurface, EveryLobeClassShadesItsHighlightBothWays) {
         EXPECT_GT(c.expectedAtMirror, 0.0f);
         EXPECT_NEAR(r.color.x, 2 * c.expectedAtMirror, 1e-4f * std::max(1.0f, c.expectedAtMirror));
         EXPECT_NEAR(r.color.y, 2 * c.expectedAtMirror * 0.5f, 1e-4f * std::max(1.0f, c.expectedAtMirror));
+
+        c.settings(rig.net);
+        rig.net.setLight(0, distantLight(off, 2, 0, true));
+        r = rig.net.shadeOne(mirrorSample());
+        EXPECT_GT(c.expectedOff, 0.0f);
+        EXPECT_NEAR(r.color.x, 2 * c.expectedOff, 1e-4f * std::max(1.0f, c.expectedOff));
     }
 }
 
