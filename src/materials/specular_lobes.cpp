@@ -104,6 +104,13 @@ float anisotropicReflectionWeight(const T3Float& V, const T3Float& N, float roug
     float ne = std::clamp(-dot(unitOrSelf(N), V), -1.0f, 1.0f);
     if (ne <= 0) return 0;
     float s = smoothShadowing(roughness, ne);
+    if (fresnelIndex <= 1.0001f) {
+        // Both Fresnel terms vanish at an index of 1, the bottom of its
+        // range, where 0 / 0 would blacken the surface with NaN. Their ratio
+        // tends to ((2c^2 - 1)^2 + 1) / 2c^4 as the index tends to 1.
+        const double c2 = double(ne) * double(ne), d = 2 * c2 - 1;
+        return s * s * float((d * d + 1) / (2 * c2 * c2));
+    }
     return s * s * fresnel(std::acos(ne), fresnelIndex) / fresnel0(fresnelIndex);
 }
 

@@ -133,6 +133,13 @@ TEST(SpecularLobes, FloorsAndLimits) {
         EXPECT_NEAR(fresnel(0, n), fresnel0(n), 1e-6f) << n;
         EXPECT_NEAR(fresnel(1.5707963f, n), 1.0f, 1e-4f) << n;
     }
+    // The Fresnel ratio at an index of 1 is its limit, not 0 / 0.
+    for (float ne : {0.3f, 0.9f}) {
+        const T3Float V(0, -std::sqrt(1 - ne * ne), -ne);
+        const float atOne = anisotropicReflectionWeight(V, kNormal, 0.5f, 1.0f);
+        EXPECT_TRUE(std::isfinite(atOne)) << ne;
+        EXPECT_NEAR(atOne, anisotropicReflectionWeight(V, kNormal, 0.5f, 1.00005f), 3e-3f * atOne) << ne;
+    }
     EXPECT_EQ(smoothShadowing(0.5f, 1.0f), 1.0f);
     EXPECT_EQ(smoothShadowing(0.5f, 0.0f), 0.0f);
     EXPECT_LT(smoothShadowing(0.9f, 0.3f), smoothShadowing(0.1f, 0.3f)) << "rough surfaces shadow more";
