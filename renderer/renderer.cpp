@@ -66,6 +66,38 @@ struct Trect {
     int x0, y0, x1, y1;
 };
 
+// Solid and environment textures take the camera's points and rays to the
+// world through their matrixEyeToWorld, which a render sets to its camera's
+// for the frame, as the viewport's bake does, so that the pattern stays put
+// when the camera moves. A connected matrix is the user's; the values the
+// nodes held come back when the frame ends.
+class TeyeToWorldScope {
+public:
+    TeyeToWorldScope(TdependGraph& graph, const Tmatrix& cameraToWorld) {
+        const TfltMatrix eyeToWorld = convertMatrix<float>(cameraToWorld);
+        for (TdependNode* node : graph.nodes()) {
+            const Tattribute* a = node->attribute(Tstring("matrixEyeToWorld"));
+            if (!a || a->size() != sizeof(TfltMatrix) || node->sourceOf(Tplug(node, a))) continue;
+            Tsaved saved{node, a, {}};
+            if (!node->getAttributeValue(a, &saved.value) || !node->setAttributeValue(a, &eyeToWorld)) continue;
+            fSaved.push_back(saved);
+        }
+    }
+    ~TeyeToWorldScope() {
+        for (Tsaved& s : fSaved) s.node->setAttributeValue(s.attribute, &s.value);
+    }
+    TeyeToWorldScope(const TeyeToWorldScope&) = delete;
+    TeyeToWorldScope& operator=(const TeyeToWorldScope&) = delete;
+
+private:
+    struct Tsaved {
+        TdependNode* node;
+        const Tattribute* attribute;
+        TfltMatrix value;
+    };
+    std::vector<Tsaved> fSaved;
+};
+
 // What a file texture's footprint filter needs of the render: how pixels
 // map to the camera, and where relative texture names start.
 void tellFileTextures(const TrenderCamera& camera, int width, int height, const std::string& sceneFile) {
@@ -546,6 +578,7 @@ bool Trenderer::renderPass(TdependGraph& graph, const std::string& sceneFile, co
     // reach each of its objects before it is initialised and analysed, once,
     // here, before any tile.
     TrenderLightShape::setWorldToCamera(scene.camera().worldToCamera);
+    const TeyeToWorldScope eyeToWorld(graph, scene.camera().cameraToWorld);
     const bool linked = linksLights(graph);
     const std::vector<TdependNode*> everyLight = linked ? std::vector<TdependNode*>() : lightsOf(graph);
     for (TDNshadingEngine* group : scene.groups()) {

@@ -161,3 +161,46 @@ TEST(RenderImage, ObjMeshesWithAndWithoutNormalsAndUvs) {
             }
     }
 }
+
+TEST(RenderImage, SolidTexturesStayInTheWorldWhenTheCameraMoves) {
+    // An orthographic camera moved along its view sees every surface point
+    // at the same pixel: a marble that sits in the world renders the same
+    // image, where one left in camera space would shift its veins by the
+    // move. The texture's own matrixEyeToWorld is back after the render.
+    auto scene = [](float cameraZ) {
+        return R"({"nodes": [{"type": "transform", "name": "camXf", "attributes": {"translate": [0, 0, )" +
+               std::to_string(cameraZ) + R"(]}},
+            {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 3}},
+            {"type": "transform", "name": "ballXf"}, {"type": "sphere", "name": "ball", "parent": "ballXf"},
+            {"type": "marble", "name": "veins", "attributes": {"veinWidth": 0.3, "filter": 0}},
+            {"type": "lambert", "name": "ink", "attributes": {"color": [0, 0, 0], "diffuse": 0}},
+            {"type": "shadingEngine", "name": "inkSG", "members": ["|ballXf|ball"]}],
+          "connections": [["veins.outColor", "ink.incandescence"], ["ink.outColor", "inkSG.surfaceShader"]]})";
+    };
+    std::vector<TframeBuffer> images;
+    for (float z : {5.0f, 9.0f}) {
+        TdependGraph graph;
+        TsceneLoader loader;
+        ASSERT_TRUE(loader.loadText(scene(z), "scene.json", graph));
+        Trenderer renderer;
+        TframeBuffer image;
+        std::string error;
+        ASSERT_TRUE(renderer.render(graph, "scene.json", renderOptions(48, 48), image, error)) << error;
+        TdependNode* veins = graph.findNode(Tstring("veins"));
+        ASSERT_NE(veins, nullptr);
+        TfltMatrix held;
+        ASSERT_TRUE(veins->getAttributeValue(veins->attribute(Tstring("matrixEyeToWorld")), &held));
+        EXPECT_TRUE(held == TfltMatrix()) << "the stored matrix is put back";
+        images.push_back(std::move(image));
+    }
+    float lo = 1e30f, hi = -1e30f, worst = 0;
+    for (int y = 0; y < 48; ++y)
+        for (int x = 0; x < 48; ++x) {
+            const float *a = images[0].pixel(x, y), *b = images[1].pixel(x, y);
+            if (a[3] == 0) continue;
+            lo = std::min(lo, a[0]), hi = std::max(hi, a[0]);
+            for (int c = 0; c < 3; ++c) worst = std::max(worst, std::fabs(a[c] - b[c]));
+        }
+    EXPECT_GT(hi - lo, 0.2f) << "the veins show on the ball";
+    EXPECT_LT(worst, 0.01f) << "float rounding of the two camera spaces only";
+}
