@@ -461,6 +461,15 @@ size_t tokenStart(std::string_view text, size_t last) {
     return last;
 }
 
+// The parser refuses a number beyond a double without saying where; the
+// place is found in the text.
+TsceneError numberBeyondDouble(std::string_view text, const std::string& fileName) {
+    std::string number;
+    TtextPosition at = firstNumberBeyondDouble(text, &number);
+    return {fileName, at.line, at.column,
+            "the number " + number + " is beyond the range of a double (about 1.8e308); write \"inf\" or \"-inf\" for an infinite value"};
+}
+
 std::string parseMessage(const std::string& what) {
     // "[json.exception.parse_error.101] parse error at line 1, column 2: <reason>": keep the reason.
     size_t column = what.find("column ");
@@ -517,6 +526,9 @@ bool TsceneLoader::loadText(std::string_view text, const std::string& fileName, 
             offset = tokenStart(text, offset);
         TtextPosition at = textPositionOf(text, offset);
         fErrors.push_back({fileName, at.line, at.column, "malformed JSON: " + message});
+        return false;
+    } catch (const TsceneJson::out_of_range&) {
+        fErrors.push_back(numberBeyondDouble(text, fileName));
         return false;
     }
     TjsonPositions positions;

@@ -91,6 +91,8 @@ TEST(SceneErrors, MalformedJsonPointsAtTheOffendingCharacter) {
         {"duplicate key", "{\"nodes\": [\n  {\"type\": \"transform\", \"name\": \"x\",\n   \"name\": \"y\"}]}", "\"name\"",
          "duplicate key 'name'", 1},
         {"duplicate key spelled with an escape", "{\"nodes\": [], \"n\\u006fdes\": []}", "\"n\\u", "duplicate key 'nodes'"},
+        {"number beyond a double", "{\"nodes\": [\n  {\"type\": \"transform\", \"name\": \"x\", \"attributes\": {\"tx\": -1e400}}]}",
+         "-1e400", "the number -1e400 is beyond the range of a double"},
     };
     for (const Case& c : cases) expectRejected(c);
 }
