@@ -569,8 +569,14 @@ bool TsceneLoader::loadText(std::string_view text, const std::string& fileName, 
 bool TsceneLoader::assignAttribute(TdependNode& node, const std::string& attribute, std::string_view valueText,
                                    const std::string& origin) {
     fErrors.clear();
-    TsceneJson value = TsceneJson::parse(valueText.begin(), valueText.end(), nullptr, false);
-    if (value.is_discarded()) {
+    TsceneJson value;
+    try {
+        value = TsceneJson::parse(valueText.begin(), valueText.end());
+    } catch (const TsceneJson::out_of_range&) {
+        TsceneError e = numberBeyondDouble(valueText, origin);
+        fErrors.push_back({origin, 0, 0, e.message});
+        return false;
+    } catch (const TsceneJson::exception&) {
         fErrors.push_back({origin, 0, 0, "malformed JSON value"});
         return false;
     }
