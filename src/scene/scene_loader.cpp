@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <optional>
 #include <set>
@@ -257,12 +259,19 @@ void Builder::assign(TdependNode* node, const Tattribute* a, Value v, int elemen
             for (size_t i = 0; i < v.json.size(); ++i) assign(node, a, v.item(i), int(i));
         } else if (v.json.is_object()) {
             v.forEachMember([&](const std::string& key, TtextPosition keyAt, Value item) {
-                bool digits = !key.empty() && key.size() <= 9 && std::all_of(key.begin(), key.end(), [](char c) { return c >= '0' && c <= '9'; });
+                bool digits = !key.empty() && std::all_of(key.begin(), key.end(), [](char c) { return c >= '0' && c <= '9'; });
                 if (!digits) {
                     error(keyAt, where + " is a multi: element index " + inQuotes(key) + " is not a whole number from 0");
                     return;
                 }
-                assign(node, a, item, std::stoi(key));
+                // Any index a connection can name, so that a saved file reads back.
+                int index = 0;
+                if (std::from_chars(key.data(), key.data() + key.size(), index).ec != std::errc()) {
+                    error(keyAt, where + " is a multi: element index " + inQuotes(key) + " is larger than the largest, " +
+                                     std::to_string(std::numeric_limits<int>::max()));
+                    return;
+                }
+                assign(node, a, item, index);
             });
         } else {
             error(v.at(), where + " is a multi and takes an object of index to value or an array, not " + describeJsonType(v.json));
