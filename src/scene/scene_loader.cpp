@@ -220,8 +220,20 @@ void Builder::makeNode(Value entry) {
         error(attributes->at(), "'attributes' must be an object, not " + describeJsonType(attributes->json));
         return;
     }
-    attributes->forEachMember(
-        [&](const std::string& key, TtextPosition keyAt, Value v) { attributeEntry(node, key, keyAt, v); });
+    // An attribute given by its long and its short name would have the later
+    // value win without a word.
+    std::map<const Tattribute*, std::string> given;
+    attributes->forEachMember([&](const std::string& key, TtextPosition keyAt, Value v) {
+        if (const Tattribute* a = node->attribute(Tstring(key))) {
+            auto [first, added] = given.emplace(a, key);
+            if (!added) {
+                error(keyAt, inQuotes(key) + " and " + inQuotes(first->second) + " name the same attribute " +
+                                 inQuotes(plugText(*node, *a, Tplug::kNoIndex)) + "; give it once");
+                return;
+            }
+        }
+        attributeEntry(node, key, keyAt, v);
+    });
 }
 
 void Builder::attributeEntry(TdependNode* node, const std::string& key, TtextPosition keyAt, Value v) {

@@ -121,6 +121,7 @@ TEST(SceneErrors, AttributeValues) {
     auto with = [](const std::string& attributes) { return scene({node(kTwo + R"(, "attributes": {)" + attributes + "}")}); };
     const Case cases[] = {
         {"unknown attribute", with(R"("gain": 1, "gian": 2)"), "\"gian\"", "node 'a' of type 'sceneTestNode' has no attribute 'gian'"},
+        {"one attribute by both its names", with(R"("gain": 1, "g": 2)"), "\"g\"", "'g' and 'gain' name the same attribute 'a.gain'"},
         {"string for a number", with(R"("gain": "loud")"), "\"loud\"", "'a.gain' (float) takes a number, not a string"},
         {"number for a string", with(R"("fileName": 3)"), "3", "'a.fileName' (string) takes a string"},
         {"fraction for a whole number", with(R"("steps": 2.5)"), "2.5", "takes a whole number, not 2.5"},
