@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <regex>
 
 #include "support/program_run.h"
@@ -12,6 +13,21 @@
 
 namespace {
 const std::regex kMessageForm("shadenet( [a-z]+)*: (error|warning): .+");
+
+// A plane filling an 8 by 8 view, lit by its file texture "photo".
+std::string texturedScene(const std::string& image) {
+    return R"({"nodes": [
+        {"type": "transform", "name": "camXf", "attributes": {"translate": [0, 10, 0], "rotate": [-90, 0, 0]}},
+        {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 4}},
+        {"type": "resolution", "name": "defaultResolution", "attributes": {"width": 8, "height": 8}},
+        {"type": "transform", "name": "floorXf"},
+        {"type": "plane", "name": "floor", "parent": "floorXf", "attributes": {"width": 4, "height": 4}},
+        {"type": "file", "name": "photo", "attributes": {"fileTextureName": ")" + image + R"("}},
+        {"type": "lambert", "name": "mat", "attributes": {"color": [0, 0, 0]}},
+        {"type": "shadingEngine", "name": "floorSG", "members": ["|floorXf|floor"]},
+        {"type": "ambientLight", "name": "fill"}],
+      "connections": [["photo.outColor", "mat.incandescence"], ["mat.outColor", "floorSG.surfaceShader"]]})";
+}
 }  // namespace
 
 TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
@@ -96,6 +112,25 @@ TEST(CommandLineMessages, AnImageTheLibraryCannotDecodeGetsTheLibrarysReason) {
     const std::string lead = "shadenet bot convert: error: cannot read image " + image + ": ";
     ASSERT_EQ(r.err.substr(0, lead.size()), lead) << r.err;
     EXPECT_GT(r.err.size(), lead.size() + 1) << "the reason is empty: " << r.err;
+}
+
+TEST(CommandLineMessages, ATextureTheLibraryReadsInSpiteOfDamageIsNamedInAWarning) {
+    TtestTempDir dir;
+    // A JPEG cut short: the image library fills in what is missing and says
+    // so only when asked.
+    const std::string photo = dir.file("photo.jpg");
+    ASSERT_EQ(shadenet({"swatch", "checker", "--size", "128", "-o", photo}).status, 0);
+    std::string bytes;
+    {
+        std::ifstream in(photo, std::ios::binary);
+        bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+    std::ofstream(photo, std::ios::binary | std::ios::trunc) << bytes.substr(0, bytes.size() * 2 / 3);
+    const std::string scene = dir.file("scene.json");
+    std::ofstream(scene) << texturedScene("photo.jpg");
+    const TprogramRun r = shadenet({"render", scene, "-q", "-o", dir.file("out.png")});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("shadenet render: warning: File texture photo: " + photo + " is damaged"), std::string::npos) << r.err;
 }
 
 TEST(CommandLineMessages, HelpAndVersionStillGoToStandardOutput) {

@@ -105,7 +105,7 @@ void TfilePixelMapCache::loadHdrPixelMap(const float* pixels, int width, int hei
 }
 
 bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Tstring& error, ThdrMapping mapping,
-                                         float exposure) {
+                                         float exposure, Tstring* damage) {
     // Texture alpha is straight: keep it as the file has it.
     OIIO::ImageSpec config;
     config.attribute("oiio:UnassociatedAlpha", 1);
@@ -137,6 +137,7 @@ bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Ts
             error = Tstring(in->geterror());
             return false;
         }
+        if (in->has_error() && damage) *damage = Tstring(in->geterror());
         ThdrExposure::newExposureControl(path.str(), mapping, exposure)->map(pixels.data(), w, h, ch, map);
         return true;
     }
@@ -145,6 +146,7 @@ bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Ts
         error = Tstring(in->geterror());
         return false;
     }
+    if (in->has_error() && damage) *damage = Tstring(in->geterror());
     map.setSize(w, h, stored);
     for (size_t i = 0; i < size_t(w) * h; ++i)
         for (int c = 0; c < stored; ++c) map.pixels()[i * stored + size_t(c)] = pixels[i * ch + size_t(sourceChannel(ch, c))];
