@@ -133,6 +133,26 @@ TEST(CommandLineMessages, ATextureTheLibraryReadsInSpiteOfDamageIsNamedInAWarnin
     EXPECT_NE(r.err.find("shadenet render: warning: File texture photo: " + photo + " is damaged"), std::string::npos) << r.err;
 }
 
+TEST(CommandLineMessages, ATextureWhoseHeaderClaimsMoreThanTheMemoryIsNamedInAWarning) {
+    TtestTempDir dir;
+    // A PNG whose header claims 999999 by 999999 pixels of four channels,
+    // followed by a few bytes of data.
+    const std::string photo = dir.file("photo.png");
+    const char bytes[] =
+        "\x89PNG\r\n\x1a\n\x00\x00\x00\x0dIHDR\x00\x0f\x42\x3f\x00\x0f\x42\x3f\x08\x06\x00\x00\x00\xa1\x5b\x59\x7c"
+        "\x00\x00\x00\x0cIDAT\x78\x9c\x63\x60\xa0\x3d\x00\x00\x00\x64\x00\x01\x86\x64\x3c\x35"
+        "\x00\x00\x00\x00IEND\xae\x42\x60\x82";
+    std::ofstream(photo, std::ios::binary).write(bytes, sizeof bytes - 1);
+    const std::string scene = dir.file("scene.json");
+    std::ofstream(scene) << texturedScene("photo.png");
+    const TprogramRun r = shadenet({"render", scene, "-q", "-o", dir.file("out.png")});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("shadenet render: warning: File texture photo cannot read " + photo +
+                         ": the image is 999999x999999 with 4 channels"),
+              std::string::npos)
+        << r.err;
+}
+
 TEST(CommandLineMessages, HelpAndVersionStillGoToStandardOutput) {
     for (const char* flag : {"--help", "--version"}) {
         const TprogramRun r = shadenet({flag});
