@@ -264,6 +264,8 @@ void TdnFileTexture::displayOnce(TstringId id, std::initializer_list<Tstring> ar
     theCommandEngine().displayWarning(id, args);
 }
 
+void TdnFileTexture::warnCannotRead(const Tstring& file, const Tstring& why) { displayOnce(kBadFileTexture, {name(), file, why}); }
+
 // ---- life cycle ----
 
 void TdnFileTexture::freePyramids() {
