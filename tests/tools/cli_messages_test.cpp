@@ -39,6 +39,11 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
     const std::string noMesh = dir.file("nomesh.json"), broken = dir.file("broken.json");
     std::ofstream(noMesh) << R"({"nodes": [{"type": "camera", "name": "cam"}, {"type": "mesh", "name": "m", "attributes": {"fileName": "lost.obj"}}]})";
     std::ofstream(broken) << "{\"nodes\": [}";
+    // A texture file cut inside its last block: the header and index are whole.
+    const std::string cutBot = dir.file("cut.bot");
+    ASSERT_EQ(shadenet({"swatch", "checker", "--size", "64", "-o", dir.file("checker.png")}).status, 0);
+    ASSERT_EQ(shadenet({"bot", "convert", dir.file("checker.png"), "-o", cutBot}).status, 0);
+    std::filesystem::resize_file(cutBot, std::filesystem::file_size(cutBot) - 8);
     struct Tcase {
         std::vector<std::string> args;
         int status;
@@ -87,6 +92,8 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
          "shadenet bot convert: error: cannot read image " + folder + ": is a directory"},
         {{"bot", "info", noBot}, 1, "shadenet bot info: error: " + noBot + ": No such file or directory"},
         {{"bot", "extract", folder, "-o", out}, 1, "shadenet bot extract: error: " + folder + ": is a directory"},
+        {{"bot", "extract", cutBot, "-o", out}, 1,
+         "shadenet bot extract: error: Read error in block ordered texture file " + cutBot + ": unexpected end of file"},
     };
     for (const Tcase& c : cases) {
         std::string what;
