@@ -89,7 +89,15 @@ bool loadObjMesh(const std::string& path, TtriangleMesh& mesh, std::string& erro
     size_t uvCount = attrib.texcoords.size() / 2;
 
     // Normals and UVs are kept only when every corner has them: a mesh that
-    // is half textured is treated as untextured rather than guessed at.
+    // is half textured is treated as untextured rather than guessed at. A
+    // normal of zero length or with a coordinate that is not finite counts
+    // as none: it would shade its triangles black.
+    auto usableNormal = [&](int i) {
+        if (i < 0 || size_t(i) >= normalCount) return false;
+        const float* n = &attrib.normals[3 * size_t(i)];
+        const double lengthSquared = double(n[0]) * n[0] + double(n[1]) * n[1] + double(n[2]) * n[2];
+        return std::isfinite(lengthSquared) && lengthSquared > 0;
+    };
     bool allNormals = normalCount > 0, allUvs = uvCount > 0;
     size_t cornerCount = 0;
     for (const tinyobj::shape_t& shape : reader.GetShapes())
@@ -100,7 +108,7 @@ bool loadObjMesh(const std::string& path, TtriangleMesh& mesh, std::string& erro
                         std::to_string(positionCount);
                 return false;
             }
-            if (idx.normal_index < 0 || size_t(idx.normal_index) >= normalCount) allNormals = false;
+            if (!usableNormal(idx.normal_index)) allNormals = false;
             if (idx.texcoord_index < 0 || size_t(idx.texcoord_index) >= uvCount) allUvs = false;
         }
     if (cornerCount == 0) {

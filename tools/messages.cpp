@@ -3,6 +3,8 @@
 #include <iostream>
 #include <limits>
 #include <mutex>
+#include <set>
+#include <string_view>
 
 #include "tools/subcommand.h"
 
@@ -12,12 +14,16 @@ std::string& messageCommand() {
     return command;
 }
 
-// Render threads report too: one line goes out whole.
+// Render threads report too: one line goes out whole. A warning goes out
+// once: each frame of a sequence starts from the file again and would
+// repeat what the first one said.
 void report(const char* severity, const std::string& what) {
     static std::mutex mutex;
+    static std::set<std::string> warned;
     const std::string& command = messageCommand();
     const std::string line = "shadenet" + std::string(command.empty() ? "" : " ") + command + ": " + severity + ": " + what + "\n";
     std::lock_guard lock(mutex);
+    if (std::string_view(severity) == "warning" && !warned.insert(line).second) return;
     std::cerr << line << std::flush;
 }
 }  // namespace

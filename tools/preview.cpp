@@ -53,6 +53,9 @@ int run(const TpreviewCommand& c) {
     if (std::string why = unreadableInput(c.scene); !why.empty()) return reportError(c.scene + ": " + why);
     for (const std::string& output : {c.output, c.objectIds})
         if (!output.empty() && sameFile(c.scene, output)) return reportError(output + ": the output is the input file", kExitUsage);
+    // The object numbers would overwrite the picture.
+    if (!c.objectIds.empty() && sameFile(c.output, c.objectIds))
+        return reportError(c.objectIds + ": --object-ids names the same file as the picture (-o)", kExitUsage);
     TdependGraph graph;
     TsceneLoader loader;
     if (!loader.load(c.scene, graph)) {

@@ -33,12 +33,16 @@ uint8_t toByte(float v) { return uint8_t(std::lround(std::clamp(v, 0.0f, 1.0f) *
 
 // A file's image: through the shared image cache, or for a block-ordered
 // file (which the cache does not read) the top level of its pyramid.
-std::shared_ptr<const TpixelMap> readFileImage(const Tstring& name) {
-    if (auto image = TfilePixelMapCache::theCache().pixelMap(name)) return image;
+// Null with the reason in `why` when neither can read it.
+std::shared_ptr<const TpixelMap> readFileImage(const Tstring& name, Tstring& why) {
+    if (auto image = TfilePixelMapCache::theCache().pixelMap(name, -1, &why)) return image;
     if (!Tpyramid::IsItABOTFile(name, nullptr, nullptr)) return nullptr;
     std::unique_ptr<Tpyramid> pyramid(Tpyramid::openBOT(name, false, name));
     auto map = std::make_shared<TpixelMap>();
-    if (!pyramid || !pyramid->extractLevel(pyramid->getMaxLevel(), *map)) return nullptr;
+    if (!pyramid || !pyramid->extractLevel(pyramid->getMaxLevel(), *map)) {
+        why = Tstring("the block-ordered texture file is damaged");
+        return nullptr;
+    }
     return map;
 }
 }  // namespace
@@ -372,7 +376,9 @@ bool TmaterialTexture::computeFileWithIndex(const TevaluateTextureInfo&, unsigne
         if ((step > 0 && frame > end) || (step < 0 && frame < end)) return false;
         name = Tstring(TdnFileTexture::sFrameFileName(name.str(), frame));
     }
-    std::shared_ptr<const TpixelMap> image = readFileImage(name);
+    Tstring why;
+    std::shared_ptr<const TpixelMap> image = readFileImage(name, why);
+    if (!image) file->warnCannotRead(name, why);
     if (!image || image->isEmpty()) return false;  // drawn untextured
     auto map = std::make_shared<TpixelMap>(*image);
     computeFileAlpha(*map, isFileAlpha());

@@ -27,6 +27,19 @@ bool parseAttributeOverride(const std::string& text, TattributeOverride& parsed,
     return true;
 }
 
+namespace {
+bool refusedForANumberTooLarge(const std::string& text) {
+    try {
+        const TsceneJson parsed = TsceneJson::parse(text);
+        static_cast<void>(parsed);
+    } catch (const TsceneJson::out_of_range&) {
+        return true;
+    } catch (const TsceneJson::exception&) {
+    }
+    return false;
+}
+}  // namespace
+
 bool applyAttributeOverride(TdependGraph& graph, const TattributeOverride& edit, const std::string& origin,
                             std::vector<std::string>& errors) {
     const std::string where = origin + " " + edit.text;
@@ -35,9 +48,10 @@ bool applyAttributeOverride(TdependGraph& graph, const TattributeOverride& edit,
         errors.push_back(where + ": no node named '" + edit.node + "' in the scene");
         return false;
     }
-    // Bare words are strings; anything JSON reads is taken as JSON.
+    // Bare words are strings; anything JSON reads is taken as JSON, and so is
+    // JSON refused only for a number too large, so that the message says so.
     std::string valueText = edit.value;
-    if (!TsceneJson::accept(valueText)) valueText = TsceneJson(edit.value).dump();
+    if (!TsceneJson::accept(valueText) && !refusedForANumberTooLarge(valueText)) valueText = TsceneJson(edit.value).dump();
     TsceneLoader loader;
     if (loader.assignAttribute(*node, edit.attribute, valueText, where)) return true;
     for (const TsceneError& e : loader.errors()) errors.push_back(e.text());

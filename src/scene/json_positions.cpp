@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
+#include <cstdlib>
 
 namespace {
 class Indexer {
@@ -204,6 +206,32 @@ TtextPosition firstTooDeep(std::string_view text, unsigned maxDepth) {
             if (++depth > maxDepth) return textPositionOf(text, i);
         } else if ((c == ']' || c == '}') && depth > 0) {
             --depth;
+        }
+    }
+    return {};
+}
+
+TtextPosition firstNumberBeyondDouble(std::string_view text, std::string* number) {
+    auto inNumber = [](char c) {
+        return std::isdigit(static_cast<unsigned char>(c)) || c == '-' || c == '+' || c == '.' || c == 'e' || c == 'E';
+    };
+    bool inString = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        char c = text[i];
+        if (inString) {
+            if (c == '\\') ++i;
+            else if (c == '"') inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '-' || std::isdigit(static_cast<unsigned char>(c))) {
+            size_t end = i;
+            while (end < text.size() && inNumber(text[end])) ++end;
+            const std::string token(text.substr(i, end - i));
+            if (std::isinf(std::strtod(token.c_str(), nullptr))) {
+                if (number) *number = token;
+                return textPositionOf(text, i);
+            }
+            i = end - 1;
         }
     }
     return {};

@@ -32,3 +32,8 @@ TtextPosition textPositionOf(std::string_view text, size_t offset);
 // `maxDepth`, or line 0 when it never does. Brackets inside strings do not
 // count.
 TtextPosition firstTooDeep(std::string_view text, unsigned maxDepth);
+
+// Where a JSON text first holds a number too large for a double (1e400),
+// which the parser refuses without saying where, or line 0 when it holds
+// none. Numbers inside strings do not count. `number` gets its text.
+TtextPosition firstNumberBeyondDouble(std::string_view text, std::string* number = nullptr);

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <optional>
 #include <set>
@@ -218,8 +220,20 @@ void Builder::makeNode(Value entry) {
         error(attributes->at(), "'attributes' must be an object, not " + describeJsonType(attributes->json));
         return;
     }
-    attributes->forEachMember(
-        [&](const std::string& key, TtextPosition keyAt, Value v) { attributeEntry(node, key, keyAt, v); });
+    // An attribute given by its long and its short name would have the later
+    // value win without a word.
+    std::map<const Tattribute*, std::string> given;
+    attributes->forEachMember([&](const std::string& key, TtextPosition keyAt, Value v) {
+        if (const Tattribute* a = node->attribute(Tstring(key))) {
+            auto [first, added] = given.emplace(a, key);
+            if (!added) {
+                error(keyAt, inQuotes(key) + " and " + inQuotes(first->second) + " name the same attribute " +
+                                 inQuotes(plugText(*node, *a, Tplug::kNoIndex)) + "; give it once");
+                return;
+            }
+        }
+        attributeEntry(node, key, keyAt, v);
+    });
 }
 
 void Builder::attributeEntry(TdependNode* node, const std::string& key, TtextPosition keyAt, Value v) {
@@ -257,12 +271,19 @@ void Builder::assign(TdependNode* node, const Tattribute* a, Value v, int elemen
             for (size_t i = 0; i < v.json.size(); ++i) assign(node, a, v.item(i), int(i));
         } else if (v.json.is_object()) {
             v.forEachMember([&](const std::string& key, TtextPosition keyAt, Value item) {
-                bool digits = !key.empty() && key.size() <= 9 && std::all_of(key.begin(), key.end(), [](char c) { return c >= '0' && c <= '9'; });
+                bool digits = !key.empty() && std::all_of(key.begin(), key.end(), [](char c) { return c >= '0' && c <= '9'; });
                 if (!digits) {
                     error(keyAt, where + " is a multi: element index " + inQuotes(key) + " is not a whole number from 0");
                     return;
                 }
-                assign(node, a, item, std::stoi(key));
+                // Any index a connection can name, so that a saved file reads back.
+                int index = 0;
+                if (std::from_chars(key.data(), key.data() + key.size(), index).ec != std::errc()) {
+                    error(keyAt, where + " is a multi: element index " + inQuotes(key) + " is larger than the largest, " +
+                                     std::to_string(std::numeric_limits<int>::max()));
+                    return;
+                }
+                assign(node, a, item, index);
             });
         } else {
             error(v.at(), where + " is a multi and takes an object of index to value or an array, not " + describeJsonType(v.json));
@@ -461,6 +482,15 @@ size_t tokenStart(std::string_view text, size_t last) {
     return last;
 }
 
+// The parser refuses a number beyond a double without saying where; the
+// place is found in the text.
+TsceneError numberBeyondDouble(std::string_view text, const std::string& fileName) {
+    std::string number;
+    TtextPosition at = firstNumberBeyondDouble(text, &number);
+    return {fileName, at.line, at.column,
+            "the number " + number + " is beyond the range of a double (about 1.8e308); write \"inf\" or \"-inf\" for an infinite value"};
+}
+
 std::string parseMessage(const std::string& what) {
     // "[json.exception.parse_error.101] parse error at line 1, column 2: <reason>": keep the reason.
     size_t column = what.find("column ");
@@ -518,6 +548,9 @@ bool TsceneLoader::loadText(std::string_view text, const std::string& fileName, 
         TtextPosition at = textPositionOf(text, offset);
         fErrors.push_back({fileName, at.line, at.column, "malformed JSON: " + message});
         return false;
+    } catch (const TsceneJson::out_of_range&) {
+        fErrors.push_back(numberBeyondDouble(text, fileName));
+        return false;
     }
     TjsonPositions positions;
     TtextPosition duplicateAt;
@@ -557,8 +590,14 @@ bool TsceneLoader::loadText(std::string_view text, const std::string& fileName, 
 bool TsceneLoader::assignAttribute(TdependNode& node, const std::string& attribute, std::string_view valueText,
                                    const std::string& origin) {
     fErrors.clear();
-    TsceneJson value = TsceneJson::parse(valueText.begin(), valueText.end(), nullptr, false);
-    if (value.is_discarded()) {
+    TsceneJson value;
+    try {
+        value = TsceneJson::parse(valueText.begin(), valueText.end());
+    } catch (const TsceneJson::out_of_range&) {
+        TsceneError e = numberBeyondDouble(valueText, origin);
+        fErrors.push_back({origin, 0, 0, e.message});
+        return false;
+    } catch (const TsceneJson::exception&) {
         fErrors.push_back({origin, 0, 0, "malformed JSON value"});
         return false;
     }

@@ -53,7 +53,9 @@ bool realOf(const TsceneJson& json, double& out) {
 
 bool integerOf(const TsceneJson& json, long long low, long long high, long long& out, std::string& why) {
     if (!json.is_number_integer()) {
-        why = "takes a whole number, not " + describeJsonType(json);
+        // A number with a fraction or an exponent is named as written: "not a
+        // number" would read as NaN.
+        why = "takes a whole number, not " + (json.is_number_float() ? json.dump() : describeJsonType(json));
         return false;
     }
     if (json.is_number_unsigned() && json.get<unsigned long long>() > (unsigned long long)std::numeric_limits<long long>::max()) {
@@ -250,7 +252,7 @@ bool decodeLeafValue(const Tattribute& a, const TsceneJson& json, void* value, s
                 if (!integerOf(json, -32768, 32767, n, why)) return false;
                 v = short(n);  // taken as is: a value between fields is still a value
             } else {
-                why = "takes a field name or number, not " + describeJsonType(json);
+                why = "takes a field name or whole number, not " + (json.is_number_float() ? json.dump() : describeJsonType(json));
                 return false;
             }
             writeAs<int16_t>(value, v);

@@ -25,6 +25,8 @@ const TcatalogueEntry kMissingFileTexture2{"s_TrenderNodeStrings.rMissingFileTex
                                            "File texture ^1s has no file name (^2s)"};
 const TcatalogueEntry kBadFileTexture{"s_TrenderNodeStrings.rBadFileTexture",
                                       "File texture ^1s cannot read ^2s: ^3s"};
+const TcatalogueEntry kDamagedFileTexture{"s_TrenderNodeStrings.rDamagedFileTexture",
+                                          "File texture ^1s: ^2s is damaged and parts of it may show wrong: ^3s"};
 const TcatalogueEntry kFileTextureTooBig{"s_TrenderNodeStrings.rFileTextureTooBig",
                                          "File texture ^1s: ^2s is larger than 8192 pixels; it is read at a reduced size"};
 const TcatalogueEntry kMipmapWithNoise{"s_TfileTextureStrings.rMipmapWithNoise",
@@ -262,6 +264,8 @@ void TdnFileTexture::displayOnce(TstringId id, std::initializer_list<Tstring> ar
     theCommandEngine().displayWarning(id, args);
 }
 
+void TdnFileTexture::warnCannotRead(const Tstring& file, const Tstring& why) { displayOnce(kBadFileTexture, {name(), file, why}); }
+
 // ---- life cycle ----
 
 void TdnFileTexture::freePyramids() {
@@ -314,11 +318,12 @@ bool TdnFileTexture::initTexture(Tplug&, TdataBlock&) {
     if (!pyramid) pyramid = Tpyramid::openBOT(exact, swatch, id);
     if (!pyramid) {
         TpixelMap map;
-        Tstring why;
-        if (!TfilePixelMapCache::loadIMFPixelMap(exact, map, why, mapping, exposure)) {
+        Tstring why, damage;
+        if (!TfilePixelMapCache::loadIMFPixelMap(exact, map, why, mapping, exposure, &damage)) {
             displayOnce(kBadFileTexture, {nodeName, exact, why});
             return false;
         }
+        if (!damage.isEmpty()) displayOnce(kDamagedFileTexture, {nodeName, exact, damage});
         if (map.width() > kLargestSide || map.height() > kLargestSide) {
             displayOnce(kFileTextureTooBig, {nodeName, exact});
             // The reduced read: the whole image, scaled to fit, aspect kept.

@@ -142,6 +142,9 @@ public:
     bool hasBOTFile() const;
     bool useFrameExtension();
     bool disableFileLoad();
+    // The warning a render gives for a file it cannot read, for other
+    // readers of the file (the viewport's baked textures); once per node and text.
+    void warnCannotRead(const Tstring& file, const Tstring& why);
 
     // Bump: the three UVs a bump lookup reads (the sample's, and one step
     // along u and along v, a step being the UV filter size but never less

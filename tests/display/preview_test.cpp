@@ -167,3 +167,24 @@ TEST(PreviewCubeMap, FacesShowTheSceneInTheirDirections) {
     // (off the face) and not anywhere in the face's middle band.
     EXPECT_TRUE(near(texel(2, 0.5f, 0.5f), middle[2]));
 }
+
+// A texture the preview cannot read is drawn untextured, and said so as a
+// render says it.
+TEST(PreviewCommand, AnUnreadableTextureIsNamedInAWarning) {
+    TtestTempDir dir;
+    const std::string scene = dir.file("scene.json");
+    std::ofstream(scene) << R"({"nodes": [
+        {"type": "transform", "name": "camXf", "attributes": {"translate": [0, 10, 0], "rotate": [-90, 0, 0]}},
+        {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 4}},
+        {"type": "transform", "name": "floorXf"},
+        {"type": "plane", "name": "floor", "parent": "floorXf", "attributes": {"width": 4, "height": 4}},
+        {"type": "file", "name": "photo", "attributes": {"fileTextureName": "lost.png"}},
+        {"type": "lambert", "name": "mat"},
+        {"type": "shadingEngine", "name": "floorSG", "members": ["|floorXf|floor"]},
+        {"type": "ambientLight", "name": "fill"}],
+      "connections": [["photo.outColor", "mat.color"], ["mat.outColor", "floorSG.surfaceShader"]]})";
+    const TprogramRun p = runProgram(SHADENET_CLI, {"preview", scene, "-o", dir.file("preview.png"), "--resolution", "16", "16"});
+    EXPECT_EQ(p.status, 0) << p.err;
+    EXPECT_NE(p.err.find("shadenet preview: warning: File texture photo cannot read " + dir.file("lost.png")), std::string::npos)
+        << p.err;
+}

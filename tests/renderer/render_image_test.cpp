@@ -126,6 +126,8 @@ TEST(RenderImage, ObjMeshesWithAndWithoutNormalsAndUvs) {
          TrendererTestSurface::kNormal, false},
         {"no normals: facets", positions + "f 1 2 3\nf 1 3 4\n", TrendererTestSurface::kNormal, false},
         {"no normals, smoothed", positions + "f 1 2 3\nf 1 3 4\n", TrendererTestSurface::kNormal, true},
+        {"a zero and an infinite normal: facets", positions + "vn 0 0 0\nvn 0 0 1e999\nf 1//1 2//1 3//1\nf 1//2 3//2 4//2\n",
+         TrendererTestSurface::kNormal, false},
     };
     const T3Float normals[4] = {{-0.6f, 0, 0.8f}, {0.6f, 0, 0.8f}, {0, 0.6f, 0.8f}, {0, -0.6f, 0.8f}};
     const int w = 40, h = 40;

@@ -80,6 +80,7 @@ TEST(AttributeOverride, AgreesWithTheSameValueInAFile) {
         {"gian", "1", "1"},
         {"gain", "loud", "\"loud\""},
         {"steps", "1e9", "1e9"},
+        {"gain", "1e400", "1e400"},  // JSON but for its size: refused as a number, not read as a word
         {"mode", "divide", "\"divide\""},
         {"color", "[1, 2]", "[1, 2]"},
         {"outValue", "1", "1"},

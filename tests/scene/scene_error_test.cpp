@@ -91,6 +91,8 @@ TEST(SceneErrors, MalformedJsonPointsAtTheOffendingCharacter) {
         {"duplicate key", "{\"nodes\": [\n  {\"type\": \"transform\", \"name\": \"x\",\n   \"name\": \"y\"}]}", "\"name\"",
          "duplicate key 'name'", 1},
         {"duplicate key spelled with an escape", "{\"nodes\": [], \"n\\u006fdes\": []}", "\"n\\u", "duplicate key 'nodes'"},
+        {"number beyond a double", "{\"nodes\": [\n  {\"type\": \"transform\", \"name\": \"x\", \"attributes\": {\"tx\": -1e400}}]}",
+         "-1e400", "the number -1e400 is beyond the range of a double"},
     };
     for (const Case& c : cases) expectRejected(c);
 }
@@ -119,9 +121,10 @@ TEST(SceneErrors, AttributeValues) {
     auto with = [](const std::string& attributes) { return scene({node(kTwo + R"(, "attributes": {)" + attributes + "}")}); };
     const Case cases[] = {
         {"unknown attribute", with(R"("gain": 1, "gian": 2)"), "\"gian\"", "node 'a' of type 'sceneTestNode' has no attribute 'gian'"},
+        {"one attribute by both its names", with(R"("gain": 1, "g": 2)"), "\"g\"", "'g' and 'gain' name the same attribute 'a.gain'"},
         {"string for a number", with(R"("gain": "loud")"), "\"loud\"", "'a.gain' (float) takes a number, not a string"},
         {"number for a string", with(R"("fileName": 3)"), "3", "'a.fileName' (string) takes a string"},
-        {"fraction for a whole number", with(R"("steps": 2.5)"), "2.5", "takes a whole number"},
+        {"fraction for a whole number", with(R"("steps": 2.5)"), "2.5", "takes a whole number, not 2.5"},
         {"out of range", with(R"("level": 300)"), "300", "out of range -128..127"},
         {"unknown enum field", with(R"("mode": "overlay")"), "\"overlay\"", "has no field 'overlay' (fields: add=0, multiply=3, screen=7)"},
         {"compound of the wrong size", with(R"("color": [1, 2])"), "[1, 2]", "'a.color' has 3 children and takes an array of 3 values"},

@@ -61,6 +61,7 @@ void buildRichGraph(TdependGraph& graph) {
     set(a, T::saValues(), 1.5f, 0);
     set(a, T::saValues(), 0.0f, 2);  // at its default: its being there still counts
     set(a, T::saValues(), -3.0f, 9);
+    set(a, T::saValues(), 7.0f, 1234567890);  // an index of ten digits, as a connection may name
     set(a, T::saRamp(), T3Float(1, 0, 0), 0);
     set(a, T::saRampG(), 0.5f, 4);
     set(a, T::saLayerColorB(), 0.125f);

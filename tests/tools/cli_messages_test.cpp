@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <regex>
 
 #include "support/program_run.h"
@@ -12,6 +13,21 @@
 
 namespace {
 const std::regex kMessageForm("shadenet( [a-z]+)*: (error|warning): .+");
+
+// A plane filling an 8 by 8 view, lit by its file texture "photo".
+std::string texturedScene(const std::string& image) {
+    return R"({"nodes": [
+        {"type": "transform", "name": "camXf", "attributes": {"translate": [0, 10, 0], "rotate": [-90, 0, 0]}},
+        {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 4}},
+        {"type": "resolution", "name": "defaultResolution", "attributes": {"width": 8, "height": 8}},
+        {"type": "transform", "name": "floorXf"},
+        {"type": "plane", "name": "floor", "parent": "floorXf", "attributes": {"width": 4, "height": 4}},
+        {"type": "file", "name": "photo", "attributes": {"fileTextureName": ")" + image + R"("}},
+        {"type": "lambert", "name": "mat", "attributes": {"color": [0, 0, 0]}},
+        {"type": "shadingEngine", "name": "floorSG", "members": ["|floorXf|floor"]},
+        {"type": "ambientLight", "name": "fill"}],
+      "connections": [["photo.outColor", "mat.incandescence"], ["mat.outColor", "floorSG.surfaceShader"]]})";
+}
 }  // namespace
 
 TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
@@ -23,6 +39,11 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
     const std::string noMesh = dir.file("nomesh.json"), broken = dir.file("broken.json");
     std::ofstream(noMesh) << R"({"nodes": [{"type": "camera", "name": "cam"}, {"type": "mesh", "name": "m", "attributes": {"fileName": "lost.obj"}}]})";
     std::ofstream(broken) << "{\"nodes\": [}";
+    // A texture file cut inside its last block: the header and index are whole.
+    const std::string cutBot = dir.file("cut.bot");
+    ASSERT_EQ(shadenet({"swatch", "checker", "--size", "64", "-o", dir.file("checker.png")}).status, 0);
+    ASSERT_EQ(shadenet({"bot", "convert", dir.file("checker.png"), "-o", cutBot}).status, 0);
+    std::filesystem::resize_file(cutBot, std::filesystem::file_size(cutBot) - 8);
     struct Tcase {
         std::vector<std::string> args;
         int status;
@@ -71,6 +92,8 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
          "shadenet bot convert: error: cannot read image " + folder + ": is a directory"},
         {{"bot", "info", noBot}, 1, "shadenet bot info: error: " + noBot + ": No such file or directory"},
         {{"bot", "extract", folder, "-o", out}, 1, "shadenet bot extract: error: " + folder + ": is a directory"},
+        {{"bot", "extract", cutBot, "-o", out}, 1,
+         "shadenet bot extract: error: Read error in block ordered texture file " + cutBot + ": unexpected end of file"},
     };
     for (const Tcase& c : cases) {
         std::string what;
@@ -96,6 +119,45 @@ TEST(CommandLineMessages, AnImageTheLibraryCannotDecodeGetsTheLibrarysReason) {
     const std::string lead = "shadenet bot convert: error: cannot read image " + image + ": ";
     ASSERT_EQ(r.err.substr(0, lead.size()), lead) << r.err;
     EXPECT_GT(r.err.size(), lead.size() + 1) << "the reason is empty: " << r.err;
+}
+
+TEST(CommandLineMessages, ATextureTheLibraryReadsInSpiteOfDamageIsNamedInAWarning) {
+    TtestTempDir dir;
+    // A JPEG cut short: the image library fills in what is missing and says
+    // so only when asked.
+    const std::string photo = dir.file("photo.jpg");
+    ASSERT_EQ(shadenet({"swatch", "checker", "--size", "128", "-o", photo}).status, 0);
+    std::string bytes;
+    {
+        std::ifstream in(photo, std::ios::binary);
+        bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+    std::ofstream(photo, std::ios::binary | std::ios::trunc) << bytes.substr(0, bytes.size() * 2 / 3);
+    const std::string scene = dir.file("scene.json");
+    std::ofstream(scene) << texturedScene("photo.jpg");
+    const TprogramRun r = shadenet({"render", scene, "-q", "-o", dir.file("out.png")});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("shadenet render: warning: File texture photo: " + photo + " is damaged"), std::string::npos) << r.err;
+}
+
+TEST(CommandLineMessages, ATextureWhoseHeaderClaimsMoreThanTheMemoryIsNamedInAWarning) {
+    TtestTempDir dir;
+    // A PNG whose header claims 999999 by 999999 pixels of four channels,
+    // followed by a few bytes of data.
+    const std::string photo = dir.file("photo.png");
+    const char bytes[] =
+        "\x89PNG\r\n\x1a\n\x00\x00\x00\x0dIHDR\x00\x0f\x42\x3f\x00\x0f\x42\x3f\x08\x06\x00\x00\x00\xa1\x5b\x59\x7c"
+        "\x00\x00\x00\x0cIDAT\x78\x9c\x63\x60\xa0\x3d\x00\x00\x00\x64\x00\x01\x86\x64\x3c\x35"
+        "\x00\x00\x00\x00IEND\xae\x42\x60\x82";
+    std::ofstream(photo, std::ios::binary).write(bytes, sizeof bytes - 1);
+    const std::string scene = dir.file("scene.json");
+    std::ofstream(scene) << texturedScene("photo.png");
+    const TprogramRun r = shadenet({"render", scene, "-q", "-o", dir.file("out.png")});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("shadenet render: warning: File texture photo cannot read " + photo +
+                         ": the image is 999999x999999 with 4 channels"),
+              std::string::npos)
+        << r.err;
 }
 
 TEST(CommandLineMessages, HelpAndVersionStillGoToStandardOutput) {

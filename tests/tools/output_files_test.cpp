@@ -129,3 +129,16 @@ TEST(OutputFiles, AnOutputThatIsTheInputIsRefused) {
         EXPECT_TRUE(fs::is_symlink(dir.file("link.png")));
     }
 }
+
+TEST(OutputFiles, PreviewObjectNumbersOverThePictureAreRefused) {
+    TtestTempDir dir;
+    const std::string scene = std::string(SHADENET_SOURCE_DIR) + "/examples/renderer-smoke.json";
+    const std::string picture = dir.file("preview.png");
+    for (const std::string& ids : {picture, dir.file("./preview.png")}) {
+        SCOPED_TRACE(ids);
+        const TprogramRun r = shadenet({"preview", scene, "-o", picture, "--object-ids", ids, "--resolution", "16", "16"});
+        EXPECT_EQ(r.status, 2) << r.err;
+        EXPECT_NE(r.err.find("error: " + ids + ": --object-ids names the same file as the picture (-o)"), std::string::npos) << r.err;
+        EXPECT_FALSE(fs::exists(picture));
+    }
+}

@@ -100,3 +100,16 @@ TEST(RenderFrames, ALogGetsAProgressLinePerFrameUnlessQuiet) {
     ASSERT_EQ(quiet.status, 0) << quiet.err;
     EXPECT_EQ(quiet.err.find("100%"), std::string::npos) << quiet.err;
 }
+
+TEST(RenderFrames, AWarningIsGivenOnceForTheWholeSequence) {
+    TtestTempDir dir;
+    const std::string scene = std::string(SHADENET_SOURCE_DIR) + "/examples/textures.json";
+    const TprogramRun r = shadenet(join({"render", scene, "-q", "-o", dir.file("t.%4n.png"), "--frames", "1-3", "--set",
+                                         "photo.fileTextureName=lost.png"},
+                                        kSmall));
+    EXPECT_EQ(r.status, 0) << r.err;
+    size_t count = 0;
+    for (const std::string& line : linesOf(r.err)) count += line.find("warning: File texture photo cannot read") != std::string::npos;
+    EXPECT_EQ(count, 1u) << r.err;
+    for (int frame = 1; frame <= 3; ++frame) EXPECT_TRUE(std::filesystem::exists(dir.file("t.000" + std::to_string(frame) + ".png")));
+}

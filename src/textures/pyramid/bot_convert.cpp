@@ -9,11 +9,12 @@ bool convertImageToBot(const std::string& input, const std::string& output, cons
     error.clear();
     warning.clear();
     TpixelMap map;
-    Tstring why;
-    if (!TfilePixelMapCache::loadIMFPixelMap(Tstring(input), map, why, options.hdrMapping, options.exposure)) {
+    Tstring why, damage;
+    if (!TfilePixelMapCache::loadIMFPixelMap(Tstring(input), map, why, options.hdrMapping, options.exposure, &damage)) {
         error = "cannot read image " + input + ": " + why.str();
         return false;
     }
+    if (!damage.isEmpty()) warning = input + " is damaged and parts of it may be wrong in the BOT file: " + damage.str();
     if (const std::string wide = TfilePixelMapCache::widerThanByte(Tstring(input)); !wide.empty()) {
         const bool isFloat = wide.find("float") != std::string::npos;
         const char* mappingName = options.hdrMapping == ThdrMapping::kClamp         ? "clamp"
@@ -21,7 +22,8 @@ bool convertImageToBot(const std::string& input, const std::string& output, cons
                                                                                      : "linear";
         char exposure[32];
         std::snprintf(exposure, sizeof exposure, "%+g", double(options.exposure));
-        warning = input + " holds " + wide + " channels; the BOT file keeps 8 bits per channel" +
+        if (!warning.empty()) warning += "; ";
+        warning += input + " holds " + wide + " channels; the BOT file keeps 8 bits per channel" +
                   (isFloat ? std::string(" (mapped ") + mappingName + ", exposure " + exposure + " stops)" : " (scaled)");
     }
     if (map.width() > Tpyramid::kMaxSide || map.height() > Tpyramid::kMaxSide) {

@@ -17,6 +17,7 @@ struct TbotConvertOptions {
 // through the command engine. On success `summary` is one line:
 // "in.png: 64x64, 3 channels -> out.bot (7 levels, 85 blocks, 12345 bytes)".
 // `warning` is set when the source holds more than 8 bits per channel, which
-// the file cannot keep: the caller tells the user, the conversion goes on.
+// the file cannot keep, or was read in spite of damage: the caller tells the
+// user, the conversion goes on.
 bool convertImageToBot(const std::string& input, const std::string& output, const TbotConvertOptions& options,
                        std::string& summary, std::string& warning, std::string& error);

@@ -1,13 +1,16 @@
 #include "textures/pyramid/file_pixel_map_cache.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <OpenImageIO/imageio.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "settings/image_writer.h"
@@ -76,6 +79,41 @@ int sourceChannel(int fileChannels, int c) {
     if (fileChannels == 2) return c == 3 ? 1 : 0;
     return c;
 }
+
+// Images whose pixels would take more than this part of the machine's memory
+// are not read.
+constexpr int kMemoryShare = 4;
+
+double machineBytes() {
+    const long pages = sysconf(_SC_PHYS_PAGES), size = sysconf(_SC_PAGE_SIZE);
+    return pages > 0 && size > 0 ? double(pages) * double(size) : 0;
+}
+
+// The pixels of an opened image into `map`, 8 bits a channel.
+bool readPixels(OIIO::ImageInput& in, int w, int h, int ch, bool hdr, const Tstring& path, TpixelMap& map, Tstring& error,
+                ThdrMapping mapping, float exposure, Tstring* damage) {
+    if (hdr) {
+        std::vector<float> pixels(size_t(w) * h * ch);
+        if (!in.read_image(0, 0, 0, ch, OIIO::TypeDesc::FLOAT, pixels.data())) {
+            error = Tstring(in.geterror());
+            return false;
+        }
+        if (in.has_error() && damage) *damage = Tstring(in.geterror());
+        ThdrExposure::newExposureControl(path.str(), mapping, exposure)->map(pixels.data(), w, h, ch, map);
+        return true;
+    }
+    std::vector<uint8_t> pixels(size_t(w) * h * ch);
+    if (!in.read_image(0, 0, 0, ch, OIIO::TypeDesc::UINT8, pixels.data())) {
+        error = Tstring(in.geterror());
+        return false;
+    }
+    if (in.has_error() && damage) *damage = Tstring(in.geterror());
+    const int stored = storedChannels(ch);
+    map.setSize(w, h, stored);
+    for (size_t i = 0; i < size_t(w) * h; ++i)
+        for (int c = 0; c < stored; ++c) map.pixels()[i * stored + size_t(c)] = pixels[i * ch + size_t(sourceChannel(ch, c))];
+    return true;
+}
 }  // namespace
 
 void TfilePixelMapCache::loadHdrPixelMap(const float* pixels, int width, int height, int channels,
@@ -105,7 +143,7 @@ void TfilePixelMapCache::loadHdrPixelMap(const float* pixels, int width, int hei
 }
 
 bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Tstring& error, ThdrMapping mapping,
-                                         float exposure) {
+                                         float exposure, Tstring* damage) {
     // Texture alpha is straight: keep it as the file has it.
     OIIO::ImageSpec config;
     config.attribute("oiio:UnassociatedAlpha", 1);
@@ -130,25 +168,24 @@ bool TfilePixelMapCache::loadIMFPixelMap(const Tstring& path, TpixelMap& map, Ts
     }
     const auto base = OIIO::TypeDesc::BASETYPE(header.format.basetype);
     const bool hdr = base == OIIO::TypeDesc::FLOAT || base == OIIO::TypeDesc::HALF || base == OIIO::TypeDesc::DOUBLE;
-    const int stored = storedChannels(ch);
-    if (hdr) {
-        std::vector<float> pixels(size_t(w) * h * ch);
-        if (!in->read_image(0, 0, 0, ch, OIIO::TypeDesc::FLOAT, pixels.data())) {
-            error = Tstring(in->geterror());
-            return false;
-        }
-        ThdrExposure::newExposureControl(path.str(), mapping, exposure)->map(pixels.data(), w, h, ch, map);
-        return true;
-    }
-    std::vector<uint8_t> pixels(size_t(w) * h * ch);
-    if (!in->read_image(0, 0, 0, ch, OIIO::TypeDesc::UINT8, pixels.data())) {
-        error = Tstring(in->geterror());
+    // A header can claim any size, and the image library fills its buffer
+    // before it finds the data short: a claim past what the machine can
+    // spare is refused before a byte is read.
+    const double needed = double(w) * h * ch * (hdr ? sizeof(float) : 1);
+    if (const double spare = machineBytes() / kMemoryShare; spare > 0 && needed > spare) {
+        char text[200];
+        std::snprintf(text, sizeof text,
+                      "the image is %dx%d with %d channel%s; reading it takes %.1f GB, more than 1/%d of this machine's memory",
+                      w, h, ch, ch == 1 ? "" : "s", needed / 1e9, kMemoryShare);
+        error = Tstring(text);
         return false;
     }
-    map.setSize(w, h, stored);
-    for (size_t i = 0; i < size_t(w) * h; ++i)
-        for (int c = 0; c < stored; ++c) map.pixels()[i * stored + size_t(c)] = pixels[i * ch + size_t(sourceChannel(ch, c))];
-    return true;
+    try {
+        return readPixels(*in, w, h, ch, hdr, path, map, error, mapping, exposure, damage);
+    } catch (const std::bad_alloc&) {
+        error = Tstring("the image is " + std::to_string(w) + "x" + std::to_string(h) + ": there is not the memory to read it");
+        return false;
+    }
 }
 
 std::string TfilePixelMapCache::widerThanByte(const Tstring& path) {

@@ -31,9 +31,13 @@ public:
 
     // "name.7" for frame 7.
     static Tstring frameName(const Tstring& fileName, int frame);
-    // Reads any image; floating-point pixels go through the mapping.
+    // Reads any image; floating-point pixels go through the mapping. A file
+    // the image library reads in spite of a problem (a truncated JPEG comes
+    // back with its missing part filled in) succeeds with the library's
+    // words in `damage`, when given, for the caller to pass on.
     static bool loadIMFPixelMap(const Tstring& path, TpixelMap& map, Tstring& error,
-                                ThdrMapping mapping = ThdrMapping::kLinear, float exposure = 0);
+                                ThdrMapping mapping = ThdrMapping::kLinear, float exposure = 0,
+                                Tstring* damage = nullptr);
     // The exposure mapping alone, on float pixels of `channels` channels, of
     // which the fourth (alpha) is only clamped.
     static void loadHdrPixelMap(const float* pixels, int width, int height, int channels, ThdrMapping mapping,

@@ -56,6 +56,7 @@ bool readAll(int fd, void* data, size_t size, off_t offset) {
     while (size) {
         ssize_t got = ::pread(fd, p, size, offset);
         if (got < 0 && errno == EINTR) continue;
+        if (got == 0) errno = 0;  // the end of the file, not whatever failed last
         if (got <= 0) return false;
         p += got;
         size -= size_t(got);
