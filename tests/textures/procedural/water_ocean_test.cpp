@@ -42,6 +42,22 @@ TEST(Water, WaveListSumsToOneAndFollowsTheWind) {
     EXPECT_EQ(TdnWater::sWaves(empty, 0.3f, 0.4f, 0, 1), 0.0f);
 }
 
+// Below 0 the sub-frequency counts as 0: every wave at the base frequency,
+// with equal shares of the amplitude.
+TEST(Water, ANegativeSubFrequencyCountsAsZero) {
+    TwaveListKey key;
+    key.count = 4;
+    key.subFrequency = -1.0f;
+    key.fast = false;
+    TwaveList list;
+    TdnWater::sMakeWaveList(key, list);
+    ASSERT_EQ(list.count, 4u);
+    for (unsigned k = 0; k < list.count; ++k) {
+        EXPECT_EQ(list.frequency[k], key.frequency) << k;
+        EXPECT_NEAR(list.amplitude[k], 0.25f, 1e-6f) << k;
+    }
+}
+
 TEST(Water, FastDropsOnlyNegligibleWaves) {
     TwaveListKey key;
     key.count = 64;
