@@ -127,6 +127,7 @@ TEST(SceneCheck, FindsEachClassOfProblemOnTheNodeAndAttributeAtFault) {
         {"object in no group", R"("members": ["|rightXf|right"])", R"("members": [])", K::kWarning, "right", "", "'|rightXf|right' is in no shading group"},
         {"group without material", R"(["green.outColor", "greenSG.surfaceShader"])", R"(["green.outColor", "green.color"])", K::kWarning, "greenSG", "surfaceShader", "has no material"},
         {"NaN shading value", R"("mode": 4, "color": [0, 1, 0])", R"("mode": 4, "color": [0, 1, 0], "transparency": [0, 0, 0]}}, {"type": "lambert", "name": "stray", "attributes": {"diffuse": "nan")", K::kWarning, "stray", "diffuse", "is NaN"},
+        {"NaN in a float pair without children", R"("mode": 4, "color": [0, 1, 0])", R"("mode": 4, "color": [0, 1, 0], "transparency": [0, 0, 0]}}, {"type": "water", "name": "stray", "attributes": {"windUV": [1, "nan"])", K::kWarning, "stray", "windUV", "is NaN"},
     };
     const std::string good = twoBalls("");
     EXPECT_TRUE(issuesOf(good).empty()) << issuesOf(good)[0].text();
