@@ -131,7 +131,9 @@ float TdnWater::sWaves(const TwaveList& list, float u, float v, float time, floa
         float along = list.direction[k].x * u + list.direction[k].y * v - travel;
         h += list.amplitude[k] * std::sin(kTwoPi * list.frequency[k] * along + list.phase[k]);
     }
-    return h;
+    // A phase past the float range (a UV or a time near it) has no sine: the
+    // water lies calm there rather than turning NaN.
+    return std::isfinite(h) ? h : 0.0f;
 }
 
 // One ring about (ox, oy).

@@ -58,6 +58,23 @@ TEST(Water, ANegativeSubFrequencyCountsAsZero) {
     }
 }
 
+// Coordinates whose wave phase leaves the float range (a repeat of 1e38)
+// give calm water, height 0, on both textures rather than a NaN.
+TEST(Water, AndOceanLieCalmWhereThePhaseOverflows) {
+    TwaveListKey key;
+    key.count = 8;
+    TwaveList list;
+    TdnWater::sMakeWaveList(key, list);
+    ToceanCurve none;
+    ToceanWaves sea;
+    sea.build(ToceanParams{}, none, none, none);
+    for (float u : {3e38f, -3e38f}) {
+        EXPECT_EQ(TdnWater::sWaves(list, u, 0.5f, 0, 1), 0.0f) << u;
+        EXPECT_EQ(sea.height(u, 0.5f), 0.0f) << u;
+    }
+    EXPECT_EQ(TdnWater::sWaves(list, 0.5f, 0.5f, 1e30f, 1e30f), 0.0f) << "a time and speed whose product overflows";
+}
+
 TEST(Water, FastDropsOnlyNegligibleWaves) {
     TwaveListKey key;
     key.count = 64;
