@@ -232,6 +232,14 @@ void Checker::camera() {
     } else {
         positive(vs.focalLength, "focal length");
         positive(vs.horizontalFilmAperture, "film aperture");
+        // Past this the view is within a hair of 180 degrees and the rays of
+        // its edge pixels run too far sideways for the tracer, which aborts.
+        constexpr double kWidestTanHalfView = 1e6;
+        const double focal = renderValueOf<float>(cam, vs.focalLength, 35);
+        const double aperture = renderValueOf<float>(cam, vs.horizontalFilmAperture, 36);
+        if (focal > 0 && aperture > 0 && aperture / (2 * focal) > kWidestTanHalfView)
+            error(cam, "focalLength", "the view is wider than 179.9999 degrees (film aperture " + number(float(aperture)) +
+                                          " over focal length " + number(float(focal)) + "): nothing could be traced at its edges");
     }
     float nearClip = renderValueOf<float>(cam, vs.nearClipPlane, 0.01f);
     float farClip = renderValueOf<float>(cam, vs.farClipPlane, 1.0e6f);

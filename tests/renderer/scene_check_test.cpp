@@ -111,6 +111,7 @@ TEST(SceneCheck, FindsEachClassOfProblemOnTheNodeAndAttributeAtFault) {
         {"far camera", R"("translate": [0, 0, 10])", R"("translate": [0, 0, 1e16])", K::kError, "cam", "", "reaches 1e+16 units"},
         {"zero ortho width", R"("orthographicWidth": 4)", R"("orthographicWidth": 0)", K::kError, "cam", "orthographicWidth", "must be above 0"},
         {"negative focal length", R"("orthographic": true)", R"("orthographic": false, "focalLength": -35)", K::kError, "cam", "focalLength", "must be above 0"},
+        {"view of almost 180 degrees", R"("orthographic": true)", R"("orthographic": false, "focalLength": 1e-30)", K::kError, "cam", "focalLength", "wider than 179.9999 degrees"},
         {"NaN film aperture", R"("orthographic": true)", R"("orthographic": false, "horizontalFilmAperture": "nan")", K::kError, "cam", "horizontalFilmAperture", "is NaN"},
         {"near above far", R"("orthographicWidth": 4)", R"("orthographicWidth": 4, "nearClipPlane": 50, "farClipPlane": 20)", K::kError, "cam", "nearClipPlane", "must lie before the far clip plane"},
         {"negative near", R"("orthographicWidth": 4)", R"("orthographicWidth": 4, "nearClipPlane": -0.5)", K::kError, "cam", "nearClipPlane", "0 or more"},
