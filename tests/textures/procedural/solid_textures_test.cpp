@@ -194,6 +194,11 @@ TEST(SolidPatterns, ReduceToClosedFormsAtSimpleSettings) {
     EXPECT_NEAR(TdnBrownian::sValue(b, p, std::pow(2.0f, -2.5f)), sum * 0.5f + 0.5f, 1e-4f);
     b.octaves = 1;
     EXPECT_NEAR(TdnBrownian::sValue(b, p, 1e-6f), g(p) * 0.5f + 0.5f, 1e-5f) << "octaves cap the count";
+    b.octaves = 5;
+    for (float lacunarity : {0.0f, -1.0f}) {
+        b.lacunarity = lacunarity;
+        EXPECT_NEAR(TdnBrownian::sValue(b, p, 1e-6f), g(p) * 0.5f + 0.5f, 1e-5f) << "lacunarity " << lacunarity << ": no finite weight past the first octave";
+    }
 
     // Solid fractal held to one level: one noise lookup at p / 32.
     TsolidFractalParams s;
