@@ -2,13 +2,19 @@
 // Pixel reconstruction filters. A filter of width w weighs a sample at
 // offset (dx, dy) pixels from a pixel's centre; it is separable and zero
 // beyond w / 2 in either direction.
+#include <algorithm>
 #include <cmath>
 
 #include "renderer/render_scene.h"
 
 class TpixelFilterKernel {
 public:
-    TpixelFilterKernel(TpixelFilter type, float width) : fType(type), fRadius(width > 0 ? width / 2 : 0.5f) {
+    // Widths past this blur no picture anyone wants, and every tile's margin
+    // of samples grows with the width: a huge one overflowed the buffers.
+    static constexpr float kMaxWidth = 64;
+
+    TpixelFilterKernel(TpixelFilter type, float width)
+        : fType(type), fRadius(width > 0 ? std::min(width, kMaxWidth) / 2 : 0.5f) {
         // The box never shrinks below one pixel: narrower, it would drop samples.
         if (fType == TpixelFilter::kBox && fRadius < 0.5f) fRadius = 0.5f;
     }

@@ -39,6 +39,15 @@ bool isFloatValue(const Tattribute& a) {
     }
 }
 
+// Floats of a float2 or float3 kept whole, without child attributes (a wind
+// direction, the corners of a box): 2 or 3; 0 for any other attribute.
+unsigned wholeFloats(const Tattribute& a) {
+    if (a.childCount()) return 0;
+    if (a.valueType() == TvalueType::k2Float) return 2;
+    if (a.valueType() == TvalueType::k3Float) return 3;
+    return 0;
+}
+
 // A child of an RGB triple ("colorR" of "color").
 bool isColourChannel(const Tattribute& a) {
     const Tattribute* p = a.parent();
@@ -127,7 +136,8 @@ void Checker::values() {
     for (TdependNode* node : fGraph.nodes())
         for (unsigned i = 0; i < node->staticAttributeCount(); ++i) {
             const Tattribute* a = node->attribute(i);
-            if (a->childCount() || a->isComputed() || !(a->flags() & kAttrStorable) || !isFloatValue(*a)) continue;
+            if (a->childCount() || a->isComputed() || !(a->flags() & kAttrStorable)) continue;
+            if (!isFloatValue(*a) && !wholeFloats(*a)) continue;
             const Tattribute* root = a->rootParent();
             if (!root->isArray()) {
                 value(node, *a, Tplug::kNoIndex);
@@ -143,7 +153,12 @@ void Checker::value(TdependNode* node, const Tattribute& a, int element) {
     if (driven(*node, a, element)) return;
     const void* stored = node->storage(&a, unsigned(std::max(element, 0)));
     if (!stored) return;
-    double v = a.numericValue(stored);
+    double v = 0;
+    if (const unsigned n = wholeFloats(a)) {
+        for (unsigned k = 0; k < n && std::isfinite(v); ++k) v = static_cast<const float*>(stored)[k];
+    } else {
+        v = a.numericValue(stored);
+    }
     if (std::isfinite(v)) return;
     // An endless far clip is a far clip.
     if (&a == &Tcamera::sVsData().farClipPlane && v > 0) return;
@@ -217,6 +232,14 @@ void Checker::camera() {
     } else {
         positive(vs.focalLength, "focal length");
         positive(vs.horizontalFilmAperture, "film aperture");
+        // Past this the view is within a hair of 180 degrees and the rays of
+        // its edge pixels run too far sideways for the tracer, which aborts.
+        constexpr double kWidestTanHalfView = 1e6;
+        const double focal = renderValueOf<float>(cam, vs.focalLength, 35);
+        const double aperture = renderValueOf<float>(cam, vs.horizontalFilmAperture, 36);
+        if (focal > 0 && aperture > 0 && aperture / (2 * focal) > kWidestTanHalfView)
+            error(cam, "focalLength", "the view is wider than 179.9999 degrees (film aperture " + number(float(aperture)) +
+                                          " over focal length " + number(float(focal)) + "): nothing could be traced at its edges");
     }
     float nearClip = renderValueOf<float>(cam, vs.nearClipPlane, 0.01f);
     float farClip = renderValueOf<float>(cam, vs.farClipPlane, 1.0e6f);

@@ -28,6 +28,10 @@ bool gMakingPreview = false;
 constexpr unsigned kRayTracedItems[] = {kItemRayDepth, kItemRayInstance, kItemPrimitiveId};
 constexpr unsigned kMaxShadowRays = 64;
 constexpr float kFarAway = 1e30f;
+// Soft shadows aim at a disc no wider than this: a wider one looks the same
+// from anywhere the tracer reaches (1e15 units), and its far points lie
+// beyond the float range of a ray's length.
+constexpr float kLargestSoftRadius = 1e15f;
 constexpr int kMinDmapResolution = 16, kMaxDmapResolution = 8192;
 constexpr float kMinDmapNearClip = 0.00001f;
 
@@ -155,7 +159,11 @@ void TrenderLightShape::computeRtShadow(unsigned count, const T3Float* points, c
     for (unsigned i = 0; i < count; ++i) passed[i] = {1, 1, 1};
     TraySampler* tracer = currentRaySampler();
     if (!tracer || !count) return;
-    if (radius <= 0) rays = 1;
+    if (!(radius > 0)) {
+        radius = 0;
+        rays = 1;
+    }
+    if (!angular) radius = std::min(radius, kLargestSoftRadius);
     rays = std::clamp(rays, 1u, kMaxShadowRays);
     unsigned size = std::max<unsigned>(tracer->raySize(), sizeof(TgenericRay));
     size = (size + 15) & ~15u;

@@ -29,14 +29,18 @@ bool TdnVSBrownian::setupDependencies(TdependencyMatrix& m) {
 float TdnBrownian::sValue(const TbrownianParams& b, const T3Float& point, float w) {
     float levels = std::clamp(-std::log(w) / 0.6931f, 0.0f, std::min(b.octaves, kMaxLevels));
     T3Float p(point.x * b.weight3d.x, point.y * b.weight3d.y, point.z * b.weight3d.z);
-    float sum = 0.0f, f = 1.0f;
-    auto term = [&] { return Tnoise::gNoise3(p.x, p.y, p.z) * std::pow(f, -b.increment); };
+    float sum = 0.0f, f = 1.0f, weight = 1.0f;
+    auto term = [&] { return Tnoise::gNoise3(p.x, p.y, p.z) * weight; };
     // The first octave always counts; the next while the level count
     // reaches it, and the fraction weights the one after.
     for (int i = 1;; ++i) {
         sum += term();
         f *= b.lacunarity;
         p = p * b.lacunarity;
+        weight = std::pow(f, -b.increment);
+        // A lacunarity at or below 0, or one so small that the frequency
+        // underflows, leaves the next octave no finite weight: the sum ends.
+        if (!std::isfinite(weight)) return sum * 0.5f + 0.5f;
         if (float(i + 1) > levels) break;
     }
     sum += (levels - std::floor(levels)) * term();

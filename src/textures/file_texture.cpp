@@ -37,6 +37,10 @@ constexpr int kLargestSide = 0x2000;
 // colour / 255, as the pyramid's bytes are read.
 constexpr float kByteToUnit = 0.0039215684f;
 
+// A UV that is NaN, or infinite after overflowing on its way here, names no
+// texel: such a sample shades black instead of reading outside the image.
+bool isFiniteUv(const T2Float& uv) { return std::isfinite(uv.x) && std::isfinite(uv.y); }
+
 std::atomic<bool> sSwatchMode{false};
 std::mutex sSettingsMutex;
 TcameraInfoWrapper sCamera;
@@ -470,7 +474,7 @@ bool TdnFileTexture::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
         if (isOutsideUv(uv)) {
             colour = fallback.asFloat3(i);
             alpha = luminance(colour);
-        } else if (std::isnan(uv.x) || std::isnan(uv.y)) {
+        } else if (!isFiniteUv(uv)) {
             colour = T3Float(0, 0, 0);
             alpha = 1.0f;
         } else {

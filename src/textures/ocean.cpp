@@ -149,6 +149,9 @@ float ToceanWaves::height(float u, float v) const {
         if (peaking[i] > 0.0f) s = 2.0f * std::pow((s + 1.0f) * 0.5f, 1.0f + 2.0f * peaking[i]) - 1.0f;
         h += amplitude[i] * s;
     }
+    // A phase past the float range (a UV or a time near it) has no sine: the
+    // sea lies calm there rather than turning NaN.
+    if (!std::isfinite(h)) return 0.0f;
     return std::clamp(h / totalAmplitude, -1.0f, 1.0f);
 }
 

@@ -98,6 +98,13 @@ bool TdnPlace2dTx::sMapUV(const Tplace2dParams& p, float u, float v, float& outU
     if (p.mirrorU && sOdd(u)) u = 1.0f - u + 2.0f * std::floor(u);
     if (p.mirrorV && sOdd(v)) v = 1.0f - v + 2.0f * std::floor(v);
     if (p.rotateUV != 0.0) sRotateAboutCentre(p.rotateUV, u, v);
+    // A repeat or offset large enough to leave the float range puts the
+    // sample in no frame: outside, rather than infinite coordinates that the
+    // textures' patterns turn into NaN.
+    if (!std::isfinite(u) || !std::isfinite(v)) {
+        setOutside(outU, outV);
+        return false;
+    }
     outU = u;
     outV = v;
     return true;

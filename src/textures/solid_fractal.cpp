@@ -43,7 +43,9 @@ float TdnSolidFractal::sValue(const TsolidFractalParams& s, const T3Float& p, fl
     float time = f.time, amplitude = f.amplitude, sum = 0.0f;
     for (int i = 0; i <= n; ++i) {
         float weight = i == n ? amplitude * (levels - float(n)) : amplitude;
-        if (weight == 0.0f) break;
+        // A ratio large enough to overflow the amplitude ends the sum there,
+        // where infinite octaves of either sign added up to NaN.
+        if (weight == 0.0f || !std::isfinite(weight)) break;
         float v = f.animated ? Tnoise::noise4(q.x, q.y, q.z, time, kTimePeriod) : Tnoise::noise3(q.x, q.y, q.z);
         v = TdnFractal::sBias(v, f.bias);
         if (f.inflection) v = v <= 0.0f ? -2.0f * v - 1.0f : 2.0f * v - 1.0f;

@@ -63,8 +63,9 @@ void TdnWater::sMakeWaveList(const TwaveListKey& key, TwaveList& list) {
     for (unsigned k = 0; k < n; ++k) {
         float angle = windAngle + (Tnoise::nFrand(seed) * 2.0f - 1.0f) * kDirectionSpread;
         // Each wave a step further up in frequency; smoothness takes the
-        // amplitude of the higher ones down.
-        float step = 1.0f + float(k) * key.subFrequency;
+        // amplitude of the higher ones down. A negative sub-frequency counts
+        // as 0: it would bring a wave to frequency 0, of infinite amplitude.
+        float step = 1.0f + float(k) * std::max(key.subFrequency, 0.0f);
         float amplitude = std::pow(step, -std::max(key.smoothness, 0.0f));
         float phase = Tnoise::nFrand(seed) * kTwoPi;
         list.direction[list.count] = T2Float{std::cos(angle), std::sin(angle)};
@@ -130,7 +131,9 @@ float TdnWater::sWaves(const TwaveList& list, float u, float v, float time, floa
         float along = list.direction[k].x * u + list.direction[k].y * v - travel;
         h += list.amplitude[k] * std::sin(kTwoPi * list.frequency[k] * along + list.phase[k]);
     }
-    return h;
+    // A phase past the float range (a UV or a time near it) has no sine: the
+    // water lies calm there rather than turning NaN.
+    return std::isfinite(h) ? h : 0.0f;
 }
 
 // One ring about (ox, oy).

@@ -1,6 +1,7 @@
 // Depth-map shadows through the road users take: scene files rendered by
 // `shadenet render`, compared with ray-traced shadows of the same scene, and
-// maps written by one render and reused by the next.
+// maps written by one render and reused by the next; and soft ray-traced
+// shadows of a light of huge radius.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -127,4 +128,36 @@ TEST(DepthMapRender, WrittenMapsRenderTheIdenticalImageWhenReused) {
         EXPECT_EQ(reads, size_t(c.files)) << err;
         EXPECT_EQ(reused.pixels, written.pixels);
     }
+}
+
+// With nothing between the lights and an open floor, soft shadows of any
+// radius let all the light through, as hard ones do. A radius of 1e30 aimed
+// shadow rays whose length overflowed a float, and the tracer aborted.
+TEST(SoftShadowRender, AHugeLightRadiusLightsAnOpenFloorAsAHardShadowDoes) {
+    auto scene = [](const std::string& soft) {
+        return R"({"format": "shadenet-scene", "version": 1, "nodes": [
+  {"type": "transform", "name": "camXf", "attributes": {"translate": [0, 6, 0], "rotate": [-90, 0, 0]}},
+  {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 4}},
+  {"type": "resolution", "name": "defaultResolution", "attributes": {"width": 16, "height": 16}},
+  {"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1}},
+  {"type": "transform", "name": "lampXf", "attributes": {"translate": [1, 3, 0]}},
+  {"type": "pointLight", "name": "lamp", "parent": "lampXf", "attributes": {"useRayTraceShadows": true, "shadowRays": 4)" + soft + R"(}},
+  {"type": "ambientLight", "name": "fill", "attributes": {"intensity": 0.5, "ambientShade": 1, "useRayTraceShadows": true, "shadowRays": 4)" +
+               (soft.empty() ? "" : R"(, "castSoftShadows": true, "shadowRadius": 1e30)") + R"(}},
+  {"type": "plane", "name": "floor", "attributes": {"width": 8, "height": 8}},
+  {"type": "lambert", "name": "mat", "attributes": {"color": [0.8, 0.8, 0.8], "diffuse": 1}},
+  {"type": "shadingEngine", "name": "matSG", "members": ["floor"]}
+], "connections": [["mat.outColor", "matSG.surfaceShader"]]})";
+    };
+    TtestTempDir dir;
+    std::string err;
+    const TtestImage hard = render(dir, "hard", scene(""), err);
+    ASSERT_EQ(hard.width, 16) << err;
+    const TtestImage soft = render(dir, "soft", scene(R"(, "castSoftShadows": true, "lightRadius": 1e30)"), err);
+    ASSERT_EQ(soft.width, 16) << err;
+    for (int y = 0; y < 16; ++y)
+        for (int x = 0; x < 16; ++x) {
+            ASSERT_GT(hard.at(x, y, 0), 0.05f) << "the floor is lit at " << x << "," << y;
+            for (int c = 0; c < 3; ++c) EXPECT_NEAR(soft.at(x, y, c), hard.at(x, y, c), 1e-5f) << x << "," << y;
+        }
 }

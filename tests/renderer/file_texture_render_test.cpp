@@ -26,18 +26,19 @@ TpixelMap blockImage(int variant) {
     return map;
 }
 
-std::string sceneText(int filterType) {
+// `moreNodes` and `moreConnections`, each ending in a comma, join the scene's.
+std::string sceneText(int filterType, const std::string& moreNodes = "", const std::string& moreConnections = "") {
     return R"({"format": "shadenet-scene", "version": 1, "nodes": [
       {"type": "transform", "name": "camXf", "attributes": {"translate": [0, 0, 5]}},
       {"type": "camera", "name": "cam", "parent": "camXf", "attributes": {"orthographic": true, "orthographicWidth": 2}},
       {"type": "transform", "name": "cardXf", "attributes": {"rotate": [90, 0, 0]}},
       {"type": "plane", "name": "card", "parent": "cardXf", "attributes": {"width": 2, "height": 2}},
       {"type": "file", "name": "blocks", "attributes": {"fileTextureName": "images/blocks.png", "filterType": )" +
-           std::to_string(filterType) + R"(}},
+           std::to_string(filterType) + R"(}},)" + moreNodes + R"(
       {"type": "lambert", "name": "unlit", "attributes": {"color": [0, 0, 0], "diffuse": 0}},
       {"type": "shadingEngine", "name": "cardSG", "members": ["|cardXf|card"]},
       {"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1}}],
-    "connections": [["blocks.outColor", "unlit.incandescence"], ["unlit.outColor", "cardSG.surfaceShader"]]})";
+    "connections": [)" + moreConnections + R"(["blocks.outColor", "unlit.incandescence"], ["unlit.outColor", "cardSG.surfaceShader"]]})";
 }
 
 // Block colours of `variant` written as images/blocks.png in `dir`.
@@ -109,5 +110,28 @@ TEST(FileTextureRender, BoxFilterAcrossABlockEdgeIsTheAreaWeightedMean) {
             const double expected = (a * blockValue(0, by, ch, 0) + b * blockValue(1, by, ch, 0)) / (a + b);
             EXPECT_NEAR(image.at(7, y, ch) * 255, expected, 1.01) << "row " << y << " channel " << ch;
         }
+    }
+}
+
+// A UV that overflowed on its way to the node, here the product of two large
+// finite numbers, names no texel: every filter shades the card black, where
+// the lookup read far outside the image and crashed the render.
+TEST(FileTextureRender, AnOverflowedUvShadesBlack) {
+    TtestTempDir dir;
+    writeBlocks(dir, 0);
+    const std::string far = R"({"type": "multiplyDivide", "name": "far", "attributes": {"input1": [1e30, 0.5, 0], "input2": [1e30, 1, 1]}},)";
+    const std::string feed = R"(["far.outputX", "blocks.uCoord"], ["far.outputY", "blocks.vCoord"],)";
+    for (int filterType : {0, 1, 2}) {
+        SCOPED_TRACE(filterType);
+        const TsceneRender r = renderSceneFile(dir, "far" + std::to_string(filterType), sceneText(filterType, far, feed),
+                                               {"--spp", "1", "--resolution", "8", "8", "-q"});
+        ASSERT_EQ(r.run.status, 0) << r.run.err;
+        ASSERT_EQ(r.image.width, 8);
+        ASSERT_EQ(r.image.channels, 4);
+        for (int y = 0; y < 8; ++y)
+            for (int x = 0; x < 8; ++x) {
+                EXPECT_EQ(r.image.at(x, y, 3), 1.0f) << "the card covers pixel " << x << "," << y;
+                for (int ch = 0; ch < 3; ++ch) EXPECT_EQ(r.image.at(x, y, ch), 0.0f) << "pixel " << x << "," << y;
+            }
     }
 }

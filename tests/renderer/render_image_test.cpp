@@ -98,6 +98,10 @@ TEST(RenderImage, AUniformViewRendersUniformToTheImagesEdges) {
                          card + R"(, {"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": ")" + filter +
                              R"(", "pixelFilterWidthX": 3}})",
                          "", 4, {0.25f, 0.5f, 0.75f}});
+    // Wider than any image: the filter stops at its widest, 64 pixels.
+    cases.push_back({"box 1e30 pixels wide",
+                     card + R"(, {"type": "renderQuality", "name": "defaultRenderQuality", "attributes": {"pixelFilterType": "kBoxPixelFilter", "pixelFilterWidthX": 1e30}})",
+                     "", 1, {0.25f, 0.5f, 0.75f}});
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         TrenderRun run = renderText(sceneText(c.nodes, c.links, c.camera), renderOptions(20, 14, 2, c.spp));

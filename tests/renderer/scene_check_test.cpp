@@ -111,6 +111,7 @@ TEST(SceneCheck, FindsEachClassOfProblemOnTheNodeAndAttributeAtFault) {
         {"far camera", R"("translate": [0, 0, 10])", R"("translate": [0, 0, 1e16])", K::kError, "cam", "", "reaches 1e+16 units"},
         {"zero ortho width", R"("orthographicWidth": 4)", R"("orthographicWidth": 0)", K::kError, "cam", "orthographicWidth", "must be above 0"},
         {"negative focal length", R"("orthographic": true)", R"("orthographic": false, "focalLength": -35)", K::kError, "cam", "focalLength", "must be above 0"},
+        {"view of almost 180 degrees", R"("orthographic": true)", R"("orthographic": false, "focalLength": 1e-30)", K::kError, "cam", "focalLength", "wider than 179.9999 degrees"},
         {"NaN film aperture", R"("orthographic": true)", R"("orthographic": false, "horizontalFilmAperture": "nan")", K::kError, "cam", "horizontalFilmAperture", "is NaN"},
         {"near above far", R"("orthographicWidth": 4)", R"("orthographicWidth": 4, "nearClipPlane": 50, "farClipPlane": 20)", K::kError, "cam", "nearClipPlane", "must lie before the far clip plane"},
         {"negative near", R"("orthographicWidth": 4)", R"("orthographicWidth": 4, "nearClipPlane": -0.5)", K::kError, "cam", "nearClipPlane", "0 or more"},
@@ -127,6 +128,7 @@ TEST(SceneCheck, FindsEachClassOfProblemOnTheNodeAndAttributeAtFault) {
         {"object in no group", R"("members": ["|rightXf|right"])", R"("members": [])", K::kWarning, "right", "", "'|rightXf|right' is in no shading group"},
         {"group without material", R"(["green.outColor", "greenSG.surfaceShader"])", R"(["green.outColor", "green.color"])", K::kWarning, "greenSG", "surfaceShader", "has no material"},
         {"NaN shading value", R"("mode": 4, "color": [0, 1, 0])", R"("mode": 4, "color": [0, 1, 0], "transparency": [0, 0, 0]}}, {"type": "lambert", "name": "stray", "attributes": {"diffuse": "nan")", K::kWarning, "stray", "diffuse", "is NaN"},
+        {"NaN in a float pair without children", R"("mode": 4, "color": [0, 1, 0])", R"("mode": 4, "color": [0, 1, 0], "transparency": [0, 0, 0]}}, {"type": "water", "name": "stray", "attributes": {"windUV": [1, "nan"])", K::kWarning, "stray", "windUV", "is NaN"},
     };
     const std::string good = twoBalls("");
     EXPECT_TRUE(issuesOf(good).empty()) << issuesOf(good)[0].text();

@@ -67,6 +67,10 @@ TEST(Place2d, EachStepOfTheMapping) {
         {"an outside sample stays outside", with([](auto& p) { p.repeat = {2, 2}; }), {-1e7f, -1e7f}, true, {-1e7f, -1e7f}},
         {"one coordinate at -1e7 is mapped like any other", with([](auto& p) { p.repeat = {1, 2}; }), {-1e7f, 0.3f}, true,
          {-1e7f, 0.6f}},
+        {"repeat and offset past the float range", with([](auto& p) { p.repeat = {3e38f, 1}; p.offset = {3e38f, 0}; }),
+         {0.5f, 0.5f}, false, {}},
+        {"rotate UV past the float range", with([&](auto& p) { p.repeat = {3e38f, 3e38f}; p.rotateUV = half / 2; }),
+         {0.9f, 0.9f}, false, {}},
     };
     EXPECT_EQ(std::bit_cast<float>(TdnPlace2dTx::kAlmostOneBits), 0.9999f);
     for (auto& c : cases) {

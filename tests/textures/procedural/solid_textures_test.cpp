@@ -194,6 +194,11 @@ TEST(SolidPatterns, ReduceToClosedFormsAtSimpleSettings) {
     EXPECT_NEAR(TdnBrownian::sValue(b, p, std::pow(2.0f, -2.5f)), sum * 0.5f + 0.5f, 1e-4f);
     b.octaves = 1;
     EXPECT_NEAR(TdnBrownian::sValue(b, p, 1e-6f), g(p) * 0.5f + 0.5f, 1e-5f) << "octaves cap the count";
+    b.octaves = 5;
+    for (float lacunarity : {0.0f, -1.0f}) {
+        b.lacunarity = lacunarity;
+        EXPECT_NEAR(TdnBrownian::sValue(b, p, 1e-6f), g(p) * 0.5f + 0.5f, 1e-5f) << "lacunarity " << lacunarity << ": no finite weight past the first octave";
+    }
 
     // Solid fractal held to one level: one noise lookup at p / 32.
     TsolidFractalParams s;
@@ -202,6 +207,15 @@ TEST(SolidPatterns, ReduceToClosedFormsAtSimpleSettings) {
     s.fractal.threshold = 0.1f;
     float n = Tnoise::noise3(p.x / 32, p.y / 32, p.z / 32);
     EXPECT_NEAR(TdnSolidFractal::sValue(s, p, 1e-6f), 0.1f + (0.8f * n + 1) * 0.5f, 1e-5f);
+    // A ratio of 1e30: the second octave weighs 0.8e30 and the third
+    // overflows, so the sum stops after two and the value saturates.
+    TsolidFractalParams steep = s;
+    TdnSolidFractal::sDepthToLevels({0, 4}, steep.fractal);
+    steep.fractal.ratio = 1e30f;
+    const float r = steep.fractal.frequencyRatio;
+    const float n1 = Tnoise::noise3(p.x / 32 * r + 0.1f, p.y / 32 * r + 0.03f, p.z / 32 * r + 0.13f);
+    const float want = std::min(0.1f + (0.8f * n + 0.8e30f * n1 + 1) * 0.5f, 1.0f);
+    EXPECT_NEAR(TdnSolidFractal::sValue(steep, p, 1e-6f), want, 1e-5f * std::max(1.0f, std::fabs(want)));
     s.fractal.animated = true;
     s.fractal.time = 0.3f;
     n = Tnoise::noise4(p.x / 32, p.y / 32, p.z / 32, 0.3f, TdnSolidFractal::kTimePeriod);

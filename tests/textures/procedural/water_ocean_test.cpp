@@ -42,6 +42,39 @@ TEST(Water, WaveListSumsToOneAndFollowsTheWind) {
     EXPECT_EQ(TdnWater::sWaves(empty, 0.3f, 0.4f, 0, 1), 0.0f);
 }
 
+// Below 0 the sub-frequency counts as 0: every wave at the base frequency,
+// with equal shares of the amplitude.
+TEST(Water, ANegativeSubFrequencyCountsAsZero) {
+    TwaveListKey key;
+    key.count = 4;
+    key.subFrequency = -1.0f;
+    key.fast = false;
+    TwaveList list;
+    TdnWater::sMakeWaveList(key, list);
+    ASSERT_EQ(list.count, 4u);
+    for (unsigned k = 0; k < list.count; ++k) {
+        EXPECT_EQ(list.frequency[k], key.frequency) << k;
+        EXPECT_NEAR(list.amplitude[k], 0.25f, 1e-6f) << k;
+    }
+}
+
+// Coordinates whose wave phase leaves the float range (a repeat of 1e38)
+// give calm water, height 0, on both textures rather than a NaN.
+TEST(Water, AndOceanLieCalmWhereThePhaseOverflows) {
+    TwaveListKey key;
+    key.count = 8;
+    TwaveList list;
+    TdnWater::sMakeWaveList(key, list);
+    ToceanCurve none;
+    ToceanWaves sea;
+    sea.build(ToceanParams{}, none, none, none);
+    for (float u : {3e38f, -3e38f}) {
+        EXPECT_EQ(TdnWater::sWaves(list, u, 0.5f, 0, 1), 0.0f) << u;
+        EXPECT_EQ(sea.height(u, 0.5f), 0.0f) << u;
+    }
+    EXPECT_EQ(TdnWater::sWaves(list, 0.5f, 0.5f, 1e30f, 1e30f), 0.0f) << "a time and speed whose product overflows";
+}
+
 TEST(Water, FastDropsOnlyNegligibleWaves) {
     TwaveListKey key;
     key.count = 64;
