@@ -192,47 +192,62 @@ TtextPosition textPositionOf(std::string_view text, size_t offset) {
     return p;
 }
 
-TtextPosition firstTooDeep(std::string_view text, unsigned maxDepth) {
-    unsigned depth = 0;
+namespace {
+// Calls visit(i) for each character of `text` outside string literals, until
+// it returns false; visit may move i past a token it has read.
+template <class F>
+void scanOutsideStrings(std::string_view text, F&& visit) {
     bool inString = false;
     for (size_t i = 0; i < text.size(); ++i) {
-        char c = text[i];
+        const char c = text[i];
         if (inString) {
             if (c == '\\') ++i;
             else if (c == '"') inString = false;
         } else if (c == '"') {
             inString = true;
-        } else if (c == '[' || c == '{') {
-            if (++depth > maxDepth) return textPositionOf(text, i);
+        } else if (!visit(i)) {
+            return;
+        }
+    }
+}
+}  // namespace
+
+TtextPosition firstTooDeep(std::string_view text, unsigned maxDepth) {
+    unsigned depth = 0;
+    TtextPosition found;
+    scanOutsideStrings(text, [&](size_t& i) {
+        const char c = text[i];
+        if (c == '[' || c == '{') {
+            if (++depth > maxDepth) {
+                found = textPositionOf(text, i);
+                return false;
+            }
         } else if ((c == ']' || c == '}') && depth > 0) {
             --depth;
         }
-    }
-    return {};
+        return true;
+    });
+    return found;
 }
 
 TtextPosition firstNumberBeyondDouble(std::string_view text, std::string* number) {
     auto inNumber = [](char c) {
         return std::isdigit(static_cast<unsigned char>(c)) || c == '-' || c == '+' || c == '.' || c == 'e' || c == 'E';
     };
-    bool inString = false;
-    for (size_t i = 0; i < text.size(); ++i) {
-        char c = text[i];
-        if (inString) {
-            if (c == '\\') ++i;
-            else if (c == '"') inString = false;
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '-' || std::isdigit(static_cast<unsigned char>(c))) {
-            size_t end = i;
-            while (end < text.size() && inNumber(text[end])) ++end;
-            const std::string token(text.substr(i, end - i));
-            if (std::isinf(std::strtod(token.c_str(), nullptr))) {
-                if (number) *number = token;
-                return textPositionOf(text, i);
-            }
-            i = end - 1;
+    TtextPosition found;
+    scanOutsideStrings(text, [&](size_t& i) {
+        const char c = text[i];
+        if (c != '-' && !std::isdigit(static_cast<unsigned char>(c))) return true;
+        size_t end = i;
+        while (end < text.size() && inNumber(text[end])) ++end;
+        const std::string token(text.substr(i, end - i));
+        if (std::isinf(std::strtod(token.c_str(), nullptr))) {
+            if (number) *number = token;
+            found = textPositionOf(text, i);
+            return false;
         }
-    }
-    return {};
+        i = end - 1;
+        return true;
+    });
+    return found;
 }
