@@ -50,8 +50,8 @@ const TattributeNotes kShapedLights{
         {"dmapSceneName", "Puts the scene's name in depth-map file names", "", ""},
         {"dmapFrameExt", "Puts the frame number in depth-map file names", "", ""},
         {"lastWrittenDmapAnimExtName", "Frame extension of the last depth map written (set by the render)", "", ""},
-        {"volumeShadowSamples", "Stored; not read by the reference renderer", "samples", ""},
-        {"fogShadowIntensity", "Stored; not read by the reference renderer", "", ""},
+        {"volumeShadowSamples", "Points along each segment of the light's own fog where its shadow is taken (at most 16)", "samples", "1.."},
+        {"fogShadowIntensity", "Deepens the shadows in the light's own fog: a shadow of s becomes min(1, s times this)", "", "1..10"},
         {"mentalRayControls", "Stored for other renderers; not read here", "", ""},
     }};
 

@@ -49,7 +49,10 @@ def main():
     env = dict(os.environ)
     env["PATH"] = os.pathsep.join([tools, os.path.join(build, "bin"), env.get("PATH", "")])
     env["PYTHONPATH"] = os.path.join(build, "python")
-    rewrite = lambda text: text.replace("build/bin/", os.path.join(build, "bin") + "/")
+    # The commands that make the docs' pictures write them elsewhere: a test
+    # run must not change the checkout.
+    pictures = tempfile.mkdtemp(prefix="doc-pictures-")
+    rewrite = lambda text: text.replace("build/bin/", os.path.join(build, "bin") + "/").replace("docs/images/", pictures + "/")
 
     docs = [os.path.join(source, "README.md")] + sorted(
         os.path.join(source, "docs", f) for f in os.listdir(os.path.join(source, "docs")) if f.endswith(".md"))
