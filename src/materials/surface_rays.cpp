@@ -85,6 +85,14 @@ T3Float matte(short m, float g, const T3Float& t) {
     return m == kMatteBlackHole ? splat(kBlackHoleMatte) : m == kMatteSolid ? splat(g) : oneMinus(t) * g;
 }
 
+// One value into every sample of a run, or once into a constant.
+void fillTriples(const TdataHandle& h, unsigned start, unsigned count, const T3Float& value) {
+    auto* p = static_cast<unsigned char*>(h.element(start));
+    const size_t stride = h.stride;
+    if (!h.isVariable()) count = 1;
+    for (unsigned k = 0; k < count; ++k, p += stride) std::memcpy(p, &value, sizeof value);
+}
+
 void writeMatteOpacity(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count, const T3Float* result,
                        bool uniform) {
     const TsurfaceSettings& s = a.settings;
@@ -96,8 +104,7 @@ void writeMatteOpacity(const TsurfaceAttributes& a, TdataBlock& block, unsigned 
         const short m = mode.asShort(start);
         const float g = gain.asFloat(start);
         if (uniform || m == kMatteBlackHole || m == kMatteSolid) {
-            const T3Float value = matte(m, g, result[0]);
-            for (unsigned i = start; i < start + count; ++i) outMatte.asFloat3(i) = value;
+            fillTriples(outMatte, start, count, matte(m, g, result[0]));
         } else {
             for (unsigned i = start; i < start + count; ++i) outMatte.asFloat3(i) = oneMinus(result[i - start]) * g;
         }
@@ -106,13 +113,6 @@ void writeMatteOpacity(const TsurfaceAttributes& a, TdataBlock& block, unsigned 
     for (unsigned i = start; i < start + count; ++i) outMatte.asFloat3(i) = matte(mode.asShort(i), gain.asFloat(i), result[uniform ? 0 : i - start]);
 }
 
-// One value into every sample of a run, or once into a constant.
-void fillTriples(const TdataHandle& h, unsigned start, unsigned count, const T3Float& value) {
-    auto* p = static_cast<unsigned char*>(h.element(start));
-    const size_t stride = h.stride;
-    if (!h.isVariable()) count = 1;
-    for (unsigned k = 0; k < count; ++k, p += stride) std::memcpy(p, &value, sizeof value);
-}
 }  // namespace
 
 bool writeSettledSurfaceTransparency(const TsurfaceAttributes& a, TdataBlock& block, unsigned start, unsigned count,
@@ -140,8 +140,7 @@ void computeSurfaceTransparency(TdependNode* node, const TsurfaceAttributes& a, 
         // One transparency for the batch and nothing to refract: the usual
         // material, opaque or evenly clear.
         const T3Float result = hide.asBool(start) ? splat(1) : transparency[0];
-        TdataHandle outTransparency = block.outputValue(a.io.outTransparency.whole, start, count);
-        for (unsigned i = start; i < start + count; ++i) outTransparency.asFloat3(i) = result;
+        fillTriples(block.outputValue(a.io.outTransparency.whole, start, count), start, count, result);
         if (!shadowPass) writeMatteOpacity(a, block, start, count, &result, true);
         return;
     }
