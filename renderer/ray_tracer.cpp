@@ -81,8 +81,10 @@ TrendererRaySampler::TrendererRaySampler(const TrenderScene& scene, float pixelA
 TrendererRaySampler::~TrendererRaySampler() = default;
 
 void TrendererRaySampler::endSampling() {
-    for (auto& lv : fLevels)
+    for (auto& lv : fLevels) {
         if (lv && lv->thread) lv->thread->endSampling();
+        if (lv && lv->shadowThread) lv->shadowThread->endSampling();
+    }
 }
 
 TrendererRaySampler::Level* TrendererRaySampler::level(int index) {
@@ -98,6 +100,9 @@ TrendererRaySampler::Level* TrendererRaySampler::level(int index) {
         lv->sampleOf.resize(kChunk);
         lv->throughput.resize(kChunk);
         lv->live.resize(kChunk);
+        lv->shadowThread = std::make_unique<TrenderLevelThread>(&fConstants, this, unsigned(fScene.groups().size()), kSurfaceShadows);
+        lv->shadowSamples.reserve(kShadowBatch);
+        lv->shadowOf.reserve(kShadowBatch);
     }
     return lv.get();
 }
@@ -119,6 +124,8 @@ void TrendererRaySampler::background(Tspectrum& out) {
 void TrendererRaySampler::traceShadowRays(TdependNode*, int n, TgenericRay** rays, Treflectance* transmittance) {
     const TrenderCamera& camera = fScene.camera();
     const float bias = fScene.settings().rayBias;
+    // Too deep to shade what lies between: every surface stops the light.
+    Level* lv = level(fActiveLevel + 1);
     uint64_t start = nowNs();
     for (int i = 0; i < n; ++i) {
         TgenericRay& ray = *rays[i];
@@ -126,20 +133,88 @@ void TrendererRaySampler::traceShadowRays(TdependNode*, int n, TgenericRay** ray
         T3Float toLight = camera.cameraToWorld.transformVector(ray.direction * (ray.distance < 1e30f ? ray.distance : 1.0f));
         float distance = ray.distance < 1e30f ? length(toLight) : 1e30f;
         T3Float direction = normalize(ray.distance < 1e30f ? toLight : camera.cameraToWorld.transformVector(ray.direction));
-        TworldRay w{origin, direction, bias, std::max(bias, distance - bias)};
+        TworldRay w{origin, direction, bias, std::max(bias, distance - bias), ray.rayDepth};
+        TshadowHits hits;
         TtraceContext context;
         rtcInitIntersectContext(&context.embree);
-        context.cameraRay = false;
+        context.shadowHits = lv ? &hits : nullptr;
         RTCRay r = embreeRay(w);
         rtcOccluded1(fScene.embreeScene(), &context.embree, &r);
         // Embree marks an occluded ray by setting tfar to -inf.
         transmittance[i] = r.tfar < 0 ? Treflectance(kBlackSpectrum) : Treflectance(kWhiteSpectrum);
+        if (r.tfar >= 0 && hits.count) {
+            counters.intersectNs += nowNs() - start;
+            queueTransmitters(lv, i, w, hits, transmittance);
+            start = nowNs();
+        }
     }
     counters.shadowRays += uint64_t(std::max(n, 0));
     counters.intersectNs += nowNs() - start;
+    if (lv && !lv->shadowSamples.empty()) shadeTransmitters(*lv, transmittance);
+}
+
+void TrendererRaySampler::queueTransmitters(Level* lv, int ray, const TworldRay& w, const TshadowHits& hits,
+                                            Treflectance* transmittance) {
+    const TrenderCamera& camera = fScene.camera();
+    const auto& objects = fScene.objects();
+    for (unsigned k = 0; k < hits.count; ++k) {
+        const TshadowHit& h = hits.hit[k];
+        const TrenderObject& object = *objects[h.object];
+        TsurfacePoint p;
+        evaluateSurface(object, camera, h.primitive, h.u, h.v, w.origin, w.direction, h.t, p);
+        applyFootprint(p, fPixelAngle * std::max(p.distance, 1e-6f));
+        p.rayDepth = w.depth;
+        p.illuminationIndex = -1;
+        p.pixelCenter = {0, 0};
+        Tsample* s = lv->shadowThread->allocate(object);
+        if (!s) {
+            // No program: the surface draws opaque, and stops the light.
+            transmittance[ray] = Treflectance(kBlackSpectrum);
+            continue;
+        }
+        fillSample(*s, p);
+        lv->shadowSamples.push_back(s);
+        lv->shadowOf.push_back(unsigned(ray));
+        if (lv->shadowSamples.size() == kShadowBatch) shadeTransmitters(*lv, transmittance);
+    }
+}
+
+void TrendererRaySampler::shadeTransmitters(Level& lv, Treflectance* transmittance) {
+    const unsigned count = unsigned(lv.shadowSamples.size());
+    const int previous = fActiveLevel;
+    const bool wasShading = fShadingTransmitters;
+    fActiveLevel = previous + 1;
+    fShadingTransmitters = true;
+    TsampleManager& manager = *lv.shadowThread->sampleManager();
+    manager.dispatchSamples(count, lv.shadowSamples.data());
+    manager.flushDispatchedSamples();
+    fShadingTransmitters = wasShading;
+    fActiveLevel = previous;
+    counters.shadedSamples += count;
+    // A shadow is never brighter than no shadow, nor is bad data light.
+    auto pass = [](float t) { return t > 0 ? std::min(t, 1.0f) : 0.0f; };
+    for (unsigned k = 0; k < count; ++k) {
+        const T3Float* t = lv.shadowSamples[k]->outTransparency();
+        Treflectance& out = transmittance[lv.shadowOf[k]];
+        if (t) out.set(out.r() * pass(t->x), out.g() * pass(t->y), out.b() * pass(t->z));
+        else out = Treflectance(kBlackSpectrum);
+    }
+    manager.releaseSamples(count, lv.shadowSamples.data());
+    lv.shadowSamples.clear();
+    lv.shadowOf.clear();
 }
 
 void TrendererRaySampler::traceRays(TdependNode*, int n, TgenericRay** rays, Tspectrum* radiance, Tspectrum* transmittance) {
+    if (fShadingTransmitters) {
+        // A shadow ray goes straight through: what a refraction would show
+        // is the light itself, so the ray passes all and sees nothing.
+        for (int i = 0; i < n; ++i) {
+            radiance[i] = kBlackSpectrum;
+            transmittance[i] = kWhiteSpectrum;
+            rays[i]->distance = FLT_MAX;
+        }
+        return;
+    }
     const TrenderCamera& camera = fScene.camera();
     TworldRay world[kChunk];
     TtraceResult results[kChunk];

@@ -43,6 +43,8 @@ public:
     static constexpr unsigned kChunk = 256;
     // Layers of transparency a ray passes through before it stops.
     static constexpr unsigned kMaxTransparentLayers = 8;
+    // Surfaces that shadow rays pass, shaded together.
+    static constexpr unsigned kShadowBatch = 64;
 
     TrendererRaySampler(const TrenderScene& scene, float pixelAngle);
     ~TrendererRaySampler() override;
@@ -76,16 +78,25 @@ private:
         std::vector<unsigned> sampleOf;  // ray index of each sample
         std::vector<T3Float> throughput;
         std::vector<unsigned> live;      // rays still passing through surfaces
+        // The transparency of surfaces that shadow rays pass, shaded alone.
+        std::unique_ptr<TrenderLevelThread> shadowThread;
+        std::vector<Tsample*> shadowSamples;
+        std::vector<unsigned> shadowOf;  // shadow ray index of each sample
     };
     Level* level(int index);
     void traceChunk(Level& lv, unsigned n, const TworldRay* rays, TtraceResult* results);
     void applyFog(unsigned n, const TworldRay* rays, const float* firstHit, TtraceResult* results);
+    // Multiplies the transmittance of shadow ray `ray` by the transparency of
+    // the surfaces in `hits`, shaded on `lv`; batches fill before they shade.
+    void queueTransmitters(Level* lv, int ray, const TworldRay& w, const TshadowHits& hits, Treflectance* transmittance);
+    void shadeTransmitters(Level& lv, Treflectance* transmittance);
 
     const TrenderScene& fScene;
     float fPixelAngle;
     TframeConstants fConstants;  // nested levels hand shaded batches to no raster
     std::vector<std::unique_ptr<Level>> fLevels;
     int fActiveLevel = 0;
+    bool fShadingTransmitters = false;  // rays formed now are not traced
     TfogTracer* fFog = nullptr;
     uint64_t fRandomState = 1;
 };

@@ -41,7 +41,48 @@ void rejectCameraRays(const RTCFilterFunctionNArguments* args) {
     if (!reinterpret_cast<const TtraceContext*>(args->context)->cameraRay) return;
     for (unsigned i = 0; i < args->N; ++i) args->valid[i] = 0;
 }
+
+// A shadow ray passes a surface that may let light through and notes it, to
+// shade its transparency once the ray is known not to be stopped outright.
+void passTransmitters(const RTCFilterFunctionNArguments* args) {
+    TshadowHits* hits = reinterpret_cast<const TtraceContext*>(args->context)->shadowHits;
+    if (!hits) return;
+    for (unsigned i = 0; i < args->N; ++i) {
+        if (!args->valid[i]) continue;
+        TshadowHit h{RTCHitN_instID(args->hit, args->N, i, 0), RTCHitN_primID(args->hit, args->N, i),
+                     RTCHitN_u(args->hit, args->N, i), RTCHitN_v(args->hit, args->N, i), RTCRayN_tfar(args->ray, args->N, i)};
+        if (hits->add(h)) args->valid[i] = 0;
+    }
+}
+
+// Whether a group's material may let light through. Only a short cut for
+// shadow rays: a material that is not known to be opaque has its
+// transparency shaded, and one that shades opaque still stops the light.
+bool materialMayTransmit(TDNshadingEngine* group) {
+    if (!group) return false;
+    const Tplug* source = group->sourceOf(Tplug(group, &TDNshadingEngine::saSurfaceShader()));
+    TdependNode* material = source ? source->node() : nullptr;
+    if (!material) return false;  // drawn in the default colour, opaque
+    const Tattribute* transparency = material->attribute(Tstring("transparency"));
+    const Tattribute* hide = material->attribute(Tstring("hideSource"));
+    T3Float value(1, 1, 1);
+    if (!transparency || transparency->childCount() != 3 || !material->getAttributeValue(transparency, &value)) return true;
+    Tplug plug(material, transparency);
+    if (plug.isDestination() || plug.isChildDestination()) return true;
+    if (hide && (Tplug(material, hide).isDestination() || renderValueOf<bool>(material, *hide, false))) return true;
+    return std::max({value.x, value.y, value.z}) > 0;
+}
 }  // namespace
+
+bool TshadowHits::add(const TshadowHit& h) {
+    // The tracer may report one hit more than once.
+    for (unsigned i = 0; i < count; ++i)
+        if (hit[i].object == h.object && hit[i].primitive == h.primitive && std::fabs(hit[i].t - h.t) <= 1e-6f * std::max(1.0f, h.t))
+            return true;
+    if (count == kCapacity) return false;
+    hit[count++] = h;
+    return true;
+}
 
 TrenderScene::TrenderScene() = default;
 
@@ -142,6 +183,7 @@ bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, cons
     // Where rays may start: the camera, then every shape as it is placed.
     double sceneReach = farthestReach(fCamera.cameraToWorld, T3Float(), T3Float());
     std::map<TDNshadingEngine*, unsigned> membersSoFar;
+    std::map<TDNshadingEngine*, bool> transmits;
     for (TdependNode* node : nodes) {
         if (!isNodeOf<TgeometryShape>(node)) continue;
         auto* shape = static_cast<TgeometryShape*>(node);
@@ -212,6 +254,9 @@ bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, cons
             }
             if (!object->group) object->group = fallbackGroup;
             if (object->group) {
+                auto [judged, fresh] = transmits.try_emplace(object->group, false);
+                if (fresh) judged->second = materialMayTransmit(object->group);
+                object->mayTransmit = judged->second;
                 object->fNumber = membersSoFar[object->group]++;
                 auto known = std::find(fGroups.begin(), fGroups.end(), object->group);
                 object->groupIndex = int(known - fGroups.begin());
@@ -270,6 +315,7 @@ bool TrenderScene::buildGeometry(TrenderObject& object, std::string& error) {
         return false;
     }
     if (!object.castsShadows) rtcSetGeometryOccludedFilterFunction(geometry, rejectAll);
+    else if (object.mayTransmit) rtcSetGeometryOccludedFilterFunction(geometry, passTransmitters);
     if (!object.primaryVisibility) rtcSetGeometryIntersectFilterFunction(geometry, rejectCameraRays);
     rtcCommitGeometry(geometry);
     rtcAttachGeometry(scene, geometry);

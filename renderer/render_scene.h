@@ -31,11 +31,31 @@ bool isNodeOf(const TdependNode* node) {
     return node && node->typeof()->istype(Class::sMetaclass());
 }
 
-// The context of every trace: Embree's, and whether the ray comes from the
-// camera, so that objects hidden from the camera still reflect and shadow.
+// A surface that a shadow ray passed through and whose transparency is
+// still to be shaded.
+struct TshadowHit {
+    unsigned object, primitive;
+    float u, v, t;
+};
+
+// The surfaces that may let light through met by one shadow ray, in the
+// order the tracer found them (the product of transmittances needs none).
+struct TshadowHits {
+    static constexpr unsigned kCapacity = 8;
+    TshadowHit hit[kCapacity];
+    unsigned count = 0;
+    // False when full: the surface then stops the light.
+    bool add(const TshadowHit& h);
+};
+
+// The context of every trace: Embree's, whether the ray comes from the
+// camera, so that objects hidden from the camera still reflect and shadow,
+// and for a shadow ray where to collect the surfaces that may let light
+// through (null: every surface stops the light).
 struct TtraceContext {
     RTCIntersectContext embree;
-    bool cameraRay;
+    bool cameraRay = false;
+    TshadowHits* shadowHits = nullptr;
 };
 
 enum class TshapeKind { kSphere, kDisc, kTriangles };
@@ -58,6 +78,9 @@ public:
     float radius = 1;                      // sphere and disc
     std::shared_ptr<const TtriangleMesh> mesh;
     bool castsShadows = true, fReceiveShadows = true, primaryVisibility = true;
+    // Its group's material may let light through, so that shadow rays shade
+    // its transparency; false for a material known to be opaque.
+    bool mayTransmit = false;
     Tmatrix objectToWorld, worldToObject;
     // Object to camera for points, and its inverse transpose for normals.
     Tmatrix objectToCamera, normalToCamera;

@@ -1,6 +1,7 @@
 // Lit materials through the whole renderer: scene lights collected per
 // object, a Lambert against its closed form, light links, ray-traced shadows
-// and the pass without them, and reflections.
+// (through transparent surfaces too) and the pass without them, and
+// reflections.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -213,6 +214,77 @@ TEST(RenderLighting, RayTracedShadowDarkensTheFloorBehindASphereAndTheNoShadowsP
     ASSERT_NE(pass, nullptr);
     ASSERT_EQ(pass->pixels.size(), plain.image.data().size());
     for (size_t i = 0; i < pass->pixels.size(); ++i) EXPECT_NEAR(pass->pixels[i], plain.image.data()[i], 1e-5f) << i;
+}
+
+namespace {
+// A transparent occluder over a floor at y = -1, under a point light at
+// (0, 3, 0): a square card edge-on to the camera at y = 0, two units wide,
+// or a ball of radius 0.5 at the origin. A floor point (x, -1, z) sees the
+// light through the card at (3x/4, 0, 3z/4), where the card's uv is
+// ((3x/4 + 1) / 2, (1 - 3z/4) / 2).
+const char* const kCard = R"({"type": "plane", "name": "shape", "parent": "shapeXf", "attributes": {"width": 2, "height": 2}})";
+const char* const kBall = R"({"type": "sphere", "name": "shape", "parent": "shapeXf", "attributes": {"radius": 0.5}})";
+
+TrenderRun renderOccluderShadow(bool shadows, const char* shape, const std::string& glass, const std::string& connections = "") {
+    std::string nodes =
+        R"({"type": "transform", "name": "shapeXf"}, )" + std::string(shape) + R"(,
+           {"type": "lambert", "name": "glass", "attributes": {)" + glass + R"(}},
+           {"type": "shadingEngine", "name": "glassSG", "members": ["|shapeXf|shape"]},
+           {"type": "transform", "name": "floorXf", "attributes": {"translate": [0, -1, 0]}}, {"type": "plane", "name": "floor", "parent": "floorXf", "attributes": {"width": 30, "height": 30}},
+           {"type": "lambert", "name": "grey"}, {"type": "shadingEngine", "name": "greySG", "members": ["|floorXf|floor"]},
+           {"type": "checker", "name": "cells"},
+           {"type": "transform", "name": "lampXf", "attributes": {"translate": [0, 3, 0]}},
+           {"type": "pointLight", "name": "lamp", "parent": "lampXf", "attributes": {"useRayTraceShadows": )" +
+        std::string(shadows ? "true" : "false") + "}}, " + quality(true);
+    return renderText(sceneText(nodes, R"(["grey.outColor", "greySG.surfaceShader"], ["glass.outColor", "glassSG.surfaceShader"])" +
+                                           connections),
+                      renderOptions(kW, kH));
+}
+}  // namespace
+
+// A shadow ray shades the transparency of each surface it passes: the floor
+// keeps that fraction of its light, channel by channel, once for the card
+// and once for each side of the ball, whether the transparency is a value or
+// a texture read at the card's own uv. A refracting ball tints alike, since
+// a shadow ray goes straight on.
+TEST(RenderLighting, TransparentOccludersLetTheirTransparencyThroughTheRayTracedShadow) {
+    TrenderRun open = renderOccluderShadow(false, kCard, "");
+    ASSERT_TRUE(open.ok) << open.error;
+    auto throughOccluder = [&](const TrenderRun& run, float x, float z) {
+        int px, py;
+        pixelOf({x, -1, z}, px, py);
+        T3Float lit = rgb(open.image, px, py), seen = rgb(run.image, px, py);
+        EXPECT_GT(lit.x, 0.05f) << x << "," << z << " is lit without shadows";
+        return T3Float(seen.x / lit.x, seen.y / lit.y, seen.z / lit.z);
+    };
+    const std::string tint = R"("transparency": [0.25, 0.5, 1])";
+    struct Case {
+        const char* shape;
+        std::string glass;
+        T3Float through;
+    } cases[] = {
+        {kCard, tint, {0.25f, 0.5f, 1}},
+        {kBall, tint, {0.0625f, 0.25f, 1}},
+        {kBall, tint + R"(, "refractions": true, "refractiveIndex": 1.5)", {0.0625f, 0.25f, 1}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.shape) + c.glass);
+        TrenderRun run = renderOccluderShadow(true, c.shape, c.glass);
+        ASSERT_TRUE(run.ok) << run.error;
+        expectNear(throughOccluder(run, 0.05f, 0.05f), c.through, "behind the occluder", 2e-3f);
+        expectNear(throughOccluder(run, 2.5f, 0.2f), T3Float(1, 1, 1), "beside it", 1e-5f);
+    }
+    // A checker of 2 by 2 white and black cells: the floor under the centres
+    // of opposite cells alike, lit fully or not at all.
+    TrenderRun cells = renderOccluderShadow(true, kCard, "", R"(, ["cells.outColor", "glass.transparency"])");
+    ASSERT_TRUE(cells.ok) << cells.error;
+    const float c = 2.0f / 3;  // a cell centre, u or v of 0.25 or 0.75
+    T3Float a = throughOccluder(cells, -c, c), b = throughOccluder(cells, c, -c);
+    T3Float d = throughOccluder(cells, c, c), e = throughOccluder(cells, -c, -c);
+    expectNear(a, b, "one diagonal", 1e-3f);
+    expectNear(d, e, "the other diagonal", 1e-3f);
+    EXPECT_NEAR(std::max(a.x, d.x), 1, 1e-3f);
+    EXPECT_NEAR(std::min(a.x, d.x), 0, 1e-3f);
 }
 
 namespace {
