@@ -103,6 +103,7 @@ TrendererRaySampler::Level* TrendererRaySampler::level(int index) {
         lv->shadowThread = std::make_unique<TrenderLevelThread>(&fConstants, this, unsigned(fScene.groups().size()), kSurfaceShadows);
         lv->shadowSamples.reserve(kShadowBatch);
         lv->shadowOf.reserve(kShadowBatch);
+        lv->shadowScale.reserve(kShadowBatch);
     }
     return lv.get();
 }
@@ -175,6 +176,8 @@ void TrendererRaySampler::queueTransmitters(Level* lv, int ray, const TworldRay&
         fillSample(*s, p);
         lv->shadowSamples.push_back(s);
         lv->shadowOf.push_back(unsigned(ray));
+        const float facing = std::fabs(dot(p.normal, p.rayDirection));
+        lv->shadowScale.push_back(1 - object.shadowAttenuation * (1 - facing));
         if (lv->shadowSamples.size() == kShadowBatch) shadeTransmitters(*lv, transmittance);
     }
 }
@@ -195,13 +198,15 @@ void TrendererRaySampler::shadeTransmitters(Level& lv, Treflectance* transmittan
     auto pass = [](float t) { return t > 0 ? std::min(t, 1.0f) : 0.0f; };
     for (unsigned k = 0; k < count; ++k) {
         const T3Float* t = lv.shadowSamples[k]->outTransparency();
+        const float scale = lv.shadowScale[k];
         Treflectance& out = transmittance[lv.shadowOf[k]];
-        if (t) out.set(out.r() * pass(t->x), out.g() * pass(t->y), out.b() * pass(t->z));
+        if (t) out.set(out.r() * scale * pass(t->x), out.g() * scale * pass(t->y), out.b() * scale * pass(t->z));
         else out = Treflectance(kBlackSpectrum);
     }
     manager.releaseSamples(count, lv.shadowSamples.data());
     lv.shadowSamples.clear();
     lv.shadowOf.clear();
+    lv.shadowScale.clear();
 }
 
 void TrendererRaySampler::traceRays(TdependNode*, int n, TgenericRay** rays, Tspectrum* radiance, Tspectrum* transmittance) {

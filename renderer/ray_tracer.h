@@ -82,6 +82,7 @@ private:
         std::unique_ptr<TrenderLevelThread> shadowThread;
         std::vector<Tsample*> shadowSamples;
         std::vector<unsigned> shadowOf;  // shadow ray index of each sample
+        std::vector<float> shadowScale;  // its shadowAttenuation factor
     };
     Level* level(int index);
     void traceChunk(Level& lv, unsigned n, const TworldRay* rays, TtraceResult* results);

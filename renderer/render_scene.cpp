@@ -58,10 +58,12 @@ void passTransmitters(const RTCFilterFunctionNArguments* args) {
 // Whether a group's material may let light through. Only a short cut for
 // shadow rays: a material that is not known to be opaque has its
 // transparency shaded, and one that shades opaque still stops the light.
-bool materialMayTransmit(TDNshadingEngine* group) {
-    if (!group) return false;
-    const Tplug* source = group->sourceOf(Tplug(group, &TDNshadingEngine::saSurfaceShader()));
-    TdependNode* material = source ? source->node() : nullptr;
+TdependNode* surfaceMaterial(TDNshadingEngine* group) {
+    const Tplug* source = group ? group->sourceOf(Tplug(group, &TDNshadingEngine::saSurfaceShader())) : nullptr;
+    return source ? source->node() : nullptr;
+}
+
+bool materialMayTransmit(TdependNode* material) {
     if (!material) return false;  // drawn in the default colour, opaque
     const Tattribute* transparency = material->attribute(Tstring("transparency"));
     const Tattribute* hide = material->attribute(Tstring("hideSource"));
@@ -183,7 +185,8 @@ bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, cons
     // Where rays may start: the camera, then every shape as it is placed.
     double sceneReach = farthestReach(fCamera.cameraToWorld, T3Float(), T3Float());
     std::map<TDNshadingEngine*, unsigned> membersSoFar;
-    std::map<TDNshadingEngine*, bool> transmits;
+    // Per group: its material's shadowAttenuation, or -1 for an opaque one.
+    std::map<TDNshadingEngine*, float> transmits;
     for (TdependNode* node : nodes) {
         if (!isNodeOf<TgeometryShape>(node)) continue;
         auto* shape = static_cast<TgeometryShape*>(node);
@@ -254,9 +257,15 @@ bool TrenderScene::build(TdependGraph& graph, const std::string& sceneFile, cons
             }
             if (!object->group) object->group = fallbackGroup;
             if (object->group) {
-                auto [judged, fresh] = transmits.try_emplace(object->group, false);
-                if (fresh) judged->second = materialMayTransmit(object->group);
-                object->mayTransmit = judged->second;
+                auto [judged, fresh] = transmits.try_emplace(object->group, -1.0f);
+                if (fresh) {
+                    TdependNode* material = surfaceMaterial(object->group);
+                    const Tattribute* attenuation = material ? material->attribute(Tstring("shadowAttenuation")) : nullptr;
+                    if (materialMayTransmit(material))
+                        judged->second = attenuation ? std::clamp(renderValueOf<float>(material, *attenuation, 0), 0.0f, 1.0f) : 0;
+                }
+                object->mayTransmit = judged->second >= 0;
+                object->shadowAttenuation = std::max(judged->second, 0.0f);
                 object->fNumber = membersSoFar[object->group]++;
                 auto known = std::find(fGroups.begin(), fGroups.end(), object->group);
                 object->groupIndex = int(known - fGroups.begin());

@@ -81,6 +81,10 @@ public:
     // Its group's material may let light through, so that shadow rays shade
     // its transparency; false for a material known to be opaque.
     bool mayTransmit = false;
+    // Its material's shadowAttenuation: how much a shadow through it darkens
+    // where light crosses the surface aslant, a stand-in for the light that
+    // a clear object focuses towards its shadow's centre.
+    float shadowAttenuation = 0;
     Tmatrix objectToWorld, worldToObject;
     // Object to camera for points, and its inverse transpose for normals.
     Tmatrix objectToCamera, normalToCamera;

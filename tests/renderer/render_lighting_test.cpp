@@ -246,7 +246,8 @@ TrenderRun renderOccluderShadow(bool shadows, const char* shape, const std::stri
 // keeps that fraction of its light, channel by channel, once for the card
 // and once for each side of the ball, whether the transparency is a value or
 // a texture read at the card's own uv. A refracting ball tints alike, since
-// a shadow ray goes straight on.
+// a shadow ray goes straight on. shadowAttenuation a darkens light that
+// crosses aslant, by 1 - a (1 - cosine).
 TEST(RenderLighting, TransparentOccludersLetTheirTransparencyThroughTheRayTracedShadow) {
     TrenderRun open = renderOccluderShadow(false, kCard, "");
     ASSERT_TRUE(open.ok) << open.error;
@@ -257,26 +258,32 @@ TEST(RenderLighting, TransparentOccludersLetTheirTransparencyThroughTheRayTraced
         EXPECT_GT(lit.x, 0.05f) << x << "," << z << " is lit without shadows";
         return T3Float(seen.x / lit.x, seen.y / lit.y, seen.z / lit.z);
     };
-    const std::string tint = R"("transparency": [0.25, 0.5, 1])";
+    const std::string tint = R"("transparency": [0.25, 0.5, 1])", square = R"(, "shadowAttenuation": 0)";
+    const T3Float t(0.25f, 0.5f, 1);
+    // From (1.2, -1, 0) the light is 1.2 across and 4 up.
+    const float aslant = 1 - 0.5f * (1 - 4 / std::sqrt(1.2f * 1.2f + 16));
     struct Case {
         const char* shape;
         std::string glass;
+        float x;
         T3Float through;
     } cases[] = {
-        {kCard, tint, {0.25f, 0.5f, 1}},
-        {kBall, tint, {0.0625f, 0.25f, 1}},
-        {kBall, tint + R"(, "refractions": true, "refractiveIndex": 1.5)", {0.0625f, 0.25f, 1}},
+        {kCard, tint + square, 0, t},
+        {kCard, tint + square, 1.2f, t},
+        {kCard, tint, 1.2f, t * aslant},
+        {kBall, tint + square, 0, {0.0625f, 0.25f, 1}},
+        {kBall, tint + square + R"(, "refractions": true, "refractiveIndex": 1.5)", 0, {0.0625f, 0.25f, 1}},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.shape) + c.glass);
+        SCOPED_TRACE(std::string(c.shape) + c.glass + " at " + std::to_string(c.x));
         TrenderRun run = renderOccluderShadow(true, c.shape, c.glass);
         ASSERT_TRUE(run.ok) << run.error;
-        expectNear(throughOccluder(run, 0.05f, 0.05f), c.through, "behind the occluder", 2e-3f);
+        expectNear(throughOccluder(run, c.x, 0), c.through, "behind the occluder", 2e-3f);
         expectNear(throughOccluder(run, 2.5f, 0.2f), T3Float(1, 1, 1), "beside it", 1e-5f);
     }
     // A checker of 2 by 2 white and black cells: the floor under the centres
     // of opposite cells alike, lit fully or not at all.
-    TrenderRun cells = renderOccluderShadow(true, kCard, "", R"(, ["cells.outColor", "glass.transparency"])");
+    TrenderRun cells = renderOccluderShadow(true, kCard, R"("shadowAttenuation": 0)", R"(, ["cells.outColor", "glass.transparency"])");
     ASSERT_TRUE(cells.ok) << cells.error;
     const float c = 2.0f / 3;  // a cell centre, u or v of 0.25 or 0.75
     T3Float a = throughOccluder(cells, -c, c), b = throughOccluder(cells, c, -c);
