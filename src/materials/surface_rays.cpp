@@ -343,8 +343,11 @@ void traceMirrorRays(TdependNode* node, const TsurfaceAttributes& a, const Tattr
     TdataHandle depth = block.inputValue(io.rayDepth, start, count);
     TdataHandle limit = block.inputValue(reflectionLimit, start, count);
     TdataHandle hide = block.inputValue(a.settings.hideSource, start, count);
+    // A ray deeper than the tracer goes (all of them with ray tracing off) is
+    // not formed, so that reflectedColor stands in for it.
+    const int deepest = sampler->maxRayDepth();
     auto reflecting = [&](unsigned i) {
-        return reflectivity[i - start] != 0 && depth.asInt(i) < limit.asShort(i) && !hide.asBool(i);
+        return reflectivity[i - start] != 0 && depth.asInt(i) < limit.asShort(i) && depth.asInt(i) < deepest && !hide.asBool(i);
     };
     unsigned wanted = 0;
     for (unsigned i = start; i < start + count; ++i) wanted += reflecting(i) ? 1 : 0;
