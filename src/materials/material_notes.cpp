@@ -19,10 +19,10 @@ const TattributeNotes kEveryMaterial{
         {"refractions", "Refracts traced rays through transparent surfaces", "", ""},
         {"refractiveIndex", "Index of refraction (1 for air, 1.5 for glass)", "", "1..3"},
         {"refractionLimit", "Deepest chain of refracted rays", "rays", "0..10"},
-        {"shadowAttenuation", "How much transparency brightens towards the shadow's centre", "", "0..1"},
+        {"shadowAttenuation", "How much a ray-traced shadow through the surface darkens where light crosses it aslant", "", "0..1"},
         {"normalCamera", "Shading normal in camera space; connect a bump here", "", ""},
         {"translucenceDepth", "Distance light travels through a translucent surface", "scene units", "0..5"},
-        {"opacityDepth", "Thickness at which a transparent object becomes opaque", "scene units", "0..10"},
+        {"opacityDepth", "Thickness at which a transparent object becomes opaque; not read by the reference renderer", "scene units", "0..10"},
         {"materialAlphaGain", "Multiplies the surface's alpha", "", "0..1"},
         {"surfaceThickness", "Thickness of a single-sided refracting surface", "scene units", "0..10"},
         {"transparencyDepth", "Depth of the transparency fade", "scene units", "0..10"},
@@ -75,7 +75,7 @@ const TattributeNotes kSpecular{
     {
         {"specularColor", "Colour and strength of highlights", "colour", "0..1"},
         {"reflectivity", "Strength of traced reflections", "", "0..1"},
-        {"reflectedColor", "Colour reflected where no traced ray hits", "colour", "0..1"},
+        {"reflectedColor", "Colour reflected where no mirror ray is traced (ray tracing off or too deep)", "colour", "0..1"},
         {"reflectionLimit", "Deepest chain of reflected rays", "rays", "0..10"},
         {"reflectionSpecularity", "Weight of highlights inside reflections", "", "0..1"},
     }};
