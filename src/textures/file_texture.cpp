@@ -369,11 +369,39 @@ void TdnFileTexture::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
     getAttributeValue(&attrFilterWidth(), &width);
     fFilterKind = std::clamp<int>(kind, kFilterOff, kFilterGaussian);
     fFilter = makeFilterRecord(fFilterKind, width);
+    settleUvSource();
     if (isAreaFilter(fFilterKind)) {
         T2Float noise{0, 0};
         getAttributeValue(&attrNoiseUV(), &noise);
         if (noise.x != 0.0f || noise.y != 0.0f) displayOnce(kMipmapWithNoise, {name()});
     }
+}
+
+void TdnFileTexture::settleUvSource() {
+    fFootprintKnown = true;
+    fUvStretch = {1, 1};
+    // Follow uvCoord up a chain of placements to the sample's own UV.
+    TdependNode* node = this;
+    const Tattribute* input = &saUvCoord();
+    for (int hops = 0; hops < 64; ++hops) {
+        Tplug plug(node, input);
+        const Tplug* source = node->sourceOf(plug);
+        if (!source) {
+            // A u or v fed apart from the other is no placement we know.
+            if (plug.isChildDestination()) fFootprintKnown = false;
+            return;
+        }
+        auto* place = dynamic_cast<TdnPlace2dTx*>(source->node());
+        if (!place || source->attribute() != &TdnPlace2dTx::saOutUV() || place->placementDriven()) break;
+        const Tplace2dParams p = place->params();
+        if (TdnPlace2dTx::computeDoTransform(p)) {
+            const T2Float s = TdnPlace2dTx::sStretch(p);
+            fUvStretch = {fUvStretch.x * s.x, fUvStretch.y * s.y};
+        }
+        node = place;
+        input = &TdnPlace2dTx::saUvCoord();
+    }
+    fFootprintKnown = false;
 }
 
 Tplace2dParams TdnFileTexture::placement(TdataBlock& block) {
@@ -500,7 +528,7 @@ bool TdnFileTexture::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
                     filteredSize(T2Float{fs.x * scale.x, fs.y * scale.y}, filterIn.asFloat(i), offsetIn.asFloat(i));
                 const bool bump = (uint32_t(info.asInt(i)) & 1u) != 0;
                 bool done = false;
-                if (isAreaFilter(fFilterKind) && !bump && depth.asInt(i) < 1 &&
+                if (isAreaFilter(fFilterKind) && fFootprintKnown && !bump && depth.asInt(i) < 1 &&
                     type.as<char>(i) == kPolygonSurface) {
                     const T2Float pc = pixel.asFloat2(i);
                     const TfilterSampleIdentity id{primitive.asInt(i), int32_t(std::floor(pc.x)), int32_t(std::floor(pc.y))};
@@ -515,7 +543,7 @@ bool TdnFileTexture::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
                             q.triangle.uv[k] = vt[k].asFloat2(i);
                         }
                         q.uv = uv;
-                        q.uvScale = scale;
+                        q.uvScale = {scale.x * fUvStretch.x, scale.y * fUvStretch.y};
                         q.pixelCenter = pc;
                         q.filter = std::max(0.0f, filterIn.asFloat(i));
                         q.filterOffset = offsetIn.asFloat(i);

@@ -180,10 +180,17 @@ private:
     // Shows a keyed message once per node and text.
     void displayOnce(TstringId id, std::initializer_list<Tstring> args);
     Tplace2dParams placement(TdataBlock& block);
+    // Reads, once per render, what feeds uvCoord (fFootprintKnown, fUvStretch).
+    void settleUvSource();
 
     Tpyramid* fPyramid = nullptr;
     std::string fPyramidFile;  // the resolved name the pyramid was made for
     int fFilterKind = kFilterQuadratic;
     TfilterRecord fFilter;
+    // What the triangle's UVs go through before uvCoord: the exact
+    // footprint is known only through placements of fixed settings, whose
+    // stretch it then applies.
+    bool fFootprintKnown = true;
+    T2Float fUvStretch{1, 1};
     std::vector<std::string> fShown;  // messages shown, by key and text
 };

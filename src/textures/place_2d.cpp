@@ -156,6 +156,25 @@ Tplace2dParams TdnPlace2dTx::params() {
     return p;
 }
 
+T2Float TdnPlace2dTx::sStretch(const Tplace2dParams& p) {
+    // The frame's rotation turns a step before the per-axis scale of
+    // repeat over coverage; the UV rotation after it keeps lengths.
+    const double a = p.rotateFrame, c = std::cos(a), s = std::sin(a);
+    const double sx = double(p.repeat.x) / double(p.coverage.x), sy = double(p.repeat.y) / double(p.coverage.y);
+    return {float(std::hypot(sx * c, sy * s)), float(std::hypot(sx * s, sy * c))};
+}
+
+bool TdnPlace2dTx::placementDriven() const {
+    const Tattribute* const placement[] = {&attrCoverage(), &attrTranslateFrame(), &attrRepeatUV(), &attrOffset(),
+                                           &attrNoiseUV(),  &attrRotateFrame(),    &attrRotateUV(), &attrMirrorU(),
+                                           &attrMirrorV(),  &attrStagger()};
+    for (const Tattribute* a : placement) {
+        Tplug plug(const_cast<TdnPlace2dTx*>(this), a);
+        if (plug.isDestination() || plug.isChildDestination()) return true;
+    }
+    return false;
+}
+
 void TdnPlace2dTx::mapToTxUV(const TdoubleArray& u, const TdoubleArray& v, TdoubleArray& outU, TdoubleArray& outV, T2Float& filter) {
     Tplace2dParams p = params();
     unsigned n = std::min(u.length(), v.length());

@@ -88,6 +88,11 @@ public:
     void mapToTxUV(const TdoubleArray& u, const TdoubleArray& v, TdoubleArray& outU, TdoubleArray& outV, T2Float& filter);
     // False only for a placement that leaves every UV where it is.
     static bool computeDoTransform(const Tplace2dParams& p);
+    // How far a step along u, and one along v, of the incoming UV carries the
+    // outgoing one, away from the frame's edges and without noise.
+    static T2Float sStretch(const Tplace2dParams& p);
+    // Whether any input of the placement (not the UV) is driven.
+    bool placementDriven() const;
     // The placement's values as stored on the node.
     Tplace2dParams params();
 

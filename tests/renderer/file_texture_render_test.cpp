@@ -113,6 +113,29 @@ TEST(FileTextureRender, BoxFilterAcrossABlockEdgeIsTheAreaWeightedMean) {
     }
 }
 
+// A place2dTexture that magnifies the image four times, fed into the file as
+// users connect it: the card shows the bottom-left block alone, under every
+// filter. The exact footprint filters took their footprint from the
+// triangle's own UVs and so averaged the whole image.
+TEST(FileTextureRender, AConnectedPlacementMagnifiesUnderEveryFilter) {
+    TtestTempDir dir;
+    writeBlocks(dir, 0);
+    const std::string place = R"({"type": "place2dTexture", "name": "place", "attributes": {"repeatUV": [0.25, 0.25]}},)";
+    const std::string feed = R"(["place.outUV", "blocks.uvCoord"], ["place.outUvFilterSize", "blocks.uvFilterSize"],)";
+    for (int filterType = 0; filterType <= 5; ++filterType) {
+        SCOPED_TRACE(filterType);
+        const TsceneRender r = renderSceneFile(dir, "placed" + std::to_string(filterType), sceneText(filterType, place, feed),
+                                               {"--spp", "1", "--resolution", "16", "16", "-q", "--colorspace", "Raw"}, "png");
+        ASSERT_EQ(r.run.status, 0) << r.run.err;
+        ASSERT_EQ(r.image.width, 16);
+        // The border pixels' filters reach the next block or wrap round.
+        for (int y = 1; y < 15; ++y)
+            for (int x = 1; x < 15; ++x)
+                for (int ch = 0; ch < 3; ++ch)
+                    EXPECT_NEAR(r.image.at(x, y, ch) * 255, blockValue(0, kBlocks - 1, ch, 0), 1.01) << "pixel " << x << "," << y;
+    }
+}
+
 // A UV that overflowed on its way to the node, here the product of two large
 // finite numbers, names no texel: every filter shades the card black, where
 // the lookup read far outside the image and crashed the render.
