@@ -64,7 +64,9 @@ TdependNode* surfaceMaterial(TDNshadingEngine* group) {
 }
 
 bool materialMayTransmit(TdependNode* material) {
-    if (!material) return false;  // drawn in the default colour, opaque
+    // Drawn in the default colour, or a node (a texture, say) that gives the
+    // group no transparency: opaque.
+    if (!material || !material->attribute(Tstring("outTransparency"))) return false;
     const Tattribute* transparency = material->attribute(Tstring("transparency"));
     const Tattribute* hide = material->attribute(Tstring("hideSource"));
     T3Float value(1, 1, 1);

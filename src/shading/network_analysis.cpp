@@ -107,6 +107,10 @@ public:
     }
 
     bool satisfySampler(TbitField64& result);
+    // A shadow program leaves out the lights when what it computes does not
+    // read them (a material's transparency, mostly): their programs would
+    // trace shadow rays of their own for nothing.
+    void dropUnreadLights();
     void cutLoops();
     void segment();
     void promoteUnconditional();
@@ -464,6 +468,38 @@ TSEmemoryType TSEanalysis::processInput(TSEnodeDescription* d, const Tattribute*
     if (!any) variable = findSource(a->matchName(), port, d, a->index(), a) == kImplicitVariable;
     setMemory(d, a, variable ? kMemoryVariable : kMemoryConstant);
     return variable ? kMemoryVariable : kMemoryConstant;
+}
+
+void TSEanalysis::dropUnreadLights() {
+    if (fOption != kSurfaceShadows || !fFoundLights || fRequested.test(kItemLightTable)) return;
+    bool read = false;
+    for (auto& d : fDescriptions) {
+        auto& connections = d->connections;
+        for (size_t k = 0; k < connections.size();) {
+            if (connections[k].kind != kConnLightDefault) {
+                ++k;
+                continue;
+            }
+            const Tattribute* lights = d->node->attribute(unsigned(connections[k].destAttr));
+            bool wanted = false;
+            for (unsigned o = 0; o < d->attributeCount && !wanted; ++o) {
+                if (!d->wanted[o]) continue;
+                TbitFieldFixedN affectors(d->attributeCount);
+                d->matrix->allAffectors(o, affectors);
+                if (TshadingNode* shading = TshadingNode::fromNode(d->node))
+                    shading->modifyAffects(d->node->attribute(o), affectors, &fGroup, nullptr);
+                wanted = affectors.test(lights->index());
+            }
+            if (wanted) {
+                read = true;
+                ++k;
+                continue;
+            }
+            setMemory(d.get(), lights, kMemoryConstant);
+            connections.erase(connections.begin() + std::ptrdiff_t(k));
+        }
+    }
+    fFoundLights = read;
 }
 
 void TSEanalysis::cutLoops() {
@@ -1276,6 +1312,7 @@ bool TDNshadingEngine::shadingInit(TSEsampleType type, TSEoption option, TbitFie
             found = analysis.satisfySampler(out);
             if (type == kSampleSurface || type == kSampleVolume) fTransparencyConstant = analysis.foundConstantTransparency();
             if (found) {
+                analysis.dropUnreadLights();
                 analysis.cutLoops();
                 analysis.segment();
                 unsigned* fields = nullptr;

@@ -281,6 +281,13 @@ TEST(RenderLighting, TransparentOccludersLetTheirTransparencyThroughTheRayTraced
         expectNear(throughOccluder(run, c.x, 0), c.through, "behind the occluder", 2e-3f);
         expectNear(throughOccluder(run, 2.5f, 0.2f), T3Float(1, 1, 1), "beside it", 1e-5f);
     }
+    // Shading what a shadow ray passes runs no light program, which would
+    // trace shadow rays of its own: a clear card costs the rays an opaque one does.
+    TrenderRun opaque = renderOccluderShadow(true, kCard, R"("transparency": [0, 0, 0])");
+    TrenderRun clear = renderOccluderShadow(true, kCard, tint);
+    ASSERT_TRUE(opaque.ok && clear.ok) << opaque.error << clear.error;
+    EXPECT_GT(opaque.statistics.shadowRays, 0u);
+    EXPECT_EQ(clear.statistics.shadowRays, opaque.statistics.shadowRays);
     // A checker of 2 by 2 white and black cells: the floor under the centres
     // of opposite cells alike, lit fully or not at all.
     TrenderRun cells = renderOccluderShadow(true, kCard, R"("shadowAttenuation": 0)", R"(, ["cells.outColor", "glass.transparency"])");
