@@ -66,35 +66,42 @@ struct Trect {
     int x0, y0, x1, y1;
 };
 
-// Solid and environment textures take the camera's points and rays to the
-// world through their matrixEyeToWorld, which a render sets to its camera's
-// for the frame, as the viewport's bake does, so that the pattern stays put
-// when the camera moves. A connected matrix is the user's; the values the
+// What solid and environment textures know of the camera: the matrix that
+// takes camera space to the world, so that the pattern stays put when the
+// camera moves, and the angle a pixel spans, from which they count the
+// detail a pixel can show (for a perspective camera; an orthographic one
+// keeps the stored angle). The renderer owns both for the frame, as the
+// viewport's bake does; a connected input is the user's, and the values the
 // nodes held come back when the frame ends.
-class TeyeToWorldScope {
+class TcameraInputsScope {
 public:
-    TeyeToWorldScope(TdependGraph& graph, const Tmatrix& cameraToWorld) {
-        const TfltMatrix eyeToWorld = convertMatrix<float>(cameraToWorld);
+    TcameraInputsScope(TdependGraph& graph, const TrenderCamera& camera, int width) {
+        const TfltMatrix eyeToWorld = convertMatrix<float>(camera.cameraToWorld);
+        const float pixelAngle = 2 * camera.tanHalfWidth / float(std::max(width, 1));
         for (TdependNode* node : graph.nodes()) {
-            const Tattribute* a = node->attribute(Tstring("matrixEyeToWorld"));
-            if (!a || a->size() != sizeof(TfltMatrix) || node->sourceOf(Tplug(node, a))) continue;
-            Tsaved saved{node, a, {}};
-            if (!node->getAttributeValue(a, &saved.value) || !node->setAttributeValue(a, &eyeToWorld)) continue;
-            fSaved.push_back(saved);
+            take(node, "matrixEyeToWorld", &eyeToWorld, sizeof eyeToWorld);
+            if (!camera.orthographic) take(node, "xPixelAngle", &pixelAngle, sizeof pixelAngle);
         }
     }
-    ~TeyeToWorldScope() {
-        for (Tsaved& s : fSaved) s.node->setAttributeValue(s.attribute, &s.value);
+    ~TcameraInputsScope() {
+        for (Tsaved& s : fSaved) s.node->setAttributeValue(s.attribute, s.value.data());
     }
-    TeyeToWorldScope(const TeyeToWorldScope&) = delete;
-    TeyeToWorldScope& operator=(const TeyeToWorldScope&) = delete;
+    TcameraInputsScope(const TcameraInputsScope&) = delete;
+    TcameraInputsScope& operator=(const TcameraInputsScope&) = delete;
 
 private:
     struct Tsaved {
         TdependNode* node;
         const Tattribute* attribute;
-        TfltMatrix value;
+        std::vector<char> value;
     };
+    void take(TdependNode* node, const char* name, const void* value, size_t size) {
+        const Tattribute* a = node->attribute(Tstring(name));
+        if (!a || a->size() != size || node->sourceOf(Tplug(node, a))) return;
+        Tsaved saved{node, a, std::vector<char>(size)};
+        if (!node->getAttributeValue(a, saved.value.data()) || !node->setAttributeValue(a, value)) return;
+        fSaved.push_back(std::move(saved));
+    }
     std::vector<Tsaved> fSaved;
 };
 
@@ -578,7 +585,7 @@ bool Trenderer::renderPass(TdependGraph& graph, const std::string& sceneFile, co
     // reach each of its objects before it is initialised and analysed, once,
     // here, before any tile.
     TrenderLightShape::setWorldToCamera(scene.camera().worldToCamera);
-    const TeyeToWorldScope eyeToWorld(graph, scene.camera().cameraToWorld);
+    const TcameraInputsScope cameraInputs(graph, scene.camera(), settings.width);
     const bool linked = linksLights(graph);
     const std::vector<TdependNode*> everyLight = linked ? std::vector<TdependNode*>() : lightsOf(graph);
     for (TDNshadingEngine* group : scene.groups()) {

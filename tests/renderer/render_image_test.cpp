@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 
 #include "renderer/render_fixture.h"
@@ -166,6 +167,38 @@ TEST(RenderImage, ObjMeshesWithAndWithoutNormalsAndUvs) {
                 expectNear(rgb(run.image, px, py), want, std::to_string(px) + "," + std::to_string(py), 1e-4f);
             }
     }
+}
+
+// A solid texture counts the detail it draws from the angle one pixel spans,
+// which the render sets from its camera and width unless the input is
+// driven: a marble left alone renders as one fed the camera's angle, 2 tan(w
+// / 2) / width, and not as one fed the stored default.
+TEST(RenderImage, SolidTexturesFilterToTheRendersPixel) {
+    const int width = 48;
+    const float cameraAngle = 2 * (36.0f / 70.0f) / float(width);
+    auto render = [&](float fedAngle) {
+        char feed[160] = "";
+        if (fedAngle > 0)
+            std::snprintf(feed, sizeof feed, R"(, {"type": "multiplyDivide", "name": "angle", "attributes": {"input1": [%.9g, 0, 0]}})",
+                          double(fedAngle));
+        std::string nodes = R"({"type": "transform", "name": "ballXf"}, {"type": "sphere", "name": "ball", "parent": "ballXf"},
+            {"type": "marble", "name": "veins", "attributes": {"veinWidth": 0.05, "depth": [0, 20]}},
+            {"type": "lambert", "name": "ink", "attributes": {"color": [0, 0, 0], "diffuse": 0}},
+            {"type": "shadingEngine", "name": "inkSG", "members": ["|ballXf|ball"]})" + std::string(feed);
+        std::string links = R"(["veins.outColor", "ink.incandescence"], ["ink.outColor", "inkSG.surfaceShader"])";
+        if (fedAngle > 0) links += R"(, ["angle.outputX", "veins.xPixelAngle"])";
+        TrenderRun run = renderText(sceneText(nodes, links), renderOptions(width, width));
+        EXPECT_TRUE(run.ok) << run.error;
+        return run;
+    };
+    auto largestDifference = [](const TrenderRun& a, const TrenderRun& b) {
+        float worst = 0;
+        for (size_t i = 0; i < a.image.data().size(); ++i) worst = std::max(worst, std::fabs(a.image.data()[i] - b.image.data()[i]));
+        return worst;
+    };
+    TrenderRun own = render(0), camera = render(cameraAngle), stored = render(0.002053f);
+    EXPECT_LT(largestDifference(own, camera), 1e-6f);
+    EXPECT_GT(largestDifference(own, stored), 0.02f);
 }
 
 TEST(RenderImage, SolidTexturesStayInTheWorldWhenTheCameraMoves) {
