@@ -55,14 +55,15 @@ void passTransmitters(const RTCFilterFunctionNArguments* args) {
     }
 }
 
-// Whether a group's material may let light through. Only a short cut for
-// shadow rays: a material that is not known to be opaque has its
-// transparency shaded, and one that shades opaque still stops the light.
+// The node behind a group's surface shader port.
 TdependNode* surfaceMaterial(TDNshadingEngine* group) {
     const Tplug* source = group ? group->sourceOf(Tplug(group, &TDNshadingEngine::saSurfaceShader())) : nullptr;
     return source ? source->node() : nullptr;
 }
 
+// Whether a group's material may let light through. Only a short cut for
+// shadow rays: a material that is not known to be opaque has its
+// transparency shaded, and one that shades opaque still stops the light.
 bool materialMayTransmit(TdependNode* material) {
     // Drawn in the default colour, or a node (a texture, say) that gives the
     // group no transparency: opaque.
@@ -70,10 +71,14 @@ bool materialMayTransmit(TdependNode* material) {
     const Tattribute* transparency = material->attribute(Tstring("transparency"));
     const Tattribute* hide = material->attribute(Tstring("hideSource"));
     T3Float value(1, 1, 1);
-    if (!transparency || transparency->childCount() != 3 || !material->getAttributeValue(transparency, &value)) return true;
+    // Anything but three floats (a ramp, say) is shaded to find out.
+    if (!transparency || transparency->childCount() != 3 || transparency->size() != sizeof value ||
+        !material->getAttributeValue(transparency, &value))
+        return true;
     Tplug plug(material, transparency);
     if (plug.isDestination() || plug.isChildDestination()) return true;
-    if (hide && (Tplug(material, hide).isDestination() || renderValueOf<bool>(material, *hide, false))) return true;
+    if (hide && (hide->size() != sizeof(bool) || Tplug(material, hide).isDestination() || renderValueOf<bool>(material, *hide, false)))
+        return true;
     return std::max({value.x, value.y, value.z}) > 0;
 }
 }  // namespace
