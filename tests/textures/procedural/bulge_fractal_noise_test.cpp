@@ -43,18 +43,6 @@ TEST(Bulge, SquaresPeakAtTheirCentreAndVanishInTheLines) {
     EXPECT_LT(TdnBulge::sValue(u, v, w, w), 1.0f);
 }
 
-TEST(Bulge, BoundedAndPeriodic) {
-    for (float w : {0.0f, 0.1f, 0.45f}) {
-        Tstats s = statsOver([&](float u, float v) { return TdnBulge::sValue(u, v, w, 0.1f); }, 40, -1.0f, 3.0f);
-        EXPECT_GE(s.min, 0.0f);
-        EXPECT_LE(s.max, 1.0f);
-        EXPECT_GT(s.max, 0.9f) << "the humps reach near 1";
-        for (float u = 0.013f; u < 1; u += 0.077f)
-            for (float v = 0.029f; v < 1; v += 0.061f)
-                EXPECT_NEAR(TdnBulge::sValue(u, v, w, 0.1f), TdnBulge::sValue(u + 3, v - 2, w, 0.1f), 1e-5f) << u << "," << v;
-    }
-}
-
 namespace {
 float fractalAt(const TfractalParams& p, float u, float v, float fw = 0) { return TdnFractal::sValue(p, u, v, fw); }
 }  // namespace
