@@ -148,6 +148,7 @@ TEST(CommandLineMessages, ATextureReadInPartIsNamedInAWarning) {
         {"photo.png", "File texture photo cannot read " + png + ": the image is 999999x999999 with 4 channels"},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.image);
         const std::string scene = dir.file("scene.json");
         std::ofstream(scene) << texturedScene(c.image);
         const TprogramRun r = shadenet({"render", scene, "-q", "-o", dir.file("out.png")});
