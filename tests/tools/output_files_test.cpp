@@ -102,43 +102,42 @@ TEST(OutputFiles, AFailedWriteIsReportedAndLeavesTheEarlierFile) {
     }
 }
 
-TEST(OutputFiles, AnOutputThatIsTheInputIsRefused) {
+// An output that is an input of the same command, however it is spelled, or
+// preview object numbers written over the picture itself: refused as a
+// usage error before anything is written.
+TEST(OutputFiles, AnOutputThatIsAnotherFileOfTheCommandIsRefused) {
     TtestTempDir dir;
-    const std::string image = dir.file("a.png"), texture = dir.file("a.bot");
+    const std::string image = dir.file("a.png"), texture = dir.file("a.bot"), picture = dir.file("preview.png");
+    const std::string scene = std::string(SHADENET_SOURCE_DIR) + "/examples/renderer-smoke.json";
     writeNoiseImage(image, 32);
     ASSERT_EQ(shadenet({"bot", "convert", image, "-o", texture}).status, 0);
     fs::create_directories(dir.path() / "sub");
     fs::create_symlink(image, dir.file("link.png"));
     const std::string imageBytes = bytesOf(image), textureBytes = bytesOf(texture);
-    const std::vector<std::string> cases[] = {
-        {"bot", "convert", image, "-o", image},
-        {"bot", "convert", image, "-o", dir.file("sub/../a.png")},
-        {"bot", "convert", image, "-o", dir.file("./a.png")},
-        {"bot", "convert", image, "-o", dir.file("link.png")},
-        {"bot", "convert", dir.file("link.png"), "-o", image},
-        {"bot", "extract", texture, "-o", texture},
-        {"bot", "extract", texture, "-o", dir.file("sub/../a.bot")},
+    const std::string isInput = ": the output is the input file", isPicture = ": --object-ids names the same file as the picture (-o)";
+    const struct {
+        std::vector<std::string> args;
+        std::string named, reason;
+    } cases[] = {
+        {{"bot", "convert", image, "-o", image}, image, isInput},
+        {{"bot", "convert", image, "-o", dir.file("sub/../a.png")}, dir.file("sub/../a.png"), isInput},
+        {{"bot", "convert", image, "-o", dir.file("./a.png")}, dir.file("./a.png"), isInput},
+        {{"bot", "convert", image, "-o", dir.file("link.png")}, dir.file("link.png"), isInput},
+        {{"bot", "convert", dir.file("link.png"), "-o", image}, image, isInput},
+        {{"bot", "extract", texture, "-o", texture}, texture, isInput},
+        {{"bot", "extract", texture, "-o", dir.file("sub/../a.bot")}, dir.file("sub/../a.bot"), isInput},
+        {{"preview", scene, "-o", picture, "--object-ids", picture, "--resolution", "16", "16"}, picture, isPicture},
+        {{"preview", scene, "-o", picture, "--object-ids", dir.file("./preview.png"), "--resolution", "16", "16"},
+         dir.file("./preview.png"), isPicture},
     };
-    for (const auto& args : cases) {
-        SCOPED_TRACE(args[2] + " -> " + args[4]);
-        const TprogramRun r = shadenet(args);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args[0] + " " + c.args[1] + " " + c.args[2] + " -> " + c.named);
+        const TprogramRun r = shadenet(c.args);
         EXPECT_EQ(r.status, 2) << r.err;
-        EXPECT_NE(r.err.find("error: " + args[4] + ": the output is the input file"), std::string::npos) << r.err;
+        EXPECT_NE(r.err.find("error: " + c.named + c.reason), std::string::npos) << r.err;
         EXPECT_EQ(bytesOf(image), imageBytes);
         EXPECT_EQ(bytesOf(texture), textureBytes);
         EXPECT_TRUE(fs::is_symlink(dir.file("link.png")));
-    }
-}
-
-TEST(OutputFiles, PreviewObjectNumbersOverThePictureAreRefused) {
-    TtestTempDir dir;
-    const std::string scene = std::string(SHADENET_SOURCE_DIR) + "/examples/renderer-smoke.json";
-    const std::string picture = dir.file("preview.png");
-    for (const std::string& ids : {picture, dir.file("./preview.png")}) {
-        SCOPED_TRACE(ids);
-        const TprogramRun r = shadenet({"preview", scene, "-o", picture, "--object-ids", ids, "--resolution", "16", "16"});
-        EXPECT_EQ(r.status, 2) << r.err;
-        EXPECT_NE(r.err.find("error: " + ids + ": --object-ids names the same file as the picture (-o)"), std::string::npos) << r.err;
         EXPECT_FALSE(fs::exists(picture));
     }
 }

@@ -8,8 +8,12 @@
 
 #include "textures/noise/noise.h"
 
-TEST(NoiseRandomTable, DefaultFormHasItsStatedShape) {
+TEST(NoiseRandomTable, DefaultFormHasItsStatedShapeAndIsUniformAndUncorrelated) {
     const float* t = Tnoise::sDefaultRandomTable();
+    // Chi-square over 64 equal bins: 63 degrees of freedom, so a fair table
+    // stays far below 120 (p < 1e-5); a skewed or clumped list does not.
+    constexpr int kBins = 64;
+    int counts[kBins] = {};
     std::set<float> distinct;
     double sum = 0.0;
     float lo = 2.0f, hi = -2.0f;
@@ -18,34 +22,22 @@ TEST(NoiseRandomTable, DefaultFormHasItsStatedShape) {
         sum += t[i];
         lo = std::min(lo, t[i]);
         hi = std::max(hi, t[i]);
+        counts[std::min(int((t[i] + 1.0f) * 0.5f * kBins), kBins - 1)]++;
     }
     EXPECT_EQ(distinct.size(), 64503u);
     EXPECT_FLOAT_EQ(lo, -0.999965f);
     EXPECT_FLOAT_EQ(hi, 0.999958f);
     EXPECT_NEAR(sum / Tnoise::kTableSize, 0.0, 1e-3);
-
     const struct { int index; float value; } cases[] = {
         {0, -0.510765f}, {1, -0.892593f}, {2, 0.324582f}, {3, 0.514013f},      {4, 0.676386f},
         {5, 0.963623f},  {6, 0.370413f},  {7, 0.416452f}, {65533, 0.714905f}, {65534, 0.728414f},
     };
     for (const auto& c : cases) EXPECT_NEAR(t[c.index], c.value, 5e-7) << c.index;
-}
 
-TEST(NoiseRandomTable, DefaultFormIsUniformAndUncorrelated) {
-    const float* t = Tnoise::sDefaultRandomTable();
-    // Chi-square over 64 equal bins: 63 degrees of freedom, so a fair table
-    // stays far below 120 (p < 1e-5); a skewed or clumped list does not.
-    constexpr int kBins = 64;
-    int counts[kBins] = {};
-    for (int i = 0; i < Tnoise::kTableSize; ++i) {
-        int b = int((t[i] + 1.0f) * 0.5f * kBins);
-        counts[std::min(b, kBins - 1)]++;
-    }
     const double expected = double(Tnoise::kTableSize) / kBins;
     double chi2 = 0.0;
     for (int c : counts) chi2 += (c - expected) * (c - expected) / expected;
     EXPECT_LT(chi2, 120.0);
-
     // Neighbours are independent: the lag-1 and lattice-row (lag-32)
     // correlations of 65535 fair values stay within a few 1/256.
     for (int lag : {1, 32, 1024}) {

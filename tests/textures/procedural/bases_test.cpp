@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <set>
 #include <tuple>
 
@@ -109,13 +108,6 @@ TEST(TextureEnv, RayDirectionInPlacementSpace) {
     T3Float e = TdnTxEnv::sPlacedDirection({1, 1, 1}, TfltMatrix(), TfltMatrix::translation(5, 5, 5));
     EXPECT_NEAR(e.x, 1 / std::sqrt(3.0f), 1e-6f) << "a direction ignores translation";
     EXPECT_EQ(TdnTxEnv::sPlacedDirection({0, 0, 0}, TfltMatrix(), TfltMatrix()), T3Float(0, 0, 1));
-    // Unconnected matrices leave points and rays where they are.
-    for (const Tattribute* m : {static_cast<const Tattribute*>(&TdnTxEnv::saPlacementMatrix()), static_cast<const Tattribute*>(&TdnTx3D::saPlacementMatrix()),
-                                static_cast<const Tattribute*>(&TdnTx3D::saMatrixEyeToWorld())}) {
-        TfltMatrix stored;
-        std::memcpy(&stored, m->defaultData(), sizeof stored);
-        EXPECT_EQ(stored, TfltMatrix()) << m->longName().asC();
-    }
 }
 
 TEST(Place3d, UnitCubeAndItsInverseMatrix) {

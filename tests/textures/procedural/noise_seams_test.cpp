@@ -103,7 +103,8 @@ TEST(NoiseSeams, BillowBlobsCrossTheirGridLinesOnBothSidesOfZero) {
     }
 }
 
-TEST(NoiseRange, FewSamplesAtTheBoundsAndTheMeanNearTheMiddle) {
+TEST(NoiseRange, FewSamplesAtTheBoundsTheMeanNearTheMiddleAndEachTypeItsOwn) {
+    std::vector<Tstats> seen;
     for (const Tcase& c : kCases) {
         const TnoiseParams p = noiseOf(c.type, c.falloff);
         int atTop = 0, atBottom = 0, count = 0;
@@ -122,7 +123,12 @@ TEST(NoiseRange, FewSamplesAtTheBoundsAndTheMeanNearTheMiddle) {
         EXPECT_GE(s.min, 0.0f) << c.name;
         EXPECT_LE(s.max, 1.0f) << c.name;
         EXPECT_GT(s.variance, 0.005) << c.name << ": a pattern, not a flat grey";
+        seen.push_back(s);
     }
+    // No two settings make the same picture (wispy smears the plain noise).
+    for (size_t i = 0; i < seen.size(); ++i)
+        for (size_t j = 0; j < i; ++j)
+            EXPECT_FALSE(seen[i].mean == seen[j].mean && seen[i].variance == seen[j].variance) << kCases[i].name << " and " << kCases[j].name;
 }
 
 TEST(NoiseRange, BillowMeanFollowsTheAmplitudeAndThreshold) {

@@ -23,6 +23,15 @@ Mapped mapUV(const Tplace2dParams& p, float u, float v) {
     m.inside = TdnPlace2dTx::sMapUV(p, u, v, m.u, m.v);
     return m;
 }
+// The node's inputs set to `p` (those the engine tests change).
+void setPlacement(TdependNode* place, const Tplace2dParams& p) {
+    place->setAttributeValue(&TdnPlace2dTx::saCoverage(), &p.coverage);
+    place->setAttributeValue(&TdnPlace2dTx::saRepeatUV(), &p.repeat);
+    place->setAttributeValue(&TdnPlace2dTx::saOffset(), &p.offset);
+    place->setAttributeValue(&TdnPlace2dTx::saRotateUV(), &p.rotateUV);
+    place->setAttributeValue(&TdnPlace2dTx::saWrapU(), &p.wrapU);
+    place->setAttributeValue(&TdnPlace2dTx::saMirrorV(), &p.mirrorV);
+}
 }  // namespace
 
 TEST(Place2d, EachStepOfTheMapping) {
@@ -191,10 +200,7 @@ TEST(Place2d, FeedsATextureThroughTheEngine) {
     p.wrapU = false;
     p.repeat = {3, 2};
     p.rotateUV = 0.3;
-    place->setAttributeValue(&TdnPlace2dTx::saCoverage(), &p.coverage);
-    place->setAttributeValue(&TdnPlace2dTx::saWrapU(), &p.wrapU);
-    place->setAttributeValue(&TdnPlace2dTx::saRepeatUV(), &p.repeat);
-    place->setAttributeValue(&TdnPlace2dTx::saRotateUV(), &p.rotateUV);
+    setPlacement(place, p);
     const T3Float fallback(0.1f, 0.2f, 0.3f);
     setValue(checker, TdnTx2D::saDefaultColor(), fallback);
     net.show(checker, TdnTx2D::saOutColor());
@@ -268,12 +274,7 @@ TEST(Place2d, ASettledPlacementIsReadAgainForEachRender) {
         net.show(reader, TtexTestSource::saOutColor());
         for (unsigned r = 0; r < 3; ++r) {
             const Tplace2dParams* p = &renders[r];
-            place->setAttributeValue(&TdnPlace2dTx::saCoverage(), &p->coverage);
-            place->setAttributeValue(&TdnPlace2dTx::saRepeatUV(), &p->repeat);
-            place->setAttributeValue(&TdnPlace2dTx::saOffset(), &p->offset);
-            place->setAttributeValue(&TdnPlace2dTx::saRotateUV(), &p->rotateUV);
-            place->setAttributeValue(&TdnPlace2dTx::saWrapU(), &p->wrapU);
-            place->setAttributeValue(&TdnPlace2dTx::saMirrorV(), &p->mirrorV);
+            setPlacement(place, *p);
             net.session.reset();  // the next render
             std::vector<T2Float> uvs = spreadUvs();
             TtextureBatch batch = net.shade(uvs, filterSize);

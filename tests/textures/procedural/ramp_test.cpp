@@ -244,27 +244,6 @@ T3Float scannedColour(short type, short interp, T2Float uv, const TrampKeys& key
 }
 }  // namespace
 
-TEST(Ramp, APullOutsideARenderGivesTheListScanWithTheLuminanceAsAlpha) {
-    // Nothing is settled outside a render: each type by the general road,
-    // at UVs inside, past 1 and below 0.
-    const TrampKeys keys = keysOf({{0.8f, T3Float(0.2f, 0.3f, 0.95f)},
-                                   {0.1f, T3Float(0.9f, 0.1f, 0.1f)},
-                                   {0.5f, T3Float(0.1f, 0.8f, 0.2f)},
-                                   {0.3f, T3Float(1, 1, 1)}});
-    for (short type = TdnRamp::kVRamp; type <= TdnRamp::kTartanRamp; ++type) {
-        RampNode n;
-        for (unsigned k = 0; k < keys.count; ++k) n.ramp->setColourEntry(int(k), keys.position[k], keys.colour[k]);
-        setValue(n.ramp, TdnRamp::saType(), type);
-        setValue(n.ramp, TdnRamp::saInterpolation(), short(TdnRamp::kSmoothInterp));
-        for (T2Float uv : {T2Float{0.1f, 0.8f}, T2Float{0.4f, 1.25f}, T2Float{-0.3f, 0.45f}}) {
-            const TtexResult r = pullTexture(n.ramp, uv);
-            const T3Float want = scannedColour(type, TdnRamp::kSmoothInterp, uv, keys);
-            expectNear(r.colour, want, "type " + std::to_string(type));
-            EXPECT_NEAR(r.alpha, 0.3f * want.x + 0.59f * want.y + 0.11f * want.z, 1e-6f) << "type " << type;
-        }
-    }
-}
-
 TEST(Ramp, SortedKeysGiveTheListScansColourBitForBit) {
     // Key sets in list order, with ties of different colours, positions
     // held to 1, at and below -1, a NaN position, and values on keys,
@@ -294,10 +273,11 @@ TEST(Ramp, SortedKeysGiveTheListScansColourBitForBit) {
     }
 }
 
-TEST(Ramp, ASettledRampShadesAsTheListScanAndTakesNewKeysNextRender) {
-    // Nothing drives the ramp, so a render reads its keys once; each type
-    // and a few interpolations against the scan, then the same ramp with
-    // other keys in a second render.
+TEST(Ramp, PulledAndSettledRampsShadeAsTheListScanAndTakeNewKeysNextRender) {
+    // Each type and a few interpolations against the scan. Outside a render
+    // nothing is settled: a pull takes the general road, with the luminance
+    // as alpha, at UVs inside, past 1 and below 0. Nothing drives the ramp,
+    // so a render reads its keys once; then the same ramp with other keys.
     const std::vector<std::pair<float, T3Float>> first = {
         {0.8f, T3Float(0.2f, 0.3f, 0.95f)}, {0.1f, T3Float(0.9f, 0.1f, 0.1f)}, {0.5f, T3Float(0.1f, 0.8f, 0.2f)}, {0.5f, T3Float(1, 1, 1)}};
     const std::vector<std::pair<float, T3Float>> second = {{0.0f, T3Float(0, 0, 0)}, {0.3f, T3Float(0.25f, 0.5f, 1.0f)}};
@@ -319,7 +299,13 @@ TEST(Ramp, ASettledRampShadesAsTheListScanAndTakesNewKeysNextRender) {
             keys.count = unsigned(list->size());
             if (list == &second)
                 for (unsigned k = unsigned(second.size()); k < first.size(); ++k) n.ramp->removeMultiElement(&TdnRamp::saColorEntryList(), k);
-            n.net.session.reset();  // the next render
+            n.net.session.reset();  // the render ends
+            for (T2Float uv : {T2Float{0.1f, 0.8f}, T2Float{0.4f, 1.25f}, T2Float{-0.3f, 0.45f}}) {
+                const TtexResult r = pullTexture(n.ramp, uv);
+                const T3Float want = scannedColour(type, interps[type % 4], uv, keys);
+                expectNear(r.colour, want, "pulled, type " + std::to_string(type));
+                EXPECT_NEAR(r.alpha, 0.3f * want.x + 0.59f * want.y + 0.11f * want.z, 1e-6f) << "type " << type;
+            }
             TtextureBatch batch = n.net.shade(uvs);
             for (unsigned i = 0; i < uvs.size(); ++i) {
                 const T3Float want = i == 5 ? T3Float(0.5f, 0.5f, 0.5f) : scannedColour(type, interps[type % 4], uvs[i], keys);

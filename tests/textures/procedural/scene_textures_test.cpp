@@ -6,7 +6,6 @@
 #include "framework/host/depend_graph.h"
 #include "scene/scene_loader.h"
 #include "textures/fractal.h"
-#include "textures/noise_texture.h"
 #include "textures/ocean.h"
 #include "textures/place_2d.h"
 #include "textures/procedural/texture_test_nodes.h"
@@ -41,12 +40,6 @@ TEST(TextureScene, LoadsAndComputesFromTheFile) {
     p.levelMax = 1;
     p.amplitude = 0.5f;
     EXPECT_NEAR(colour.x, TdnFractal::sValue(p, 0.6f, 0.4f, 0), 1e-6f) << "through the placement's repeat";
-
-    short type = -1, waves = 0;
-    graph.findNode("n")->getAttributeValue(&TdnNoise::saNoiseType(), &type);
-    graph.findNode("n")->getAttributeValue(&TdnNoise::saNumWaves(), &waves);
-    EXPECT_EQ(type, TdnNoise::kWave);
-    EXPECT_EQ(waves, 7);
 
     auto* ocean = graph.findNode("o");
     ToceanCurve height, none;

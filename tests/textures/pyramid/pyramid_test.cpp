@@ -197,30 +197,25 @@ TEST(PyramidLookup, FilterWidthPicksAndBlendsLevels) {
     EXPECT_EQ(got[2], map.getPixel(x, 63 - y, 2));
 }
 
-TEST(PyramidLookup, OneChannelPyramidsSpreadTheValueToColourAndAlpha) {
-    TpixelMap map(8, 8, 1);
-    for (int i = 0; i < 64; ++i) map.pixels()[i] = uint8_t(i * 4);
-    auto p = buildPyramid(map);
+TEST(PyramidLookup, OneChannelSpreadsToColourAndAlphaAndOneByOneHasOneLevel) {
+    TpixelMap grey(8, 8, 1);
+    for (int i = 0; i < 64; ++i) grey.pixels()[i] = uint8_t(i * 4);
+    auto p = buildPyramid(grey);
     TfileTextureWrapper w;
     T3Float colour;
     float alpha;
     p->getMapColor(w, 3.0f / 8, 2.0f / 8, colour, true, alpha, 0);
-    float expect = map.getPixel(3, 7 - 2, 0);
+    float expect = grey.getPixel(3, 7 - 2, 0);
     EXPECT_EQ(colour, T3Float(expect, expect, expect));
     EXPECT_FLOAT_EQ(alpha, expect / 255);
-}
 
-TEST(PyramidLookup, OneByOneImageHasOneLevel) {
-    TpixelMap map(1, 1, 3);
-    map.setPixel(0, 0, 1, 200);
-    auto p = buildPyramid(map);
+    TpixelMap one(1, 1, 3);
+    one.setPixel(0, 0, 1, 200);
+    p = buildPyramid(one);
     EXPECT_EQ(p->totalBlockCount(), 1);
-    TfileTextureWrapper w;
     for (float width : {0.0f, 0.5f, 2.0f}) {
-        T3Float c;
-        float a;
-        p->getMapColor(w, 0.7f, 0.2f, c, false, a, width);
-        EXPECT_EQ(c[1], 200);
-        EXPECT_EQ(a, 1);
+        p->getMapColor(w, 0.7f, 0.2f, colour, false, alpha, width);
+        EXPECT_EQ(colour[1], 200) << width;
+        EXPECT_EQ(alpha, 1) << width;
     }
 }
