@@ -41,14 +41,6 @@ struct TrampRig {
 };
 }  // namespace
 
-TEST(RampShaderClass, NoTwoAttributesShareATag) {
-    // Files key values by tag.
-    const TattributeList& list = TdnRampShader::sVsData().attributes();
-    for (unsigned i = 0; i < list.length(); ++i)
-        for (unsigned j = i + 1; j < list.length(); ++j)
-            EXPECT_NE(list[i]->tag().value(), list[j]->tag().value()) << list[i]->longName().asC() << " " << list[j]->longName().asC();
-}
-
 // With forwardScatter 0 and a constant white colour curve the diffuse sum is
 // Lambert's, to the bit: same lights, same samples, one node of each.
 TEST(RampShaderLighting, NoForwardScatterIsLambertExactly) {

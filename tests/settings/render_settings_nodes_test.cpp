@@ -14,18 +14,16 @@
 
 namespace {
 
-// Scene files find attributes by either name: within a class no name or tag
-// may stand for two attributes.
-void expectUniqueNames(TdependNode& node) {
-    std::set<std::string> names;
-    std::set<uint32_t> tags;
-    for (unsigned i = node.vsData().attributes().inheritedCount(); i < node.staticAttributeCount(); ++i) {
-        const Tattribute* a = node.attribute(i);
-        EXPECT_TRUE(names.insert(a->longName().str()).second) << a->longName().str();
-        EXPECT_TRUE(names.insert(a->shortName().str()).second) << a->shortName().str();
-        EXPECT_TRUE(tags.insert(a->tag().value()).second) << a->tag().asString();
+// Scene files find attributes by either name: a name or tag taken twice in
+// a class would hide a setting (the list refuses a second name silently).
+void expectUniqueNames(TdependNode& node, const TdependNodeVS& vs) {
+    for (const Tattribute* a : vs.ownAttributes()) {
+        EXPECT_EQ(node.attribute(a->longName()), a) << a->longName().str();
         EXPECT_EQ(node.attribute(a->shortName()), a) << a->shortName().str();
     }
+    std::set<uint32_t> tags;
+    for (unsigned i = vs.attributes().inheritedCount(); i < node.staticAttributeCount(); ++i)
+        EXPECT_TRUE(tags.insert(node.attribute(i)->tag().value()).second) << node.attribute(i)->tag().asString();
 }
 
 template <class T>
@@ -63,10 +61,9 @@ TEST_F(RenderSettingsNodes, EveryGraphHasOneOfEach) {
 }
 
 TEST_F(RenderSettingsNodes, NamesAreUniqueAndImageFormatsFollowTheFormatTable) {
-    for (const char* name : {"defaultRenderGlobals", "defaultRenderQuality", "defaultResolution"}) {
-        SCOPED_TRACE(name);
-        expectUniqueNames(*fGraph.findNode(name));
-    }
+    expectUniqueNames(globals(), TdnRenderGlobals::sVsData());
+    expectUniqueNames(*fGraph.findNode("defaultRenderQuality"), TdnRenderQuality::sVsData());
+    expectUniqueNames(*fGraph.findNode("defaultResolution"), TdnResolution::sVsData());
     auto* formats = dynamic_cast<const TattributeEnum*>(&TdnRenderGlobals::saImageFormat());
     ASSERT_NE(formats, nullptr);
     ASSERT_EQ(formats->fields().size(), TimageFormats::sAll().size());
