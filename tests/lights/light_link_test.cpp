@@ -62,6 +62,11 @@ TEST_F(LightLinkNode, FreeAndUsedIndexSearch) {
     EXPECT_EQ(link->firstUsedIndexStartingFrom(0, &TdnLightLink::saShadowLink()), -1);
     // A child attribute is not one of the four compounds.
     EXPECT_EQ(link->firstFreeIndexStartingFrom(0, &TdnLightLink::saLight()), -1);
+    // The list refuses a name taken twice without a word: every one is there.
+    for (const Tattribute* a : TdnLightLink::sVsData().ownAttributes()) {
+        EXPECT_EQ(link->attribute(a->longName()), a) << a->longName().str();
+        EXPECT_EQ(link->attribute(a->shortName()), a) << a->shortName().str();
+    }
     Tplug p;
     ASSERT_TRUE(s.graph().findPlug("lightLinker1.shadowLink[4].shadowObject", p));
     EXPECT_EQ(p.index(), 4);
