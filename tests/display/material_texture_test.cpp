@@ -273,16 +273,8 @@ TEST(MaterialInfo, HasAlphaOnlyForAnImageWithTransparencyToShow) {
     }
 }
 
-TEST(MaterialInfo, RecordDefaultsAndLambertValues) {
+TEST(MaterialInfo, RecordOfALambertsValues) {
     TdependGraph g;
-    TdependNode* group = g.createNode("shadingEngine", "emptySG");
-    TmaterialInfo none(group);
-    const TmaterialInputData& d = none.data();
-    EXPECT_EQ(d.alpha, 1.0f);
-    EXPECT_EQ(d.diffuse.g, kCdarkgreen.g);
-    EXPECT_EQ(d.diffuse.r, 0.0f);
-    EXPECT_EQ(d.shininess, 0.0f);
-
     shadedGroup(g, "plain", "");
     TdependNode* mat = g.findNode("plainMat");
     T3Float colour{0.5f, 0.25f, 1.0f}, transparency{0.3f, 0.3f, 0.3f};

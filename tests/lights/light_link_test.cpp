@@ -39,38 +39,6 @@ protected:
     TdnLightLink* link;
 };
 
-TEST_F(LightLinkNode, AttributesCarryTheirNamesAndTags) {
-    struct Row {
-        const Tattribute& a;
-        const char *longName, *shortName, *tag;
-    };
-    const Row rows[] = {
-        {TdnLightLink::saLink(), "link", "lnk", "LINK"},
-        {TdnLightLink::saLight(), "light", "llnk", "LLNK"},
-        {TdnLightLink::saObject(), "object", "olnk", "OLNK"},
-        {TdnLightLink::saIgnore(), "ignore", "ign", "IGNR"},
-        {TdnLightLink::saLightIgnored(), "lightIgnored", "lign", "LIGN"},
-        {TdnLightLink::saObjectIgnored(), "objectIgnored", "oign", "OIGN"},
-        {TdnLightLink::saShadowLink(), "shadowLink", "slnk", "SLNK"},
-        {TdnLightLink::saShadowLight(), "shadowLight", "sllk", "SLLK"},
-        {TdnLightLink::saShadowObject(), "shadowObject", "solk", "SOLK"},
-        {TdnLightLink::saShadowIgnore(), "shadowIgnore", "sign", "SIGN"},
-        {TdnLightLink::saShadowLightIgnored(), "shadowLightIgnored", "slig", "SLIG"},
-        {TdnLightLink::saShadowObjectIgnored(), "shadowObjectIgnored", "soig", "SOIG"},
-    };
-    for (const Row& r : rows) {
-        EXPECT_EQ(r.a.longName().str(), r.longName);
-        EXPECT_EQ(r.a.shortName().str(), r.shortName);
-        EXPECT_EQ(r.a.tag().asString(), r.tag) << r.longName;
-        EXPECT_FALSE(r.a.flags() & kAttrStorable) << r.longName;
-        EXPECT_EQ(link->attribute(r.a.longName()), &r.a);
-    }
-    EXPECT_EQ(link->typeName().str(), "lightLinker");
-    Tplug p;
-    ASSERT_TRUE(s.graph().findPlug("lightLinker1.shadowLink[4].shadowObject", p));
-    EXPECT_EQ(p.index(), 4);
-}
-
 TEST_F(LightLinkNode, FreeAndUsedIndexSearch) {
     const Tattribute& L = TdnLightLink::saLink();
     full(L, 0, lights[0], objects[0]);
@@ -94,6 +62,14 @@ TEST_F(LightLinkNode, FreeAndUsedIndexSearch) {
     EXPECT_EQ(link->firstUsedIndexStartingFrom(0, &TdnLightLink::saShadowLink()), -1);
     // A child attribute is not one of the four compounds.
     EXPECT_EQ(link->firstFreeIndexStartingFrom(0, &TdnLightLink::saLight()), -1);
+    // The list refuses a name taken twice without a word: every one is there.
+    for (const Tattribute* a : TdnLightLink::sVsData().ownAttributes()) {
+        EXPECT_EQ(link->attribute(a->longName()), a) << a->longName().str();
+        EXPECT_EQ(link->attribute(a->shortName()), a) << a->shortName().str();
+    }
+    Tplug p;
+    ASSERT_TRUE(s.graph().findPlug("lightLinker1.shadowLink[4].shadowObject", p));
+    EXPECT_EQ(p.index(), 4);
 }
 
 TEST_F(LightLinkNode, CleanUpRemovesHalfPairsOfEveryCompound) {
@@ -200,29 +176,6 @@ TEST(LightListNode, ListsConnectedLightsInIndexOrder) {
     EXPECT_EQ(list->numLights(), 2u);
 }
 
-TEST(LightListNode, DefaultLightListHasBothRecords) {
-    TdependGraph graph;
-    TdependNode* list = graph.createNode("defaultLightList", "defaultLightList1");
-    ASSERT_NE(list, nullptr);
-    struct Row {
-        const char *longName, *shortName;
-        bool writable;
-    };
-    const Row rows[] = {{"lightDataArray", "lda", true},   {"lightBlindData", "lbd", true},   {"lightData", "ltd", false},
-                        {"lightDirectionOut", "ldo", false}, {"lightIntensityOut", "lw", false}, {"lightAmbientOut", "lya", false},
-                        {"lightDiffuseOut", "lyf", false},   {"lightSpecularOut", "lys", false}, {"lightShadowFractionOut", "sfo", false},
-                        {"preShadowIntensityOut", "psio", false}, {"lightBlindDataOut", "lbdo", false}};
-    for (const Row& r : rows) {
-        const Tattribute* a = list->attribute(Tstring(r.longName));
-        ASSERT_NE(a, nullptr) << r.longName;
-        EXPECT_EQ(a->shortName().str(), r.shortName);
-        EXPECT_EQ(a->isWritable(), r.writable) << r.longName;
-    }
-    EXPECT_TRUE(TdnDefaultLightList::saLightDataArray().isArray());
-    EXPECT_FALSE(TdnDefaultLightList::saLightData().isArray());
-    for (const char* child : {"lqx", "lqy", "lqz", "lwr", "lwg", "lwb"}) EXPECT_NE(list->attribute(Tstring(child)), nullptr) << child;
-}
-
 class RenderListTest : public ::testing::Test {
 protected:
     RenderListTest() {
@@ -243,15 +196,11 @@ protected:
     TlinkTestLight *a, *b, *c;
 };
 
-TEST_F(RenderListTest, DefaultListHasTheFirstPathOfEachNonExclusiveLight) {
+TEST_F(RenderListTest, GetListAppliesExclusionsThenAdditionsToTheDefaultList) {
     TlightList list(&s.graph());
-    TdagPathArray out;
-    list.getDefaultList(out);
-    EXPECT_EQ(names(out), (std::vector<std::string>{"|aT|a", "|bT|b"}));
-}
-
-TEST_F(RenderListTest, GetListAppliesExclusionsThenAdditions) {
-    TlightList list(&s.graph());
+    TdagPathArray defaults;
+    list.getDefaultList(defaults);
+    EXPECT_EQ(names(defaults), (std::vector<std::string>{"|aT|a", "|bT|b"})) << "the first path of each non-exclusive light";
     std::vector<TlightListModifiedMsg> heard;
     list.setListener([&](const TlightListModifiedMsg& m) { heard.push_back(m); });
     const TdagPath cPath = s.pathOf(c);

@@ -14,37 +14,6 @@ namespace {
 T3Float mul3(const T3Float& a, const T3Float& b) { return {a.x * b.x, a.y * b.y, a.z * b.z}; }
 }  // namespace
 
-TEST(LambertClass, DeclaresItsAttributeTable) {
-    TdependGraph graph;
-    auto* node = static_cast<TdnLambert*>(graph.createNode("lambert"));
-    ASSERT_NE(node, nullptr);
-    EXPECT_EQ(TdnLambert::sVsData().ownAttributes().size(), 128u);
-    EXPECT_EQ(node->apiType(), 0x169u);
-    struct {
-        const char* longName;
-        const char* shortName;
-        double defaultValue;
-    } scalars[] = {{"diffuse", "dc", 0.8},          {"translucenceFocus", "tcf", 0.5}, {"translucenceDepth", "trsd", 0.5},
-                   {"matteOpacityMode", "mom", 2},  {"refractiveIndex", "rfi", 1},    {"refractionLimit", "rdl", 6},
-                   {"shadowAttenuation", "fakc", 0.5}, {"mediumRefractiveIndex", "mrfi", 1}, {"miRefractionRays", "mirfr", 1},
-                   {"vrOutlinesAtIntersections", "vroi", 1}};
-    for (auto& s : scalars) {
-        const Tattribute* a = node->attribute(Tstring(s.longName));
-        ASSERT_NE(a, nullptr) << s.longName;
-        EXPECT_EQ(a->shortName(), Tstring(s.shortName));
-        EXPECT_FLOAT_EQ(float(a->numericValue(a->defaultData())), float(s.defaultValue)) << s.longName;
-    }
-    // Outputs are computed and never stored; implicit inputs are hidden.
-    for (const char* out : {"outColor", "outGlowColor", "outTransparency", "outMatteOpacity", "outGlowColorR"}) {
-        const Tattribute* a = node->attribute(Tstring(out));
-        ASSERT_NE(a, nullptr) << out;
-        EXPECT_TRUE(a->isComputed()) << out;
-        EXPECT_FALSE(a->isWritable()) << out;
-    }
-    EXPECT_EQ(node->attribute(Tstring("outGlowColorG"))->shortName(), Tstring("ogg"));
-    EXPECT_TRUE(TdnLambert::saPointCamera().flags() & kAttrImplicitInput);
-}
-
 TEST(LambertLighting, NoLightsGivesAmbientAttenuatedPlusIncandescence) {
     const T3Float color(0.8f, 0.4f, 0.2f), ambient(0.5f, 0.25f, 1.0f), transparency(0.25f, 0.5f, 0.75f), incandescence(0.1f, 0.2f, 0.3f);
     TmaterialNetwork net;

@@ -1,7 +1,9 @@
-// Every surface family shades a full batch without touching the heap, gives
+// Every surface family: its attributes are found by both names and keep
+// their own tags; it shades a full batch without touching the heap, gives
 // the same colours when the batch is shaded again, and the same colours one
 // sample at a time through the same program.
 #include <functional>
+#include <set>
 
 #include "materials/material_fixture.h"
 #include "materials/specular.h"
@@ -61,5 +63,25 @@ TEST(MaterialBatch, NoHeapTheSameAgainAndOneByOne) {
             opus->shade(1, &batch.samples[i]);
             expectNear3(*batch[i].outColor(), batched[i], 1e-6f, "alone");
         }
+    }
+}
+
+// Scene files find attributes by either name and files key stored values by
+// tag: the list refuses a name taken twice silently, which would hide a
+// setting, and a tag taken twice would mix two values up.
+TEST(MaterialClasses, EveryAttributeIsListedUnderBothNamesAndNoTagRepeats) {
+    for (const char* type : {"lambert", "phong", "phongE", "blinn", "anisotropic", "hairTubeShader", "rampShader"}) {
+        SCOPED_TRACE(type);
+        TdependGraph graph;
+        TdependNode* node = graph.createNode(type);
+        ASSERT_NE(node, nullptr);
+        for (const TdependNodeVS* vs = &node->vsData(); vs; vs = vs->fBaseDescription ? vs->fBaseDescription() : nullptr)
+            for (const Tattribute* a : vs->ownAttributes()) {
+                EXPECT_EQ(node->attribute(a->longName()), a) << a->longName().str();
+                EXPECT_EQ(node->attribute(a->shortName()), a) << a->shortName().str();
+            }
+        const TattributeList& list = node->vsData().attributes();
+        std::set<uint32_t> tags;
+        for (unsigned i = 0; i < list.length(); ++i) EXPECT_TRUE(tags.insert(list[i]->tag().value()).second) << list[i]->longName().asC();
     }
 }

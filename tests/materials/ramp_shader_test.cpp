@@ -41,48 +41,6 @@ struct TrampRig {
 };
 }  // namespace
 
-TEST(RampShaderClass, DeclaresItsAttributesAndCurves) {
-    TdependGraph graph;
-    TdependNode* node = graph.createNode("rampShader");
-    ASSERT_NE(node, nullptr);
-    EXPECT_EQ(node->apiType(), 0x170u);
-    EXPECT_EQ(TdnRampShader::sIffTag(), TiffTag("RRPS"));
-    EXPECT_EQ(TclassificationMgr::getClassification(Tstring("rampShader")), Tstring("shader/surface"));
-    // Long name, short name, tag: the curves' children are named after the curve.
-    const char* table[][3] = {{"color", "clr", "COLR"},          {"color_Position", "clrp", ""},  {"color_Color", "clrc", ""},
-                              {"color_Interp", "clri", ""},      {"specularRollOff_FloatValue", "srofv", ""},
-                              {"reflectionLimit", "fll", "FLDE"}, {"lightDataArray", "ltd", "LITD"}};
-    for (auto& row : table) {
-        const Tattribute* a = node->attribute(Tstring(row[0]));
-        ASSERT_NE(a, nullptr) << row[0];
-        EXPECT_EQ(a->shortName(), Tstring(row[1])) << row[0];
-        if (*row[2]) {
-            EXPECT_EQ(a->tag().asString(), std::string(row[2])) << row[0];
-        }
-    }
-    // No two attributes of the node share a tag: files key values by tag.
-    const TattributeList& list = TdnRampShader::sVsData().attributes();
-    for (unsigned i = 0; i < list.length(); ++i)
-        for (unsigned j = i + 1; j < list.length(); ++j)
-            EXPECT_NE(list[i]->tag().value(), list[j]->tag().value()) << list[i]->longName().asC() << " " << list[j]->longName().asC();
-    // Enumerations by key and label.
-    struct {
-        const char* attribute;
-        short value;
-        const char* key;
-        const char* label;
-    } fields[] = {{"colorInput", 3, "kNormalizedBrightness", "Normalized Brightness"}, {"shadowMode", 2, "kSmConstantColor", "Constant Color"},
-                  {"color_Interp", 3, "kSpline", "Spline"},                            {"matteOpacityMode", 0, "kBlackHole", "Black Hole"}};
-    for (auto& f : fields) {
-        const auto* e = static_cast<const TattributeEnum*>(node->attribute(Tstring(f.attribute)));
-        short value = -1;
-        EXPECT_TRUE(e->fieldValue(Tstring(f.key), value)) << f.key;
-        EXPECT_EQ(value, f.value) << f.key;
-        EXPECT_TRUE(e->fieldValue(Tstring(f.label), value)) << f.label;
-        EXPECT_EQ(value, f.value) << f.label;
-    }
-}
-
 // With forwardScatter 0 and a constant white colour curve the diffuse sum is
 // Lambert's, to the bit: same lights, same samples, one node of each.
 TEST(RampShaderLighting, NoForwardScatterIsLambertExactly) {

@@ -26,15 +26,14 @@ struct TopticalFixture : ::testing::Test {
         light.name = "lamp";
         light.position = {1, 0.5, -10};
         // Plain effects: no noise, no star, no flare unless a test asks.
-        setShort("glowType", 1);
-        setShort("haloType", 0);
+        set("glowType", short(1));
+        set("haloType", short(0));
     }
     void TearDown() override { setPostMessageSink(nullptr); }
-    const Tattribute& attr(const char* name) { return *fx->attribute(Tstring(name)); }
-    void setShort(const char* name, short v) { ASSERT_TRUE(fx->setAttributeValue(&attr(name), &v)); }
-    void setFloat(const char* name, float v) { ASSERT_TRUE(fx->setAttributeValue(&attr(name), &v)); }
-    void setBool(const char* name, bool v) { ASSERT_TRUE(fx->setAttributeValue(&attr(name), &v)); }
-    void setInt(const char* name, int v) { ASSERT_TRUE(fx->setAttributeValue(&attr(name), &v)); }
+    template <class T>
+    void set(const char* name, T v) {
+        ASSERT_TRUE(fx->setAttributeValue(fx->attribute(Tstring(name)), &v)) << name;
+    }
 
     // A grey image of w x h, effects added, in 16-bit pixels.
     std::vector<unsigned char> render(int w, int h, float grey = 20) {
@@ -91,11 +90,11 @@ TEST_F(TopticalFixture, NothingIsAddedWhereNoEffectCanShow) {
         {"a light behind the camera", 1, 1, true, {1, 1, 1}, {0.2, 0.1, 10}},
     };
     for (const Case& c : cases) {
-        setShort("glowType", c.glow);
-        setShort("haloType", c.halo);
-        setBool("lensFlare", c.flare);
-        setFloat("glowIntensity", 50);
-        setFloat("haloIntensity", 50);
+        set("glowType", c.glow);
+        set("haloType", c.halo);
+        set("lensFlare", c.flare);
+        set("glowIntensity", 50.0f);
+        set("haloIntensity", 50.0f);
         light.color = c.colour;
         light.position = c.position;
         EXPECT_EQ(render(40, 30), shortImage(40, 30, 20, 255)) << c.what;
@@ -103,8 +102,8 @@ TEST_F(TopticalFixture, NothingIsAddedWhereNoEffectCanShow) {
 }
 
 TEST_F(TopticalFixture, GlowAndHaloFallByTheirLawsAroundTheLight) {
-    setFloat("glowIntensity", 0.01f);  // stays far below the clamp
-    setFloat("glowSpread", 2);
+    set("glowIntensity", 0.01f);  // stays far below the clamp
+    set("glowSpread", 2.0f);
     fx->reset(view, light, nullptr);
     const T3Double& p = fx->lightOnImage();
     EXPECT_NEAR(p.x, 1 / 10.0 / kTanHalf, 1e-6);
@@ -133,9 +132,9 @@ TEST_F(TopticalFixture, GlowAndHaloFallByTheirLawsAroundTheLight) {
         }
     }
     // The halo falls with the squared closeness.
-    setShort("glowType", 0);
-    setShort("haloType", 1);
-    setFloat("haloIntensity", 0.01f);
+    set("glowType", short(0));
+    set("haloType", short(1));
+    set("haloIntensity", 0.01f);
     fx->reset(view, light, nullptr);
     const double kh = fx->haloSpreadConstant();
     const T3Float d = fx->pixelDirection(20, 20);
@@ -144,9 +143,9 @@ TEST_F(TopticalFixture, GlowAndHaloFallByTheirLawsAroundTheLight) {
     ASSERT_TRUE(fx->glowEffect(d, &out, light));
     EXPECT_NEAR(out.r, 0.01 * 4 * (1 + kh) / (c * c + kh) * 255, 1e-3);
     // The fog veil falls as the halo does, with a spread a quarter unit wide.
-    setShort("haloType", 0);
-    setShort("fogType", 1);
-    setFloat("fogIntensity", 0.01f);
+    set("haloType", short(0));
+    set("fogType", short(1));
+    set("fogIntensity", 0.01f);
     fx->reset(view, light, nullptr);
     const double kf = 1 / (0.25 * 0.25 - 1);
     ASSERT_TRUE(fx->glowEffect(d, &out, light));
@@ -154,8 +153,8 @@ TEST_F(TopticalFixture, GlowAndHaloFallByTheirLawsAroundTheLight) {
 }
 
 TEST_F(TopticalFixture, FlareCirclesLieOnTheLineThroughTheLightAndTheCentre) {
-    setBool("lensFlare", true);
-    setInt("flareNumCircles", 15);
+    set("lensFlare", true);
+    set("flareNumCircles", 15);
     for (T3Double position : {T3Double(1, 0.5, -10), T3Double(-3, 1, -6), T3Double(0.5, -2, -8)}) {
         light.position = position;
         fx->reset(view, light, nullptr);
@@ -173,7 +172,7 @@ TEST_F(TopticalFixture, FlareCirclesLieOnTheLineThroughTheLightAndTheCentre) {
     }
     // A flare brightens pixels on that line away from the light and not
     // those across the image from it.
-    setShort("glowType", 0);
+    set("glowType", short(0));
     light.position = {3, 1.5, -10};
     std::vector<unsigned char> image = render(64, 48, 0);
     fx->reset(view, light, nullptr);
@@ -200,7 +199,7 @@ TEST_F(TopticalFixture, OcclusionAndIgnoreLightSetTheLightColour) {
     EXPECT_EQ(blocked.calls, 9);  // the centre and eight around it
     EXPECT_NEAR(fx->glowVisibility(), 4.0 / 9, 1e-6);
     EXPECT_NEAR(fx->lightColour().y, 0.5 * 2 * 4.0 / 9, 1e-6);
-    setBool("ignoreLight", true);
+    set("ignoreLight", true);
     fx->reset(view, light, nullptr);
     EXPECT_EQ(fx->lightColour().x, 1.0f);
     EXPECT_EQ(fx->lightColour().z, 1.0f);
@@ -227,8 +226,8 @@ TEST_F(TopticalFixture, ALightOfAnotherShapeIsReportedAndPlacedAtTheOrigin) {
 }
 
 TEST_F(TopticalFixture, OpacityReplacesThePixelAndBytePixelsWork) {
-    setFloat("glowOpacity", 5);
-    setFloat("glowIntensity", 100);
+    set("glowOpacity", 5.0f);
+    set("glowIntensity", 100.0f);
     light.position = {0, 0, -10};
     fx->reset(view, light, nullptr);
     std::vector<unsigned char> bytes(15 * 11 * 4, 90);

@@ -243,7 +243,7 @@ TEST(ImageNamePatternRepair, RepairedPatternsNeedNoFurtherRepairAndKeepNamesApar
     }
 }
 
-TEST(ImageNamePatternRepair, WarnsOnlyWhenTokensAreAdded) {
+TEST(ImageNamePatternRepair, WarnsOnlyWhenTokensAreAddedAndReportsExpansionsOnRequest) {
     const char* key = "s_TimageNameStrings.rImageNameFixedPatternWarning";
     EXPECT_TRUE(TcommandEngine::hasCatalogueText(key));
     TcommandCapture capture;
@@ -256,17 +256,14 @@ TEST(ImageNamePatternRepair, WarnsOnlyWhenTokensAreAdded) {
     EXPECT_NE(text.find("img"), std::string::npos);
     EXPECT_NE(text.find("%/cimg%_4n"), std::string::npos);
     EXPECT_EQ(capture.messages().back().severity, TmessageSeverity::kWarning);
-}
 
-TEST(ImageNamePatternRepair, ExpansionIsReportedOnlyWhenAskedFor) {
-    const char* key = "s_TimageNameStrings.rImageNameFilePatternToNameWarning";
-    TcommandCapture capture;
+    const char* expansion = "s_TimageNameStrings.rImageNameFilePatternToNameWarning";
     expand("%s.%e");
-    EXPECT_EQ(capture.countKey(key), 0u);
+    EXPECT_EQ(capture.countKey(expansion), 0u);
     TimageName::sSetReportExpansions(true);
     expand("%s.%e");
     TimageName::sSetReportExpansions(false);
-    ASSERT_EQ(capture.countKey(key), 1u);
+    ASSERT_EQ(capture.countKey(expansion), 1u);
     EXPECT_NE(capture.messages().back().text.find("shot.iff"), std::string::npos);
 }
 

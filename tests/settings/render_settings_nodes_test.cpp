@@ -1,9 +1,8 @@
-// The render settings nodes: their tables, the default nodes of a graph, and
+// The render settings nodes: their names, the default nodes of a graph, and
 // the copy of their settings into the snapshot a render reads.
 #include <gtest/gtest.h>
 
 #include <set>
-#include <sstream>
 #include <string>
 
 #include "framework/host/command_engine.h"
@@ -15,41 +14,16 @@
 
 namespace {
 
-// "long short" pairs, blank-separated, as scene files name them.
-void expectNames(TdependNode& node, const char* pairs) {
-    std::istringstream in(pairs);
-    std::string longName, shortName;
-    unsigned count = 0;
-    while (in >> longName >> shortName) {
-        const Tattribute* byLong = node.attribute(Tstring(longName));
-        ASSERT_NE(byLong, nullptr) << longName;
-        EXPECT_EQ(node.attribute(Tstring(shortName)), byLong) << longName << " / " << shortName;
-        EXPECT_EQ(byLong->shortName().str(), shortName);
-        ++count;
+// Scene files find attributes by either name: a name or tag taken twice in
+// a class would hide a setting (the list refuses a second name silently).
+void expectUniqueNames(TdependNode& node, const TdependNodeVS& vs) {
+    for (const Tattribute* a : vs.ownAttributes()) {
+        EXPECT_EQ(node.attribute(a->longName()), a) << a->longName().str();
+        EXPECT_EQ(node.attribute(a->shortName()), a) << a->shortName().str();
     }
-    // Nothing declared beyond the list, and names and tags are unique.
-    EXPECT_EQ(node.staticAttributeCount() - node.vsData().attributes().inheritedCount(), count);
-    std::set<std::string> names;
     std::set<uint32_t> tags;
-    for (unsigned i = node.vsData().attributes().inheritedCount(); i < node.staticAttributeCount(); ++i) {
-        const Tattribute* a = node.attribute(i);
-        EXPECT_TRUE(names.insert(a->longName().str()).second) << a->longName().str();
-        EXPECT_TRUE(names.insert(a->shortName().str()).second) << a->shortName().str();
-        EXPECT_TRUE(tags.insert(a->tag().value()).second) << a->tag().asString();
-        EXPECT_LE(a->shortName().length(), 6u);
-    }
-}
-
-void expectFields(const Tattribute* a, std::initializer_list<std::pair<const char*, const char*>> labelKeys) {
-    auto* e = dynamic_cast<const TattributeEnum*>(a);
-    ASSERT_NE(e, nullptr);
-    ASSERT_EQ(e->fields().size(), labelKeys.size()) << a->longName().str();
-    unsigned i = 0;
-    for (auto [label, key] : labelKeys) {
-        EXPECT_EQ(e->fields()[i].label.str(), label);
-        EXPECT_EQ(e->fields()[i].name.str(), key);
-        ++i;
-    }
+    for (unsigned i = vs.attributes().inheritedCount(); i < node.staticAttributeCount(); ++i)
+        EXPECT_TRUE(tags.insert(node.attribute(i)->tag().value()).second) << node.attribute(i)->tag().asString();
 }
 
 template <class T>
@@ -86,43 +60,10 @@ TEST_F(RenderSettingsNodes, EveryGraphHasOneOfEach) {
     }
 }
 
-TEST_F(RenderSettingsNodes, AttributeNamesAsScenesWriteThem) {
-    expectNames(globals(),
-                "macCodec macc macDepth macd macQual macq comFrrt mcfr renderAll ra ignoreFilmGate ifg quality qual "
-                "resolution res clipFinalShadedColor clip enableDepthMaps edm enableDefaultLight edl currentRenderer "
-                "ren enableStrokeRender esr onlyRenderStrokes ors strokesDepthFile sdf imageFormat outf imfPluginKey "
-                "imfkey gammaCorrection gama topRegion top leftRegion left bottomRegion bot rightRegion rght "
-                "useRenderRegion urr animation an animationRange ar startFrame fs endFrame ef byFrame bf byFrameStep "
-                "bfs modifyExtension me startExtension se byExtension be extensionPadding ep fieldExtControl fec "
-                "outFormatControl ofc oddFieldExt ofe evenFieldExt efe outFormatExt oft useToviFileName utfn "
-                "useFrameExt ufe putFrameBeforeExt pff periodInExt peie imageFilePrefix ifp renderVersion rv "
-                "composite comp compositeThreshold cth shadowsObeyLightLinking soll shadowsObeyShadowLinking sosl "
-                "recursionDepth rd leafPrimitives lp subdivisionPower sp subdivisionHashSize shs "
-                "logRenderPerformance lpr geometryVector gv shadingVector sv maximumMemory mm numCpusToUse npu "
-                "interruptFrequency itf shadowPass shp iprShadowPass isp useFileCache uf optimizeInstances oi "
-                "reuseTessellations rut matteOpacityUsesTransparency mot motionBlur mb motionBlurByFrame mbf "
-                "fogGeometry fg applyFogInPost afp postFogBlur pfb preScript pram postScript poam "
-                "preRenderLayerScript prlm postRenderLayerScript polm preRenderScript prm postRenderScript pom "
-                "preFurRenderScript pfrm postFurRenderScript pfom createIprFile cif blurLength bll blurSharpness bls "
-                "smoothValue smv useBlur2DMemoryCap ubc blur2DMemoryCap mbc motionBlurType mbt "
-                "useDisplacementBoundingBox udbx smoothColor smc keepMotionVector kmv iprRenderShading isl "
-                "iprRenderShadowMaps ism iprRenderMotionBlur imb rendercallback rcb renderLayerEnable rlen "
-                "forceTileSize frts tileWidth tlwd tileHeight tlht jitterFinalColor jfc raysSeeBackground rsb "
-                "oversamplePaintEffects ope oversamplePfxPostFilter oppf hyperShadeBinList hbl");
-    expectNames(*fGraph.findNode("defaultRenderQuality"),
-                "reflections rfl refractions rfr shadows sl rayTraceBias rtb edgeAntiAliasing eaa renderSample rsdn "
-                "useMultiPixelFilter ufil pixelFilterType pft pixelFilterWidthX pfwx pixelFilterWidthY pfwy "
-                "plugInFilterWeight pifw shadingSamples ss maxShadingSamples mss visibilitySamples mvs "
-                "maxVisibilitySamples mvm volumeSamples vs particleSamples pss enableRaytracing ert redThreshold rct "
-                "greenThreshold gct blueThreshold bct coverageThreshold cct");
-    expectNames(*fGraph.findNode("defaultResolution"),
-                "width w height h pixelAspect pa aspectLock al deviceAspectRatio dar lockDeviceAspectRatio ldar "
-                "dotsPerInch dpi oddFieldFirst off fields fld zerothScanline zsl imageSizeUnits isu "
-                "pixelDensityUnits pdu");
-}
-
-TEST_F(RenderSettingsNodes, EnumerationEntriesInOrder) {
-    // The image formats carry their numbers and keys.
+TEST_F(RenderSettingsNodes, NamesAreUniqueAndImageFormatsFollowTheFormatTable) {
+    expectUniqueNames(globals(), TdnRenderGlobals::sVsData());
+    expectUniqueNames(*fGraph.findNode("defaultRenderQuality"), TdnRenderQuality::sVsData());
+    expectUniqueNames(*fGraph.findNode("defaultResolution"), TdnResolution::sVsData());
     auto* formats = dynamic_cast<const TattributeEnum*>(&TdnRenderGlobals::saImageFormat());
     ASSERT_NE(formats, nullptr);
     ASSERT_EQ(formats->fields().size(), TimageFormats::sAll().size());
@@ -131,23 +72,6 @@ TEST_F(RenderSettingsNodes, EnumerationEntriesInOrder) {
         ASSERT_NE(info, nullptr);
         EXPECT_EQ(f.name.str(), info->key);
     }
-    EXPECT_EQ(formats->fields().front().label.str(), "GIF");
-    EXPECT_EQ(formats->fields().back().name.str(), "kSWFT");
-
-    const TdnVSRenderGlobals& g = TdnRenderGlobals::sVsData();
-    expectFields(&g.animationRange, {{"Render Settings", "kUseGlobals"}, {"Start/End", "kUseStartEnd"}});
-    expectFields(&g.periodInExt, {{"No Period or Underscore in Extension", "kNothingInExt"},
-                                  {"Period in Extension", "kPeriodInExt"},
-                                  {"Underscore in Extension", "kUnderscoreInExt"}});
-    expectFields(&TdnRenderQuality::saEdgeAntiAliasing(), {{"Highest Quality", "kHighestAA"},
-                                                           {"High Quality", "kHighAA"},
-                                                           {"Medium Quality", "kMediumAA"},
-                                                           {"Low Quality", "kLowAA"}});
-    expectFields(&TdnResolution::saFields(), {{"None", "kNoFields"},
-                                              {"Odd", "kOddFields"},
-                                              {"Even", "kEvenFields"},
-                                              {"Both, Interlaced", "kAllFields"},
-                                              {"Both, Separate", "kAllFieldsSeparate"}});
 }
 
 TEST_F(RenderSettingsNodes, DefaultsDescribeAStillIffImage) {

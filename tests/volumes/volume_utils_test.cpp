@@ -349,7 +349,7 @@ TEST(VolumeIntegrate, ShortRaysWithKnownResults) {
     }
 }
 
-TEST(VolumeIntegrate, ClearIntervalsKeepAFiniteDensity) {
+TEST(VolumeIntegrate, ClearIntervalsKeepAFiniteDensityAndShadowsHaveNoLowerClamp) {
     // A transparency of 1 is clamped to 0.99999: the density stays finite and
     // the colour arrives (to float precision of 1 - exp(-tiny)). The extinction
     // sum is held at 0.00001 or more, which is what the transparency shows.
@@ -360,6 +360,14 @@ TEST(VolumeIntegrate, ClearIntervalsKeepAFiniteDensity) {
         EXPECT_NEAR(o.color[c], k[c], k[c] * 0.005f) << c;
         EXPECT_NEAR(o.transparency[c], std::exp(-0.00001 * 2) * std::exp(-0.00001 * 1), 1e-6) << c;
     }
+    // Shadows are not clamped below: a transparency of 0 shadows exactly.
+    Tray ray({interval(1, 2, T3Float(0, 0.5f, 1), kOne), interval(3, 4, T3Float(0.5f, 0.5f, 0.5f), kOne)});
+    T3Float shadow;
+    TvolumeUtils().integrateShadow(ray.samples(), 0, 1, shadow);
+    EXPECT_EQ(shadow.x, 0.0f);  // infinite extinction, exact zero
+    EXPECT_NEAR(shadow.y, 0.25f, 1e-6f);
+    EXPECT_NEAR(shadow.z, 0.99999f * 0.5f, 1e-6f);
+    EXPECT_GT(eas(ray).transparency.x, 0.0f);  // the full integration clamps at 0.00001
 }
 
 TEST(VolumeIntegrate, SurfaceFactorScalesOrForcesOpacity) {
@@ -410,16 +418,6 @@ TEST(VolumeIntegrate, MattePrecedence) {
     Tray tracked({volumeMatte, disagreeing});
     o = eas(tracked);
     for (int c = 0; c < 3; ++c) EXPECT_NEAR(o.matte[c], 1 - (1 - volumeMatte.matte[c]) * 0.1f, 1e-5f) << c;
-}
-
-TEST(VolumeIntegrate, ShadowHasNoLowerClampOnTransparency) {
-    Tray ray({interval(1, 2, T3Float(0, 0.5f, 1), kOne), interval(3, 4, T3Float(0.5f, 0.5f, 0.5f), kOne)});
-    T3Float shadow;
-    TvolumeUtils().integrateShadow(ray.samples(), 0, 1, shadow);
-    EXPECT_EQ(shadow.x, 0.0f);  // infinite extinction, exact zero
-    EXPECT_NEAR(shadow.y, 0.25f, 1e-6f);
-    EXPECT_NEAR(shadow.z, 0.99999f * 0.5f, 1e-6f);
-    EXPECT_GT(eas(ray).transparency.x, 0.0f);  // the full integration clamps at 0.00001
 }
 
 TEST(VolumeIntegrate, ThreeOperationsAgreeWhereTheyOverlap) {
