@@ -14,6 +14,24 @@
 namespace {
 const std::regex kMessageForm("shadenet( [a-z]+)*: (error|warning): .+");
 
+std::string readBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+void writeBytes(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+// Rewrites the channel count of a BOT file's header (byte 7), which must
+// hold `from`.
+void setBotChannels(const std::string& path, int from, int to) {
+    std::string bytes = readBytes(path);
+    ASSERT_GT(bytes.size(), 14u);
+    ASSERT_EQ(int(bytes[7]), from);
+    bytes[7] = char(to);
+    writeBytes(path, bytes);
+}
+
 // A plane filling an 8 by 8 view, lit by its file texture "photo".
 std::string texturedScene(const std::string& image) {
     return R"({"nodes": [
@@ -44,6 +62,14 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
     ASSERT_EQ(shadenet({"swatch", "checker", "--size", "64", "-o", dir.file("checker.png")}).status, 0);
     ASSERT_EQ(shadenet({"bot", "convert", dir.file("checker.png"), "-o", cutBot}).status, 0);
     std::filesystem::resize_file(cutBot, std::filesystem::file_size(cutBot) - 8);
+    // Texture files whose header says fewer channels than the blocks hold:
+    // the checker's PNG has 4, its JPEG 3.
+    const std::string fewerBot = dir.file("fewer.bot"), fewestBot = dir.file("fewest.bot");
+    ASSERT_EQ(shadenet({"swatch", "checker", "--size", "64", "-o", dir.file("checker.jpg")}).status, 0);
+    ASSERT_EQ(shadenet({"bot", "convert", dir.file("checker.png"), "-o", fewerBot}).status, 0);
+    ASSERT_EQ(shadenet({"bot", "convert", dir.file("checker.jpg"), "-o", fewestBot}).status, 0);
+    setBotChannels(fewerBot, 4, 3);
+    setBotChannels(fewestBot, 3, 1);
     struct Tcase {
         std::vector<std::string> args;
         int status;
@@ -106,7 +132,14 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
         {{"bot", "info", noBot}, 1, "shadenet bot info: error: " + noBot + ": No such file or directory"},
         {{"bot", "extract", folder, "-o", out}, 1, "shadenet bot extract: error: " + folder + ": is a directory"},
         {{"bot", "extract", cutBot, "-o", out}, 1,
-         "shadenet bot extract: error: Read error in block ordered texture file " + cutBot + ": unexpected end of file"},
+         "shadenet bot extract: error: Corrupted data found in block ordered texture file " + cutBot +
+             ": the file ends before its last block"},
+        {{"bot", "info", fewerBot}, 1,
+         "shadenet bot info: error: Corrupted data found in block ordered texture file " + fewerBot +
+             ": block 0 of level 6 cannot be read with the header's 3 channels: data is left after the last channel"},
+        {{"bot", "extract", fewestBot, "-o", out}, 1,
+         "shadenet bot extract: error: Corrupted data found in block ordered texture file " + fewestBot +
+             ": block 0 of level 6 cannot be read with the header's 1 channel: data is left after the last channel"},
     };
     for (const Tcase& c : cases) {
         std::string what;
