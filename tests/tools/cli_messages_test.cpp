@@ -186,6 +186,57 @@ TEST(CommandLineMessages, ATextureTheLibraryReadsInSpiteOfDamageIsNamedInAWarnin
     EXPECT_NE(r.err.find("shadenet render: warning: File texture photo: " + photo + " is damaged"), std::string::npos) << r.err;
 }
 
+TEST(CommandLineMessages, ATextureThatCannotBeReadWarnsOnceAndTheRenderGoesOn) {
+    TtestTempDir dir;
+    const std::string png = dir.file("checker.png");
+    ASSERT_EQ(shadenet({"swatch", "checker", "--size", "64", "-o", png}).status, 0);
+    // Its channel count lowered: the file is refused when it is opened.
+    const std::string fewer = dir.file("fewer.bot");
+    ASSERT_EQ(shadenet({"bot", "convert", png, "-o", fewer}).status, 0);
+    setBotChannels(fewer, 4, 3);
+    // Every block but the first of the top level, which is read when the
+    // file is opened, overwritten: the damage shows only as the render reads.
+    // 64 x 64 has levels 0 to 6, one block each below the top, four in it.
+    const std::string damaged = dir.file("damaged.bot");
+    ASSERT_EQ(shadenet({"bot", "convert", png, "-o", damaged}).status, 0);
+    {
+        std::string bytes = readBytes(damaged);
+        auto offset = [&](int entry) {
+            uint32_t v = 0;
+            for (int k = 0; k < 4; ++k) v |= uint32_t(uint8_t(bytes[size_t(14 + 4 * entry + k)])) << (8 * k);
+            return size_t(v);
+        };
+        for (int block = 0; block < 10; ++block)
+            if (block != 6)
+                for (size_t i = offset(block); i < offset(block + 1); ++i) bytes[i] = char(0xFF);
+        writeBytes(damaged, bytes);
+    }
+    struct Tcase {
+        std::string file, warning;
+    };
+    const Tcase cases[] = {
+        {dir.file("nosuch.png"), "shadenet render: warning: File texture photo cannot read " + dir.file("nosuch.png") +
+                                     ": No such file or directory"},
+        {fewer, "shadenet render: warning: File texture photo cannot read " + fewer +
+                    ": block 0 of level 6 cannot be read with the header's 3 channels: data is left after the last channel"},
+        {damaged, "shadenet render: warning: Decode error in block ordered texture file " + damaged + ": "},
+    };
+    for (const Tcase& c : cases) {
+        SCOPED_TRACE(c.file);
+        const std::string scene = dir.file("scene.json");
+        std::ofstream(scene, std::ios::trunc) << texturedScene(c.file);
+        // Two frames: each starts from the file again.
+        const TprogramRun r = shadenet({"render", scene, "-q", "--frames", "1-2", "-o", dir.file("out.#.png")});
+        EXPECT_EQ(r.status, 0) << r.err;
+        const std::vector<std::string> lines = linesOf(r.err);
+        EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](const std::string& l) { return l.find(": error: ") != std::string::npos; }), 0)
+            << r.err;
+        ASSERT_EQ(lines.size(), 1u) << r.err;
+        EXPECT_EQ(lines[0].substr(0, c.warning.size()), c.warning);
+        EXPECT_TRUE(std::filesystem::exists(dir.file("out.0002.png")));
+    }
+}
+
 TEST(CommandLineMessages, ATextureWhoseHeaderClaimsMoreThanTheMemoryIsNamedInAWarning) {
     TtestTempDir dir;
     // A PNG whose header claims 999999 by 999999 pixels of four channels,

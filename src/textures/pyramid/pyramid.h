@@ -125,8 +125,9 @@ public:
     void texelQuad(TfileTextureCache& cache, int level, int x0, int x1, int y0, int y1, const uint8_t* (&quad)[2][2]);
 
     // Decodes one block of a BOT pyramid into `slotData` (width by height
-    // pixels, packed). False and a message on any failure, the bytes then
-    // untouched. Allocates nothing.
+    // pixels, packed). False on any failure, the bytes then untouched. The
+    // render goes on past a bad block, so the first failure of a pyramid is
+    // a warning and later ones are not repeated. Allocates nothing.
     bool loadBlock(TfileTextureCache& cache, uint8_t* slotData, int block, int level, int width, int height,
                    int channels);
     // A whole level as an image (rows from the top down). For BOT pyramids
@@ -184,15 +185,17 @@ protected:
 
 private:
     // Why a block could not be had: a catalogue message, or a console line
-    // "<what> <file>: <reason>".
+    // "<what> <file>: <reason>", told as an error or a warning.
     struct TblockFailure {
         const TcatalogueEntry* entry = nullptr;
         const char* what = nullptr;
         Tstring reason;
-        void report(const Tstring& path) const;
+        void report(bool asError, const Tstring& path) const;
     };
     // Reads and decodes one block of the BOT file; false says why in `failure`.
     bool decodeFileBlock(int block, int level, int width, int height, uint8_t* pixels, TblockFailure& failure);
+
+    std::atomic<bool> fBlockFailureReported{false};
 };
 
 class TpyramidNonSwatch : public Tpyramid {

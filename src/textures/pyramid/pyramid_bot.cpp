@@ -173,9 +173,15 @@ Tpyramid* Tpyramid::openBOT(const Tstring& path, bool swatch, const Tstring& id,
     return p.release();
 }
 
-void Tpyramid::TblockFailure::report(const Tstring& path) const {
-    if (entry) theCommandEngine().displayError(*entry, {path, reason});
-    else consoleReport("Error: %s %s: %s\n", what, path.asC(), reason.asC());
+void Tpyramid::TblockFailure::report(bool asError, const Tstring& path) const {
+    if (entry) {
+        if (asError) theCommandEngine().displayError(*entry, {path, reason});
+        else theCommandEngine().displayWarning(*entry, {path, reason});
+        return;
+    }
+    // A render goes on past the block, with whatever the slot held.
+    consoleReport("%s: %s %s: %s%s\n", asError ? "Error" : "Warning", what, path.asC(), reason.asC(),
+                  asError ? "" : "; parts of the texture may show wrong");
 }
 
 bool Tpyramid::decodeFileBlock(int block, int level, int width, int height, uint8_t* pixels, TblockFailure& failure) {
@@ -217,7 +223,8 @@ bool Tpyramid::loadBlock(TfileTextureCache&, uint8_t* slotData, int block, int l
     uint8_t decoded[TfileTextureCache::kSlotBytes];
     TblockFailure failure;
     if (!decodeFileBlock(block, level, width, height, decoded, failure)) {
-        failure.report(fBotPath);
+        // Every sample that meets a bad block would say so again.
+        if (!fBlockFailureReported.exchange(true)) failure.report(false, fBotPath);
         return false;
     }
     std::memcpy(slotData, decoded, size_t(width) * height * channels);
@@ -241,7 +248,7 @@ bool Tpyramid::extractLevel(int level, TpixelMap& out) {
         blockSize(level, b, bw, bh);
         TblockFailure failure;
         if (!decodeFileBlock(b, level, bw, bh, decoded, failure)) {
-            failure.report(fBotPath);
+            failure.report(true, fBotPath);
             return false;
         }
         const int x0 = (b % bpr) * kBlockSide, y0 = (b / bpr) * kBlockSide;
