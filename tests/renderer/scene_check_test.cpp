@@ -174,6 +174,57 @@ TEST(SceneCheck, ALoopIsReportedWhereTheEngineCutsIt) {
     EXPECT_TRUE(renderText(text, renderOptions(kSize, kSize)).ok);
 }
 
+TEST(SceneCheck, AValueThatPlacesAnObjectAndDependsOnItselfIsAnError) {
+    struct Case {
+        const char* name;
+        std::string nodes, connections;
+        std::string node, attribute, loop;  // no node: not a loop
+    };
+    const std::string md = R"(, {"type": "multiplyDivide", "name": "md"})";
+    const std::string solid = R"(, {"type": "place3dTexture", "name": "p", "parent": "holder"}, {"type": "marble", "name": "marble"})";
+    const Case cases[] = {
+        {"two values of a transform feed each other", "",
+         R"(["rightXf.translateX", "rightXf.translateY"], ["rightXf.translateY", "rightXf.translateX"])", "rightXf", "translateX",
+         "('rightXf.translateX' -> 'rightXf.translateY' -> 'rightXf.translateX')"},
+        {"a transform's value through another node", md, R"(["rightXf.translate", "md.input1"], ["md.output", "rightXf.translate"])",
+         "rightXf", "translate", "('rightXf.translate' -> 'md.input1' -> 'md.output' -> 'rightXf.translate')"},
+        {"one value of a compound through another node", md, R"(["rightXf.translate", "md.input1"], ["md.outputX", "rightXf.translateY"])",
+         "rightXf", "translateY", "('rightXf.translateY' -> 'rightXf.translate' -> 'md.input1' -> 'md.outputX' -> 'rightXf.translateY')"},
+        {"a placement's matrix fed back into its translation", solid,
+         R"(["p.worldInverseMatrix", "marble.placementMatrix"], ["marble.outColor", "p.translate"])", "p", "translate",
+         "('p.translate' -> 'p.worldInverseMatrix' -> 'marble.placementMatrix' -> 'marble.outColor' -> 'p.translate')"},
+        {"a placement's matrix fed back into the transform above it", solid,
+         R"(["p.worldInverseMatrix", "marble.placementMatrix"], ["marble.outColor", "holder.rotate"])", "holder", "rotate",
+         "('holder.rotate' -> 'p.worldInverseMatrix' -> 'marble.placementMatrix' -> 'marble.outColor' -> 'holder.rotate')"},
+        // Not loops: one value of a transform feeding another, and a
+        // placement feeding a transform that is not above it.
+        {"one value feeds another", "", R"(["rightXf.translateX", "rightXf.translateY"])", "", "", ""},
+        {"a placement feeds a transform beside it", solid,
+         R"(["p.worldInverseMatrix", "marble.placementMatrix"], ["marble.outColor", "rightXf.rotate"])", "", "", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string text = twoBalls("", c.nodes);
+        text.replace(text.rfind("]]}"), 3, "], " + c.connections + "]}");
+        std::vector<TsceneIssue> issues = issuesOf(text);
+        TrenderRun run = renderText(text, renderOptions(kSize, kSize));
+        if (c.node.empty()) {
+            EXPECT_TRUE(issues.empty()) << issues[0].text();
+            EXPECT_TRUE(run.ok) << run.error;
+            continue;
+        }
+        ASSERT_EQ(issues.size(), 1u) << issues.size() << (issues.empty() ? "" : ": " + issues[0].text());
+        EXPECT_EQ(issues[0].kind, TsceneIssue::Kind::kError);
+        EXPECT_EQ(issues[0].node, c.node);
+        EXPECT_EQ(issues[0].attribute, c.attribute);
+        EXPECT_EQ(issues[0].message, "its value depends on itself through a loop of connections " + c.loop +
+                                         ": it cannot be evaluated; break one of the connections");
+        // The render refuses it with the same words.
+        EXPECT_FALSE(run.ok);
+        EXPECT_NE(run.error.find(issues[0].text()), std::string::npos) << run.error;
+    }
+}
+
 TEST(SceneCheck, MeshProblemsAreFoundByReadingTheFile) {
     TtestTempDir dir;
     writeFile(dir.file("far.obj"), "v 0 0 0\nv 2e15 0 0\nv 0 1 0\nf 1 2 3\n");
