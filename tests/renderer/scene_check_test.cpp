@@ -232,12 +232,26 @@ TEST(SceneCheck, MeshProblemsAreFoundByReadingTheFile) {
     writeFile(dir.file("empty.obj"), "");
     writeFile(dir.file("points.obj"), "v 0 0 0\n");
     writeFile(dir.file("wide.obj"), "v -1e6 0 -1e6\nv 1e6 0 -1e6\nv 0 0 1e6\nf 1 2 3\n");
+    writeFile(dir.file("words.obj"), "v 0 0 0\nv a b c\nv 0 1 0\nf 1 2 3\n");
+    writeFile(dir.file("short.obj"), "v 0 0 0\nv 1 0\nv 0 1 0\nf 1 2 3\n");
+    writeFile(dir.file("huge.obj"), "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 99999999999999999999999\n");
+    writeFile(dir.file("wraps.obj"), "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 4294967297 2 3\n");  // 2^32 + 1
+    writeFile(dir.file("back.obj"), "v 0 0 0\nv 1 0 0\nf 1 2 -3\nv 0 1 0\n");
+    writeFile(dir.file("uv.obj"), "v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nvt 1 0\nf 1/1 2/2 3/3\n");
     struct Case {
         std::string file, message, leftTransform = "";
     };
     const Case cases[] = {
         {"far.obj", "reaches 2e+15 units"},
-        {"index.obj", "a face refers to vertex 9 of 3"},
+        {"index.obj", "index.obj:4: face corner '9' names vertex 9, but the file has 3 vertices: valid numbers are 1 to 3, "
+                      "or -1 to -3 counting back from the face"},
+        {"words.obj", "words.obj:2: 'a' is not a number; a vertex is 'v x y z'"},
+        {"short.obj", "short.obj:2: a vertex takes 3 numbers ('v x y z'); this one has 2"},
+        {"huge.obj", "huge.obj:4: face corner '99999999999999999999999' names vertex 99999999999999999999999, but the file has 3 vertices"},
+        {"wraps.obj", "wraps.obj:4: face corner '4294967297' names vertex 4294967297, but the file has 3 vertices"},
+        // Counting back goes from the face, before the vertex that follows it.
+        {"back.obj", "back.obj:3: face corner '-3' names vertex -3, but only 2 vertices come before it: counting back reaches -1 to -2"},
+        {"uv.obj", "uv.obj:6: face corner '3/3' names texture coordinate 3, but the file has 2 texture coordinates"},
         {"empty.obj", "the mesh has no faces"},
         {"points.obj", "the mesh has no faces"},
         // Only the mesh's own extent makes the ball too small for its space.
