@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "framework/host/depend_graph.h"
@@ -78,6 +79,7 @@ public:
         : fGraph(graph), fFile(file), fOptions(options), fIssues(issues) {}
 
     void run() {
+        placementLoops();
         values();
         settings();
         camera();
@@ -102,6 +104,7 @@ private:
         return std::any_of(path.nodes().begin(), path.nodes().end(), [&](TdagNode* n) { return fBadNodes.count(n) != 0; });
     }
 
+    void placementLoops();
     void values();
     void value(TdependNode* node, const Tattribute& a, int element);
     void settings();
@@ -128,6 +131,102 @@ private:
     };
     std::vector<Placed> fPlaced;
 };
+
+// A value of a DAG node that its own value drives, through connections and
+// the computations of the nodes between: the graph would evaluate it from
+// itself, giving up at some depth with whatever was stored, so what it places
+// or shapes is undefined. The shading engine cuts its loops; nothing cuts
+// these, so they are errors. Values are followed by attribute, whatever the
+// element of a multi, as the graph pulls them: a compound is made of its
+// children unless it is connected whole, and a computed output of the
+// inputs that affect it (and, for one that its node's transform affects, of
+// the transforms above it).
+void Checker::placementLoops() {
+    using Tvalue = std::pair<TdependNode*, const Tattribute*>;
+    std::map<Tvalue, std::vector<Tvalue>> sources;
+    for (TdependNode* node : fGraph.nodes()) {
+        std::vector<std::pair<Tplug, Tplug>> incoming;
+        node->allIncoming(incoming);
+        for (const auto& [source, destination] : incoming)
+            sources[{node, destination.attribute()}].push_back({source.node(), source.attribute()});
+    }
+    auto connected = [&](const Tvalue& v) { return sources.count(v) != 0; };
+    const TtransformVS& transform = Ttransform::sVsData();
+    const Tattribute* placing[] = {&transform.translate.whole, &transform.rotate.whole, &transform.scale.whole};
+    auto feeding = [&](const Tvalue& v) {
+        auto [node, a] = v;
+        std::vector<Tvalue> out;
+        if (auto it = sources.find(v); it != sources.end()) return it->second;
+        if (a->parent() && connected({node, a->parent()})) out.push_back({node, a->parent()});
+        for (unsigned c = 0; c < a->childCount(); ++c) out.push_back({node, a->child(c)});
+        if (!a->isComputed() && !a->rootParent()->isComputed()) return out;
+        const TdependencyMatrix& affects = node->dependencies();
+        bool placed = false;
+        for (unsigned i = 0; i < node->staticAttributeCount(); ++i) {
+            const Tattribute* input = node->attribute(i);
+            if (input == a || !affects.affects(input->index(), a->index())) continue;
+            out.push_back({node, input});
+            placed = placed || std::find(std::begin(placing), std::end(placing), input) != std::end(placing);
+        }
+        if (placed && isDag(node)) {
+            std::set<TdagNode*> above;
+            std::vector<TdagNode*> todo(static_cast<TdagNode*>(node)->parents());
+            while (!todo.empty()) {
+                TdagNode* up = todo.back();
+                todo.pop_back();
+                if (!above.insert(up).second) continue;
+                if (isNodeOf<Ttransform>(up))
+                    for (const Tattribute* t : placing) out.push_back({up, t});
+                todo.insert(todo.end(), up->parents().begin(), up->parents().end());
+            }
+        }
+        return out;
+    };
+    auto text = [](const Tvalue& v) { return quoted(plugText(*v.first, *v.second, Tplug::kNoIndex)); };
+
+    // From each connected value of a DAG node, in the file's order.
+    std::vector<Tvalue> starts;
+    for (TdependNode* node : fGraph.nodes())
+        if (isDag(node))
+            for (unsigned i = 0; i < node->staticAttributeCount(); ++i)
+                if (connected({node, node->attribute(i)})) starts.push_back({node, node->attribute(i)});
+    std::set<Tvalue> inLoop;
+    for (const Tvalue& start : starts) {
+        if (inLoop.count(start)) continue;
+        // Breadth first upstream, so that the loop found is a shortest one.
+        std::map<Tvalue, Tvalue> feeds;  // a value -> the value it feeds on the way back to the start
+        std::vector<Tvalue> frontier{start};
+        std::optional<Tvalue> last;
+        while (!frontier.empty() && !last) {
+            std::vector<Tvalue> next;
+            for (const Tvalue& v : frontier) {
+                for (const Tvalue& up : feeding(v)) {
+                    if (up == start) {
+                        last = v;
+                        break;
+                    }
+                    if (feeds.emplace(up, v).second) next.push_back(up);
+                }
+                if (last) break;
+            }
+            frontier = std::move(next);
+        }
+        if (!last) continue;
+        // Data runs from the start to `last` through the values that feed on
+        // the way, and back to the start.
+        std::string loop = text(start);
+        for (Tvalue v = *last;; v = feeds.at(v)) {
+            loop += " -> " + text(v);
+            inLoop.insert(v);
+            if (v == start) break;
+        }
+        const std::string name = plugText(*start.first, *start.second, Tplug::kNoIndex).substr(start.first->name().str().size() + 1);
+        error(start.first, name, "its value depends on itself through a loop of connections (" + loop +
+                                     "): it cannot be evaluated; break one of the connections");
+        for (const Tvalue& v : inLoop)
+            if (isDag(v.first)) fBadNodes.insert(v.first);
+    }
+}
 
 // NaN and infinite values. Colours and the values that place things (every
 // DAG node's) are errors: the first shade NaN pixels, the second cannot be

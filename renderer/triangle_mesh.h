@@ -26,5 +26,7 @@ struct TtriangleMesh {
 };
 
 // Reads an OBJ file. On failure returns false and puts in `error` a message
-// that names the file.
+// that names the file and, for what is wrong inside it, the line. A face too
+// intricate to split exactly within a bounded time is split as a fan, with a
+// warning through the command engine.
 bool loadObjMesh(const std::string& path, TtriangleMesh& mesh, std::string& error);

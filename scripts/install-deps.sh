@@ -8,7 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libopenimageio-dev openimageio-tools libopencolorio-dev
   nlohmann-json3-dev libembree-dev libtbb-dev
-  libtinyobjloader-dev libcli11-dev libfftw3-dev libnoise-dev
+  libcli11-dev libfftw3-dev libnoise-dev
   libgl-dev libegl-dev libosmesa6-dev libegl-mesa0 libgl1-mesa-dri
   python3-dev pybind11-dev python3-numpy python3-pytest
 )

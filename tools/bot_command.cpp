@@ -37,10 +37,11 @@ std::unique_ptr<Tpyramid> openOrComplain(const std::string& path) {
         reportError(path + ": " + why);
         return nullptr;
     }
-    std::unique_ptr<Tpyramid> p(Tpyramid::openBOT(Tstring(path), false, Tstring(path)));
+    Tstring why;
+    std::unique_ptr<Tpyramid> p(Tpyramid::openBOT(Tstring(path), false, Tstring(path), &why));
     if (p) return p;
-    if (Tpyramid::IsItABOTFile(Tstring(path), nullptr, nullptr))
-        corrupted(path, Tstring("the header or the block index is damaged or cut short"));
+    if (!why.isEmpty())
+        corrupted(path, why);
     else
         reportError(path + " is not a block ordered texture file");
     return p;

@@ -58,6 +58,17 @@ CLI::App* parsedCommand(CLI::App& app, std::string& path) {
     }
 }
 
+// An option that takes a value and is given "" would be taken as not given
+// at all (or as a name that is nothing), without a word: the value is
+// refused wherever it comes, on every subcommand.
+void refuseEmptyValues(CLI::App& app) {
+    const CLI::Validator nonEmpty(
+        [](std::string& text) { return text.empty() ? std::string("needs a value and was given an empty one") : std::string(); }, "");
+    for (CLI::Option* option : app.get_options())
+        if (option->get_items_expected_min() > 0) option->check(nonEmpty);
+    for (CLI::App* sub : childrenOf(app)) refuseEmptyValues(*sub);
+}
+
 // The library's messages in the program's form. The console reporter's
 // lines carry their severity as a leading "Error: " or "Warning: ".
 void reportLibraryMessage(const TcommandMessage& message) {
@@ -93,6 +104,7 @@ int main(int argc, char** argv) {
         runs.emplace_back(sub, command.setup(*sub));
     }
 
+    refuseEmptyValues(app);
     if (findUnknownSubcommand(app, argc, argv)) return kExitUsage;
     try {
         app.parse(argc, argv);

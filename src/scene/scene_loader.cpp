@@ -270,6 +270,9 @@ void Builder::assign(TdependNode* node, const Tattribute* a, Value v, int elemen
         if (v.json.is_array()) {
             for (size_t i = 0; i < v.json.size(); ++i) assign(node, a, v.item(i), int(i));
         } else if (v.json.is_object()) {
+            // "1" and "01" are different keys to JSON but one element here:
+            // the later would overwrite the earlier without a word.
+            std::map<int, std::string> given;
             v.forEachMember([&](const std::string& key, TtextPosition keyAt, Value item) {
                 bool digits = !key.empty() && std::all_of(key.begin(), key.end(), [](char c) { return c >= '0' && c <= '9'; });
                 if (!digits) {
@@ -281,6 +284,12 @@ void Builder::assign(TdependNode* node, const Tattribute* a, Value v, int elemen
                 if (std::from_chars(key.data(), key.data() + key.size(), index).ec != std::errc()) {
                     error(keyAt, where + " is a multi: element index " + inQuotes(key) + " is larger than the largest, " +
                                      std::to_string(std::numeric_limits<int>::max()));
+                    return;
+                }
+                auto [first, added] = given.emplace(index, key);
+                if (!added) {
+                    error(keyAt, where + " is a multi: element indices " + inQuotes(key) + " and " + inQuotes(first->second) +
+                                     " name the same element " + std::to_string(index) + "; give it once");
                     return;
                 }
                 assign(node, a, item, index);

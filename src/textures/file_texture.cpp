@@ -318,8 +318,20 @@ bool TdnFileTexture::initTexture(Tplug&, TdataBlock&) {
     Tpyramid* pyramid = nullptr;
     // A block-ordered file in place of the image, or beside it.
     const std::string beside = besideBotName(exact.str());
-    if (!beside.empty() && fileExists(beside)) pyramid = Tpyramid::openBOT(Tstring(beside), swatch, id);
-    if (!pyramid) pyramid = Tpyramid::openBOT(exact, swatch, id);
+    Tstring botWhy;
+    if (!beside.empty() && fileExists(beside)) {
+        pyramid = Tpyramid::openBOT(Tstring(beside), swatch, id, &botWhy);
+        // A damaged file beside the image is passed over for the image.
+        if (!pyramid && !botWhy.isEmpty()) displayOnce(kBadFileTexture, {nodeName, Tstring(beside), botWhy});
+    }
+    if (!pyramid) {
+        botWhy = Tstring();
+        pyramid = Tpyramid::openBOT(exact, swatch, id, &botWhy);
+        if (!pyramid && !botWhy.isEmpty()) {
+            displayOnce(kBadFileTexture, {nodeName, exact, botWhy});
+            return false;
+        }
+    }
     if (!pyramid) {
         TpixelMap map;
         Tstring why, damage;

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 
 #include "renderer/render_fixture.h"
 #include "renderer/renderer_test_surface.h"
@@ -199,6 +200,72 @@ TEST(RenderImage, SolidTexturesFilterToTheRendersPixel) {
     TrenderRun own = render(0), camera = render(cameraAngle), stored = render(0.002053f);
     EXPECT_LT(largestDifference(own, camera), 1e-6f);
     EXPECT_GT(largestDifference(own, stored), 0.02f);
+}
+
+TEST(RenderImage, ObjPolygonsOfManyCornersCoverTheirOutline) {
+    // Faces of one polygon each in the plane z = 0, seen from +z by an
+    // orthographic camera 4 units wide: a pixel is covered (alpha 1) where
+    // its centre lies inside the outline.
+    TtestTempDir dir;
+    struct Case {
+        const char* name;
+        std::vector<std::pair<double, double>> outline;
+        std::function<int(double x, double y)> inside;  // 1 in, 0 out, -1 too near the edge to tell
+    };
+    // Five teeth on a bar: the teeth stand on x from -0.9 + 0.4 k to -0.7 + 0.4 k.
+    std::vector<std::pair<double, double>> comb = {{-1, -1}, {1, -1}, {1, 0}};
+    for (int k = 4; k >= 0; --k) {
+        const double left = -0.9 + 0.4 * k, right = left + 0.2;
+        for (auto corner : {std::pair{right + 0.1, 0.0}, {right, 0.0}, {right, 1.0}, {left, 1.0}, {left, 0.0}})
+            if (corner.first < 1) comb.push_back(corner);
+    }
+    comb.push_back({-1, 0});
+    auto inComb = [](double x, double y) {
+        if (std::fabs(x) >= 1 || y <= -1 || y >= 1) return 0;
+        if (y < 0) return 1;
+        const double across = std::fmod(x + 1, 0.4);
+        return across > 0.1 && across < 0.3 ? 1 : 0;
+    };
+    // Spikes too fine for the pixels between radius 0.5 and 1.
+    std::vector<std::pair<double, double>> star, circle;
+    const int corners = 100000;
+    for (int i = 0; i < corners; ++i) {
+        const double a = 2 * M_PI * i / corners, r = i % 2 ? 0.5 : 1;
+        star.push_back({r * std::cos(a), r * std::sin(a)});
+        circle.push_back({std::cos(a), std::sin(a)});
+    }
+    auto inRadius = [](double inner) {
+        return [inner](double x, double y) {
+            const double r = std::hypot(x, y);
+            return r < inner - 0.02 ? 1 : r > 1.02 ? 0 : -1;
+        };
+    };
+    const Case cases[] = {
+        {"comb", comb, inComb},
+        {"star of 100000 corners", star, inRadius(0.5)},
+        {"circle of 100000 corners", circle, inRadius(1)},
+    };
+    const int size = 40;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string obj, face = "f";
+        for (size_t i = 0; i < c.outline.size(); ++i) {
+            obj += "v " + std::to_string(c.outline[i].first) + " " + std::to_string(c.outline[i].second) + " 0\n";
+            face += " " + std::to_string(i + 1);
+        }
+        writeFile(dir.file("outline.obj"), obj + face + "\n");
+        const std::string nodes = R"({"type": "mesh", "name": "outline", "attributes": {"fileName": "outline.obj"}}, )" +
+                                  testGroup("surf", TrendererTestSurface::kFlat, R"("outline")") + ", " + kBoxFilter;
+        TrenderRun run = renderText(sceneText(nodes, testConnection("surf"), orthoCamera(4)), renderOptions(size, size), dir.file("scene.json"));
+        ASSERT_TRUE(run.ok) << run.error;
+        for (int py = 0; py < size; ++py)
+            for (int px = 0; px < size; ++px) {
+                const double x = (2 * (px + 0.5) / size - 1) * 2, y = (1 - 2 * (py + 0.5) / size) * 2;
+                const int inside = c.inside(x, y);
+                if (inside < 0) continue;
+                ASSERT_EQ(run.image.pixel(px, py)[3], float(inside)) << px << "," << py;
+            }
+    }
 }
 
 TEST(RenderImage, SolidTexturesStayInTheWorldWhenTheCameraMoves) {

@@ -174,6 +174,57 @@ TEST(SceneCheck, ALoopIsReportedWhereTheEngineCutsIt) {
     EXPECT_TRUE(renderText(text, renderOptions(kSize, kSize)).ok);
 }
 
+TEST(SceneCheck, AValueThatPlacesAnObjectAndDependsOnItselfIsAnError) {
+    struct Case {
+        const char* name;
+        std::string nodes, connections;
+        std::string node, attribute, loop;  // no node: not a loop
+    };
+    const std::string md = R"(, {"type": "multiplyDivide", "name": "md"})";
+    const std::string solid = R"(, {"type": "place3dTexture", "name": "p", "parent": "holder"}, {"type": "marble", "name": "marble"})";
+    const Case cases[] = {
+        {"two values of a transform feed each other", "",
+         R"(["rightXf.translateX", "rightXf.translateY"], ["rightXf.translateY", "rightXf.translateX"])", "rightXf", "translateX",
+         "('rightXf.translateX' -> 'rightXf.translateY' -> 'rightXf.translateX')"},
+        {"a transform's value through another node", md, R"(["rightXf.translate", "md.input1"], ["md.output", "rightXf.translate"])",
+         "rightXf", "translate", "('rightXf.translate' -> 'md.input1' -> 'md.output' -> 'rightXf.translate')"},
+        {"one value of a compound through another node", md, R"(["rightXf.translate", "md.input1"], ["md.outputX", "rightXf.translateY"])",
+         "rightXf", "translateY", "('rightXf.translateY' -> 'rightXf.translate' -> 'md.input1' -> 'md.outputX' -> 'rightXf.translateY')"},
+        {"a placement's matrix fed back into its translation", solid,
+         R"(["p.worldInverseMatrix", "marble.placementMatrix"], ["marble.outColor", "p.translate"])", "p", "translate",
+         "('p.translate' -> 'p.worldInverseMatrix' -> 'marble.placementMatrix' -> 'marble.outColor' -> 'p.translate')"},
+        {"a placement's matrix fed back into the transform above it", solid,
+         R"(["p.worldInverseMatrix", "marble.placementMatrix"], ["marble.outColor", "holder.rotate"])", "holder", "rotate",
+         "('holder.rotate' -> 'p.worldInverseMatrix' -> 'marble.placementMatrix' -> 'marble.outColor' -> 'holder.rotate')"},
+        // Not loops: one value of a transform feeding another, and a
+        // placement feeding a transform that is not above it.
+        {"one value feeds another", "", R"(["rightXf.translateX", "rightXf.translateY"])", "", "", ""},
+        {"a placement feeds a transform beside it", solid,
+         R"(["p.worldInverseMatrix", "marble.placementMatrix"], ["marble.outColor", "rightXf.rotate"])", "", "", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string text = twoBalls("", c.nodes);
+        text.replace(text.rfind("]]}"), 3, "], " + c.connections + "]}");
+        std::vector<TsceneIssue> issues = issuesOf(text);
+        TrenderRun run = renderText(text, renderOptions(kSize, kSize));
+        if (c.node.empty()) {
+            EXPECT_TRUE(issues.empty()) << issues[0].text();
+            EXPECT_TRUE(run.ok) << run.error;
+            continue;
+        }
+        ASSERT_EQ(issues.size(), 1u) << issues.size() << (issues.empty() ? "" : ": " + issues[0].text());
+        EXPECT_EQ(issues[0].kind, TsceneIssue::Kind::kError);
+        EXPECT_EQ(issues[0].node, c.node);
+        EXPECT_EQ(issues[0].attribute, c.attribute);
+        EXPECT_EQ(issues[0].message, "its value depends on itself through a loop of connections " + c.loop +
+                                         ": it cannot be evaluated; break one of the connections");
+        // The render refuses it with the same words.
+        EXPECT_FALSE(run.ok);
+        EXPECT_NE(run.error.find(issues[0].text()), std::string::npos) << run.error;
+    }
+}
+
 TEST(SceneCheck, MeshProblemsAreFoundByReadingTheFile) {
     TtestTempDir dir;
     writeFile(dir.file("far.obj"), "v 0 0 0\nv 2e15 0 0\nv 0 1 0\nf 1 2 3\n");
@@ -181,12 +232,26 @@ TEST(SceneCheck, MeshProblemsAreFoundByReadingTheFile) {
     writeFile(dir.file("empty.obj"), "");
     writeFile(dir.file("points.obj"), "v 0 0 0\n");
     writeFile(dir.file("wide.obj"), "v -1e6 0 -1e6\nv 1e6 0 -1e6\nv 0 0 1e6\nf 1 2 3\n");
+    writeFile(dir.file("words.obj"), "v 0 0 0\nv a b c\nv 0 1 0\nf 1 2 3\n");
+    writeFile(dir.file("short.obj"), "v 0 0 0\nv 1 0\nv 0 1 0\nf 1 2 3\n");
+    writeFile(dir.file("huge.obj"), "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 99999999999999999999999\n");
+    writeFile(dir.file("wraps.obj"), "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 4294967297 2 3\n");  // 2^32 + 1
+    writeFile(dir.file("back.obj"), "v 0 0 0\nv 1 0 0\nf 1 2 -3\nv 0 1 0\n");
+    writeFile(dir.file("uv.obj"), "v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nvt 1 0\nf 1/1 2/2 3/3\n");
     struct Case {
         std::string file, message, leftTransform = "";
     };
     const Case cases[] = {
         {"far.obj", "reaches 2e+15 units"},
-        {"index.obj", "a face refers to vertex 9 of 3"},
+        {"index.obj", "index.obj:4: face corner '9' names vertex 9, but the file has 3 vertices: valid numbers are 1 to 3, "
+                      "or -1 to -3 counting back from the face"},
+        {"words.obj", "words.obj:2: 'a' is not a number; a vertex is 'v x y z'"},
+        {"short.obj", "short.obj:2: a vertex takes 3 numbers ('v x y z'); this one has 2"},
+        {"huge.obj", "huge.obj:4: face corner '99999999999999999999999' names vertex 99999999999999999999999, but the file has 3 vertices"},
+        {"wraps.obj", "wraps.obj:4: face corner '4294967297' names vertex 4294967297, but the file has 3 vertices"},
+        // Counting back goes from the face, before the vertex that follows it.
+        {"back.obj", "back.obj:3: face corner '-3' names vertex -3, but only 2 vertices come before it: counting back reaches -1 to -2"},
+        {"uv.obj", "uv.obj:6: face corner '3/3' names texture coordinate 3, but the file has 2 texture coordinates"},
         {"empty.obj", "the mesh has no faces"},
         {"points.obj", "the mesh has no faces"},
         // Only the mesh's own extent makes the ball too small for its space.

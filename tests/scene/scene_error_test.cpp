@@ -132,6 +132,8 @@ TEST(SceneErrors, AttributeValues) {
         {"bad child value deep in a multi", with(R"("ramp": {"2": {"rampG": 0.5, "rampB": "x"}})"), "\"x\"",
          "'a.ramp[2].rampB' (float) takes a number"},
         {"bad element index", with(R"("values": {"-1": 3})"), "\"-1\"", "element index '-1' is not a whole number"},
+        {"one element by two indices", with(R"("values": {"1": 3, "2": 4, "01": 5})"), "\"01\"",
+         "'a.values' is a multi: element indices '01' and '1' name the same element 1; give it once"},
         {"multi given a number", with(R"("values": 3)"), "3", "is a multi and takes an object of index to value or an array"},
         {"child of a multi outside an element", with(R"("rampR": 1)"), "\"rampR\"", "lies in the multi 'ramp'"},
         {"computed output", with(R"("outValue": 1)"), "1", "'a.outValue' is a computed output and cannot be given a value"},

@@ -14,6 +14,24 @@
 namespace {
 const std::regex kMessageForm("shadenet( [a-z]+)*: (error|warning): .+");
 
+std::string readBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+void writeBytes(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+// Rewrites the channel count of a BOT file's header (byte 7), which must
+// hold `from`.
+void setBotChannels(const std::string& path, int from, int to) {
+    std::string bytes = readBytes(path);
+    ASSERT_GT(bytes.size(), 14u);
+    ASSERT_EQ(int(bytes[7]), from);
+    bytes[7] = char(to);
+    writeBytes(path, bytes);
+}
+
 // A plane filling an 8 by 8 view, lit by its file texture "photo".
 std::string texturedScene(const std::string& image) {
     return R"({"nodes": [
@@ -44,6 +62,14 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
     ASSERT_EQ(shadenet({"swatch", "checker", "--size", "64", "-o", dir.file("checker.png")}).status, 0);
     ASSERT_EQ(shadenet({"bot", "convert", dir.file("checker.png"), "-o", cutBot}).status, 0);
     std::filesystem::resize_file(cutBot, std::filesystem::file_size(cutBot) - 8);
+    // Texture files whose header says fewer channels than the blocks hold:
+    // the checker's PNG has 4, its JPEG 3.
+    const std::string fewerBot = dir.file("fewer.bot"), fewestBot = dir.file("fewest.bot");
+    ASSERT_EQ(shadenet({"swatch", "checker", "--size", "64", "-o", dir.file("checker.jpg")}).status, 0);
+    ASSERT_EQ(shadenet({"bot", "convert", dir.file("checker.png"), "-o", fewerBot}).status, 0);
+    ASSERT_EQ(shadenet({"bot", "convert", dir.file("checker.jpg"), "-o", fewestBot}).status, 0);
+    setBotChannels(fewerBot, 4, 3);
+    setBotChannels(fewestBot, 3, 1);
     struct Tcase {
         std::vector<std::string> args;
         int status;
@@ -77,6 +103,19 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
          "shadenet bot extract: error: --level: must be between 0 and 13"},
         {{"bot", "convert", noImage}, 2, "shadenet bot convert: error: --output is required"},
         {{"nodes", "noSuchType"}, 2, "shadenet nodes: error: unknown node type 'noSuchType'"},
+        // An empty value is no value, for every option that takes one.
+        {{"render", scene, "--frames", ""}, 2, "shadenet render: error: --frames: needs a value and was given an empty one"},
+        {{"render", scene, "--colorspace", ""}, 2, "shadenet render: error: --colorspace: needs a value and was given an empty one"},
+        {{"render", scene, "--view", ""}, 2, "shadenet render: error: --view: needs a value and was given an empty one"},
+        {{"render", scene, "--pass", ""}, 2, "shadenet render: error: --pass: needs a value and was given an empty one"},
+        {{"render", scene, "--set", ""}, 2, "shadenet render: error: --set: needs a value and was given an empty one"},
+        {{"render", scene, "-o", ""}, 2, "shadenet render: error: --output: needs a value and was given an empty one"},
+        {{"render", ""}, 2, "shadenet render: error: scene: needs a value and was given an empty one"},
+        {{"check", scene, "--camera", ""}, 2, "shadenet check: error: --camera: needs a value and was given an empty one"},
+        {{"preview", scene, "-o", ""}, 2, "shadenet preview: error: --output: needs a value and was given an empty one"},
+        {{"swatch", "checker", "-o", ""}, 2, "shadenet swatch: error: --output: needs a value and was given an empty one"},
+        {{"bot", "convert", noImage, "-o", ""}, 2, "shadenet bot convert: error: --output: needs a value and was given an empty one"},
+        {{"name", "%s", "--scene", ""}, 2, "shadenet name: error: --scene: needs a value and was given an empty one"},
         // The work fails: 1, with the system's or the library's reason.
         {{"render", missing}, 1, "shadenet render: error: " + missing + ": No such file or directory"},
         {{"render", folder}, 1, "shadenet render: error: " + folder + ": is a directory"},
@@ -93,7 +132,14 @@ TEST(CommandLineMessages, EveryFailureHasTheFormTheReasonAndItsStatus) {
         {{"bot", "info", noBot}, 1, "shadenet bot info: error: " + noBot + ": No such file or directory"},
         {{"bot", "extract", folder, "-o", out}, 1, "shadenet bot extract: error: " + folder + ": is a directory"},
         {{"bot", "extract", cutBot, "-o", out}, 1,
-         "shadenet bot extract: error: Read error in block ordered texture file " + cutBot + ": unexpected end of file"},
+         "shadenet bot extract: error: Corrupted data found in block ordered texture file " + cutBot +
+             ": the file ends before its last block"},
+        {{"bot", "info", fewerBot}, 1,
+         "shadenet bot info: error: Corrupted data found in block ordered texture file " + fewerBot +
+             ": block 0 of level 6 cannot be read with the header's 3 channels: data is left after the last channel"},
+        {{"bot", "extract", fewestBot, "-o", out}, 1,
+         "shadenet bot extract: error: Corrupted data found in block ordered texture file " + fewestBot +
+             ": block 0 of level 6 cannot be read with the header's 1 channel: data is left after the last channel"},
     };
     for (const Tcase& c : cases) {
         std::string what;
@@ -154,6 +200,57 @@ TEST(CommandLineMessages, ATextureReadInPartIsNamedInAWarning) {
         const TprogramRun r = shadenet({"render", scene, "-q", "-o", dir.file("out.png")});
         EXPECT_EQ(r.status, 0) << r.err;
         EXPECT_NE(r.err.find("shadenet render: warning: " + c.warning), std::string::npos) << r.err;
+    }
+}
+
+TEST(CommandLineMessages, ATextureThatCannotBeReadWarnsOnceAndTheRenderGoesOn) {
+    TtestTempDir dir;
+    const std::string png = dir.file("checker.png");
+    ASSERT_EQ(shadenet({"swatch", "checker", "--size", "64", "-o", png}).status, 0);
+    // Its channel count lowered: the file is refused when it is opened.
+    const std::string fewer = dir.file("fewer.bot");
+    ASSERT_EQ(shadenet({"bot", "convert", png, "-o", fewer}).status, 0);
+    setBotChannels(fewer, 4, 3);
+    // Every block but the first of the top level, which is read when the
+    // file is opened, overwritten: the damage shows only as the render reads.
+    // 64 x 64 has levels 0 to 6, one block each below the top, four in it.
+    const std::string damaged = dir.file("damaged.bot");
+    ASSERT_EQ(shadenet({"bot", "convert", png, "-o", damaged}).status, 0);
+    {
+        std::string bytes = readBytes(damaged);
+        auto offset = [&](int entry) {
+            uint32_t v = 0;
+            for (int k = 0; k < 4; ++k) v |= uint32_t(uint8_t(bytes[size_t(14 + 4 * entry + k)])) << (8 * k);
+            return size_t(v);
+        };
+        for (int block = 0; block < 10; ++block)
+            if (block != 6)
+                for (size_t i = offset(block); i < offset(block + 1); ++i) bytes[i] = char(0xFF);
+        writeBytes(damaged, bytes);
+    }
+    struct Tcase {
+        std::string file, warning;
+    };
+    const Tcase cases[] = {
+        {dir.file("nosuch.png"), "shadenet render: warning: File texture photo cannot read " + dir.file("nosuch.png") +
+                                     ": No such file or directory"},
+        {fewer, "shadenet render: warning: File texture photo cannot read " + fewer +
+                    ": block 0 of level 6 cannot be read with the header's 3 channels: data is left after the last channel"},
+        {damaged, "shadenet render: warning: Decode error in block ordered texture file " + damaged + ": "},
+    };
+    for (const Tcase& c : cases) {
+        SCOPED_TRACE(c.file);
+        const std::string scene = dir.file("scene.json");
+        std::ofstream(scene, std::ios::trunc) << texturedScene(c.file);
+        // Two frames: each starts from the file again.
+        const TprogramRun r = shadenet({"render", scene, "-q", "--frames", "1-2", "-o", dir.file("out.#.png")});
+        EXPECT_EQ(r.status, 0) << r.err;
+        const std::vector<std::string> lines = linesOf(r.err);
+        EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](const std::string& l) { return l.find(": error: ") != std::string::npos; }), 0)
+            << r.err;
+        ASSERT_EQ(lines.size(), 1u) << r.err;
+        EXPECT_EQ(lines[0].substr(0, c.warning.size()), c.warning);
+        EXPECT_TRUE(std::filesystem::exists(dir.file("out.0002.png")));
     }
 }
 

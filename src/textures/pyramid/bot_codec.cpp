@@ -580,6 +580,9 @@ const char* TbotCodec::decodeBlock(const uint8_t* data, int size, int width, int
         if (bits.overrun()) return "data ends before the block is complete";
         in = bits;
     }
+    // The coder pads only the last byte: whole bytes left over mean the
+    // block holds more channels than it was read with.
+    if (in.end - in.next > 0 || in.available - in.padding >= 8) return "data is left after the last channel";
     switch (channels) {
         case 1: unscan<1>(scans, width, height, pixels); break;
         case 3: unscan<3>(scans, width, height, pixels); break;

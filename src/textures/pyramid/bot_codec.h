@@ -32,7 +32,9 @@ public:
                          int capacity = kMaxBlockBytes);
 
     // Decodes `size` bytes into width * height packed pixels. Returns null on
-    // success, otherwise a short reason. Never reads outside [data, data +
+    // success, otherwise a short reason; a block whose bytes go on past its
+    // last channel is refused too, so that a channel count that does not
+    // match the data shows. Never reads outside [data, data +
     // size) nor writes outside the pixels, whatever the bytes hold. Uses no
     // heap memory.
     static const char* decodeBlock(const uint8_t* data, int size, int width, int height, int channels,

@@ -18,6 +18,7 @@
 #include "textures/pyramid/file_texture_wrapper.h"
 
 class TfileTextureCache;
+struct TcatalogueEntry;
 
 // The 14-byte header of a BOT file, little-endian on disk.
 struct botHeader {
@@ -63,8 +64,10 @@ public:
     virtual bool buildPyramidFromPixelMap(const TpixelMap& map) = 0;
     virtual void freePyramid();
 
-    // Null when `path` is not a BOT file. Swatch selects the class.
-    static Tpyramid* openBOT(const Tstring& path, bool swatch, const Tstring& id);
+    // Null when `path` is not a BOT file, or is one that is damaged: then
+    // `why`, when given, says what is wrong. The header, the block index and
+    // the first block of the top level are checked. Swatch selects the class.
+    static Tpyramid* openBOT(const Tstring& path, bool swatch, const Tstring& id, Tstring* why = nullptr);
     static bool IsItABOTFile(const Tstring& path, int* descriptor, botHeader* header);
     static Tstring getUniqueIdentifier(const Tstring& name, bool swatch, bool filtered, float blur);
     // Smallest n with 2^n at least `side`.
@@ -122,8 +125,9 @@ public:
     void texelQuad(TfileTextureCache& cache, int level, int x0, int x1, int y0, int y1, const uint8_t* (&quad)[2][2]);
 
     // Decodes one block of a BOT pyramid into `slotData` (width by height
-    // pixels, packed). False and a message on any failure, the bytes then
-    // untouched or partly written. Allocates nothing.
+    // pixels, packed). False on any failure, the bytes then untouched. The
+    // render goes on past a bad block, so the first failure of a pyramid is
+    // a warning and later ones are not repeated. Allocates nothing.
     bool loadBlock(TfileTextureCache& cache, uint8_t* slotData, int block, int level, int width, int height,
                    int channels);
     // A whole level as an image (rows from the top down). For BOT pyramids
@@ -180,8 +184,18 @@ protected:
     uint64_t fFileBytes = 0;
 
 private:
-    // Reads and decodes one block of the BOT file, with the messages.
-    bool decodeFileBlock(int block, int level, int width, int height, uint8_t* pixels);
+    // Why a block could not be had: a catalogue message, or a console line
+    // "<what> <file>: <reason>", told as an error or a warning.
+    struct TblockFailure {
+        const TcatalogueEntry* entry = nullptr;
+        const char* what = nullptr;
+        Tstring reason;
+        void report(bool asError, const Tstring& path) const;
+    };
+    // Reads and decodes one block of the BOT file; false says why in `failure`.
+    bool decodeFileBlock(int block, int level, int width, int height, uint8_t* pixels, TblockFailure& failure);
+
+    std::atomic<bool> fBlockFailureReported{false};
 };
 
 class TpyramidNonSwatch : public Tpyramid {

@@ -122,61 +122,95 @@ bool Tpyramid::IsItABOTFile(const Tstring& path, int* descriptor, botHeader* hea
     return ok;
 }
 
-Tpyramid* Tpyramid::openBOT(const Tstring& path, bool swatch, const Tstring& id) {
+Tpyramid* Tpyramid::openBOT(const Tstring& path, bool swatch, const Tstring& id, Tstring* why) {
     botHeader h;
     int fd = -1;
     if (!IsItABOTFile(path, &fd, &h)) return nullptr;
     struct stat st {};
     bool statOk = ::fstat(fd, &st) == 0;
+    const int statError = errno;
     ::close(fd);
+    auto refuse = [why](std::string reason) -> Tpyramid* {
+        if (why) *why = Tstring(reason);
+        return nullptr;
+    };
+    if (!statOk) return refuse(std::strerror(statError));
     // A header that cannot describe a pyramid is not taken either.
-    if (!statOk || h.width < 1 || h.height < 1 || h.width > kMaxSide || h.height > kMaxSide) return nullptr;
-    if (h.channels != 1 && h.channels != 3 && h.channels != 4) return nullptr;
-    if (h.maxLevel != levelFor(std::max(h.width, h.height))) return nullptr;
+    if (h.width < 1 || h.height < 1 || h.width > kMaxSide || h.height > kMaxSide)
+        return refuse("the header's size " + std::to_string(h.width) + "x" + std::to_string(h.height) +
+                      " is not 1 to " + std::to_string(kMaxSide) + " on each side");
+    if (h.channels != 1 && h.channels != 3 && h.channels != 4)
+        return refuse("the header's channel count " + std::to_string(h.channels) + " is not 1, 3 or 4");
+    if (h.maxLevel != levelFor(std::max(h.width, h.height)))
+        return refuse("the header's top level " + std::to_string(h.maxLevel) + " does not fit its size " +
+                      std::to_string(h.width) + "x" + std::to_string(h.height));
 
     std::unique_ptr<Tpyramid> p;
     if (swatch) p = std::make_unique<TpyramidSwatch>(id, path, h.width, h.height, h.channels, h.flagRows, true);
     else p = std::make_unique<TpyramidNonSwatch>(id, path, h.width, h.height, h.channels, h.flagRows, true);
     // Index and data must at least be there.
-    if (uint64_t(st.st_size) < uint64_t(botHeader::kSize) + 4ull * (uint64_t(p->totalBlockCount()) + 1)) return nullptr;
+    if (uint64_t(st.st_size) < uint64_t(botHeader::kSize) + 4ull * (uint64_t(p->totalBlockCount()) + 1))
+        return refuse("the file ends inside its block index");
     p->fIsBOT = true;
     p->fBotPath = path;
     p->fFileBytes = uint64_t(st.st_size);
     p->fSquare = h.width == h.height && fsNumRows[h.maxLevel] == std::min(h.width, h.height);
     p->fBotDescriptor = ::open(path.asC(), O_RDONLY | O_CLOEXEC);
-    if (p->fBotDescriptor < 0) return nullptr;
+    if (p->fBotDescriptor < 0) return refuse(std::strerror(errno));
+    std::vector<uint32_t> index;
+    Tstring indexWhy;
+    if (!p->readBlockIndex(index, indexWhy)) return refuse(indexWhy.str());
+    // The blocks hold no channel count of their own; a full block decoded
+    // with the header's count uses its bytes exactly or shows the mismatch.
+    const int top = p->fMaxLevel;
+    int bw, bh;
+    p->blockSize(top, 0, bw, bh);
+    uint8_t decoded[TfileTextureCache::kSlotBytes];
+    TblockFailure failure;
+    if (!p->decodeFileBlock(0, top, bw, bh, decoded, failure))
+        return refuse("block 0 of level " + std::to_string(top) + " cannot be read with the header's " +
+                      std::to_string(h.channels) + (h.channels == 1 ? " channel: " : " channels: ") + failure.reason.str());
     return p.release();
 }
 
-bool Tpyramid::decodeFileBlock(int block, int level, int width, int height, uint8_t* pixels) {
-    const char* path = fBotPath.asC();
+void Tpyramid::TblockFailure::report(bool asError, const Tstring& path) const {
+    if (entry) {
+        if (asError) theCommandEngine().displayError(*entry, {path, reason});
+        else theCommandEngine().displayWarning(*entry, {path, reason});
+        return;
+    }
+    // A render goes on past the block, with whatever the slot held.
+    consoleReport("%s: %s %s: %s%s\n", asError ? "Error" : "Warning", what, path.asC(), reason.asC(),
+                  asError ? "" : "; parts of the texture may show wrong");
+}
+
+bool Tpyramid::decodeFileBlock(int block, int level, int width, int height, uint8_t* pixels, TblockFailure& failure) {
     uint8_t entry[8];
     const off_t indexAt = off_t(fLevelIndex[level]) + 4 * off_t(block);
     if (!readAll(fBotDescriptor, entry, sizeof entry, indexAt)) {
         int error = errno;
-        theCommandEngine().displayError(kBOTreadError, {fBotPath, Tstring(errorText(error))});
+        failure = {&kBOTreadError, nullptr, Tstring(errorText(error))};
         return false;
     }
     const uint32_t first = get32(entry), end = get32(entry + 4);
     const uint64_t dataStart = uint64_t(botHeader::kSize) + 4ull * (uint64_t(totalBlockCount()) + 1);
     if (first < dataStart || first > fFileBytes) {
-        theCommandEngine().displayError(kBOTseekError, {fBotPath, Tstring("block offset outside the file")});
+        failure = {&kBOTseekError, nullptr, Tstring("block offset outside the file")};
         return false;
     }
     const int64_t size = int64_t(end) - int64_t(first);
     if (size <= 0 || size + 4 > 8192) {
-        consoleReport("Error: Corrupted data found in block ordered texture file %s: %s\n", path,
-                      "block size out of range");
+        failure = {nullptr, "Corrupted data found in block ordered texture file", Tstring("block size out of range")};
         return false;
     }
     uint8_t data[8192];
     if (!readAll(fBotDescriptor, data, size_t(size), off_t(first))) {
         int error = errno;
-        consoleReport("Error: Read error in block ordered texture file %s: %s\n", path, errorText(error));
+        failure = {nullptr, "Read error in block ordered texture file", Tstring(errorText(error))};
         return false;
     }
     if (const char* why = TbotCodec::decodeBlock(data, int(size), width, height, fChannels, pixels)) {
-        consoleReport("Error: Decode error in block ordered texture file %s: %s\n", path, why);
+        failure = {nullptr, "Decode error in block ordered texture file", Tstring(why)};
         return false;
     }
     return true;
@@ -187,7 +221,12 @@ bool Tpyramid::loadBlock(TfileTextureCache&, uint8_t* slotData, int block, int l
     if (fBotDescriptor < 0 || channels != fChannels) return false;
     // Decoded aside so that a failure leaves the slot as it was.
     uint8_t decoded[TfileTextureCache::kSlotBytes];
-    if (!decodeFileBlock(block, level, width, height, decoded)) return false;
+    TblockFailure failure;
+    if (!decodeFileBlock(block, level, width, height, decoded, failure)) {
+        // Every sample that meets a bad block would say so again.
+        if (!fBlockFailureReported.exchange(true)) failure.report(false, fBotPath);
+        return false;
+    }
     std::memcpy(slotData, decoded, size_t(width) * height * channels);
     return true;
 }
@@ -207,7 +246,11 @@ bool Tpyramid::extractLevel(int level, TpixelMap& out) {
     for (int b = 0; b < count; ++b) {
         int bw, bh;
         blockSize(level, b, bw, bh);
-        if (!decodeFileBlock(b, level, bw, bh, decoded)) return false;
+        TblockFailure failure;
+        if (!decodeFileBlock(b, level, bw, bh, decoded, failure)) {
+            failure.report(true, fBotPath);
+            return false;
+        }
         const int x0 = (b % bpr) * kBlockSide, y0 = (b / bpr) * kBlockSide;
         for (int y = 0; y < bh; ++y) std::memcpy(out.pixel(x0, y0 + y), decoded + size_t(y) * bw * ch, size_t(bw) * ch);
     }

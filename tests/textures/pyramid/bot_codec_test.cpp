@@ -126,3 +126,41 @@ TEST(BotCodec, TheByteLimitHoldsForNoiseAndACapacityBelowTheNeedIsRefused) {
     }
     EXPECT_LE(largest, size_t(TbotCodec::kMaxBlockBytes));
 }
+
+TEST(BotCodec, ABlockReadWithFewerChannelsThanItHoldsIsRefused) {
+    // A block does not store its channel count: the header's count is the
+    // only one there is. Read with fewer channels, whole bytes of the block
+    // are left over; read with more, the data ends early.
+    struct Tcase {
+        const char* name;
+        TpixelMap image;
+        int coded, read;
+        bool refused;
+    };
+    const Tcase cases[] = {
+        {"3 read as 1", photoLikeImage(32, 32, 3, 1), 3, 1, true},
+        {"4 read as 3", photoLikeImage(32, 32, 4, 2), 4, 3, true},
+        {"4 read as 1", noiseImage(32, 20, 4, 3), 4, 1, true},
+        {"3 read as 4", photoLikeImage(32, 32, 3, 4), 3, 4, true},
+        {"1 read as 3", noiseImage(7, 5, 1, 5), 1, 3, true},
+        {"constant 32x32, 4 read as 3", TpixelMap(32, 32, 4), 4, 3, true},
+        // The limit of what a block can tell: one pixel of 0 costs its channel
+        // a single bit (no code bits, one extra bit), 9 + 4 bits in all; read
+        // as 3 channels, the one bit left lies in the last byte, as padding would.
+        {"one pixel of 0, 4 read as 3", TpixelMap(1, 1, 4), 4, 3, false},
+    };
+    for (const Tcase& c : cases) {
+        SCOPED_TRACE(c.name);
+        const int w = c.image.width(), h = c.image.height();
+        const std::vector<uint8_t> pixels(c.image.pixels(), c.image.pixels() + c.image.byteCount());
+        const auto coded = code(pixels, w, h, c.coded);
+        ASSERT_FALSE(coded.empty());
+        EXPECT_EQ(decode(coded, w, h, c.coded), pixels);
+        const char* why = nullptr;
+        decode(coded, w, h, c.read, &why);
+        EXPECT_EQ(why != nullptr, c.refused) << (why ? why : "decoded");
+        if (c.refused && c.read < c.coded) {
+            EXPECT_STREQ(why, "data is left after the last channel");
+        }
+    }
+}
