@@ -95,6 +95,20 @@ TEST(NodeClass, EveryRegisteredClassHasItsOwnApiTypeNumber) {
     EXPECT_GT(owners.size(), 60u);
 }
 
+// An attribute whose long or short name another of its class took is left
+// out of the class, and every scene setting it would silently vanish.
+TEST(NodeClass, EveryRegisteredClassTakesEveryAttributeItDeclares) {
+    unsigned classes = 0;
+    for (TdependNodeMetaClass* type : TdependGraph::nodeTypes()) {
+        if (!type->fVs || !type->fInitialize) continue;
+        ++classes;
+        EXPECT_TRUE(type->fInitialize()) << type->fTypeName().str();
+        for (const Tattribute* a : type->fVs().clashes())
+            ADD_FAILURE() << type->fTypeName().str() << " refused " << a->longName().str() << " (" << a->shortName().str() << ")";
+    }
+    EXPECT_GT(classes, 60u);
+}
+
 TEST(ShadingNode, ReferenceCountRunsInitOnFirstAndEndOnLast) {
     TdependGraph graph;
     auto* node = static_cast<TtestAdder*>(graph.createNode("testAdder"));

@@ -116,10 +116,13 @@ bool TdependNodeVS::appendAttributes(TattributeList& list) {
         if (!base.appendAttributes(list)) return false;
     }
     list.setInheritedCount(list.length());
-    unsigned failures = 0;
+    bool complete = true;
     for (Tattribute* a : fOwn)
-        if (!list.addAttribute(a)) ++failures;
-    return failures == 0;
+        if (!list.addAttribute(a)) {
+            fClashes.push_back(a);
+            complete = false;
+        }
+    return complete;
 }
 
 bool TdependNodeVS::setupDependencies(TdependencyMatrix& matrix) {
@@ -128,12 +131,14 @@ bool TdependNodeVS::setupDependencies(TdependencyMatrix& matrix) {
 }
 
 bool TdependNodeVS::initializeClass(TdependNodeVS& vs) {
-    if (vs.fInitialized) return true;
+    if (vs.fInitialized) return vs.fComplete;
     vs.fList.clear();
     vs.fMatrix.clear();
+    vs.fClashes.clear();
     bool ok = vs.appendAttributes(vs.fList);
     ok = vs.setupDependencies(vs.fMatrix) && ok;
     vs.fInitialized = true;
+    vs.fComplete = ok;
     return ok;
 }
 

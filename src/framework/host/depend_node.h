@@ -50,9 +50,13 @@ public:
     virtual bool appendAttributes(TattributeList& list);
     virtual bool setupDependencies(TdependencyMatrix& matrix);
 
+    // False when the class could not take every attribute it declares (a
+    // name taken twice), then and on every later call.
     static bool initializeClass(TdependNodeVS& vs);
     static bool cleanupClass(TdependNodeVS& vs);
     bool initialized() const { return fInitialized; }
+    // The attributes refused because another of the class took the name.
+    const std::vector<const Tattribute*>& clashes() const { return fClashes; }
 
     const TattributeList& attributes() const { return fList; }
     const TdependencyMatrix& dependencies() const { return fMatrix; }
@@ -78,7 +82,9 @@ private:
     TattributeList fList;
     TdependencyMatrix fMatrix;
     std::vector<Tattribute*> fOwn;
+    std::vector<const Tattribute*> fClashes;
     bool fInitialized = false;
+    bool fComplete = false;
 };
 
 // What the graph knows of a node type.

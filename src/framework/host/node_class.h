@@ -61,7 +61,12 @@ public:
             fsVs->fBaseDescription = [] { return static_cast<TdependNodeVS*>(&Base::sVsData()); };
             for (Tattribute* a : fsVs->ownAttributes())
                 if (a->resourceName().isEmpty()) a->setResourceName(Tstring("n_") + sTypeName());
-            TdependNodeVS::initializeClass(*fsVs);
+            // A clash is the class's own mistake: say so where its author
+            // will see it, since the refused attribute is simply missing.
+            if (!TdependNodeVS::initializeClass(*fsVs))
+                for (const Tattribute* a : fsVs->clashes())
+                    std::fprintf(stderr, "node type '%s': attribute '%s' ('%s') is refused: another attribute took the name\n",
+                                 sTypeName().asC(), a->longName().asC(), a->shortName().asC());
         }
         return *fsVs;
     }
