@@ -496,6 +496,9 @@ bool TdnFileTexture::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
     const bool transform = block.inputValue(attrDoTransform()).asBool();
     const Tplace2dParams place = placement(block);
     const bool placed = transform && TdnPlace2dTx::computeDoTransform(place);
+    // How far the placement carries a step of UV, for the footprint: the
+    // same for every sample of the batch.
+    const T2Float stretch = placed ? TdnPlace2dTx::sStretch(place) : T2Float{1, 1};
 
     TfileTextureWrapper w;
     w.pyramid = fPyramid;
@@ -518,17 +521,10 @@ bool TdnFileTexture::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
             colour = T3Float(0, 0, 0);
             alpha = 1.0f;
         } else {
-            const T2Float raw = uv;
-            T2Float scale{1, 1};
             if (placed) {
-                // The placement's stretch along each axis, for the footprint.
-                constexpr float kStep = 1.0f / 1024;
-                float u0, v0, u1, v1, u2, v2;
-                TdnPlace2dTx::sMapUV(place, raw.x, raw.y, u0, v0);
-                TdnPlace2dTx::sMapUV(place, raw.x + kStep, raw.y, u1, v1);
-                TdnPlace2dTx::sMapUV(place, raw.x, raw.y + kStep, u2, v2);
-                scale = {std::hypot(u1 - u0, v1 - v0) / kStep, std::hypot(u2 - u0, v2 - v0) / kStep};
-                uv = {u0, v0};
+                float u, v;
+                TdnPlace2dTx::sMapUV(place, uv.x, uv.y, u, v);
+                uv = {u, v};
             }
             if (isOutsideUv(uv)) {
                 colour = fallback.asFloat3(i);
@@ -537,7 +533,7 @@ bool TdnFileTexture::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
                 uv = {wrapToUnit(uv.x), wrapToUnit(uv.y)};
                 const T2Float fs = sizeIn.asFloat2(i);
                 const float width =
-                    filteredSize(T2Float{fs.x * scale.x, fs.y * scale.y}, filterIn.asFloat(i), offsetIn.asFloat(i));
+                    filteredSize(T2Float{fs.x * stretch.x, fs.y * stretch.y}, filterIn.asFloat(i), offsetIn.asFloat(i));
                 const bool bump = (uint32_t(info.asInt(i)) & 1u) != 0;
                 bool done = false;
                 if (isAreaFilter(fFilterKind) && fFootprintKnown && !bump && depth.asInt(i) < 1 &&
@@ -555,7 +551,7 @@ bool TdnFileTexture::vectorComputePlug(const Tplug& plug, TdataBlock& block, uns
                             q.triangle.uv[k] = vt[k].asFloat2(i);
                         }
                         q.uv = uv;
-                        q.uvScale = {scale.x * fUvStretch.x, scale.y * fUvStretch.y};
+                        q.uvScale = {stretch.x * fUvStretch.x, stretch.y * fUvStretch.y};
                         q.pixelCenter = pc;
                         q.filter = std::max(0.0f, filterIn.asFloat(i));
                         q.filterOffset = offsetIn.asFloat(i);

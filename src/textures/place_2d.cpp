@@ -157,6 +157,8 @@ Tplace2dParams TdnPlace2dTx::params() {
 }
 
 T2Float TdnPlace2dTx::sStretch(const Tplace2dParams& p) {
+    // sMapUV passes a UV through unchanged under a coverage that is not positive.
+    if (!(p.coverage.x > 0.0f && p.coverage.y > 0.0f)) return {1, 1};
     // The frame's rotation turns a step before the per-axis scale of
     // repeat over coverage; the UV rotation after it keeps lengths.
     const double a = p.rotateFrame, c = std::cos(a), s = std::sin(a);
