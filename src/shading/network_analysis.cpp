@@ -107,9 +107,10 @@ public:
     }
 
     bool satisfySampler(TbitField64& result);
-    // A shadow program leaves out the lights when what it computes does not
-    // read them (a material's transparency, mostly): their programs would
-    // trace shadow rays of their own for nothing.
+    // A program leaves out the lights when none of the outputs it computes
+    // reads them (a surface-shadows program of a material's transparency,
+    // mostly): the lights' programs, shadow rays and all, would run for
+    // nothing. A node is described with all its inputs, whatever is asked.
     void dropUnreadLights();
     void cutLoops();
     void segment();
@@ -471,7 +472,7 @@ TSEmemoryType TSEanalysis::processInput(TSEnodeDescription* d, const Tattribute*
 }
 
 void TSEanalysis::dropUnreadLights() {
-    if (fOption != kSurfaceShadows || !fFoundLights || fRequested.test(kItemLightTable)) return;
+    if (!fFoundLights || fRequested.test(kItemLightTable)) return;
     bool read = false;
     for (auto& d : fDescriptions) {
         auto& connections = d->connections;
